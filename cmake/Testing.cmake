@@ -1,0 +1,27 @@
+# Tests: one program for each test file, each test of it known to ctest by its own name.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(korvane_test label name)
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+    if(NOT TEST_TIMEOUT)
+        set(TEST_TIMEOUT 60)
+    endif()
+    add_executable(${name} ${name}.cpp ${TEST_SOURCES})
+    target_link_libraries(${name} PRIVATE ${TEST_LIBS} korvane_test_support GTest::gmock
+        korvane_warnings)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+        PROPERTIES LABELS ${label} TIMEOUT ${TEST_TIMEOUT})
+endfunction()
+
+# korvane_unit_test(NAME [SOURCES ...] [LIBS ...] [TIMEOUT SECONDS]): NAME.cpp beside the
+# CMakeLists.txt, run natively and in parallel with others.
+function(korvane_unit_test name)
+    korvane_test(unit ${name} ${ARGN})
+endfunction()
+
+# The same for tests of several classes in one process, run under every sanitizer as well.
+function(korvane_integration_test name)
+    korvane_test(integration ${name} ${ARGN})
+endfunction()
