@@ -2,6 +2,9 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# What the sanitizer builds are made for.
+add_custom_target(native_tests)
+
 function(korvane_test label name)
     cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
     if(NOT TEST_TIMEOUT)
@@ -11,6 +14,7 @@ function(korvane_test label name)
     target_link_libraries(${name} PRIVATE ${TEST_LIBS} korvane_test_support GTest::gmock
         korvane_warnings)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    add_dependencies(native_tests ${name})
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
         PROPERTIES LABELS ${label} TIMEOUT ${TEST_TIMEOUT})
 endfunction()
