@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+// The UVC gadget's video node: the host's requests, the stream, the buffers that leave for the
+// host.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <linux/usb/ch9.h>
+#include <linux/usb/g_uvc.h>
+
+#include "uvc/PollableDev.h"
+#include "uvc/UvcBufInfo.h"
+#include "uvc/UvcConfig.h"
+#include "uvc/V4l2CtrlBase.h"
+#include "uvc/YuyvConverter.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+/** What the host has negotiated, or before that the first mode of the configuration. */
+struct StreamSettings {
+    uint32_t width;
+    uint32_t height;
+    /** V4L2 code of the pixel format, and the same as text. */
+    uint32_t format;
+    std::string formatName;
+    /** In units of 100 ns. */
+    uint32_t frameInterval;
+};
+
+/**
+ * Drives one gadget node: subscribes to its events, answers the host's class requests from the
+ * function's configuration, follows the host's stream start and stop, and while streaming puts
+ * frames into the node's buffers.
+ *
+ *   closed --open()--> idle --STREAMON--> streaming --STREAMOFF--> idle
+ *
+ * DISCONNECT, close() and five failing writes in a row end a stream as well; the first two also
+ * drop one open reference, so after a DISCONNECT the node is closed while the object remains.
+ *
+ * Threads: everything runs on the poll thread except queueBuffer(), which the frame source's thread
+ * calls, and isStreaming(), getBufferNum() and getStreamSettings(), which any thread may. One
+ * non-recursive lock serialises them. The listener is always called with that lock released.
+ */
+class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
+  public:
+    /** Told about the stream, on the poll thread. May call back into the device. */
+    class EventListener {
+      public:
+        virtual ~EventListener() = default;
+
+        /**
+         * The gadget has sent the frame of one buffer. buf is the device's own record of it, valid
+         * for the call: index and fenceFd tell which frame came back.
+         */
+        virtual void onFrameEmptied(UvcBufInfo* buf) = 0;
+        /** The host streams: the buffers are mapped and streaming is on. */
+        virtual void onStreamStart() = 0;
+        /** The stream has stopped. Once per stream, before its buffers are released. */
+        virtual void onStreamStop() = 0;
+    };
+
+    /** Reads the function's configuration; the node is opened by open(). */
+    explicit UvcV4l2Ctrl(const char* devName);
+    /** Closes the node. It neither stops a stream nor unmaps buffers: close() comes first. */
+    ~UvcV4l2Ctrl() override;
+    UvcV4l2Ctrl(const UvcV4l2Ctrl&) = delete;
+    UvcV4l2Ctrl& operator=(const UvcV4l2Ctrl&) = delete;
+
+    /** Right after construction and before open(); not owned. */
+    void setEventListener(EventListener* listener) { mListener = listener; }
+
+    /**
+     * Opens the node, subscribes to its events and sets an initial format; a further call only
+     * counts.
+     *
+     * @return 0; -EINVAL when the node is open although nobody opened it; -ENODEV when it cannot be
+     *         opened
+     */
+    int open();
+
+    /** Stops the stream and drops one open(); the last one closes the node. Always 0. */
+    int close();
+
+    /**
+     * DATA_EXCEPTION handles one event, DATA_WRITABLE takes one sent buffer back.
+     *
+     * @return 0; -1 when writing has failed five times in a row, which has also stopped the stream
+     */
+    int handlePendingData(PENDING_DATA_TYPE type) override;
+
+    /**
+     * Puts a frame into the UVC buffer of its index and queues that. From then until the buffer
+     * comes back the device holds the frame, locked for CPU access.
+     *
+     * YCbCr 4:2:0 is brought into the negotiated format, and queued even when that failed; anything
+     * else is taken for a blob with a JPEG in it.
+     *
+     * @param frame only read; its index is below getBufferNum()
+     * @return false when the frame was not queued: no stream, no CPU access, too large, or refused
+     * by the driver
+     */
+    virtual bool queueBuffer(UvcBufInfo* frame);
+
+    const char* getV4l2DevName() override;
+    int getV4l2DeviceFd() override;
+    uint32_t getV4l2BufferType() override;
+
+    /** How many buffers a stream has. */
+    virtual uint32_t getBufferNum();
+
+    /** Whether the host streams. From any thread, without the lock: it may change right after. */
+    bool isStreaming() const { return mStreaming; }
+
+    /** A consistent copy of the negotiated settings, from any thread. Takes the lock. */
+    StreamSettings getStreamSettings() const;
+
+    /**
+     * For people who debug: appends the bytes of every frame queued from now on to file, and closes
+     * it when the stream stops. Takes file over.
+     */
+    void dumpFramesTo(FILE* file);
+
+  private:
+    using Guard = std::unique_lock<std::mutex>;
+    struct FileCloser {
+        void operator()(FILE* file) const { fclose(file); }
+    };
+
+    // The node and its stream.
+    void subscribeEvents();
+    void setInitialFormat_l();
+    void dropOpenReference();
+    int handleWritable();
+    void handleEvent();
+    void handleSetup(const usb_ctrlrequest& request, uvc_request_data* response);
+    void handleStartStream();
+    void handleStopStream();
+    /** Calls the listener with the lock, which guard holds, released. */
+    template <typename... Args>
+    void notify(Guard& guard, void (EventListener::*call)(Args...), Args... args) {
+        if (mListener == nullptr) return;
+        guard.unlock();
+        (mListener->*call)(args...);
+        guard.lock();
+    }
+
+    // Class requests. A response that they leave alone stalls the request.
+    void processClassEvent(const usb_ctrlrequest* request, uvc_request_data* response);
+    void processControlEvent(uint8_t request, uint8_t selector);
+    void processStreamingEvent(uint8_t request, uint8_t selector, uvc_request_data* response);
+    void handleData(const uvc_request_data* data);
+    void commitFormat_l();
+
+    // Buffers.
+    v4l2_buffer makeBuffer();
+    bool allocBuffers_l();
+    bool mapBuffer_l(uint32_t index);
+    void releaseBuffers_l();
+    bool fill_l(const UvcBufInfo& frame, v4l2_buffer* buf);
+    bool copyBlob_l(const UvcBufInfo& frame, v4l2_buffer* buf);
+    bool convertFromYCbCr420_l(const UvcBufInfo& frame, v4l2_buffer* buf);
+    bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes, v4l2_buffer* buf);
+    void holdFrame_l(const UvcBufInfo& frame);
+    void dump_l(const v4l2_buffer& buf);
+    int handleWrite();
+
+    EventListener* mListener = nullptr;
+    std::vector<UvcBufInfo> mBuffers;  // guarded by mLock
+    const std::string mDevName;
+    mutable std::mutex mLock;
+    uint32_t mOpenCount = 0;                      // guarded by mLock
+    std::atomic<bool> mStreaming{false};          // written with mLock held
+    UvcConfig mConfig;                            // its selection is guarded by mLock
+    uint32_t mFrameCount = 0;                     // guarded by mLock
+    std::unique_ptr<FILE, FileCloser> mDumpFile;  // guarded by mLock
+    YuyvConverter mConverter;                     // guarded by mLock
+    /**
+     * The buffer whose frame is already unlocked and being handed back with the lock released.
+     * Reset when meanwhile the buffer takes the next frame. Guarded by mLock.
+     */
+    std::optional<uint32_t> mReturning;
+};
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

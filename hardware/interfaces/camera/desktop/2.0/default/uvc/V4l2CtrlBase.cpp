@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "UVC-V4l2CtrlBase"
+
+#include "uvc/V4l2CtrlBase.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <sys/ioctl.h>
+
+#include <log/log.h>
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+int32_t V4l2CtrlBase::control(unsigned long request, const char* name, void* argument) {
+    const int32_t result = ioctl(getV4l2DeviceFd(), request, argument);
+    if (result != 0) ALOGE("%s failed %d", name, errno);
+    return result;
+}
+
+int32_t V4l2CtrlBase::setFormat(v4l2_format* fmt) {
+    return control(VIDIOC_S_FMT, "VIDIOC_S_FMT", fmt);
+}
+
+int32_t V4l2CtrlBase::streamOn() {
+    uint32_t type = getV4l2BufferType();
+    return control(VIDIOC_STREAMON, "VIDIOC_STREAMON", &type);
+}
+
+int32_t V4l2CtrlBase::streamOff() {
+    uint32_t type = getV4l2BufferType();
+    return control(VIDIOC_STREAMOFF, "VIDIOC_STREAMOFF", &type);
+}
+
+int32_t V4l2CtrlBase::subscribe(int type) {
+    v4l2_event_subscription subscription = {};
+    subscription.type = type;
+    return control(VIDIOC_SUBSCRIBE_EVENT, "VIDIOC_SUBSCRIBE_EVENT", &subscription);
+}
+
+int32_t V4l2CtrlBase::dqevent(v4l2_event* ev) {
+    return control(VIDIOC_DQEVENT, "VIDIOC_DQEVENT", ev);
+}
+
+int32_t V4l2CtrlBase::requestBuffer(unsigned int count, v4l2_memory memory) {
+    v4l2_requestbuffers request = {};
+    request.count = count;
+    request.type = getV4l2BufferType();
+    request.memory = memory;
+    // The gadget's driver answers with the number of buffers, so more than 0 is no failure here.
+    const int32_t result = ioctl(getV4l2DeviceFd(), VIDIOC_REQBUFS, &request);
+    if (result < 0) {
+        ALOGE("VIDIOC_REQBUFS failed %d:  %s (%d)", result, strerror(errno), errno);
+    }
+    return result;
+}
+
+int32_t V4l2CtrlBase::queryBuffer(v4l2_buffer* buf) {
+    return control(VIDIOC_QUERYBUF, "VIDIOC_QUERYBUF", buf);
+}
+
+int32_t V4l2CtrlBase::queueBuffer(v4l2_buffer* buf) {
+    return control(VIDIOC_QBUF, "VIDIOC_QBUF", buf);
+}
+
+int32_t V4l2CtrlBase::dequeBuffer(v4l2_buffer* buf) {
+    return control(VIDIOC_DQBUF, "VIDIOC_DQBUF", buf);
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation
