@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: Apache-2.0
+# The machine as seen by those who start it; runs natively, after machine_test.sh.
+. "$(dirname "$0")/lib.sh"
+run=$ROOT/vm/run
+
+check_equal "shares a folder with the host" guest "$(cat "$SHARE/written")"
+check "leaves the host's files alone" test ! -e /etc/korvane-test
+check "keeps the kernel's console" test -e "$SHARE/console.log"
+
+# run_machine VARIABLE=VALUE... COMMAND...: output and status of one run.
+run_machine() {
+    status=0
+    said=$(env -u SHARE "$@" 2>&1 </dev/null) || status=$?
+}
+
+run_machine TIMEOUT=60 "$run" sh -c 'echo "a  b" "$1"; exit 7' sh "it's; here"
+check_equal "passes the command's status on" 7 "$status"
+check_equal "passes arguments and output on as they are" "a  b it's; here" "$said"
+
+run_machine TIMEOUT=60 "$run" sh -c 'echo c >/proc/sysrq-trigger; sleep 60'
+check_equal "tells a dead kernel from a failed command" 125 "$status"
+check "shows the dead kernel's last words" grep -q 'Kernel panic' <<<"$said"
+
+run_machine TIMEOUT=15 "$run" sleep 100
+check_equal "ends a hung command in time" 124 "$status"
+check "says that the time was up" grep -q 'after 15 seconds (TIMEOUT)' <<<"$said"
+
+folder=$SHARE
+unset SHARE
+refused() {
+    check_refused "$1" "$2" env "${@:3}"
+}
+refused "refuses an unknown kernel" "KERNEL is '5.4', but 6.1 or 6.12 is needed" \
+    KERNEL=5.4 "$run" true
+refused "refuses a timeout that is no number" "TIMEOUT is 'soon', but a number of seconds" \
+    TIMEOUT=soon "$run" true
+refused "refuses too little memory" "MEMORY is '64', but a number of MB from 256" \
+    MEMORY=64 "$run" true
+refused "refuses a shared folder it cannot make" "cannot use /proc/x as SHARE" \
+    SHARE=/proc/x "$run" true
+refused "refuses a cache it cannot write" "cannot write to /proc/x" \
+    KORVANE_VM_CACHE=/proc/x "$run" true
+
+mkdir "$folder/bin" && ln -s /usr/sbin/* /usr/bin/* "$folder/bin/" 2>/dev/null
+rm "$folder/bin/qemu-system-x86_64"
+refused "says that qemu is missing" "qemu-system-x86_64 is not to be found on PATH" \
+    PATH="$folder/bin" "$run" true
+finish
