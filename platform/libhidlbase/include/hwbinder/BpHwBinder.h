@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// The proxy of an object of another process.
+#pragma once
+
+#include <hwbinder/IBinder.h>
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace android {
+namespace hardware {
+
+/**
+ * Stands for one object of another process, of which it holds one strong reference in the driver.
+ * Made by ProcessState only, at most one for each driver handle at a time.
+ *
+ * Once its process is known to be dead it stays dead: calls fail at once. mLock guards the state of
+ * death and the links; it is held neither in driver calls that wait nor while a recipient runs.
+ */
+class BpHwBinder : public IBinder {
+  public:
+    /** handle: the driver's number for the object; deathCookie: what the driver names its death by.
+     */
+    BpHwBinder(uint32_t handle, uint64_t deathCookie);
+
+    uint32_t handle() const { return mHandle; }
+
+    /** False once a call or a notice has shown that the process has gone. */
+    bool isBinderAlive() const;
+
+    status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
+                      TransactCallback callback = nullptr) override;
+    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
+                         uint32_t flags = 0) override;
+    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
+                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
+
+    BpHwBinder* remoteBinder() override { return this; }
+
+    /** The driver reported the death: tells every recipient, once. Called by the command loop. */
+    void sendObituary();
+
+  protected:
+    ~BpHwBinder() override;
+
+  private:
+    struct Link {
+        wp<DeathRecipient> recipient;
+        void* cookie;
+        uint32_t flags;
+    };
+
+    std::vector<Link>::iterator findLink_l(const wp<DeathRecipient>& recipient, void* cookie,
+                                           uint32_t flags);
+    void setDead();
+
+    const uint32_t mHandle;
+    const uint64_t mDeathCookie;
+
+    mutable std::mutex mLock;
+    bool mAlive = true;
+    bool mObituarySent = false;
+    bool mDeathRequested = false;  // the driver has been asked for a notice
+    std::vector<Link> mLinks;      // oldest first
+};
+
+}  // namespace hardware
+}  // namespace android

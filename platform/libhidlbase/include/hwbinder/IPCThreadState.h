@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a thread has in the eyes of the driver: its commands, the call that it serves.
+#pragma once
+
+#include <hwbinder/IBinder.h>
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace android {
+namespace hardware {
+
+class CommandChannel;
+class DriverEvents;
+class IncomingCall;
+
+/**
+ * One thread's conversation with the driver. Made by self() for the calling thread, which alone may
+ * use it, and destroyed when that thread ends. It holds no lock.
+ */
+class IPCThreadState {
+  public:
+    static IPCThreadState* self();
+    /** The same, but null if this thread has none yet. */
+    static IPCThreadState* selfOrNull();
+
+    /** The process and user of the caller being served; outside a call, this process and its user.
+     */
+    pid_t getCallingPid() const { return mCaller.pid; }
+    uid_t getCallingUid() const { return mCaller.uid; }
+
+    /** Makes this process the caller until restoreCallingIdentity() gets the token returned. */
+    int64_t clearCallingIdentity();
+    void restoreCallingIdentity(int64_t token);
+
+    /**
+     * Makes this thread one of those that serve incoming calls and death notices, until the driver
+     * turns it away; in normal life it doesn't return. isMain unless the driver asked for it.
+     */
+    void joinThreadPool(bool isMain = true);
+
+    /**
+     * For a thread that has its own event loop: *fd polls readable when handlePolledCommands() has
+     * something to do.
+     */
+    status_t setupPolling(int* fd);
+    status_t handlePolledCommands();
+
+    /** Whether this thread serves incoming calls. */
+    bool isLooperThread() const { return mIsLooper; }
+    /** Whether it is the only one that does. */
+    bool isOnlyBinderThread() const;
+
+    /** Hands commands that are still waiting to the driver. */
+    void flushCommands();
+
+    /** What ProcessState::becomeContextManager() publishes. */
+    void setTheContextObject(const sp<BHwBinder>& object);
+
+    // For proxies.
+
+    /** One call to a handle; see IBinder::transact(). */
+    status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                      uint32_t flags);
+
+    /** Takes and gives back the process's reference of a handle, at once. */
+    void incStrongHandle(uint32_t handle);
+    void decStrongHandle(uint32_t handle);
+
+    /** Asks for, or no longer for, a notice of the death of a handle's process, at once. */
+    status_t requestDeathNotification(uint32_t handle, uint64_t cookie);
+    status_t clearDeathNotification(uint32_t handle, uint64_t cookie);
+
+  private:
+    friend class IncomingCall;
+
+    struct Caller {
+        pid_t pid;
+        uid_t uid;
+    };
+
+    IPCThreadState();
+    ~IPCThreadState();
+    static void threadDestructor(void* state);
+
+    void joinLoop();
+    status_t executeNextCommand();
+    status_t execute(uint32_t command);
+    status_t waitForReply(Parcel* reply);
+    status_t waitForCompletion();
+    status_t nextCommand(uint32_t* command);
+
+    const std::unique_ptr<CommandChannel> mChannel;
+    const std::unique_ptr<DriverEvents> mEvents;
+    Caller mCaller;
+    bool mIsLooper = false;
+    bool mIsPolling = false;
+    int mWaiting = 0;  // calls of this thread that wait for their reply, nested ones included
+};
+
+}  // namespace hardware
+}  // namespace android

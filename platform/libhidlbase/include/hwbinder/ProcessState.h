@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a process has once: its connection to the driver, its thread pool, its table of proxies.
+#pragma once
+
+#include <hwbinder/IBinder.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace android {
+namespace hardware {
+
+class BinderDriver;
+class LocalNodes;
+class RemoteHandles;
+
+/**
+ * This process in the eyes of the driver. Made on first use, never destroyed; must first be used
+ * after the last fork(). Every method may be called by any thread. mLock guards the thread pool's
+ * configuration; it is never held while anybody else's code runs.
+ *
+ * Without a driver (no /dev/hwbinder) everything stays callable: the reason is logged once and
+ * what needs the driver fails.
+ */
+class ProcessState : public virtual RefBase {
+  public:
+    static sp<ProcessState> self();
+
+    /** Whether the driver is there and speaks our protocol. */
+    bool hasDriver() const;
+
+    // The context object: the one that every process can find.
+
+    /** The proxy of the context object; null if no process is the context manager. */
+    sp<IBinder> getContextObject(const sp<IBinder>& caller);
+
+    /**
+     * Makes this process the context manager, with the object that
+     * IPCThreadState::setTheContextObject() has been given. False, and logged, if there is none or
+     * the driver refuses, as it does while another process is.
+     */
+    bool becomeContextManager();
+
+    // The thread pool.
+
+    /**
+     * Starts the pool if it doesn't run: spawns its first thread, unless the configuration leaves
+     * none. Without setThreadPoolConfiguration() the pool has just that one thread.
+     */
+    void startThreadPool();
+
+    /**
+     * Gives the pool maxThreads threads at most. One is the caller, if callerJoinsPool says that it
+     * will call joinThreadPool(); one, if any is left, is spawned by startThreadPool(); the driver
+     * asks for the rest when it needs them. Starts nothing. Returns 0 or the driver's negative
+     * errno.
+     *
+     * Fatal: no thread at all although the caller joins; a pool that runs would shrink.
+     */
+    status_t setThreadPoolConfiguration(size_t maxThreads, bool callerJoinsPool);
+
+    size_t getMaxThreads() const;
+
+    /** Spawns a thread of the pool; isMain unless the driver asked for it. */
+    void spawnPooledThread(bool isMain);
+
+    // For the transport.
+
+    /** The one proxy for a handle of the driver; null without a driver. */
+    sp<IBinder> getStrongProxyForHandle(uint32_t handle);
+
+    BinderDriver& driver() { return *mDriver; }
+    LocalNodes& localNodes() { return *mLocalNodes; }
+    RemoteHandles& remoteHandles() { return *mRemoteHandles; }
+
+    /** What becomeContextManager() publishes. */
+    void setTheContextObject(const sp<BHwBinder>& object);
+
+  private:
+    ProcessState();
+    ~ProcessState() override;
+
+    const std::unique_ptr<BinderDriver> mDriver;
+    const std::unique_ptr<LocalNodes> mLocalNodes;
+    const std::unique_ptr<RemoteHandles> mRemoteHandles;
+
+    mutable std::mutex mLock;
+    bool mThreadPoolStarted = false;
+    bool mSpawnThreadOnStart = true;
+    size_t mMaxThreads;
+    sp<BHwBinder> mContextObject;
+    std::atomic<int> mThreadPoolSequence{1};
+};
+
+}  // namespace hardware
+}  // namespace android
