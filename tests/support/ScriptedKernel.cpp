@@ -1,0 +1,347 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/ScriptedKernel.h"
+
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include <endian.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "support/ScriptedKernelHooks.h"
+
+namespace korvane::test {
+namespace {
+
+using Guard = std::unique_lock<std::mutex>;
+
+// Only what the service asks of a gadget's node.
+const std::map<unsigned long, std::string>& ioctlNames() {
+    static const auto* sNames = new std::map<unsigned long, std::string>{
+#define NAMED(request) {request, #request}
+            NAMED(VIDIOC_QUERYCAP),  NAMED(VIDIOC_S_FMT),         NAMED(VIDIOC_SUBSCRIBE_EVENT),
+            NAMED(VIDIOC_DQEVENT),   NAMED(VIDIOC_REQBUFS),       NAMED(VIDIOC_QUERYBUF),
+            NAMED(VIDIOC_QBUF),      NAMED(VIDIOC_DQBUF),         NAMED(VIDIOC_STREAMON),
+            NAMED(VIDIOC_STREAMOFF), NAMED(UVCIOC_SEND_RESPONSE),
+#undef NAMED
+    };
+    return *sNames;
+}
+
+std::string nameOf(unsigned long request) {
+    const auto found = ioctlNames().find(request);
+    return found != ioctlNames().end() ? found->second : "ioctl " + std::to_string(request);
+}
+
+size_t pages(size_t length) {
+    const size_t page = sysconf(_SC_PAGESIZE);
+    return (length + page - 1) / page * page;
+}
+
+int failWith(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+ScriptedKernel::ScriptedKernel(const std::string& path)
+    : mPath(path), mMemory(memfd_create("scripted kernel", MFD_CLOEXEC)) {
+    Guard guard(scriptedWorld().lock);
+    scriptedWorld().nodes.insert(this);
+    scriptedWorld().active = true;
+}
+
+ScriptedKernel::~ScriptedKernel() {
+    Guard guard(scriptedWorld().lock);
+    scriptedWorld().nodes.erase(this);
+    scriptedWorld().active = !scriptedWorld().nodes.empty();
+    libc().close(mMemory);
+}
+
+void ScriptedKernel::setDriver(const std::string& driver) {
+    Guard guard(scriptedWorld().lock);
+    mDriver = driver;
+}
+
+void ScriptedKernel::setBufferLength(uint32_t length) {
+    Guard guard(scriptedWorld().lock);
+    mBufferLength = length;
+}
+
+void ScriptedKernel::fail(const std::string& name, int error, int passing, int times) {
+    Guard guard(scriptedWorld().lock);
+    mFailures[name].push_back({error, passing, times});
+    scriptedWorld().changed_l();
+}
+
+void ScriptedKernel::answerNext(const std::string& name, Answer answer) {
+    Guard guard(scriptedWorld().lock);
+    mAnswers[name].push_back(std::move(answer));
+}
+
+void ScriptedKernel::sendEvent(const v4l2_event& event) {
+    Guard guard(scriptedWorld().lock);
+    mEvents.push_back(event);
+    scriptedWorld().changed_l();
+}
+
+void ScriptedKernel::sendEvent(uint32_t type) {
+    v4l2_event event = {};
+    event.type = type;
+    sendEvent(event);
+}
+
+void ScriptedKernel::sendSetup(uint8_t requestType, uint8_t request, uint16_t value, uint16_t index,
+                               uint16_t length) {
+    uvc_event setup = {};
+    setup.req.bRequestType = requestType;
+    setup.req.bRequest = request;
+    setup.req.wValue = htole16(value);
+    setup.req.wIndex = htole16(index);
+    setup.req.wLength = htole16(length);
+    v4l2_event event = {};
+    event.type = UVC_EVENT_SETUP;
+    memcpy(event.u.data, &setup.req, sizeof(setup.req));
+    sendEvent(event);
+}
+
+void ScriptedKernel::sendData(const std::vector<uint8_t>& data) {
+    uvc_request_data block = {};
+    block.length = static_cast<int32_t>(data.size());
+    memcpy(block.data, data.data(), std::min(data.size(), sizeof(block.data)));
+    v4l2_event event = {};
+    event.type = UVC_EVENT_DATA;
+    memcpy(event.u.data, &block, sizeof(block));
+    sendEvent(event);
+}
+
+bool ScriptedKernel::send() {
+    Guard guard(scriptedWorld().lock);
+    if (mQueued.empty()) return false;
+    mSent.push_back(mQueued.front());
+    mQueued.pop_front();
+    scriptedWorld().changed_l();
+    return true;
+}
+
+void ScriptedKernel::setAutoSend(bool automatic) {
+    Guard guard(scriptedWorld().lock);
+    mAutoSend = automatic;
+}
+
+void ScriptedKernel::remove() {
+    Guard guard(scriptedWorld().lock);
+    mPresent = false;
+    scriptedWorld().changed_l();
+}
+
+std::vector<KernelCall> ScriptedKernel::calls() const {
+    Guard guard(scriptedWorld().lock);
+    return mCalls;
+}
+
+std::vector<std::string> ScriptedKernel::callNames() const {
+    std::vector<std::string> names;
+    for (const KernelCall& call : calls()) names.push_back(call.name);
+    return names;
+}
+
+std::vector<KernelCall> ScriptedKernel::calls(const std::string& name) const {
+    std::vector<KernelCall> found;
+    for (const KernelCall& call : calls()) {
+        if (call.name == name) found.push_back(call);
+    }
+    return found;
+}
+
+void ScriptedKernel::clearCalls() {
+    Guard guard(scriptedWorld().lock);
+    mCalls.clear();
+}
+
+bool ScriptedKernel::waitForCalls(const std::string& name, size_t count) const {
+    const auto named = [&](const KernelCall& call) { return call.name == name; };
+    Guard guard(scriptedWorld().lock);
+    return scriptedWorld().called.wait_for(guard, std::chrono::seconds(10), [&] {
+        return static_cast<size_t>(std::count_if(mCalls.begin(), mCalls.end(), named)) >= count;
+    });
+}
+
+std::vector<std::vector<uint8_t>> ScriptedKernel::sentFrames() const {
+    Guard guard(scriptedWorld().lock);
+    return mFrames;
+}
+
+std::vector<uvc_request_data> ScriptedKernel::responses() const {
+    std::vector<uvc_request_data> responses;
+    for (const KernelCall& call : calls("UVCIOC_SEND_RESPONSE")) {
+        responses.push_back(call.as<uvc_request_data>());
+    }
+    return responses;
+}
+
+std::vector<uint8_t> ScriptedKernel::bufferContents(uint32_t index) const {
+    Guard guard(scriptedWorld().lock);
+    return read_l(index, mBufferLength);
+}
+
+void ScriptedKernel::fillBuffers(uint8_t value) {
+    Guard guard(scriptedWorld().lock);
+    const std::vector<uint8_t> bytes(offsetOf_l(mBufferCount), value);
+    if (pwrite(mMemory, bytes.data(), bytes.size(), 0) < 0) abort();
+}
+
+size_t ScriptedKernel::openDescriptors() const {
+    Guard guard(scriptedWorld().lock);
+    return mDescriptors.size();
+}
+
+size_t ScriptedKernel::openMappings() const {
+    Guard guard(scriptedWorld().lock);
+    return mMappings.size();
+}
+
+bool ScriptedKernel::isStreaming() const {
+    Guard guard(scriptedWorld().lock);
+    return mStreaming;
+}
+
+int ScriptedKernel::ioctl_l(int fd, unsigned long request, void* argument) {
+    const std::string name = nameOf(request);
+    const auto* block = static_cast<const uint8_t*>(argument);
+    std::vector<uint8_t> before(block, block + _IOC_SIZE(request));
+    int error = 0;
+    int result = -1;
+    if (!failsNow_l(name, &error)) {
+        result = answer_l(name, request, argument);
+        error = result == -1 ? errno : 0;
+    }
+    record_l(name, fd, result, error, std::move(before));
+    return result != -1 ? result : failWith(error);
+}
+
+int ScriptedKernel::answer_l(const std::string& name, unsigned long request, void* argument) {
+    auto& answers = mAnswers[name];
+    if (answers.empty()) return mPresent ? behave_l(request, argument) : failWith(ENODEV);
+    const Answer answer = std::move(answers.front());
+    answers.pop_front();
+    return answer(argument);
+}
+
+int ScriptedKernel::behave_l(unsigned long request, void* argument) {
+    switch (request) {
+        case VIDIOC_QUERYCAP:
+            return queryCapability_l(static_cast<v4l2_capability*>(argument));
+        case VIDIOC_S_FMT:
+        case VIDIOC_SUBSCRIBE_EVENT:
+        case UVCIOC_SEND_RESPONSE:
+            return 0;
+        case VIDIOC_DQEVENT:
+            return dequeueEvent_l(static_cast<v4l2_event*>(argument));
+        case VIDIOC_REQBUFS:
+            return requestBuffers_l(static_cast<v4l2_requestbuffers*>(argument));
+        case VIDIOC_QUERYBUF:
+            return queryBuffer_l(static_cast<v4l2_buffer*>(argument));
+        case VIDIOC_QBUF:
+            return queueBuffer_l(*static_cast<v4l2_buffer*>(argument));
+        case VIDIOC_DQBUF:
+            return dequeueBuffer_l(static_cast<v4l2_buffer*>(argument));
+        case VIDIOC_STREAMON:
+            return setStreaming_l(true);
+        case VIDIOC_STREAMOFF:
+            return setStreaming_l(false);
+        default:
+            return failWith(ENOTTY);
+    }
+}
+
+int ScriptedKernel::queryCapability_l(v4l2_capability* capability) const {
+    *capability = {};
+    strncpy(reinterpret_cast<char*>(capability->driver), mDriver.c_str(),
+            sizeof(capability->driver) - 1);
+    capability->device_caps = V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING;
+    capability->capabilities = capability->device_caps | V4L2_CAP_DEVICE_CAPS;
+    return 0;
+}
+
+int ScriptedKernel::requestBuffers_l(v4l2_requestbuffers* request) {
+    if (mStreaming) return failWith(EBUSY);
+    mQueued.clear();
+    mSent.clear();
+    mBufferCount = request->count;
+    if (mBufferCount > 0 && ftruncate(mMemory, offsetOf_l(mBufferCount)) != 0) abort();
+    return static_cast<int>(mBufferCount);
+}
+
+int ScriptedKernel::queryBuffer_l(v4l2_buffer* buffer) const {
+    if (buffer->index >= mBufferCount) return failWith(EINVAL);
+    buffer->length = mBufferLength;
+    buffer->m.offset = offsetOf_l(buffer->index);
+    return 0;
+}
+
+int ScriptedKernel::queueBuffer_l(const v4l2_buffer& buffer) {
+    if (buffer.index >= mBufferCount) return failWith(EINVAL);
+    mFrames.push_back(read_l(buffer.index, std::min(buffer.bytesused, mBufferLength)));
+    (mAutoSend ? mSent : mQueued).push_back(buffer);
+    return 0;
+}
+
+int ScriptedKernel::dequeueBuffer_l(v4l2_buffer* buffer) {
+    if (mSent.empty()) return failWith(EAGAIN);
+    *buffer = mSent.front();
+    mSent.pop_front();
+    return 0;
+}
+
+int ScriptedKernel::dequeueEvent_l(v4l2_event* event) {
+    if (mEvents.empty()) return failWith(ENOENT);
+    *event = mEvents.front();
+    mEvents.pop_front();
+    return 0;
+}
+
+int ScriptedKernel::setStreaming_l(bool streaming) {
+    mStreaming = streaming;
+    if (!streaming) {
+        mQueued.clear();
+        mSent.clear();
+    }
+    return 0;
+}
+
+bool ScriptedKernel::failsNow_l(const std::string& name, int* error) {
+    for (Failure& failure : mFailures[name]) {
+        if (failure.passing > 0) {
+            --failure.passing;
+        } else if (failure.times > 0) {
+            --failure.times;
+            *error = failure.error;
+            return true;
+        }
+    }
+    return false;
+}
+
+void ScriptedKernel::record_l(const std::string& name, int fd, int result, int error,
+                              std::vector<uint8_t> argument) {
+    mCalls.push_back({name, fd, result, error, std::move(argument)});
+    // A call may be what makes the node ready, for a thread that waits in select.
+    scriptedWorld().changed_l();
+    scriptedWorld().called.notify_all();
+}
+
+off_t ScriptedKernel::offsetOf_l(uint32_t index) const {
+    return static_cast<off_t>(pages(mBufferLength)) * index;
+}
+
+std::vector<uint8_t> ScriptedKernel::read_l(uint32_t index, size_t size) const {
+    std::vector<uint8_t> bytes(size);
+    const ssize_t got = pread(mMemory, bytes.data(), size, offsetOf_l(index));
+    bytes.resize(std::max<ssize_t>(got, 0));
+    return bytes;
+}
+
+}  // namespace korvane::test

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+// A UVC gadget's video node that a test scripts: it maps, it queues, it fails where the test says.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <linux/usb/g_uvc.h>
+#include <linux/videodev2.h>
+#include <sys/select.h>
+#include <sys/types.h>
+
+namespace korvane::test {
+
+/** The arguments of an mmap. */
+struct KernelMapping {
+    size_t length;
+    int protection;
+    int flags;
+    off_t offset;
+};
+
+/** One system call that reached a scripted node. */
+struct KernelCall {
+    /** "open", "close", "mmap", "munmap", or the ioctl's name such as "VIDIOC_QBUF". */
+    std::string name;
+    /** The descriptor; the new one for "open". -1 where the call has none. */
+    int fd;
+    /** What the call returned; 0 for an mmap that succeeded. */
+    int result;
+    /** The errno that it set; 0 when it succeeded. */
+    int error;
+    /**
+     * An ioctl's argument block as the caller passed it in. "open": the flags (int); "mmap": a
+     * KernelMapping; "munmap": the length (size_t).
+     */
+    std::vector<uint8_t> argument;
+
+    /** The argument block as a T; a block that is too short is filled up with zeros. */
+    template <typename T>
+    T as() const {
+        T value = {};
+        memcpy(&value, argument.data(), std::min(sizeof(T), argument.size()));
+        return value;
+    }
+};
+
+/**
+ * A video node at a path that need not exist. While the object lives, this process's open, close,
+ * ioctl, select, mmap, munmap and stat answer for that path and for the descriptors opened from it;
+ * for everything else they are the C library's. Several objects with different paths may live at
+ * once, before or after threads start. A test program has this by linking
+ * `korvane_scripted_kernel`.
+ *
+ * Unscripted, it behaves as the gadget driver does:
+ *  - VIDIOC_REQBUFS grants what is asked and returns the count; the buffers are shared memory of
+ *    bufferLength() bytes, at offsets that start at a page.
+ *  - VIDIOC_QBUF appends to the queue and keeps a copy of the bytes used (sentFrames()).
+ *  - VIDIOC_DQBUF gives back the oldest queued buffer that send() (or setAutoSend) has sent, else
+ *    fails with EAGAIN. VIDIOC_STREAMOFF forgets the queue.
+ *  - VIDIOC_DQEVENT gives the oldest event of the test's, else fails with ENOENT.
+ *  - `select` finds the node writable when a sent buffer waits or nothing streams, exceptional when
+ *    an event waits, and wakes up when either comes about. It never finds it readable.
+ *  - any other ioctl fails with ENOTTY; a descriptor opened before remove() gets ENODEV.
+ *
+ * All operations may be called from any thread.
+ */
+class ScriptedKernel {
+  public:
+    /** Answers one ioctl in the node's place: returns its result, and sets errno when that is -1.
+     */
+    using Answer = std::function<int(void* argument)>;
+
+    explicit ScriptedKernel(const std::string& path);
+    ~ScriptedKernel();
+    ScriptedKernel(const ScriptedKernel&) = delete;
+    ScriptedKernel& operator=(const ScriptedKernel&) = delete;
+
+    const std::string& path() const { return mPath; }
+
+    // --- The script ---
+
+    /** What the ioctl VIDIOC_QUERYCAP reports; "g_uvc" unless set. */
+    void setDriver(const std::string& driver);
+
+    /** The driver's length of every buffer requested from now on; 64 KiB unless set. */
+    void setBufferLength(uint32_t length);
+
+    /**
+     * Lets a call fail with error: after passing calls of that name that still work, the next times
+     * of them fail. By name as in KernelCall, or "select", which fails even while it waits. Several
+     * may be given; each counts its own calls.
+     */
+    void fail(const std::string& name, int error, int passing = 0, int times = 1);
+
+    /**
+     * Lets the test answer the next ioctl of that name. Runs with the node locked, so it must not
+     * use this object.
+     */
+    void answerNext(const std::string& name, Answer answer);
+
+    /** Queues an event; a subscription isn't needed. */
+    void sendEvent(const v4l2_event& event);
+    void sendEvent(uint32_t type);
+    /** UVC_EVENT_SETUP with this request; values in host order. */
+    void sendSetup(uint8_t requestType, uint8_t request, uint16_t value, uint16_t index,
+                   uint16_t length);
+    /** UVC_EVENT_DATA with these bytes, 60 at most. */
+    void sendData(const std::vector<uint8_t>& data);
+
+    /** Sends the oldest queued buffer to the imaginary host; false when none is queued. */
+    bool send();
+    /** Whether a queued buffer counts as sent at once. */
+    void setAutoSend(bool automatic);
+
+    /** Unplugs the node: its path is gone, its open descriptors answer ENODEV. */
+    void remove();
+
+    // --- What happened ---
+
+    /** Every call so far, oldest first; `select` and `stat` are not recorded. */
+    std::vector<KernelCall> calls() const;
+    /** The names alone, for comparing an order. */
+    std::vector<std::string> callNames() const;
+    /** The calls of one name. */
+    std::vector<KernelCall> calls(const std::string& name) const;
+    /** Forgets the calls so far, not the node's state. */
+    void clearCalls();
+    /** Waits until there are count calls of that name; false after ten seconds. */
+    bool waitForCalls(const std::string& name, size_t count) const;
+
+    /** The bytes used of every buffer that was queued, oldest first. */
+    std::vector<std::vector<uint8_t>> sentFrames() const;
+    /** The responses to the host's requests, oldest first. */
+    std::vector<uvc_request_data> responses() const;
+    /** The node's own view of a buffer's bytes, all of bufferLength. */
+    std::vector<uint8_t> bufferContents(uint32_t index) const;
+    /** Overwrites all buffers with one value. */
+    void fillBuffers(uint8_t value);
+
+    /** Descriptors and mappings of the node that the code under test has not given back. */
+    size_t openDescriptors() const;
+    size_t openMappings() const;
+    bool isStreaming() const;
+
+    /** The interposed calls. Not for tests. */
+    struct Hooks;
+
+  private:
+    friend struct Hooks;
+    struct Failure {
+        int error;
+        int passing;
+        int times;
+    };
+
+    int ioctl_l(int fd, unsigned long request, void* argument);
+    int answer_l(const std::string& name, unsigned long request, void* argument);
+    int behave_l(unsigned long request, void* argument);
+    int queryCapability_l(v4l2_capability* capability) const;
+    int requestBuffers_l(v4l2_requestbuffers* request);
+    int queryBuffer_l(v4l2_buffer* buffer) const;
+    int queueBuffer_l(const v4l2_buffer& buffer);
+    int dequeueBuffer_l(v4l2_buffer* buffer);
+    int dequeueEvent_l(v4l2_event* event);
+    int setStreaming_l(bool streaming);
+    /** Counts a call of that name; true when the script wants it to fail. */
+    bool failsNow_l(const std::string& name, int* error);
+    void record_l(const std::string& name, int fd, int result, int error,
+                  std::vector<uint8_t> argument);
+    off_t offsetOf_l(uint32_t index) const;
+    std::vector<uint8_t> read_l(uint32_t index, size_t size) const;
+
+    const std::string mPath;
+    const int mMemory;  // what the buffers map
+
+    std::string mDriver = "g_uvc";
+    std::map<std::string, std::vector<Failure>> mFailures;
+    std::map<std::string, std::deque<Answer>> mAnswers;
+    bool mPresent = true;
+
+    std::vector<KernelCall> mCalls;
+    std::set<int> mDescriptors;
+    std::map<void*, size_t> mMappings;
+
+    uint32_t mBufferLength = 65536;
+    uint32_t mBufferCount = 0;
+    bool mStreaming = false;
+    bool mAutoSend = false;
+    std::deque<v4l2_event> mEvents;
+    std::deque<v4l2_buffer> mQueued;
+    std::deque<v4l2_buffer> mSent;
+    std::vector<std::vector<uint8_t>> mFrames;
+};
+
+}  // namespace korvane::test
