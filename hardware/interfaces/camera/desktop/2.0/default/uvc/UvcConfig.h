@@ -32,6 +32,8 @@ class UvcConfig {
     /** Makes the probe (1) or commit (2) selection active; any other selector is logged as probe.
      */
     void setControlSelector(int32_t selector);
+    /** The last selector given to setControlSelector(); 0 before the first. */
+    int32_t getControlSelector() const { return mControlSelector; }
 
     /**
      * Stores a selection in the active slot.
