@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which handler is registered with which looper.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+#include <utils/RefBase.h>
+
+#include <media/stagefright/foundation/AHandler.h>
+#include <media/stagefright/foundation/ALooper.h>
+
+namespace android {
+
+/** The one table of registrations of the process. Holds both ends weakly. Thread-safe. */
+class ALooperRoster {
+  public:
+    static ALooperRoster& instance();
+
+    /** Gives the handler the next id and the looper; fatal when it has an id. */
+    int32_t registerHandler(const sp<ALooper>& looper, const sp<AHandler>& handler);
+
+    /** Takes id and looper from the handler again; ignores an unknown id. */
+    void unregisterHandler(int32_t id);
+
+    /** Unregisters every handler whose looper is gone. */
+    void unregisterStaleHandlers();
+
+  private:
+    struct Entry {
+        wp<ALooper> looper;
+        wp<AHandler> handler;
+    };
+
+    std::mutex mLock;
+    int32_t mLastId = 0;                // guarded by mLock
+    std::map<int32_t, Entry> mEntries;  // guarded by mLock, by handler id
+};
+
+}  // namespace android
