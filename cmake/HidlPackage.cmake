@@ -58,6 +58,9 @@ function(hidl_package package)
         COMMENT "Generating ${package}"
         VERBATIM)
 
+    # Packages that need each other's headers wait for the generated code, not for the library.
+    add_custom_target(${target}-cpp DEPENDS ${headers} ${sources})
+
     if(HIDL_OBJECT)
         add_library(${target} OBJECT ${sources} ${headers})
         target_link_libraries(${target} PUBLIC libhidlbase_headers ${HIDL_DEPENDS})

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+// Between interfaces and binder objects, and between values and parcels.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+
+#include <android/hidl/base/1.0/IBase.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/HidlTransportUtils.h>
+#include <hidl/Status.h>
+#include <hwbinder/Binder.h>
+#include <hwbinder/IBinder.h>
+#include <hwbinder/IInterface.h>
+#include <hwbinder/Parcel.h>
+
+namespace android {
+namespace hardware {
+
+/** Brings a binder's death to a recipient; owned by the proxy that the link was made through. */
+struct hidl_binder_death_recipient : IBinder::DeathRecipient {
+    hidl_binder_death_recipient(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
+                                const sp<hidl::base::V1_0::IBase>& base);
+
+    void binderDied(const wp<IBinder>& who) override;
+    wp<hidl_death_recipient> getRecipient() const { return mRecipient; }
+
+  private:
+    const wp<hidl_death_recipient> mRecipient;
+    const uint64_t mCookie;
+    const wp<hidl::base::V1_0::IBase> mBase;  // not strong: it owns this object
+};
+
+/**
+ * The binder object of an interface object: that of a proxy, or the one and only of an
+ * implementation, made when first asked for and kept while another process holds it. Null if the
+ * implementation's most derived interface isn't known.
+ */
+sp<IBinder> getOrCreateCachedBinder(hidl::base::V1_0::IBase* interface);
+
+namespace details {
+
+/** The implementation behind a binder object of this process; null for any other. */
+sp<hidl::base::V1_0::IBase> getLocalInterface(const sp<IBinder>& binder);
+
+}  // namespace details
+
+/**
+ * The interface object of a binder object: the implementation itself if it lives in this process,
+ * else a new proxy. Null for null and for an implementation of something else.
+ */
+template <typename IType, typename ProxyType, typename StubType>
+sp<IType> fromBinder(const sp<IBinder>& binder) {
+    if (binder == nullptr) return nullptr;
+    const sp<hidl::base::V1_0::IBase> local = details::getLocalInterface(binder);
+    if (local == nullptr) return new ProxyType(binder);
+    if (!details::canCastInterface(local.get(), IType::descriptor)) return nullptr;
+    return static_cast<IType*>(local.get());
+}
+
+// The outcome of a call, first in every reply. A failed transaction isn't written but becomes the
+// result.
+status_t readFromParcel(Status* status, const Parcel& parcel);
+status_t writeToParcel(const Status& status, Parcel* parcel);
+
+// What a value refers to. The value itself lies in the buffer parentHandle of the parcel, at
+// parentOffset. Reading leaves it as it is: the driver has put the new address into it already, and
+// what doesn't agree with the parcel is refused (BAD_VALUE).
+
+status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel,
+                                size_t parentHandle, size_t parentOffset);
+status_t writeEmbeddedToParcel(const hidl_string& string, Parcel* parcel, size_t parentHandle,
+                               size_t parentOffset);
+
+status_t readEmbeddedFromParcel(const hidl_handle& handle, const Parcel& parcel,
+                                size_t parentHandle, size_t parentOffset);
+status_t writeEmbeddedToParcel(const hidl_handle& handle, Parcel* parcel, size_t parentHandle,
+                               size_t parentOffset);
+
+/** The elements, but not what they refer to; *childHandle is theirs, unless there are none. */
+template <typename T>
+status_t readEmbeddedFromParcel(const hidl_vec<T>& vec, const Parcel& parcel, size_t parentHandle,
+                                size_t parentOffset, size_t* childHandle) {
+    const void* elements = nullptr;
+    const status_t status = parcel.readNullableEmbeddedBuffer(
+            vec.size() * sizeof(T), childHandle, parentHandle,
+            parentOffset + hidl_vec<T>::kOffsetOfBuffer, &elements);
+    if (status != OK) return status;
+    const bool missing = elements == nullptr && vec.size() > 0;
+    return missing || elements != vec.data() ? BAD_VALUE : OK;
+}
+
+template <typename T>
+status_t writeEmbeddedToParcel(const hidl_vec<T>& vec, Parcel* parcel, size_t parentHandle,
+                               size_t parentOffset, size_t* childHandle) {
+    return parcel->writeEmbeddedBuffer(vec.data(), vec.size() * sizeof(T), childHandle,
+                                       parentHandle, parentOffset + hidl_vec<T>::kOffsetOfBuffer);
+}
+
+}  // namespace hardware
+}  // namespace android

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// Implementations in libraries, which are a thing not had here.
+#pragma once
+
+#include <cstdint>
+
+#include <utils/StrongPointer.h>
+
+#include <android/hidl/base/1.0/IBase.h>
+
+namespace android {
+namespace hardware {
+namespace details {
+
+/** Gives back its argument. */
+sp<hidl::base::V1_0::IBase> wrapPassthroughInternal(sp<hidl::base::V1_0::IBase> interface);
+
+template <typename IType>
+sp<IType> wrapPassthrough(sp<IType> interface) {
+    return static_cast<IType*>(wrapPassthroughInternal(interface).get());
+}
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android

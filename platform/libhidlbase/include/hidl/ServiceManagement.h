@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// Registering services and finding them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <utils/Errors.h>
+#include <utils/StrongPointer.h>
+
+namespace android {
+
+namespace hidl {
+namespace base {
+namespace V1_0 {
+struct IBase;
+}  // namespace V1_0
+}  // namespace base
+namespace manager {
+namespace V1_0 {
+struct IServiceManager;
+}  // namespace V1_0
+}  // namespace manager
+}  // namespace hidl
+
+namespace hardware {
+
+/** The register of services; null while there is none. Not kept, so that it may be restarted. */
+sp<hidl::manager::V1_0::IServiceManager> defaultServiceManager();
+
+namespace details {
+
+/**
+ * UNEXPECTED_NULL for a null service, INVALID_OPERATION without a register, UNKNOWN_ERROR if it
+ * refused. The register asks the service for its interfaces meanwhile.
+ */
+status_t registerAsServiceInternal(const sp<hidl::base::V1_0::IBase>& service,
+                                   const std::string& name);
+
+/**
+ * Looks a service up that implements the interface with this descriptor. Without retry the answer
+ * is null at once if it isn't there; with retry it waits until it is. getStub asks for a library,
+ * of which there are none: null.
+ */
+sp<hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
+                                                  const std::string& instance, bool retry,
+                                                  bool getStub);
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android
