@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What an uncompressed stream makes of a YCbCr 4:2:0 frame: a copy as NV12 or a conversion to YUYV.
+// Conversion of YCbCr 4:2:0 frames to YUYV.
 #pragma once
 
 #include <cstddef>
@@ -10,33 +10,26 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-/** Bytes that copyNv12() fills: the rows keep the strides that they have in the frame. */
-uint64_t nv12Size(const android_ycbcr& planes, uint32_t height);
+/** Bytes of a YUYV frame. */
+inline uint64_t yuyvSize(uint32_t width, uint32_t height) {
+    return uint64_t{width} * height * 2;
+}
 
-/**
- * Copies the luma and, right behind it, the chroma as one interleaved plane that starts at cb.
- * Where the frame has cr before cb, the plane's last byte lies outside the frame and is not copied.
- */
-void copyNv12(const android_ycbcr& planes, uint32_t height, uint8_t* out);
-
-/** Bytes that a YUYV frame has. */
-uint64_t yuyvSize(uint32_t width, uint32_t height);
-
-/** Converts to YUYV through a scratch buffer that it keeps. Not thread-safe. */
+/** Converts through a scratch buffer that it keeps from frame to frame. Not thread-safe. */
 class YuyvConverter {
   public:
     /**
      * Converts one frame, of any chroma layout. The first one since release() decides the size of
      * the scratch buffer; a larger one makes it grow.
      *
-     * @param out takes yuyvSize(width, height) bytes, no byte more
+     * @param out takes yuyvSize(width, height) bytes, and no byte more is written
      */
     void convert(const android_ycbcr& planes, uint32_t width, uint32_t height, uint8_t* out);
 
     /** Frees the scratch buffer. */
     void release();
 
-    /** Bytes of the scratch buffer, 0 without one. */
+    /** Bytes of the scratch buffer; 0 without one. */
     size_t scratchSize() const { return mSize; }
 
   private:

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "uvc/YuyvConverter.h"
+
+#include <tuple>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "support/YCbCrPicture.h"
+
+using namespace korvane::hardware::camera::desktop::V2_0::implementation;
+using korvane::test::pictureAsYuyv;
+using korvane::test::YCbCrPicture;
+
+namespace {
+
+struct Size {
+    uint32_t width;
+    uint32_t height;
+};
+
+std::vector<uint8_t> convert(YuyvConverter& converter, const YCbCrPicture& picture, Size size) {
+    std::vector<uint8_t> out(yuyvSize(size.width, size.height));
+    converter.convert(picture.planes(), size.width, size.height, out.data());
+    return out;
+}
+
+class YuyvConverterTest
+    : public testing::TestWithParam<std::tuple<YCbCrPicture::Layout, Size, size_t>> {};
+
+TEST_P(YuyvConverterTest, KeepsEverySample) {
+    const auto [layout, size, padding] = GetParam();
+    const YCbCrPicture picture(layout, size.width, size.height, padding);
+    YuyvConverter converter;
+    EXPECT_EQ(pictureAsYuyv(size.width, size.height), convert(converter, picture, size));
+}
+
+// Every size has two rows at least: with one, the chroma planes of an odd width overlap.
+INSTANTIATE_TEST_SUITE_P(Pictures, YuyvConverterTest,
+                         testing::Combine(testing::Values(YCbCrPicture::NV12, YCbCrPicture::NV21,
+                                                          YCbCrPicture::I420, YCbCrPicture::YV12),
+                                          testing::Values(Size{64, 48}, Size{2, 2}, Size{66, 34},
+                                                          Size{65, 48}, Size{64, 47}, Size{67, 35},
+                                                          Size{3, 3}),
+                                          testing::Values(0, 24)));
+
+// Memory sizes are exact in these tests, so a sanitizer sees each byte written beyond.
+TEST(YuyvConverterBoundsTest, WritesNoByteBehindAnOddWidth) {
+    const YCbCrPicture picture(YCbCrPicture::NV12, 5, 4);
+    std::vector<uint8_t> out(yuyvSize(5, 4) + 16, 0xCD);
+    YuyvConverter().convert(picture.planes(), 5, 4, out.data());
+    EXPECT_EQ(std::vector<uint8_t>(16, 0xCD),
+              std::vector<uint8_t>(out.begin() + yuyvSize(5, 4), out.end()));
+}
+
+TEST(YuyvConverterBoundsTest, TheSmallestPicturesStayWithinTheirMemory) {
+    for (const Size size :
+         {Size{1, 1}, Size{1, 2}, Size{1, 3}, Size{2, 1}, Size{3, 1}, Size{5, 1}}) {
+        const YCbCrPicture picture(YCbCrPicture::NV12, size.width, size.height);
+        YuyvConverter converter;
+        const std::vector<uint8_t> out = convert(converter, picture, size);
+        EXPECT_EQ(korvane::test::lumaAt(size.width - 1, size.height - 1), out[out.size() - 2]);
+    }
+}
+
+TEST(YuyvConverterBoundsTest, APictureWithoutPixelsIsNothing) {
+    const YCbCrPicture picture(YCbCrPicture::NV12, 4, 4);
+    YuyvConverter converter;
+    converter.convert(picture.planes(), 0, 4, nullptr);
+    converter.convert(picture.planes(), 4, 0, nullptr);
+    EXPECT_EQ(0u, converter.scratchSize());
+}
+
+TEST(YuyvConverterScratchTest, HasTwoBytesForEachPixel) {
+    YuyvConverter converter;
+    EXPECT_EQ(0u, converter.scratchSize());
+    const Size size{1280, 720};
+    convert(converter, YCbCrPicture(YCbCrPicture::NV12, size.width, size.height), size);
+    EXPECT_EQ(1843200u, converter.scratchSize());
+}
+
+TEST(YuyvConverterScratchTest, IsKeptForSmallerPicturesAndGrowsForLargerOnes) {
+    YuyvConverter converter;
+    for (const auto& [size, scratch] :
+         {std::pair{Size{8, 8}, 128u}, std::pair{Size{4, 4}, 128u}, std::pair{Size{16, 8}, 256u}}) {
+        const YCbCrPicture picture(YCbCrPicture::NV21, size.width, size.height);
+        EXPECT_EQ(pictureAsYuyv(size.width, size.height), convert(converter, picture, size));
+        EXPECT_EQ(scratch, converter.scratchSize());
+    }
+}
+
+TEST(YuyvConverterScratchTest, IsFreedByReleaseAndMadeAgainAfterIt) {
+    YuyvConverter converter;
+    const YCbCrPicture picture(YCbCrPicture::I420, 8, 8);
+    convert(converter, picture, {8, 8});
+    converter.release();
+    EXPECT_EQ(0u, converter.scratchSize());
+    EXPECT_EQ(pictureAsYuyv(8, 8), convert(converter, picture, {8, 8}));
+    EXPECT_EQ(128u, converter.scratchSize());
+}
+
+}  // namespace
