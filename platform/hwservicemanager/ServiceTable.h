@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+// The services of the register, by interface and instance.
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/types.h>
+
+#include <android/hidl/base/1.0/IBase.h>
+
+namespace android {
+
+/** What is registered. Used by one thread. */
+class ServiceTable {
+  public:
+    using Service = sp<hidl::base::V1_0::IBase>;
+
+    struct Entry {
+        Service service;
+        pid_t pid;  // of the process that registered it
+    };
+    /** The interface's descriptor and the instance, in this order. */
+    using Name = std::pair<std::string, std::string>;
+
+    /**
+     * Enters a service under each interface of its chain, the most derived first, in place of what
+     * stands there. What the instance had as the chain's first interface leaves the instance
+     * altogether: else a child of that interface would still lead to the former service.
+     */
+    void add(const std::vector<std::string>& chain, const std::string& instance,
+             const Service& service, pid_t pid);
+
+    /** Takes a service out from every name that it stands under. */
+    void remove(const Service& service);
+
+    /** Null if there is none. */
+    Service get(const std::string& fqName, const std::string& instance) const;
+
+    std::vector<std::string> instancesOf(const std::string& fqName) const;
+
+    /** In the order of the names. */
+    const std::map<Name, Entry>& entries() const { return mEntries; }
+
+  private:
+    template <typename Predicate>
+    void removeIf(Predicate shouldGo);
+
+    std::map<Name, Entry> mEntries;
+};
+
+}  // namespace android
