@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// One slot of a buffer queue.
+#pragma once
+
+#include <ui/Fence.h>
+#include <ui/GraphicBuffer.h>
+#include <utils/StrongPointer.h>
+
+#include <cstdint>
+
+namespace android {
+
+/** Who has the slot's buffer. */
+enum class BufferState { Free, Dequeued, Queued, Acquired };
+
+/** Guarded by the queue's lock. */
+struct BufferSlot {
+    BufferState mBufferState = BufferState::Free;
+    sp<GraphicBuffer> mGraphicBuffer;
+    /** To be waited for by whoever gets the buffer next. */
+    sp<Fence> mFence = Fence::NO_FENCE;
+    /** Of the frame queued last from here; 0 before. */
+    uint64_t mFrameNumber = 0;
+    /** The producer has asked for this buffer. */
+    bool mRequestBufferCalled = false;
+    /** The consumer has seen this buffer. */
+    bool mAcquireCalled = false;
+    /** The producer's next dequeue of the slot must tell it to ask for the buffer. */
+    bool mNeedsReallocation = false;
+};
+
+}  // namespace android

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// A client's listener, as the queue calls it.
+#pragma once
+
+#include <gui/IProducerListener.h>
+#include <gui/bufferqueue/1.0/Conversion.h>
+#include <utils/StrongPointer.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace android {
+
+/**
+ * Passes the queue's calls on to a HIDL listener, usually in another process. A client that has
+ * died is not worth the queue's process: its failed calls are logged, and it wants no
+ * notifications.
+ */
+class LWProducerListener : public BnProducerListener {
+  public:
+    explicit LWProducerListener(const sp<HProducerListener>& base) : mBase(base) {}
+
+    void onBufferReleased() override;
+    /** Waits for the client's answer. */
+    bool needsReleaseNotify() override;
+    void onBuffersDiscarded(const std::vector<int32_t>& slots) override;
+
+  private:
+    const sp<HProducerListener> mBase;
+};
+
+}  // namespace android

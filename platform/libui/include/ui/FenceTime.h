@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// The signal time of a fence, remembered once it is known.
+#pragma once
+
+#include <ui/Fence.h>
+#include <utils/StrongPointer.h>
+#include <utils/Timers.h>
+
+#include <memory>
+#include <mutex>
+
+namespace android {
+
+/** Shared by whoever reports a frame's times. Thread-safe. */
+class FenceTime {
+  public:
+    /** The time of a fence without a descriptor. */
+    static const std::shared_ptr<FenceTime> NO_FENCE;
+
+    explicit FenceTime(const sp<Fence>& fence);
+    FenceTime(const FenceTime&) = delete;
+    FenceTime& operator=(const FenceTime&) = delete;
+
+    /** Whether there is, or ever was, a fence with a descriptor. */
+    bool isValid() const { return mValid; }
+
+    /** As Fence::getSignalTime(). Lets go of the fence once the time is known. */
+    nsecs_t getSignalTime();
+
+    /** As Fence::wait(). */
+    status_t wait(int timeout);
+
+  private:
+    sp<Fence> fence() const;
+
+    const bool mValid;
+    mutable std::mutex mMutex;
+    /** Null once mSignalTime is final. Guarded by mMutex. */
+    sp<Fence> mFence;
+    nsecs_t mSignalTime;
+};
+
+}  // namespace android

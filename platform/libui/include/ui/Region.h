@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// A set of pixels as a list of rectangles that don't overlap.
+#pragma once
+
+#include <ui/Rect.h>
+#include <utils/Errors.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace android {
+
+/**
+ * The rectangles are sorted into bands: those of one band share top and bottom, and both the bands
+ * and the rectangles of a band are in ascending order. An empty region holds one empty rectangle.
+ * Not thread-safe.
+ */
+class Region {
+  public:
+    /** Holds the one rectangle (0, 0, -1, -1): as damage, "everything". Unions keep it. */
+    static const Region INVALID_REGION;
+
+    Region();
+    explicit Region(const Rect& rect);
+
+    bool isEmpty() const { return mBounds.isEmpty(); }
+    bool isRect() const { return mRects.size() == 1; }
+
+    const Rect& getBounds() const { return mBounds; }
+    const Rect& bounds() const { return mBounds; }
+
+    /** The rectangles; never fewer than one. */
+    const Rect* begin() const { return mRects.data(); }
+    const Rect* end() const { return mRects.data() + mRects.size(); }
+    size_t size() const { return mRects.size(); }
+
+    bool operator==(const Region& other) const { return mRects == other.mRects; }
+
+    /** Adds the pixels of `other`; invalid if one of the two is. */
+    Region& orSelf(const Region& other);
+    Region& orSelf(const Rect& rect) { return orSelf(Region(rect)); }
+    Region& operator|=(const Region& other) { return orSelf(other); }
+    Region operator|(const Region& other) const { return Region(*this).orSelf(other); }
+
+    /**
+     * The rectangles as they travel: one alone, or two or more followed by their bounds.
+     */
+    std::vector<Rect> flatten() const;
+
+    /**
+     * Takes the rectangles as they travel. They may come from anybody.
+     * @return BAD_VALUE, with the region unchanged, when there are none or more than kMaxRects, or
+     *         they overlap, are out of order, of negative size (but for INVALID_REGION's) or not
+     *         followed by their bounds.
+     */
+    status_t unflatten(const Rect* rects, size_t count);
+
+    /** Beyond this many rectangles a union becomes its bounds, so that none can grow for ever. */
+    static constexpr size_t kMaxRects = 256;
+
+  private:
+    explicit Region(std::vector<Rect> rects);
+
+    std::vector<Rect> mRects;
+    Rect mBounds;
+};
+
+}  // namespace android
