@@ -16,6 +16,7 @@ namespace android {
 namespace hardware {
 
 class ParcelReader;
+struct ParcelView;
 class ParcelWriter;
 class ReceivedBlock;
 
@@ -165,6 +166,8 @@ class Parcel {
     status_t writeScalar(T value);
     template <typename T>
     status_t readScalar(T* value) const;
+    status_t writeBytes(const void* bytes, size_t size);
+    ParcelView view() const;
     ParcelReader reader() const;
 
     std::unique_ptr<ParcelWriter> mWriter;  // what has been written here

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// The objects of this process that the driver knows, and the references that it holds on them.
+#pragma once
+
+#include <hwbinder/Binder.h>
+
+#include <cstdint>
+#include <mutex>
+#include <unordered_map>
+
+namespace android {
+namespace hardware {
+
+/**
+ * Names local objects towards the driver. A name is a number that is never used again, not an
+ * address, so that whatever a parcel or the driver names is looked up and never dereferenced.
+ *
+ * The driver's references are counted rather than noted, as several threads may handle a release
+ * and the next acquisition out of order. An object keeps its name while a parcel that carries it
+ * exists or the driver has any reference. Thread-safe; mLock is held in no call to an object, nor
+ * while one is destroyed.
+ */
+class LocalNodes {
+  public:
+    /** The object's name, never 0. Each call is to be taken back by withdraw(). */
+    uint64_t publish(const sp<BHwBinder>& object);
+    void withdraw(uint64_t name);
+
+    /** The object of that name; null if there is none or it is being destroyed. */
+    sp<BHwBinder> find(uint64_t name) const;
+
+    /** The driver takes a reference. False if there is no such living object. */
+    bool incWeak(uint64_t name);
+    bool incStrong(uint64_t name);
+
+    /** The driver gives a reference back. The object may be destroyed on this thread. */
+    void decWeak(uint64_t name);
+    void decStrong(uint64_t name);
+
+    /** How many objects have names. */
+    size_t size() const;
+
+  private:
+    using Identity =
+            RefBase::weakref_type*;  // unique while the entry's wp lives, unlike an address
+
+    struct Node {
+        wp<BHwBinder> object;
+        sp<BHwBinder> held;  // while strongCount isn't 0
+        Identity identity = nullptr;
+        int publications = 0;
+        int weakCount = 0;
+        int strongCount = 0;
+    };
+
+    Node* find_l(uint64_t name);
+    void eraseUnused_l(uint64_t name);
+
+    mutable std::mutex mLock;
+    uint64_t mLastName = 0;
+    std::unordered_map<uint64_t, Node> mNodes;
+    std::unordered_map<Identity, uint64_t> mNames;
+};
+
+}  // namespace hardware
+}  // namespace android

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads a parcel's bytes and objects one after the other.
+#pragma once
+
+#include <utils/Errors.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "ObjectTable.h"
+
+namespace android {
+namespace hardware {
+
+/** Where a buffer's address must stand: in which buffer and how far from its start. */
+struct BufferParent {
+    size_t handle;
+    size_t offset;
+};
+
+/**
+ * Moves position, which the caller keeps, over what it has read; where a read fails position stays.
+ * Nothing outside the view and no unchecked object is touched.
+ */
+class ParcelReader {
+  public:
+    ParcelReader(const ParcelView& view, size_t* position)
+        : mView(view), mObjects(view), mPosition(position) {}
+
+    size_t available() const { return mView.size - *mPosition; }
+
+    /** The next size bytes, in place, with their padding passed over; null if they aren't there. */
+    const uint8_t* take(size_t size);
+    /** Copies them. NOT_ENOUGH_DATA if they aren't there. */
+    status_t read(void* bytes, size_t size);
+
+    /**
+     * A buffer of exactly this size in this parent, or, for a null parent, in none. A null buffer
+     * is OK and gives null; inside a parent only if its size is 0.
+     */
+    status_t readBuffer(size_t length, const BufferParent* parent, size_t* handle,
+                        const void** buffer);
+
+    /** Whether this place in a buffer lies inside it and holds no address. */
+    bool isNullAt(const BufferParent& place) const;
+
+    /** A descriptor array that stands in this place of a buffer. */
+    status_t readDescriptorArray(size_t count, const BufferParent& parent);
+
+    /** A binder; all zeros if it is null. */
+    status_t readBinder(flat_binder_object* binder);
+
+  private:
+    template <typename T>
+    status_t peek(T* object) const;
+    template <typename T>
+    status_t readEntered(uint32_t type, T* object, size_t* index);
+    bool isNull(const binder_buffer_object& buffer, const BufferParent* parent) const;
+    bool addressAt(const BufferParent& place, uint64_t* address) const;
+    bool isIn(const binder_buffer_object& buffer, const BufferParent* parent) const;
+
+    const ParcelView mView;
+    const ObjectTable mObjects;
+    size_t* const mPosition;
+};
+
+}  // namespace hardware
+}  // namespace android

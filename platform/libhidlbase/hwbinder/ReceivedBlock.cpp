@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ReceivedBlock.h"
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace android {
+namespace hardware {
+
+ReceivedBlock::ReceivedBlock(const ParcelView& view, Parcel::ReleaseFunction release)
+    : mView(view), mRelease(std::move(release)) {}
+
+ReceivedBlock::~ReceivedBlock() {
+    if (mIsSound) closeDescriptors();
+    if (mRelease != nullptr) mRelease(mView.data);
+}
+
+status_t ReceivedBlock::check() {
+    const status_t status = ObjectTable(mView).check();
+    mIsSound = status == OK;
+    return status;
+}
+
+void ReceivedBlock::closeDescriptors() const {
+    const ObjectTable objects(mView);
+    for (size_t i = 0; i < objects.count(); i++) {
+        binder_fd_object descriptor;
+        if (objects.get(i, BINDER_TYPE_FD, &descriptor)) close(static_cast<int>(descriptor.fd));
+    }
+}
+
+}  // namespace hardware
+}  // namespace android
