@@ -55,7 +55,8 @@ class IBinder : public virtual RefBase {
      * is held weakly; each link gives its own notice, in the order of linking. cookie and flags
      * only serve to tell links apart in unlinkToDeath().
      *
-     * DEAD_OBJECT: the death has already been reported. INVALID_OPERATION: a local object.
+     * DEAD_OBJECT: the death has already been reported. BAD_VALUE: no recipient. INVALID_OPERATION:
+     * a local object.
      */
     virtual status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
                                  uint32_t flags = 0) = 0;

@@ -12,7 +12,7 @@
 namespace android {
 namespace hardware {
 
-class CommandChannel;
+class DriverChannel;
 class DriverEvents;
 class IncomingCall;
 
@@ -65,6 +65,9 @@ class IPCThreadState {
     status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags);
 
+    /** Gives the bytes of a received call or reply back to the driver, at once. */
+    void freeBuffer(const uint8_t* bytes);
+
     /** Takes and gives back the process's reference of a handle, at once. */
     void incStrongHandle(uint32_t handle);
     void decStrongHandle(uint32_t handle);
@@ -85,19 +88,20 @@ class IPCThreadState {
     ~IPCThreadState();
     static void threadDestructor(void* state);
 
-    void joinLoop();
     status_t executeNextCommand();
     status_t execute(uint32_t command);
     status_t waitForReply(Parcel* reply);
     status_t waitForCompletion();
+    status_t receiveReply(Parcel* reply);
     status_t nextCommand(uint32_t* command);
+    void runDeferredEvents();
 
-    const std::unique_ptr<CommandChannel> mChannel;
+    const std::unique_ptr<DriverChannel> mChannel;
     const std::unique_ptr<DriverEvents> mEvents;
     Caller mCaller;
     bool mIsLooper = false;
     bool mIsPolling = false;
-    int mWaiting = 0;  // calls of this thread that wait for their reply, nested ones included
+    int mCallDepth = 0;  // calls of this thread that wait for their reply, one inside another
 };
 
 }  // namespace hardware

@@ -20,7 +20,7 @@ class RemoteHandles;
 /**
  * This process in the eyes of the driver. Made on first use, never destroyed; must first be used
  * after the last fork(). Every method may be called by any thread. mLock guards the thread pool's
- * configuration; it is never held while anybody else's code runs.
+ * configuration and the context object; it is never held while anybody else's code runs.
  *
  * Without a driver (no /dev/hwbinder) everything stays callable: the reason is logged once and
  * what needs the driver fails.
@@ -90,8 +90,9 @@ class ProcessState : public virtual RefBase {
     mutable std::mutex mLock;
     bool mThreadPoolStarted = false;
     bool mSpawnThreadOnStart = true;
-    size_t mMaxThreads;
+    size_t mMaxThreads = 0;
     sp<BHwBinder> mContextObject;
+    bool mIsContextManager = false;
     std::atomic<int> mThreadPoolSequence{1};
 };
 

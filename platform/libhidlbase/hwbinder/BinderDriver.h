@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// The driver's device: its descriptor and the area where it puts what this process receives.
+#pragma once
+
+#include <linux/android/binder.h>
+#include <utils/Errors.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace android {
+namespace hardware {
+
+/**
+ * Owns the open device and the mapped receive area of 1 MiB less two pages, which
+ * all calls under way to this process share. Constant after construction and therefore
+ * callable from any thread; the driver itself tells threads apart. All requests return OK or a
+ * negative errno, and NO_INIT if the device could not be opened.
+ */
+class BinderDriver {
+  public:
+    /** Opens and maps path. Whatever fails is logged, and isOpen() tells. */
+    explicit BinderDriver(const char* path);
+    ~BinderDriver();
+    BinderDriver(const BinderDriver&) = delete;
+    BinderDriver& operator=(const BinderDriver&) = delete;
+
+    bool isOpen() const { return mArea != nullptr; }
+    int fd() const { return mFd; }
+
+    /** One past the last byte of the receive area. */
+    const uint8_t* areaEnd() const { return mArea + mAreaSize; }
+
+    /** How many threads the driver may ask for. */
+    status_t setMaxThreads(uint32_t count) const;
+
+    /** Makes a local object, named as in a parcel, the one behind handle 0. */
+    status_t setContextManager(const flat_binder_object& object) const;
+
+    /** Exchanges commands; goes on after signals. What was consumed is noted in exchange. */
+    status_t writeRead(binder_write_read* exchange) const;
+
+    /** Forgets the calling thread. */
+    void exitThread() const;
+
+  private:
+    bool open(const char* path);
+    bool checkVersion(const char* path) const;
+    bool map(const char* path);
+    status_t request(unsigned long code, void* argument) const;
+
+    int mFd = -1;
+    uint8_t* mArea = nullptr;
+    size_t mAreaSize = 0;
+};
+
+}  // namespace hardware
+}  // namespace android

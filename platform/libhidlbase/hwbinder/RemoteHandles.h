@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// The proxies of this process, by the driver's handles.
+#pragma once
+
+#include <hwbinder/BpHwBinder.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <unordered_map>
+
+namespace android {
+namespace hardware {
+
+/**
+ * Keeps at most one proxy for each handle, weakly. While one is being destroyed, which ends with
+ * forget(), a thread that asks for the same handle waits: the driver must have got the old one's
+ * reference and death link back before a new one takes its own.
+ *
+ * Thread-safe. A proxy takes its reference under mLock; nobody else's code runs under it.
+ */
+class RemoteHandles {
+  public:
+    /** The proxy of a handle that this process has a reference of; made if there is none. */
+    sp<BpHwBinder> get(uint32_t handle);
+
+    /** The proxy if there is one. */
+    sp<BpHwBinder> find(uint32_t handle) const;
+
+    /** The proxy whose death is reported by this cookie; null if it has gone. */
+    sp<BpHwBinder> findByDeathCookie(uint64_t cookie) const;
+
+    /** Called by a proxy that is being destroyed, after its last command to the driver. */
+    void forget(uint32_t handle);
+
+  private:
+    struct Entry {
+        wp<BpHwBinder> proxy;
+        uint64_t deathCookie;
+    };
+
+    sp<BpHwBinder> make_l(uint32_t handle);
+
+    mutable std::mutex mLock;
+    std::condition_variable mForgotten;
+    std::unordered_map<uint32_t, Entry> mEntries;
+    uint32_t mGeneration = 0;
+};
+
+}  // namespace hardware
+}  // namespace android
