@@ -70,6 +70,11 @@ void ScriptedKernel::setBufferLength(uint32_t length) {
     mBufferLength = length;
 }
 
+void ScriptedKernel::setGrant(uint32_t count) {
+    Guard guard(scriptedWorld().lock);
+    mGrant = count;
+}
+
 void ScriptedKernel::fail(const std::string& name, int error, int passing, int times) {
     Guard guard(scriptedWorld().lock);
     mFailures[name].push_back({error, passing, times});
@@ -270,7 +275,7 @@ int ScriptedKernel::requestBuffers_l(v4l2_requestbuffers* request) {
     if (mStreaming) return failWith(EBUSY);
     mQueued.clear();
     mSent.clear();
-    mBufferCount = request->count;
+    mBufferCount = request->count > 0 ? mGrant.value_or(request->count) : 0;
     if (mBufferCount > 0 && ftruncate(mMemory, offsetOf_l(mBufferCount)) != 0) abort();
     return static_cast<int>(mBufferCount);
 }
@@ -310,6 +315,11 @@ int ScriptedKernel::setStreaming_l(bool streaming) {
         mSent.clear();
     }
     return 0;
+}
+
+void ScriptedKernel::forget_l() {
+    setStreaming_l(false);
+    mEvents.clear();
 }
 
 bool ScriptedKernel::failsNow_l(const std::string& name, int* error) {

@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -68,6 +69,7 @@ struct KernelCall {
  *  - VIDIOC_DQEVENT gives the oldest event of the test's, else fails with ENOENT.
  *  - `select` finds the node writable when a sent buffer waits or nothing streams, exceptional when
  *    an event waits, and wakes up when either comes about. It never finds it readable.
+ *  - closing the last descriptor ends the stream and drops what is queued, events included.
  *  - any other ioctl fails with ENOTTY; a descriptor opened before remove() gets ENODEV.
  *
  * All operations may be called from any thread.
@@ -92,6 +94,9 @@ class ScriptedKernel {
 
     /** The driver's length of every buffer requested from now on; 64 KiB unless set. */
     void setBufferLength(uint32_t length);
+
+    /** Grants this many buffers to whoever asks for any, instead of what is asked. */
+    void setGrant(uint32_t count);
 
     /**
      * Lets a call fail with error: after passing calls of that name that still work, the next times
@@ -171,6 +176,7 @@ class ScriptedKernel {
     int dequeueBuffer_l(v4l2_buffer* buffer);
     int dequeueEvent_l(v4l2_event* event);
     int setStreaming_l(bool streaming);
+    void forget_l();
     /** Counts a call of that name; true when the script wants it to fail. */
     bool failsNow_l(const std::string& name, int* error);
     void record_l(const std::string& name, int fd, int result, int error,
@@ -191,6 +197,7 @@ class ScriptedKernel {
     std::map<void*, size_t> mMappings;
 
     uint32_t mBufferLength = 65536;
+    std::optional<uint32_t> mGrant;
     uint32_t mBufferCount = 0;
     bool mStreaming = false;
     bool mAutoSend = false;

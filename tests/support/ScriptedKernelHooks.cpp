@@ -184,6 +184,7 @@ struct ScriptedKernel::Hooks {
         if (node == nullptr) return {};
         node->mDescriptors.erase(fd);
         libc().close(fd);
+        if (node->mDescriptors.empty()) node->forget_l();
         int error = 0;
         const int result = node->failsNow_l("close", &error) ? -1 : 0;
         node->record_l("close", fd, result, error, {});

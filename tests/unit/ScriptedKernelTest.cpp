@@ -160,6 +160,21 @@ TEST_F(ScriptedKernelTest, RefusesABufferBeyondTheGranted) {
     EXPECT_EQ(EINVAL, errno);
 }
 
+TEST_F(ScriptedKernelTest, OnlyTheLastCloseForgetsEventsAndStream) {
+    const int second = open(kPath, O_RDWR);
+    stream(true);
+    mKernel.sendEvent(UVC_EVENT_STREAMON);
+    close(second);
+    EXPECT_TRUE(mKernel.isStreaming());
+    close(mFd);
+    EXPECT_FALSE(mKernel.isStreaming());
+    const int third = open(kPath, O_RDWR);
+    v4l2_event event;
+    EXPECT_EQ(-1, ioctl(third, VIDIOC_DQEVENT, &event));
+    EXPECT_EQ(ENOENT, errno);
+    close(third);
+}
+
 TEST_F(ScriptedKernelTest, SelectReportsEventsAndSentBuffers) {
     request(2);
     stream(true);
