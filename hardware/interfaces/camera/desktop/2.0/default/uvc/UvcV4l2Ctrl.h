@@ -93,7 +93,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      *
      * @return 0; -1 when writing has failed five times in a row, which has also stopped the stream
      */
-    int handlePendingData(PENDING_DATA_TYPE type) override;
+    int32_t handlePendingData(PENDING_DATA_TYPE type) override;
 
     /**
      * Puts a frame into the UVC buffer of its index and queues that. From then until the buffer
@@ -136,10 +136,9 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     // The node and its stream.
     void subscribeEvents();
     void setInitialFormat_l();
-    void dropOpenReference();
     int handleWritable();
     void handleEvent();
-    void handleSetup(const usb_ctrlrequest& request, uvc_request_data* response);
+    void handleSetup(const usb_ctrlrequest& request);
     void handleStartStream();
     void handleStopStream();
     /** Calls the listener with the lock, which guard holds, released. */
@@ -168,7 +167,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     bool convertFromYCbCr420_l(const UvcBufInfo& frame, v4l2_buffer* buf);
     bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes, v4l2_buffer* buf);
     void holdFrame_l(const UvcBufInfo& frame);
-    void dump_l(const v4l2_buffer& buf);
+    void unlockFrame_l(const UvcBufInfo& record);
+    void dump_l(const UvcBufInfo& buffer, uint32_t size);
     int handleWrite();
 
     EventListener* mListener = nullptr;

@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: Apache-2.0
+// The node and its stream: open and close, the events, start and stop.
+#define LOG_TAG "UVC-V4l2Ctrl"
+
+#include "uvc/UvcV4l2Ctrl.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <log/log.h>
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+namespace {
+
+constexpr uint32_t kBufferNum = 4;
+constexpr int kMaxWriteFailures = 5;
+
+// Consecutive ones, whichever device they came from.
+std::atomic<int> sWriteFailures{0};
+
+}  // namespace
+
+UvcV4l2Ctrl::UvcV4l2Ctrl(const char* devName) : mDevName(devName) {}
+
+UvcV4l2Ctrl::~UvcV4l2Ctrl() {
+    if (fd >= 0) ::close(fd);
+}
+
+const char* UvcV4l2Ctrl::getV4l2DevName() {
+    return mDevName.c_str();
+}
+
+int UvcV4l2Ctrl::getV4l2DeviceFd() {
+    return fd;
+}
+
+uint32_t UvcV4l2Ctrl::getV4l2BufferType() {
+    return V4L2_BUF_TYPE_VIDEO_OUTPUT;
+}
+
+uint32_t UvcV4l2Ctrl::getBufferNum() {
+    return kBufferNum;
+}
+
+StreamSettings UvcV4l2Ctrl::getStreamSettings() const {
+    Guard guard(mLock);
+    return {mConfig.getWidth(), mConfig.getHeight(), mConfig.getFormat(), mConfig.getFormatName(),
+            mConfig.getFrameInterval()};
+}
+
+int UvcV4l2Ctrl::open() {
+    Guard guard(mLock);
+    if (mOpenCount == 0) {
+        if (fd >= 0) {
+            ALOGE("FIX:first open but fd valid");
+            return -EINVAL;
+        }
+        fd = ::open(mDevName.c_str(), O_RDWR | O_NONBLOCK);
+        if (fd < 0) {
+            ALOGE("open [%s] failed %d", mDevName.c_str(), errno);
+            return -ENODEV;
+        }
+        subscribeEvents();
+        setInitialFormat_l();
+    }
+    ++mOpenCount;
+    return 0;
+}
+
+void UvcV4l2Ctrl::subscribeEvents() {
+    for (int type : {UVC_EVENT_SETUP, UVC_EVENT_DATA, UVC_EVENT_STREAMON, UVC_EVENT_STREAMOFF,
+                     UVC_EVENT_CONNECT, UVC_EVENT_DISCONNECT}) {
+        subscribe(type);
+    }
+}
+
+void UvcV4l2Ctrl::setInitialFormat_l() {
+    v4l2_format format = {};
+    format.type = getV4l2BufferType();
+    format.fmt.pix.width = mConfig.getWidth();
+    format.fmt.pix.height = mConfig.getHeight();
+    format.fmt.pix.pixelformat = mConfig.getFormat();
+    format.fmt.pix.field = V4L2_FIELD_NONE;
+    setFormat(&format);
+}
+
+int UvcV4l2Ctrl::close() {
+    handleStopStream();
+    Guard guard(mLock);
+    if (mOpenCount == 1) {
+        if (fd >= 0) {
+            ::close(fd);
+            fd = -1;
+        } else {
+            ALOGE("FIX:close without open");
+        }
+    }
+    if (mOpenCount > 0) --mOpenCount;
+    return 0;
+}
+
+int32_t UvcV4l2Ctrl::handlePendingData(PENDING_DATA_TYPE type) {
+    switch (type) {
+        case DATA_EXCEPTION:
+            handleEvent();
+            return 0;
+        case DATA_WRITABLE:
+            return handleWritable();
+        default:
+            ALOGW("Unknown data type: %d", type);
+            return 0;
+    }
+}
+
+int UvcV4l2Ctrl::handleWritable() {
+    if (handleWrite() != -1) {
+        sWriteFailures = 0;
+        return 0;
+    }
+    if (++sWriteFailures < kMaxWriteFailures) return 0;
+    ALOGE("Too many streaming errors, forcing it to stop.");
+    sWriteFailures = 0;
+    handleStopStream();
+    return -1;
+}
+
+void UvcV4l2Ctrl::handleEvent() {
+    v4l2_event event = {};
+    if (dqevent(&event) != 0) return;
+
+    uvc_event payload;
+    static_assert(sizeof(payload) <= sizeof(event.u), "the payload is part of the event");
+    memcpy(&payload, event.u.data, sizeof(payload));
+    switch (event.type) {
+        case UVC_EVENT_CONNECT:
+            break;
+        case UVC_EVENT_DISCONNECT:
+            close();
+            break;
+        case UVC_EVENT_STREAMON:
+            handleStartStream();
+            break;
+        case UVC_EVENT_STREAMOFF:
+            handleStopStream();
+            break;
+        case UVC_EVENT_SETUP:
+            handleSetup(payload.req);
+            break;
+        case UVC_EVENT_DATA:
+            handleData(&payload.data);
+            break;
+        default:
+            ALOGW("%s: Unknown event type %d", __func__, event.type);
+    }
+}
+
+void UvcV4l2Ctrl::handleSetup(const usb_ctrlrequest& request) {
+    uvc_request_data response = {};
+    response.length = -EL2HLT;  // a stall, unless the request is answered below
+    if ((request.bRequestType & USB_TYPE_MASK) == USB_TYPE_CLASS) {
+        processClassEvent(&request, &response);
+    }
+    if (ioctl(fd, UVCIOC_SEND_RESPONSE, &response) < 0) {
+        ALOGE("UVCIOC_SEND_RESPONSE failed: %s (%d)\n", strerror(errno), errno);
+    }
+}
+
+void UvcV4l2Ctrl::handleStartStream() {
+    Guard guard(mLock);
+    if (mStreaming) return;
+    if (!allocBuffers_l()) {
+        ALOGE("Failed to alloc buffers");
+        return;
+    }
+    if (streamOn() != 0) {
+        releaseBuffers_l();
+        return;
+    }
+    mStreaming = true;
+    notify(guard, &EventListener::onStreamStart);
+}
+
+void UvcV4l2Ctrl::handleStopStream() {
+    Guard guard(mLock);
+    if (!mStreaming) return;
+    mStreaming = false;
+    notify(guard, &EventListener::onStreamStop);
+    streamOff();
+    releaseBuffers_l();
+    mFrameCount = 0;
+    mConverter.release();
+    mDumpFile.reset();
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation
