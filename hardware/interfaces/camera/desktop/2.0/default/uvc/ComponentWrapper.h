@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// The interface through which the frame source lends frames to their consumer.
+#pragma once
+
+#include <cstdint>
+
+#include <ui/GraphicBuffer.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+
+namespace android {
+
+/**
+ * The consumer of a KorBufferSource's frames, owner of the numbered codec buffers that they go to.
+ *
+ * Every operation is called with the frame source's mutex held, on whichever thread entered the
+ * frame source: an implementation must not call back into it before it returns.
+ */
+struct ComponentWrapper : public RefBase {
+    /**
+     * Lends one frame. The graphic buffer stays the consumer's to read until it gives the codec
+     * buffer back with KorBufferSource::onInputBufferEmptied().
+     *
+     * @param bufferId the codec buffer that the frame goes to
+     * @param timestampUs of the frame, in microseconds
+     * @param fenceFd what to wait for before reading, -1 for nothing; the callee's from now on,
+     * also when it fails
+     * @return OK, or an error, which leaves codec buffer and frame with the frame source
+     */
+    virtual status_t submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
+                                  int64_t timestampUs, int fenceFd) = 0;
+
+    /**
+     * Tells that no frame follows. Called once; takes a codec buffer, as a frame does.
+     *
+     * @return OK, or an error, upon which it is tried again later
+     */
+    virtual status_t submitEos(int bufferId) = 0;
+
+    /**
+     * Tells that the frame about to be submitted differs in dataspace from the one before.
+     * `aspects` is always 0.
+     */
+    virtual void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) = 0;
+};
+
+}  // namespace android

@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: Apache-2.0
+// The surface that the camera client renders into, and the source of the gadget's frames.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+
+#include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
+#include <gui/BufferQueue.h>
+#include <media/stagefright/bqhelper/FrameDropper.h>
+#include <media/stagefright/foundation/AHandlerReflector.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <utils/Errors.h>
+#include <utils/KeyedVector.h>
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+
+#include "uvc/CachedBuffer.h"
+#include "uvc/ComponentWrapper.h"
+
+namespace android {
+
+/**
+ * The consumer of a buffer queue that lends its frames to a ComponentWrapper, as many at a time as
+ * that has codec buffers.
+ *
+ * Order of calls: the constructor, configure(), getHGraphicBufferProducer_V1_0(),
+ * onInputBufferAdded() for each codec buffer, setMaxFps(), start(); then onInputBufferEmptied() for
+ * each codec buffer that comes back, and setSuspend() at any time. A source is configured and
+ * started once; it ends when its last reference drops.
+ *
+ * A codec buffer is free, then lent with a frame, then free again. A frame waits in the queue
+ * (unacquired), is acquired, perhaps parked (available) until a codec buffer is free, is lent, and
+ * goes back to the queue when nobody holds its AcquiredBuffer any more.
+ *
+ * Three kinds of thread enter it: the owner's, those of the queue's producer (onFrameAvailable,
+ * onBuffersReleased), and the one of its looper. One mutex guards all state; it is held while the
+ * component is called and whenever the last reference to an AcquiredBuffer drops. So what holds
+ * one in a function goes before the lock does, which is declared first.
+ *
+ * Time-lapse rates, repeat interval, start, stop and offset have no setters: the rules that they
+ * take part in are complete, and idle.
+ */
+class KorBufferSource : public RefBase {
+  public:
+    using HGraphicBufferProducer =
+            ::android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer;
+
+    /** Makes the queue. If connecting to it fails, that is logged and every frame stays away. */
+    KorBufferSource();
+
+    /**
+     * Sets what producers are offered and who consumes. Forgets earlier pacing, but neither codec
+     * buffers nor frames.
+     *
+     * @param maxAcquiredBufferCount frames held at a time, 1 to 62
+     * @param v4l2PixelFormat MJPG or H264 (BLOB buffers) or NV12 (YCbCr 4:2:0), as V4L2 writes it
+     * @return BAD_VALUE without a component, with another format, or as the queue says. A component
+     *         is kept even if what follows fails.
+     */
+    status_t configure(const sp<ComponentWrapper>& component, int maxAcquiredBufferCount,
+                       uint32_t width, uint32_t height, uint32_t v4l2PixelFormat,
+                       uint32_t consumerUsage);
+
+    /** A new endpoint of the queue for a client to render into. Takes no lock. */
+    sp<HGraphicBufferProducer> getHGraphicBufferProducer_V1_0() const;
+
+    /** Adds a free codec buffer. INVALID_OPERATION once started. */
+    status_t onInputBufferAdded(int32_t bufferId);
+
+    /**
+     * Drops frames beyond this rate, in frames per second; a negative one lets through even those
+     * whose time goes backwards.
+     *
+     * @return INVALID_OPERATION once started, BAD_VALUE for 0, which drops none
+     */
+    status_t setMaxFps(float maxFps);
+
+    /** Starts to lend frames, with those already waiting. Fatal the second time. */
+    status_t start();
+
+    /**
+     * Takes a codec buffer back from the component.
+     *
+     * @param fenceFd signals when the frame has been read, -1 for now; taken over in any case
+     * @return BAD_VALUE for a codec buffer that isn't lent and for the one that ended the stream
+     */
+    status_t onInputBufferEmptied(int32_t bufferId, int fenceFd);
+
+    /**
+     * Pauses or resumes; frames that come while paused go straight back to the queue.
+     *
+     * @param suspendStartTimeUs applies to frames from this time (CLOCK_MONOTONIC) on, which must
+     *                           not be later than now nor before that of an earlier call; -1 for at
+     *                           once
+     * @return INVALID_OPERATION for another time or when a stop is pending
+     */
+    status_t setSuspend(bool suspend, int64_t suspendStartTimeUs);
+
+    // Called by the queue: not for others.
+
+    /** A frame waits in the queue, not necessarily this one. */
+    void onFrameAvailable(const BufferItem& item);
+    /** Slots have lost their buffers. */
+    void onBuffersReleased();
+
+  protected:
+    /** Fatal when a frame is still held elsewhere. */
+    ~KorBufferSource() override;
+
+  private:
+    friend class KorBufferSourcePeer;  // sets, for the tests, what has no setter
+    friend struct AHandlerReflector<KorBufferSource>;
+
+    struct VideoBuffer {
+        std::shared_ptr<AcquiredBuffer> mBuffer;
+        int64_t mTimestampNs = 0;  // the queue item's
+        uint32_t mDataSpace = 0;   // the queue item's
+    };
+
+    struct ActionItem {
+        enum Type { PAUSE = 0, RESUME = 1, STOP = 2 };
+        int mAction;
+        int64_t mActionTimeUs;
+    };
+
+    /** Passes the queue's callbacks on while the source lives. */
+    class ConsumerProxy : public BufferQueue::ConsumerListener {
+      public:
+        explicit ConsumerProxy(const wp<KorBufferSource>& source) : mSource(source) {}
+
+        void onFrameAvailable(const BufferItem& item) override;
+        void onBuffersReleased() override;
+        void onSidebandStreamChanged() override;
+
+      private:
+        const wp<KorBufferSource> mSource;
+    };
+
+    using BufferSlots = KeyedVector<int, std::shared_ptr<CachedBuffer>>;
+
+    // Configuration; all `_l` need mMutex.
+    status_t setDefaultFormat_l(uint32_t v4l2PixelFormat, android_dataspace* dataSpace);
+    void setDefaultDataSpace_l(android_dataspace dataSpace);
+    void resetPacing_l();
+
+    // From the queue to the table of slots, and back.
+    /** Takes the queue's next frame; the queue's error, or NAME_NOT_FOUND for an unknown buffer. */
+    status_t acquireBuffer_l(VideoBuffer* buffer);
+    std::shared_ptr<CachedBuffer> cacheBuffer_l(const BufferItem& item);
+    std::shared_ptr<AcquiredBuffer> makeAcquiredBuffer_l(
+            const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item);
+    void releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber);
+    void discardBufferAtSlotIndex_l(ssize_t index);
+    /** Gives back every frame that waits, parked or in the queue. */
+    void releaseAllAvailableBuffers_l();
+
+    // From there to the component.
+    void onBufferAcquired_l(const VideoBuffer& buffer);
+    /** Whether frames wait, parked or in the queue. */
+    bool haveAvailableBuffers_l() const;
+    /** Whether frames that come are not wanted. */
+    bool isDiscarding_l() const;
+    bool takeAvailableBuffer_l(VideoBuffer* buffer);
+    /** Deals with the next waiting frame; true when it is worth calling again. */
+    bool fillCodecBuffer_l();
+    /** Lends the frame; UNKNOWN_ERROR when its time refuses it, or the component's error. */
+    status_t submitBuffer_l(const VideoBuffer& buffer);
+    void announceDataSpace_l(const VideoBuffer& buffer);
+    /** Sends the end of stream if a codec buffer is free. */
+    void submitEndOfInputStream_l();
+    /** Once one has come back: lends the next frame in it, ends the stream, or repeats. */
+    void useFreeCodecBuffer_l();
+
+    // Pacing.
+    /** Carries out the actions that are due at this frame; true when that was a stop. */
+    bool applyActions_l(int64_t itemTimeUs);
+    ActionItem takeDueAction_l(int64_t itemTimeUs);
+    void stop_l();
+    status_t scheduleSuspend_l(bool suspend, int64_t timeUs);
+    void resume_l();
+    /** The time to submit the frame with; false to drop it. */
+    bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs);
+    bool calculateTimeLapseTimestamp_l(int64_t timeUs, int64_t* codecTimeUs);
+    bool snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs);
+    bool isTimeLapse_l() const;
+    /** Whether to keep a frame that isn't later than the one before. */
+    bool keepBackwardFrame_l() const;
+    void startRepeatLooper_l();
+    void setLatestBuffer_l(const VideoBuffer& buffer);
+    /** Lends the latest frame again; false when that isn't possible now. */
+    bool repeatLatestBuffer_l();
+    void queueFrameRepeat_l();
+    /** Called on the looper's thread. */
+    void onMessageReceived(const sp<AMessage>& msg);
+
+    // Released in the reverse order.
+    sp<ConsumerProxy> mConsumerProxy;
+    mutable Mutex mMutex;  // guards everything below
+    status_t mInitCheck = UNKNOWN_ERROR;
+
+    BufferSlots mBufferSlots;                  // by queue slot
+    std::list<VideoBuffer> mAvailableBuffers;  // parked, oldest first
+    int32_t mUnacquiredCount = 0;              // announced by the queue, not acquired yet
+    int32_t mOutstandingAcquires = 0;          // acquired from the queue, not released yet
+
+    std::list<int> mFreeCodecBuffers;
+    // By codec buffer; null for the one that went with the end of stream.
+    KeyedVector<int, std::shared_ptr<AcquiredBuffer>> mSubmittedCodecBuffers;
+
+    bool mEndOfStream = false;
+    bool mEndOfStreamSent = false;
+    uint32_t mLastDataSpace = 0;
+    int32_t mAspects = 0;
+    sp<ComponentWrapper> mComponent;
+    bool mExecuting = false;
+    bool mSuspended = false;
+    int64_t mLastFrameTimestampUs = -1;  // for the debugger's eyes
+
+    sp<IGraphicBufferProducer> mProducer;
+    sp<IGraphicBufferConsumer> mConsumer;
+
+    int64_t mStopTimeUs = -1;
+    int64_t mLastActionTimeUs = -1;
+    std::list<ActionItem> mActionQueue;
+    int64_t mSkipFramesBeforeNs = -1;
+    sp<FrameDropper> mFrameDropper;
+
+    sp<ALooper> mLooper;
+    sp<AHandlerReflector<KorBufferSource>> mReflector;
+    int64_t mRepeatIntervalUs = -1;
+    int32_t mRepeatGeneration = 0;  // a posted repeat of another generation is void
+    int32_t mOutstandingRepeatCount = 0;
+    bool mRepeatBlocked = false;  // a repeat was due when no codec buffer was free
+    VideoBuffer mLatestBuffer;
+
+    double mFps = -1.0;
+    double mCaptureFps = -1.0;
+    bool mSnapTimestamps = true;
+    int64_t mBaseCaptureUs = -1;
+    int64_t mBaseFrameUs = -1;
+    int64_t mFrameCount = 0;
+    int64_t mPrevCaptureUs = -1;
+    int64_t mPrevFrameUs = -1;
+    int64_t mInputTimeOffsetUs = 0;
+};
+
+}  // namespace android

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+// The traffic with the queue: frames acquired and released, slots filled and emptied.
+#define LOG_TAG "KorBufferSource"
+
+#include <utility>
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <log/log.h>
+#include <utils/String8.h>
+
+#include "uvc/KorBufferSource.h"
+#include "uvc/KorCheck.h"
+
+namespace android {
+
+void KorBufferSource::onFrameAvailable(const BufferItem& /*item*/) {
+    Mutex::Autolock lock(mMutex);
+    ++mUnacquiredCount;
+    if (!mEndOfStreamSent && mComponent != nullptr && !isDiscarding_l() && mExecuting &&
+        mFreeCodecBuffers.empty()) {
+        // It stays in the queue until a codec buffer comes back. With a frame waiting, the latest
+        // one is not to be repeated.
+        ++mRepeatGeneration;
+        return;
+    }
+    VideoBuffer buffer;
+    const status_t err = acquireBuffer_l(&buffer);
+    if (err != OK) {
+        ALOGE("onFrameAvailable: acquireBuffer returned err=%d", err);
+        return;
+    }
+    onBufferAcquired_l(buffer);
+}
+
+status_t KorBufferSource::acquireBuffer_l(VideoBuffer* buffer) {
+    BufferItem item;
+    const status_t err = mConsumer->acquireBuffer(&item, 0, 0);
+    if (err == IGraphicBufferConsumer::NO_BUFFER_AVAILABLE) {
+        ALOGW("acquireBuffer_l: frame was not available");
+        return err;
+    }
+    if (err != OK) {
+        ALOGW("acquireBuffer_l: failed with err=%d", err);
+        return err;
+    }
+    --mUnacquiredCount;
+    const std::shared_ptr<CachedBuffer> cachedBuffer = cacheBuffer_l(item);
+    if (cachedBuffer == nullptr) {
+        ALOGW("acquireBuffer_l: no graphic buffer known for slot %d", item.mSlot);
+        mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, EGL_NO_DISPLAY, EGL_NO_SYNC_KHR,
+                                 item.mFence);
+        return NAME_NOT_FOUND;
+    }
+    buffer->mBuffer = makeAcquiredBuffer_l(cachedBuffer, item);
+    buffer->mTimestampNs = item.mTimestamp;
+    buffer->mDataSpace = item.mDataSpace;
+    ++mOutstandingAcquires;
+    return OK;
+}
+
+// Null when the frame comes without its buffer and none is known for its slot, which is up to the
+// producer's order of calls and so must not end the process.
+std::shared_ptr<CachedBuffer> KorBufferSource::cacheBuffer_l(const BufferItem& item) {
+    ssize_t index = mBufferSlots.indexOfKey(item.mSlot);
+    if (item.mGraphicBuffer == nullptr) {
+        return index < 0 ? nullptr : mBufferSlots.valueAt(index);
+    }
+    if (index >= 0) {
+        discardBufferAtSlotIndex_l(index);
+    } else {
+        index = mBufferSlots.add(item.mSlot, nullptr);
+    }
+    auto& entry = mBufferSlots.editValueAt(index);
+    entry = std::make_shared<CachedBuffer>(item.mSlot, item.mGraphicBuffer);
+    return entry;
+}
+
+std::shared_ptr<AcquiredBuffer> KorBufferSource::makeAcquiredBuffer_l(
+        const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item) {
+    return std::make_shared<AcquiredBuffer>(
+            cachedBuffer, item.mFence, [this, frameNumber = item.mFrameNumber](AcquiredBuffer* b) {
+                releaseBuffer_l(b, frameNumber);
+            });
+}
+
+void KorBufferSource::releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber) {
+    if (mMutex.tryLock() == OK) KOR_TRESPASS(992, "");  // the lock wasn't held
+    const CachedBuffer& cachedBuffer = *buffer->cachedBuffer();
+    if (!cachedBuffer.isCached()) return;  // the queue has forgotten the slot
+    --mOutstandingAcquires;
+    mConsumer->releaseBuffer(cachedBuffer.slot(), frameNumber, EGL_NO_DISPLAY, EGL_NO_SYNC_KHR,
+                             buffer->takeReleaseFence());
+}
+
+void KorBufferSource::onBuffersReleased() {
+    Mutex::Autolock lock(mMutex);
+    uint64_t releasedMask = 0;
+    if (mConsumer->getReleasedBuffers(&releasedMask) != OK) {
+        ALOGW("onBuffersReleased: unable to get released buffer set");
+        releasedMask = ~uint64_t{0};
+    }
+    String8 unpopulated;
+    for (int slot = 0; slot < BufferQueue::NUM_BUFFER_SLOTS; ++slot) {
+        if ((releasedMask & (uint64_t{1} << slot)) == 0) continue;
+        const ssize_t index = mBufferSlots.indexOfKey(slot);
+        if (index >= 0) {
+            discardBufferAtSlotIndex_l(index);
+            mBufferSlots.removeItemsAt(index);
+        } else {
+            unpopulated.appendFormat("%s%d", unpopulated.isEmpty() ? "" : ", ", slot);
+        }
+    }
+    if (!unpopulated.isEmpty()) ALOGW("released unpopulated slots: [%s]", unpopulated.string());
+}
+
+void KorBufferSource::discardBufferAtSlotIndex_l(ssize_t index) {
+    std::shared_ptr<CachedBuffer>& buffer = mBufferSlots.editValueAt(index);
+    buffer->discard();
+    // The frame that uses it will not be released any more.
+    if (buffer->isAcquired()) --mOutstandingAcquires;
+    buffer.reset();
+    KOR_CHECK(1130, buffer == nullptr);
+}
+
+void KorBufferSource::releaseAllAvailableBuffers_l() {
+    mAvailableBuffers.clear();
+    while (mUnacquiredCount > 0) {
+        VideoBuffer buffer;
+        if (acquireBuffer_l(&buffer) != OK) {
+            ALOGW("releaseAllAvailableBuffers: failed to acquire available unacquired buffer");
+            return;
+        }
+    }
+}
+
+}  // namespace android
