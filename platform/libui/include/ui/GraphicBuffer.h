@@ -166,7 +166,8 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
                        uint32_t inLayerCount, uint64_t inUsage, uint32_t inStride);
     status_t allocate(const std::string& requestorName);
     status_t import(const native_handle_t* inHandle, Owner owner);
-    status_t checkLock(uint64_t lockUsage) const;
+    status_t importCopy(const native_handle_t* inHandle);
+    status_t prepareLock(uint64_t lockUsage, int fenceFd) const;
     bool contains(const Rect& rect) const;
 
     status_t mInitCheck = NO_INIT;

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// Merges fences that the kernel can't merge.
+#pragma once
+
+#include <android-base/unique_fd.h>
+
+#include <array>
+#include <list>
+#include <mutex>
+#include <vector>
+
+namespace android {
+
+/**
+ * A thread of the process's own, started with the first merge and never ended, waits for the
+ * descriptors of each merge and then signals its result: the reading end of a pipe. It lets go of a
+ * merge when nobody holds the result any longer. Thread-safe.
+ */
+class FenceMerger {
+  public:
+    /** Merges that may wait at a time: fences come from other processes and may never signal. */
+    static constexpr size_t kMaxMerges = 64;
+
+    static FenceMerger& instance();
+
+    /**
+     * A new descriptor that polls readable once both `fd1` and `fd2` have signalled or failed.
+     * @return -1 with errno; EMFILE when kMaxMerges are waiting.
+     */
+    int merge(int fd1, int fd2);
+
+  private:
+    struct Merge {
+        /** Reset as they signal. */
+        std::array<base::unique_fd, 2> fences;
+        base::unique_fd result;
+    };
+
+    FenceMerger();
+    [[noreturn]] void run();
+    void waitForAny();
+    static bool advance(Merge& merge);
+    void wake();
+
+    std::mutex mMutex;
+    /** Not yet seen by the thread. Guarded by mMutex. */
+    std::list<Merge> mNew;
+    /** All that wait, new ones included. Guarded by mMutex. */
+    size_t mCount = 0;
+
+    /** The thread's own. */
+    std::list<Merge> mMerges;
+    base::unique_fd mWake;
+};
+
+}  // namespace android
