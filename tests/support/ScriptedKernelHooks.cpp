@@ -17,6 +17,7 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "support/ScriptedKernel.h"
@@ -311,6 +312,22 @@ struct ScriptedKernel::Hooks {
 using korvane::test::libc;
 using Hooks = korvane::test::ScriptedKernel::Hooks;
 
+namespace {
+
+// The thread sanitizer maps its own memory through our mmap, before it can serve instrumented code.
+volatile bool sStarted = false;
+
+__attribute__((constructor)) void markStarted() {
+    sStarted = true;
+}
+
+void* mapStarted(void* address, size_t length, int protection, int flags, int fd, off_t offset) {
+    const auto answer = Hooks::mmap(length, protection, flags, fd, offset);
+    return answer ? *answer : libc().mmap(address, length, protection, flags, fd, offset);
+}
+
+}  // namespace
+
 extern "C" {
 
 int open(const char* path, int flags, ...) {
@@ -344,13 +361,15 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
     return answer ? *answer : libc().ioctl(fd, request, argument);
 }
 
-void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) noexcept {
-    const auto answer = Hooks::mmap(length, protection, flags, fd, offset);
-    return answer ? *answer : libc().mmap(address, length, protection, flags, fd, offset);
+__attribute__((no_sanitize("thread"))) void* mmap(void* address, size_t length, int protection,
+                                                  int flags, int fd, off_t offset) noexcept {
+    if (sStarted) return mapStarted(address, length, protection, flags, fd, offset);
+    return reinterpret_cast<void*>(
+            syscall(SYS_mmap, address, length, protection, flags, fd, offset));
 }
 
-void* mmap64(void* address, size_t length, int protection, int flags, int fd,
-             off64_t offset) noexcept {
+__attribute__((no_sanitize("thread"))) void* mmap64(void* address, size_t length, int protection,
+                                                    int flags, int fd, off64_t offset) noexcept {
     return mmap(address, length, protection, flags, fd, offset);
 }
 
