@@ -1,0 +1,517 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device's life: open and close, events, stream start and stop, write failures.
+
+#include "uvc/UvcV4l2Ctrl.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "support/UvcDeviceTest.h"
+
+using korvane::test::KernelCall;
+using korvane::test::LogLine;
+using korvane::test::UvcDeviceTest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using korvane::test::PollableDev;
+using korvane::test::UvcBufInfo;
+using korvane::test::UvcV4l2Ctrl;
+using Names = std::vector<std::string>;
+
+const Names kStartCalls{"VIDIOC_REQBUFS", "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QUERYBUF",
+                        "mmap",           "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QUERYBUF",
+                        "mmap",           "VIDIOC_STREAMON"};
+const Names kStopCalls{"VIDIOC_STREAMOFF", "munmap", "munmap",
+                       "munmap",           "munmap", "VIDIOC_REQBUFS"};
+
+class UvcV4l2CtrlTest : public UvcDeviceTest {
+  protected:
+    LogLine error(const std::string& text) const { return {ANDROID_LOG_ERROR, kTag, text}; }
+    LogLine warning(const std::string& text) const { return {ANDROID_LOG_WARN, kTag, text}; }
+
+    void stream() { UvcDeviceTest::stream(kUncompressed, kSmallFrame, 614400); }
+
+    // One write that fails, or doesn't.
+    int failingWrite() {
+        mKernel.fail("VIDIOC_DQBUF", EIO);
+        return writable();
+    }
+    int successfulWrite() {
+        mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
+            static_cast<v4l2_buffer*>(block)->index = 0;
+            return 0;
+        });
+        return writable();
+    }
+};
+
+// --- Construction ---
+
+TEST_F(UvcV4l2CtrlTest, StartsClosed) {
+    EXPECT_EQ(-1, mCtrl->fd);
+    EXPECT_EQ(-1, mCtrl->getV4l2DeviceFd());
+    EXPECT_STREQ(kPath, mCtrl->getV4l2DevName());
+    EXPECT_EQ(2u, mCtrl->getV4l2BufferType());
+    EXPECT_EQ(4u, mCtrl->getBufferNum());
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, KeepsACopyOfTheName) {
+    std::string name = "/dev/video9";
+    UvcV4l2Ctrl ctrl(name.c_str());
+    name.assign(name.size(), 'x');
+    EXPECT_STREQ("/dev/video9", ctrl.getV4l2DevName());
+}
+
+// --- Open ---
+
+TEST_F(UvcV4l2CtrlTest, OpenSubscribesInOrderAndSetsTheFirstMode) {
+    EXPECT_EQ(0, mCtrl->open());
+    const auto calls = mKernel.calls();
+    ASSERT_THAT(mKernel.callNames(),
+                ElementsAre("open", "VIDIOC_SUBSCRIBE_EVENT", "VIDIOC_SUBSCRIBE_EVENT",
+                            "VIDIOC_SUBSCRIBE_EVENT", "VIDIOC_SUBSCRIBE_EVENT",
+                            "VIDIOC_SUBSCRIBE_EVENT", "VIDIOC_SUBSCRIBE_EVENT", "VIDIOC_S_FMT"));
+    EXPECT_EQ(O_RDWR | O_NONBLOCK, calls[0].as<int>());
+    EXPECT_EQ(calls[0].result, mCtrl->getV4l2DeviceFd());
+
+    std::vector<uint32_t> types;
+    for (const KernelCall& call : mKernel.calls("VIDIOC_SUBSCRIBE_EVENT")) {
+        types.push_back(call.as<v4l2_event_subscription>().type - V4L2_EVENT_PRIVATE_START);
+    }
+    EXPECT_THAT(types, ElementsAre(4, 5, 2, 3, 0, 1));
+
+    v4l2_format format = {};
+    format.type = 2;
+    format.fmt.pix.width = 640;
+    format.fmt.pix.height = 480;
+    format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
+    format.fmt.pix.field = 1;
+    EXPECT_EQ(0, memcmp(&format, calls.back().argument.data(), sizeof(format)));
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, OpenGoesOnWhenSubscribingFails) {
+    mKernel.fail("VIDIOC_SUBSCRIBE_EVENT", EBUSY, 0, 6);
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_EQ(6u, mKernel.calls("VIDIOC_SUBSCRIBE_EVENT").size());
+    EXPECT_EQ(6u, mLog.count(ANDROID_LOG_ERROR, "UVC-V4l2CtrlBase",
+                             "VIDIOC_SUBSCRIBE_EVENT failed 16"));
+    EXPECT_EQ(1u, mKernel.calls("VIDIOC_S_FMT").size());
+}
+
+TEST_F(UvcV4l2CtrlTest, OpenGoesOnWhenTheFormatIsRefused) {
+    mKernel.fail("VIDIOC_S_FMT", EINVAL);
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, ANodeThatCannotBeOpenedIsNoDevice) {
+    mKernel.fail("open", EACCES);
+    EXPECT_EQ(-19, mCtrl->open());
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("open"));
+    EXPECT_THAT(mLog.lines(), ElementsAre(error("open [/dev/video7] failed 13")));
+    EXPECT_LT(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, AFailedOpenDoesNotCount) {
+    mKernel.fail("open", EACCES);
+    mCtrl->open();
+    EXPECT_EQ(0, mCtrl->open());
+    mCtrl->close();
+    EXPECT_EQ(0u, mKernel.openDescriptors());
+}
+
+TEST_F(UvcV4l2CtrlTest, AFirstOpenWithAValidDescriptorIsRefused) {
+    mCtrl->fd = open(kPath, O_RDWR);
+    mKernel.clearCalls();
+    EXPECT_EQ(-22, mCtrl->open());
+    EXPECT_THAT(mLog.lines(), ElementsAre(error("FIX:first open but fd valid")));
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, ASecondOpenOnlyCounts) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_GE(mCtrl->fd, 0);
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("close"));
+    EXPECT_EQ(-1, mCtrl->fd);
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+// --- Close ---
+
+TEST_F(UvcV4l2CtrlTest, CloseOfAClosedDeviceDoesNothing) {
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_THAT(mListener.events, IsEmpty());
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, TheLastCloseWithoutADescriptorIsLogged) {
+    mCtrl->open();
+    ::close(mCtrl->fd);
+    mCtrl->fd = -1;
+    mKernel.clearCalls();
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_THAT(mLog.lines(), ElementsAre(error("FIX:close without open")));
+    mLog.clear();
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, CloseStopsTheStreamFirst) {
+    stream();
+    EXPECT_EQ(0, mCtrl->close());
+    Names expected = kStopCalls;
+    expected.push_back("close");
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+    EXPECT_FALSE(mCtrl->isStreaming());
+}
+
+TEST_F(UvcV4l2CtrlTest, AnyCloseStopsTheStream) {
+    stream();
+    mCtrl->open();
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_EQ(kStopCalls, mKernel.callNames());
+    EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, DestructionOnlyClosesTheNode) {
+    stream();
+    mCtrl.reset();
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("close"));
+    EXPECT_THAT(mListener.events, IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, DestructionOfAClosedDeviceTouchesNothing) {
+    mCtrl.reset();
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+}
+
+// --- Events ---
+
+TEST_F(UvcV4l2CtrlTest, AnUnknownReadinessIsIgnored) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    EXPECT_EQ(0, mCtrl->handlePendingData(PollableDev::DATA_READABLE));
+    EXPECT_EQ(0, mCtrl->handlePendingData(static_cast<PollableDev::PENDING_DATA_TYPE>(0)));
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(warning("Unknown data type: 2"), warning("Unknown data type: 0")));
+}
+
+TEST_F(UvcV4l2CtrlTest, AnEventThatCannotBeTakenIsDropped) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    EXPECT_EQ(0, exception());
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_ERROR, "UVC-V4l2CtrlBase",
+                                                  "VIDIOC_DQEVENT failed 2"}));
+}
+
+TEST_F(UvcV4l2CtrlTest, OneEventIsTakenAtATimeIntoAZeroedBlock) {
+    mCtrl->open();
+    mKernel.sendEvent(UVC_EVENT_CONNECT);
+    mKernel.sendEvent(UVC_EVENT_CONNECT);
+    exception();
+    const auto calls = mKernel.calls("VIDIOC_DQEVENT");
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_TRUE(std::all_of(calls[0].argument.begin(), calls[0].argument.end(),
+                            [](uint8_t byte) { return byte == 0; }));
+}
+
+TEST_F(UvcV4l2CtrlTest, ConnectChangesNothing) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    event(UVC_EVENT_CONNECT);
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, AnUnknownEventIsLogged) {
+    mCtrl->open();
+    event(V4L2_EVENT_PRIVATE_START + 6);
+    event(V4L2_EVENT_EOS);
+    EXPECT_THAT(mLog.lines(), ElementsAre(warning("handleEvent: Unknown event type 134217734"),
+                                          warning("handleEvent: Unknown event type 2")));
+}
+
+TEST_F(UvcV4l2CtrlTest, DisconnectClosesTheNode) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    event(UVC_EVENT_DISCONNECT);
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT", "close"));
+    EXPECT_EQ(-1, mCtrl->fd);
+    EXPECT_THAT(mListener.events, IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, DisconnectDropsOneOpenOnly) {
+    mCtrl->open();
+    mCtrl->open();
+    event(UVC_EVENT_DISCONNECT);
+    EXPECT_GE(mCtrl->fd, 0);
+    event(UVC_EVENT_DISCONNECT);
+    EXPECT_EQ(-1, mCtrl->fd);
+}
+
+TEST_F(UvcV4l2CtrlTest, DisconnectEndsAStream) {
+    stream();
+    event(UVC_EVENT_DISCONNECT);
+    Names expected = kStopCalls;
+    expected.insert(expected.begin(), "VIDIOC_DQEVENT");
+    expected.push_back("close");
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+}
+
+TEST_F(UvcV4l2CtrlTest, ADisconnectedDeviceIsClosedAndOpenedWithoutComplaint) {
+    stream();
+    event(UVC_EVENT_DISCONNECT);
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_GE(mCtrl->fd, 0);
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+// --- Start and stop ---
+
+TEST_F(UvcV4l2CtrlTest, StreamOnMapsAllBuffersThenStreamsThenTells) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    mListener.onStart = [&] {
+        EXPECT_TRUE(mCtrl->isStreaming());
+        EXPECT_TRUE(mKernel.isStreaming());
+        EXPECT_EQ(4u, mKernel.openMappings());
+    };
+    event(UVC_EVENT_STREAMON);
+    Names expected = kStartCalls;
+    expected.insert(expected.begin(), "VIDIOC_DQEVENT");
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_EQ(2u, mKernel.calls("VIDIOC_STREAMON")[0].as<uint32_t>());
+    EXPECT_THAT(mListener.events, ElementsAre("start"));
+}
+
+TEST_F(UvcV4l2CtrlTest, StreamOnOfARunningStreamDoesNothing) {
+    stream();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
+    EXPECT_THAT(mListener.events, IsEmpty());
+    EXPECT_TRUE(mCtrl->isStreaming());
+}
+
+TEST_F(UvcV4l2CtrlTest, ARefusedStreamOnReleasesTheBuffers) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    mKernel.fail("VIDIOC_STREAMON", EPIPE);
+    event(UVC_EVENT_STREAMON);
+    Names expected = kStartCalls;
+    expected.insert(expected.begin(), "VIDIOC_DQEVENT");
+    expected.insert(expected.end(), kStopCalls.begin() + 1, kStopCalls.end());
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_THAT(mListener.events, IsEmpty());
+    EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_ERROR, "UVC-V4l2CtrlBase",
+                                                  "VIDIOC_STREAMON failed 32"}));
+}
+
+TEST_F(UvcV4l2CtrlTest, AStreamThatGotNoBuffersDoesNotStart) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    mKernel.fail("VIDIOC_REQBUFS", ENOMEM);
+    event(UVC_EVENT_STREAMON);
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT", "VIDIOC_REQBUFS"));
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_THAT(mListener.events, IsEmpty());
+    EXPECT_THAT(mLog.lines(kTag),
+                ElementsAre(error("request buffer failed"), error("Failed to alloc buffers")));
+}
+
+TEST_F(UvcV4l2CtrlTest, AStreamStartsAfterOneThatCouldNot) {
+    mCtrl->open();
+    mKernel.fail("VIDIOC_STREAMON", EPIPE);
+    event(UVC_EVENT_STREAMON);
+    event(UVC_EVENT_STREAMON);
+    EXPECT_TRUE(mCtrl->isStreaming());
+    EXPECT_THAT(mListener.events, ElementsAre("start"));
+}
+
+TEST_F(UvcV4l2CtrlTest, StreamOffTellsWhileTheBuffersAreStillThere) {
+    stream();
+    mListener.onStop = [&] {
+        EXPECT_FALSE(mCtrl->isStreaming());
+        EXPECT_TRUE(mKernel.isStreaming());
+        EXPECT_EQ(4u, mKernel.openMappings());
+    };
+    event(UVC_EVENT_STREAMOFF);
+    Names expected = kStopCalls;
+    expected.insert(expected.begin(), "VIDIOC_DQEVENT");
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_EQ(0u, mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>().count);
+    EXPECT_EQ(0u, mKernel.openMappings());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, StreamOffOfAnIdleDeviceDoesNothing) {
+    mCtrl->open();
+    mKernel.clearCalls();
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
+    EXPECT_THAT(mListener.events, IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, AFailingStreamOffStillReleasesTheBuffers) {
+    stream();
+    mKernel.fail("VIDIOC_STREAMOFF", EIO);
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_EQ(0u, mKernel.openMappings());
+    EXPECT_FALSE(mCtrl->isStreaming());
+}
+
+// Each of these would hang if the lock were held.
+TEST_F(UvcV4l2CtrlTest, TheListenerMayCallBackIntoTheDevice) {
+    UvcBufInfo frame;
+    bool queuedDuringStop = true;
+    mListener.onStart = [&] { mCtrl->getStreamSettings(); };
+    mListener.onEmptied = [&](UvcBufInfo*) { mCtrl->getStreamSettings(); };
+    mListener.onStop = [&] {
+        queuedDuringStop = mCtrl->queueBuffer(&frame);
+        mCtrl->getStreamSettings();
+    };
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    successfulWrite();
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_THAT(mListener.events, ElementsAre("start", "emptied", "stop"));
+    EXPECT_FALSE(queuedDuringStop);
+    EXPECT_TRUE(mLog.has(ANDROID_LOG_WARN, kTag, "Not streaming, quit early"));
+}
+
+TEST_F(UvcV4l2CtrlTest, TheListenerMayCloseTheDeviceFromWithinAFrameItGotBack) {
+    stream();
+    mListener.onEmptied = [&](UvcBufInfo*) { mCtrl->close(); };
+    EXPECT_EQ(0, successfulWrite());
+    EXPECT_THAT(mListener.events, ElementsAre("emptied", "stop"));
+    EXPECT_EQ(-1, mCtrl->fd);
+    EXPECT_EQ(0u, mKernel.openMappings());
+}
+
+TEST_F(UvcV4l2CtrlTest, ADeviceWithoutAListenerStreamsAllTheSame) {
+    mCtrl->setEventListener(nullptr);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_TRUE(mCtrl->isStreaming());
+    EXPECT_EQ(0, successfulWrite());
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_FALSE(mCtrl->isStreaming());
+}
+
+TEST_F(UvcV4l2CtrlTest, StartsAndStopsAnyNumberOfTimes) {
+    mCtrl->open();
+    for (int i = 0; i < 3; ++i) {
+        event(UVC_EVENT_STREAMON);
+        event(UVC_EVENT_STREAMOFF);
+    }
+    EXPECT_EQ(6u, mListener.events.size());
+    EXPECT_EQ(0u, mKernel.openMappings());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+// --- Write failures ---
+
+TEST_F(UvcV4l2CtrlTest, FiveFailingWritesInARowStopTheStreamOnce) {
+    stream();
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
+    EXPECT_TRUE(mCtrl->isStreaming());
+    mKernel.clearCalls();
+    EXPECT_EQ(-1, failingWrite());
+    Names expected = kStopCalls;
+    expected.insert(expected.begin(), "VIDIOC_DQBUF");
+    EXPECT_EQ(expected, mKernel.callNames());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+    EXPECT_THAT(mLog.lines(kTag),
+                ElementsAre(error("Too many streaming errors, forcing it to stop.")));
+    EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, TheCountStartsAnewAfterItStoppedAStream) {
+    stream();
+    for (int i = 0; i < 5; ++i) failingWrite();
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
+    EXPECT_EQ(-1, failingWrite());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));  // nothing streamed the second time
+}
+
+TEST_F(UvcV4l2CtrlTest, ASuccessfulWriteResetsTheCount) {
+    stream();
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
+        EXPECT_EQ(0, successfulWrite());
+    }
+    EXPECT_TRUE(mCtrl->isStreaming());
+}
+
+TEST_F(UvcV4l2CtrlTest, TheCountIsTheProcessesNotTheDevices) {
+    stream();
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
+    makeDevice("YUY2");
+    stream();
+    EXPECT_EQ(-1, failingWrite());
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+}
+
+// --- Faults ---
+
+struct Fault {
+    std::string name;
+    int calls;  // in the life that the test lives
+};
+
+class UvcFaultTest : public UvcV4l2CtrlTest, public testing::WithParamInterface<Fault> {};
+
+TEST_P(UvcFaultTest, NoSingleFailureLeaksOrLeavesTheDeviceUnusable) {
+    for (int passing = 0; passing < GetParam().calls; ++passing) {
+        mKernel.fail(GetParam().name, EIO, passing);
+        mCtrl->open();
+        event(UVC_EVENT_STREAMON);
+        event(UVC_EVENT_STREAMOFF);
+        mCtrl->close();
+        EXPECT_EQ(0u, mKernel.openDescriptors()) << passing;
+        EXPECT_EQ(0u, mKernel.openMappings()) << passing;
+
+        EXPECT_EQ(0, mCtrl->open());
+        event(UVC_EVENT_STREAMON);
+        EXPECT_TRUE(mCtrl->isStreaming()) << passing;
+        mCtrl->close();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, UvcFaultTest,
+                         testing::Values(Fault{"open", 1}, Fault{"VIDIOC_SUBSCRIBE_EVENT", 6},
+                                         Fault{"VIDIOC_S_FMT", 1}, Fault{"VIDIOC_DQEVENT", 2},
+                                         Fault{"VIDIOC_REQBUFS", 2}, Fault{"VIDIOC_QUERYBUF", 4},
+                                         Fault{"mmap", 4}, Fault{"VIDIOC_STREAMON", 1},
+                                         Fault{"VIDIOC_STREAMOFF", 1}, Fault{"close", 1}),
+                         [](const auto& info) { return info.param.name; });
+
+}  // namespace
