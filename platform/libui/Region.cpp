@@ -2,6 +2,7 @@
 #include <ui/Region.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <utility>
 
