@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "CameraDesktopHal"
+
+#include "CameraDesktop.h"
+
+#include <string>
+#include <utility>
+
+#include <log/log.h>
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+using ::android::sp;
+using ::android::wp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+using ::android::hardware::Void;
+using ::android::hidl::base::V1_0::IBase;
+using V1_0::ICameraDesktopCallback;
+
+using OutputSurface = bufferqueue::V2_0::IGraphicBufferProducer;
+using Surface = bufferqueue::V1_0::IGraphicBufferProducer;
+
+namespace {
+
+// The kinds that version 1.0 of the interface knows.
+constexpr uint8_t kSyncClientKinds = 3;
+
+ClientType fromSyncClient(V1_0::ClientTypes type, uint8_t invalidKind) {
+    const auto kind = static_cast<uint8_t>(type);
+    if (kind < kSyncClientKinds) return static_cast<ClientType>(kind);
+    ALOGE("Unknown client type: %d", kind);
+    return static_cast<ClientType>(invalidKind);
+}
+
+}  // namespace
+
+CameraDesktop::CameraDesktop() : mHandler(new UvcGadgetHandler()) {}
+
+Return<void> CameraDesktop::registerSyncCallback(V1_0::ClientTypes type,
+                                                 const sp<ICameraDesktopCallback>& callback) {
+    return registerCallback(fromSyncClient(type, kClientKinds), callback);
+}
+
+Return<void> CameraDesktop::setOutputSurface(const sp<OutputSurface>& surface) {
+    ALOGI("Registering output surface ptr: %p", surface.get());
+    sp<OutputSurface> replaced = surface;
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::swap(mOutputSurface, replaced);
+    return Void();
+}
+
+Return<sp<OutputSurface>> CameraDesktop::getOutputSurface() {
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    return mOutputSurface;
+}
+
+Return<void> CameraDesktop::setCommands(V1_0::ClientTypes type, const hidl_string& command,
+                                        setCommands_cb reply) {
+    return sendCommand(fromSyncClient(type, kClientKinds), command, reply);
+}
+
+Return<void> CameraDesktop::registerCallback(ClientType type,
+                                             const sp<ICameraDesktopCallback>& callback) {
+    const auto kind = static_cast<uint8_t>(type);
+    if (!isClientKind(kind)) return Void();
+
+    ALOGI("Registering client %d with callback ptr: %p", kind, callback.get());
+    sp<ICameraDesktopCallback> replaced = callback;
+    {
+        std::lock_guard<std::mutex> guard(mSlotLock);
+        std::swap(mCallbacks[kind], replaced);
+    }
+    if (callback != nullptr) {
+        // A client that is dead already will fail at its first command.
+        (void)callback->linkToDeath(this, kind).isOk();
+    }
+    return Void();
+}
+
+Return<void> CameraDesktop::sendCommand(ClientType type, const hidl_string& command,
+                                        sendCommand_cb reply) {
+    const auto kind = static_cast<uint8_t>(type);
+    if (!isClientKind(kind)) return Void();
+
+    hidl_string answer;
+    const sp<ICameraDesktopCallback> callback = callbackOf(kind);
+    if (callback != nullptr) {
+        const Return<void> status =
+                callback->onCommand(command, [&answer](const hidl_string& text) { answer = text; });
+        if (!status.isOk()) {
+            ALOGE("%s: Failed during binder call, isDead %d", __func__, status.isDeadObject());
+        }
+    }
+    reply(answer);
+    return Void();
+}
+
+Return<void> CameraDesktop::setSurface(ClientType type, const sp<Surface>& surface) {
+    const auto kind = static_cast<uint8_t>(type);
+    if (!isClientKind(kind)) return Void();
+
+    ALOGI("Registering surface ptr: %p for client %d", surface.get(), kind);
+    sp<Surface> replaced = surface;
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::swap(mSurfaces[kind], replaced);
+    return Void();
+}
+
+Return<sp<Surface>> CameraDesktop::getSurface(ClientType type) {
+    const auto kind = static_cast<uint8_t>(type);
+    if (!isClientKind(kind)) return sp<Surface>();
+
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    return mSurfaces[kind];
+}
+
+void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& /* who */) {
+    ALOGW("Service died for %lu", static_cast<unsigned long>(cookie));
+    const auto kind = static_cast<uint8_t>(cookie);
+    if (!isClientKind(kind)) return;
+
+    sp<Surface> surface;
+    sp<ICameraDesktopCallback> callback;
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::swap(mSurfaces[kind], surface);
+    std::swap(mCallbacks[kind], callback);
+}
+
+bool CameraDesktop::isClientKind(uint8_t kind) {
+    if (kind < kClientKinds) return true;
+    ALOGE("Invalid client id: %d", kind);
+    return false;
+}
+
+sp<ICameraDesktopCallback> CameraDesktop::callbackOf(uint8_t kind) {
+    std::lock_guard<std::mutex> guard(mSlotLock);
+    return mCallbacks[kind];
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

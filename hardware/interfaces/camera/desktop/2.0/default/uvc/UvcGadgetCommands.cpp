@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// The controller's command channel: its connection to the service and the texts on it.
+#define LOG_TAG "UVC-GadgetHandler"
+
+#include <linux/videodev2.h>
+
+#include <algorithm>
+#include <string>
+
+#include <JsonUtils.h>
+#include <log/log.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "uvc/UvcGadgetHandler.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+using ::android::JsonUtils;
+using ::android::KorBufferSource;
+using ::android::sp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+
+namespace {
+
+constexpr float kIntervalsPerSecond = 1e7f;
+
+// Single precision, as the host's own figure; 0 for an interval of 0, which JSON could not carry.
+float framesPerSecond(uint32_t interval) {
+    return interval == 0 ? 0.0f : kIntervalsPerSecond / static_cast<float>(interval);
+}
+
+// The default parser recurses for every array and object that it enters; a text with more of them
+// than any command has must not exhaust the stack.
+void parse(const std::string& text, rapidjson::Document* document) {
+    constexpr int kMaxRecursion = 256;
+    const auto opens = [](char c) { return c == '[' || c == '{'; };
+    if (std::count_if(text.begin(), text.end(), opens) > kMaxRecursion) {
+        document->Parse<rapidjson::kParseIterativeFlag>(text.c_str());
+    } else {
+        document->Parse(text.c_str());
+    }
+}
+
+// A YUYV stream is fed with NV12: the device converts the frames that it is given.
+std::string cameraFormat(const StreamSettings& settings) {
+    return settings.format == V4L2_PIX_FMT_YUYV ? "NV12" : settings.formatName;
+}
+
+}  // namespace
+
+bool UvcGadgetHandler::connectToServiceLocked() {
+    if (mService != nullptr) return true;
+
+    ALOGD("Trying to get service");
+    mService = ICameraDesktop::tryGetService("default", false);
+    if (mService != nullptr) {
+        // Without the registration no command arrives; events still leave.
+        (void)mService->registerCallback(ClientType::WEBCAM_CONTROLLER, mCallback).isOk();
+    }
+    ALOGD("Got service for camera desktop %p", mService.get());
+    return mService != nullptr;
+}
+
+bool UvcGadgetHandler::connectToService() {
+    std::lock_guard<std::mutex> guard(mServiceLock);
+    return connectToServiceLocked();
+}
+
+sp<ICameraDesktop> UvcGadgetHandler::service() {
+    std::lock_guard<std::mutex> guard(mServiceLock);
+    return mService;
+}
+
+std::string UvcGadgetHandler::setCommandTo(ClientType type, const std::string& message) {
+    if (!connectToService()) {
+        ALOGE("%s: Service not available", __func__);
+        return "";
+    }
+    std::string reply;
+    const Return<void> status = service()->sendCommand(
+            type, message, [&reply](const hidl_string& text) { reply = text.c_str(); });
+    if (!status.isOk()) {
+        ALOGE("%s: Failed during binder call, isDead %d", __func__, status.isDeadObject());
+    }
+    return reply;
+}
+
+std::string UvcGadgetHandler::handleCommand(const std::string& command) {
+    rapidjson::Document document;
+    parse(command, &document);
+    if (document.HasParseError()) {
+        ALOGE("%s: failed to parse command: err=%d at %zu", __func__, document.GetParseError(),
+              document.GetErrorOffset());
+        return "PARSE_ERR";
+    }
+
+    int status = 0;
+    JsonUtils::getValue(status, document, "get-stream-config", -1);
+    if (status == 0) return getStreamConfig();
+
+    const rapidjson::Value& params = JsonUtils::getValue(status, document, "create-surface", -1);
+    if (status == 0) return createSurface(params);
+
+    suspendStream(document);
+    return "OK_WEBCAM_HAL";
+}
+
+void UvcGadgetHandler::suspendStream(const rapidjson::Value& command) {
+    bool suspend = false;
+    if (JsonUtils::parseValue(command, "stream-suspend", suspend, -1) != 0) return;
+    const sp<KorBufferSource> source = frameSource();
+    if (source != nullptr) source->setSuspend(suspend, -1);
+}
+
+std::string UvcGadgetHandler::getStreamConfig() {
+    std::lock_guard<std::mutex> guard(mDeviceLock);
+    if (mDevice == nullptr) {
+        ALOGE("No video device is setup for webcam mode");
+        return "no v4l2 control";
+    }
+
+    const StreamSettings settings = mDevice->getStreamSettings();
+    rapidjson::StringBuffer text;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(text);
+    writer.StartObject();
+    writer.Key("width");
+    writer.Int(static_cast<int>(settings.width));
+    writer.Key("height");
+    writer.Int(static_cast<int>(settings.height));
+    writer.Key("v4l2-format");
+    writer.String(cameraFormat(settings).c_str());
+    writer.Key("fps");
+    writer.Double(framesPerSecond(settings.frameInterval));
+    writer.Key("buffer-count");
+    writer.Uint(mDevice->getBufferNum());
+    writer.EndObject();
+    return text.GetString();
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

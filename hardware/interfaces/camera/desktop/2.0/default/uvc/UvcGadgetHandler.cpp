@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+// The controller's life and its reactions to the gadget node coming and going.
+#define LOG_TAG "UVC-GadgetHandler"
+
+#include "uvc/UvcGadgetHandler.h"
+
+#include <errno.h>
+
+#include <new>
+
+#include <log/log.h>
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+UvcGadgetHandler::UvcGadgetHandler() : mHotPlug(new HotPlugCtrl(this)) {
+    mCallback = new CamDesktopCallback(this);
+    ALOGD("%s E", __func__);
+    mPollThread = std::thread(&UvcGadgetHandler::pollThread, this);
+}
+
+UvcGadgetHandler::~UvcGadgetHandler() {
+    ALOGD("%s E", __func__);
+    std::unique_lock<std::mutex> guard(mStartLock);
+    if (mPolling) return;  // the thread's destructor ends the process
+    mStopRequested = true;
+    mStartCondition.notify_all();
+    guard.unlock();
+    mPollThread.join();
+}
+
+int32_t UvcGadgetHandler::onUvcV4l2Added(const char* devPath) {
+    ALOGD("added device: %s", devPath);
+    std::lock_guard<std::mutex> guard(mDeviceLock);
+    if (mDevice != nullptr) {
+        ALOGW("uvc v4l2 already exists");
+        return -ENOMEM;
+    }
+    mDevice.reset(new (std::nothrow) UvcV4l2Ctrl(devPath));
+    if (mDevice == nullptr) {
+        ALOGE("out of memory");
+        return -ENOMEM;
+    }
+    mDevice->setEventListener(this);
+    if (mDevice->open() != 0) {
+        ALOGE("failed to open uvc v4l2");
+        return -EIO;
+    }
+    return 0;
+}
+
+int32_t UvcGadgetHandler::onV4l2Removed(const char* devName) {
+    ALOGD("removed device: %s", devName);
+    if (mDevice == nullptr) return 0;
+    if (mDevice->close() != 0) ALOGE("Unable to handle close for %s", devName);
+    deleteDevice();
+    return 0;
+}
+
+int32_t UvcGadgetHandler::onUsbDisconnected() {
+    if (mDevice == nullptr || !mDevice->isStreaming()) return 0;
+    ALOGD("Usb disconnected, close out v4l2");
+    if (mDevice->close() != 0) ALOGE("Unable to handle close");
+    deleteDevice();
+    return 0;
+}
+
+void UvcGadgetHandler::deleteDevice() {
+    std::lock_guard<std::mutex> guard(mDeviceLock);
+    mDevice.reset();
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

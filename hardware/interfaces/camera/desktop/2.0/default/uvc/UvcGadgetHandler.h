@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+// The webcam controller: brings together the USB gadget, the desktop-camera service and the frames.
+#pragma once
+
+#include <sys/select.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>
+#include <rapidjson/document.h>
+#include <ui/GraphicBuffer.h>
+#include <utils/Errors.h>
+#include <utils/StrongPointer.h>
+
+#include "uvc/CamDesktopCallback.h"
+#include "uvc/ComponentWrapper.h"
+#include "uvc/HotPlugCtrl.h"
+#include "uvc/KorBufferSource.h"
+#include "uvc/UvcV4l2Ctrl.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+/**
+ * Webcam mode. Watches for the gadget's video node, opens and closes its device, tells the camera
+ * clients when the host starts and stops streaming, makes the surface they render into and hands
+ * its frames to the device.
+ *
+ * States: no device; device present (opened, or left unopened after a failure); streaming. A
+ * surface exists from a client's "create-surface" until the stream stops or another one replaces
+ * it. Slot i of the frame source is buffer i of the device.
+ *
+ * Threads:
+ *  - the poll thread, which the constructor starts: the hot-plug and device callbacks, all creation
+ *    and deletion of the device, the events to the clients. It never restarts once `select` failed.
+ *  - whoever sends a command (the HIDL thread, or the poll thread when a client calls back from
+ *    within an event): handleCommand.
+ *  - the frame source's callers (HIDL thread, poll thread): submitBuffer, with the frame source's
+ *    mutex held.
+ *
+ * Locks: mDeviceLock guards the device pointer against deletion while another thread uses the
+ * device. It nests inside the frame source's mutex, so it is never held over a call into a frame
+ * source; and it is never held over a call to a client, whose answer may need it. mFrameSourceLock
+ * guards the frame source pointer, and its being published, alone; mServiceLock the connection to
+ * the service; both are innermost.
+ *
+ * One instance for the life of the process. Destroying it ends a poll thread that still waits for
+ * the service; later the thread can't be stopped, and destruction terminates the process.
+ */
+class UvcGadgetHandler : public HotPlugCtrl::EventListener,
+                         public UvcV4l2Ctrl::EventListener,
+                         public ::android::ComponentWrapper {
+  public:
+    /** Starts the poll thread. Throws std::system_error when there can be none. */
+    UvcGadgetHandler();
+    ~UvcGadgetHandler() override;
+
+    /**
+     * Answers a command text, by the first member that it has:
+     *  - "get-stream-config": the stream's configuration, or "no v4l2 control" without a device;
+     *  - "create-surface": "" or what was wrong, see createSurface;
+     *  - "stream-suspend": pauses (true) or resumes (false) the frames; "OK_WEBCAM_HAL".
+     * Anything else is answered "OK_WEBCAM_HAL", a text that isn't JSON "PARSE_ERR".
+     */
+    std::string handleCommand(const std::string& command);
+
+    // HotPlugCtrl::EventListener, on the poll thread.
+
+    /** Opens the device: 0, -12 when there is one already, -5 when it can't be opened (it stays,
+     *  unopened, until a node is removed). */
+    int32_t onUvcV4l2Added(const char* devPath) override;
+    /** Closes and deletes the device, whichever node was removed; always 0. */
+    int32_t onV4l2Removed(const char* devName) override;
+    /** Closes and deletes a device that is streaming, and only that; always 0. */
+    int32_t onUsbDisconnected() override;
+
+    // UvcV4l2Ctrl::EventListener, on the poll thread.
+    void onFrameEmptied(UvcBufInfo* info) override;
+    void onStreamStart() override;
+    void onStreamStop() override;
+
+    // ::android::ComponentWrapper, under the frame source's mutex.
+
+    /**
+     * Hands one frame to the device. Takes the fence descriptor in every case. OK, or UNKNOWN_ERROR
+     * when the device refused the frame; without a device the stream is stopped as well.
+     */
+    ::android::status_t submitBuffer(int slot,
+                                     const ::android::sp<::android::GraphicBuffer>& buffer,
+                                     int64_t timestampUs, int fenceFd) override;
+    /** Does nothing; OK. */
+    ::android::status_t submitEos(int slot) override;
+    void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) override;
+
+  private:
+    // The device (UvcGadgetHandler.cpp), poll thread.
+    void deleteDevice();
+
+    // The poll thread (UvcGadgetPoll.cpp).
+    void pollThread();
+    bool connectAtStart();
+    bool waitToConnect();
+    int preparePoll();
+    void serveHotPlug();
+    void serveDevice();
+    void removeDeviceIfGone();
+
+    // The connection to the service and the commands (UvcGadgetCommands.cpp).
+    bool connectToService();
+    bool connectToServiceLocked();  // under mServiceLock
+    ::android::sp<ICameraDesktop> service();
+    std::string setCommandTo(ClientType type, const std::string& message);
+    std::string getStreamConfig();
+    void suspendStream(const rapidjson::Value& command);
+
+    // The surface (UvcGadgetSurface.cpp).
+    std::string createSurface(const rapidjson::Value& params);
+    const char* refuseSurface_l() const;
+    bool publishSurface(const ::android::sp<::android::KorBufferSource>& source);
+    ::android::sp<::android::KorBufferSource> withdrawSurface();
+    void lendBuffers(const ::android::sp<::android::KorBufferSource>& source);
+    int bufferCount();
+    ::android::sp<::android::KorBufferSource> frameSource();
+    ::android::sp<::android::KorBufferSource> exchangeFrameSource(
+            const ::android::sp<::android::KorBufferSource>& source);
+
+    fd_set mReadSet;
+    fd_set mWriteSet;
+    fd_set mExceptionSet;
+    int mSelectWidth = 0;
+    std::unique_ptr<HotPlugCtrl> mHotPlug;
+
+    std::mutex mDeviceLock;
+    std::unique_ptr<UvcV4l2Ctrl> mDevice;  // changed by the poll thread only
+
+    // Whether the poll thread may still be stopped, which it can be while it waits for the service.
+    std::mutex mStartLock;
+    std::condition_variable mStartCondition;
+    bool mStopRequested = false;
+    bool mPolling = false;
+
+    std::mutex mServiceLock;
+    ::android::sp<ICameraDesktop> mService;
+    ::android::sp<CamDesktopCallback> mCallback;
+
+    std::mutex mFrameSourceLock;
+    ::android::sp<::android::KorBufferSource> mFrameSource;
+
+    std::thread mPollThread;
+};
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

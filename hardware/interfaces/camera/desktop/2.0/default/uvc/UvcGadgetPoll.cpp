@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+// The controller's poll thread: waits on the hot-plug socket and on the device.
+#define LOG_TAG "UVC-GadgetHandler"
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+
+#include <log/log.h>
+
+#include "uvc/UvcGadgetHandler.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+namespace {
+
+// The service registers itself while this thread waits; later commands try again on their own.
+constexpr std::chrono::seconds kConnectDelay{2};
+constexpr int kConnectTries = 3;
+
+bool nodeExists(const char* path) {
+    struct stat status;
+    return stat(path, &status) == 0;
+}
+
+}  // namespace
+
+void UvcGadgetHandler::pollThread() {
+    pthread_setname_np(pthread_self(), "poll_thread");
+    if (!connectAtStart()) return;
+
+    mHotPlug->open();
+    mHotPlug->initCheck();
+
+    preparePoll();
+    while (select(mSelectWidth, &mReadSet, &mWriteSet, &mExceptionSet, nullptr) >= 0) {
+        serveHotPlug();
+        serveDevice();
+        preparePoll();
+    }
+    ALOGE("select failed");
+}
+
+// False when the handler is being destroyed instead.
+bool UvcGadgetHandler::connectAtStart() {
+    for (int i = 0; i < kConnectTries; ++i) {
+        if (!waitToConnect()) return false;
+        if (connectToService()) break;
+    }
+    std::lock_guard<std::mutex> guard(mStartLock);
+    mPolling = !mStopRequested;
+    return mPolling;
+}
+
+bool UvcGadgetHandler::waitToConnect() {
+    std::unique_lock<std::mutex> guard(mStartLock);
+    return !mStartCondition.wait_for(guard, kConnectDelay, [this] { return mStopRequested; });
+}
+
+int UvcGadgetHandler::preparePoll() {
+    mSelectWidth = -1;
+    FD_ZERO(&mReadSet);
+    FD_ZERO(&mWriteSet);
+    FD_ZERO(&mExceptionSet);
+
+    if (mHotPlug->fd >= 0) {
+        FD_SET(mHotPlug->fd, &mReadSet);
+        mSelectWidth = mHotPlug->fd;
+    }
+    const int device = mDevice != nullptr ? mDevice->getV4l2DeviceFd() : -1;
+    if (device >= 0) {
+        mSelectWidth = std::max(mSelectWidth, device);
+        if (mDevice->isStreaming()) FD_SET(device, &mWriteSet);
+        FD_SET(device, &mExceptionSet);
+    }
+    if (mSelectWidth == -1) ALOGE("Fix: no fd to select");
+    ++mSelectWidth;
+    return 0;
+}
+
+void UvcGadgetHandler::serveHotPlug() {
+    if (mHotPlug->fd < 0 || !FD_ISSET(mHotPlug->fd, &mReadSet)) return;
+    if (mHotPlug->handlePendingData(PollableDev::DATA_READABLE) != 0) {
+        ALOGE("hot plug ctrl handle data failed");
+    }
+}
+
+void UvcGadgetHandler::serveDevice() {
+    const int fd = mDevice != nullptr ? mDevice->getV4l2DeviceFd() : -1;
+    if (fd < 0) return;
+
+    if (FD_ISSET(fd, &mWriteSet) && mDevice->handlePendingData(PollableDev::DATA_WRITABLE) != 0) {
+        removeDeviceIfGone();
+    }
+    // The write side may have removed the device that the exception belongs to.
+    if (mDevice != nullptr && FD_ISSET(fd, &mExceptionSet) &&
+        mDevice->handlePendingData(PollableDev::DATA_EXCEPTION) != 0) {
+        ALOGE("uvc ctrl handle data failed");
+    }
+}
+
+void UvcGadgetHandler::removeDeviceIfGone() {
+    const std::string name = mDevice->getV4l2DevName();
+    if (nodeExists(name.c_str())) return;
+    ALOGE("UVC device is no longer present");
+    onV4l2Removed(name.c_str());
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation

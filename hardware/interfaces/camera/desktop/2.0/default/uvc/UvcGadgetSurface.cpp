@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: Apache-2.0
+// The surface that the camera renders into, and the road of its frames to the device and back.
+#define LOG_TAG "UVC-GadgetHandler"
+
+#include <unistd.h>
+
+#include <log/log.h>
+
+#include "uvc/SurfaceRequest.h"
+#include "uvc/UvcBufInfo.h"
+#include "uvc/UvcGadgetHandler.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+using ::android::GraphicBuffer;
+using ::android::KorBufferSource;
+using ::android::OK;
+using ::android::sp;
+using ::android::status_t;
+using ::android::UNKNOWN_ERROR;
+
+namespace {
+
+constexpr int64_t kMicrosPerSecond = 1000000;
+
+UvcBufInfo makeFrame(int slot, const sp<GraphicBuffer>& buffer, int64_t timestampUs, int fenceFd) {
+    UvcBufInfo frame;
+    frame.kind = UvcBufInfo::KIND_FRAME;
+    frame.index = slot;
+    frame.fenceFd = fenceFd;
+    frame.timestamp.tv_sec = timestampUs / kMicrosPerSecond;
+    frame.timestamp.tv_usec = timestampUs - frame.timestamp.tv_sec * kMicrosPerSecond;
+    frame.graphicBuffer = buffer;
+    return frame;
+}
+
+}  // namespace
+
+// The device lock is given up before the frame source is touched: starting it hands over the frames
+// that wait, and each of them takes that lock in its turn. What may happen meanwhile (the stream
+// stops, another surface replaces this one) is found out when the surface is published.
+std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
+    SurfaceRequest request;
+    sp<KorBufferSource> source;
+    sp<KorBufferSource> replaced;
+    int count = 0;
+    {
+        std::lock_guard<std::mutex> guard(mDeviceLock);
+        if (const char* refusal = refuseSurface_l()) return refusal;
+        if (const char* refusal = request.read(params)) return refusal;
+        source = new KorBufferSource();
+        replaced = exchangeFrameSource(source);
+        count = mDevice->getBufferNum();
+    }
+    replaced.clear();
+
+    if (source->configure(this, count, request.width, request.height, request.fourcc,
+                          request.consumerUsage) != OK) {
+        return "not configured";
+    }
+    if (!publishSurface(source)) return "not streaming";
+    lendBuffers(source);
+    source->setMaxFps(request.fps);
+    source->start();
+    return "";
+}
+
+const char* UvcGadgetHandler::refuseSurface_l() const {
+    if (mDevice == nullptr) {
+        ALOGE("No video device is setup for webcam mode");
+        return "no v4l2 device";
+    }
+    if (!mDevice->isStreaming()) {
+        ALOGE("webcam is not streaming");
+        return "not streaming";
+    }
+    return nullptr;
+}
+
+// False when the source is no longer the one in use: the stream has stopped since.
+bool UvcGadgetHandler::publishSurface(const sp<KorBufferSource>& source) {
+    const sp<ICameraDesktop> desktop = service();
+    std::lock_guard<std::mutex> guard(mFrameSourceLock);
+    if (mFrameSource != source) return false;
+    if (desktop != nullptr) {
+        (void)desktop
+                ->setSurface(ClientType::WEBCAM_CONTROLLER,
+                             source->getHGraphicBufferProducer_V1_0())
+                .isOk();
+    }
+    return true;
+}
+
+void UvcGadgetHandler::lendBuffers(const sp<KorBufferSource>& source) {
+    for (int i = 0; i < bufferCount(); ++i) source->onInputBufferAdded(i);
+}
+
+int UvcGadgetHandler::bufferCount() {
+    std::lock_guard<std::mutex> guard(mDeviceLock);
+    return mDevice == nullptr ? 0 : mDevice->getBufferNum();
+}
+
+status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffer,
+                                        int64_t timestampUs, int fenceFd) {
+    UvcBufInfo frame = makeFrame(slot, buffer, timestampUs, fenceFd);
+    bool hasDevice = false;
+    {
+        std::lock_guard<std::mutex> guard(mDeviceLock);
+        hasDevice = mDevice != nullptr;
+        if (hasDevice && mDevice->queueBuffer(&frame)) return OK;
+    }
+    if (fenceFd >= 0) close(fenceFd);
+    if (!hasDevice) {
+        ALOGE("No video device is setup for webcam mode");
+        onStreamStop();
+    }
+    return UNKNOWN_ERROR;
+}
+
+status_t UvcGadgetHandler::submitEos(int /* slot */) {
+    return OK;
+}
+
+void UvcGadgetHandler::dispatchDataSpaceChanged(int /* dataSpace */, int /* aspects */,
+                                                int /* pixelFormat */) {}
+
+void UvcGadgetHandler::onFrameEmptied(UvcBufInfo* info) {
+    const sp<KorBufferSource> source = frameSource();
+    if (source != nullptr) {
+        source->onInputBufferEmptied(info->index, info->fenceFd);
+    } else if (info->fenceFd >= 0) {
+        close(info->fenceFd);
+    }
+}
+
+void UvcGadgetHandler::onStreamStart() {
+    const std::string reply = setCommandTo(ClientType::STREAM, R"({"event":"stream-start"})");
+    if (reply.empty()) setCommandTo(ClientType::LAUNCHER, R"({"webcam-start":true})");
+}
+
+void UvcGadgetHandler::onStreamStop() {
+    // Nobody reaches the source any more while the client is told, which may well call back; it
+    // goes when the last frame on its way lets go of it.
+    const sp<KorBufferSource> source = withdrawSurface();
+    setCommandTo(ClientType::STREAM, R"({"event":"stream-stop"})");
+}
+
+sp<KorBufferSource> UvcGadgetHandler::withdrawSurface() {
+    const sp<ICameraDesktop> desktop = service();
+    sp<KorBufferSource> source;
+    std::lock_guard<std::mutex> guard(mFrameSourceLock);
+    if (desktop != nullptr) {
+        (void)desktop->setSurface(ClientType::WEBCAM_CONTROLLER, nullptr).isOk();
+    }
+    std::swap(source, mFrameSource);
+    return source;
+}
+
+sp<KorBufferSource> UvcGadgetHandler::frameSource() {
+    std::lock_guard<std::mutex> guard(mFrameSourceLock);
+    return mFrameSource;
+}
+
+sp<KorBufferSource> UvcGadgetHandler::exchangeFrameSource(const sp<KorBufferSource>& source) {
+    sp<KorBufferSource> replaced = source;
+    std::lock_guard<std::mutex> guard(mFrameSourceLock);
+    std::swap(mFrameSource, replaced);
+    return replaced;
+}
+
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation
