@@ -94,7 +94,7 @@ status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel,
             parcel.readEmbeddedBuffer(string.size() + 1, &handle, parentHandle,
                                       parentOffset + hidl_string::kOffsetOfBuffer, &text);
     if (status != OK) return status;
-    if (text != string.c_str() || string.c_str()[string.size()] != '\0') {
+    if (static_cast<const char*>(text)[string.size()] != '\0') {
         ALOGE("A received string has no NUL at its end");
         return BAD_VALUE;
     }
@@ -108,13 +108,11 @@ status_t writeEmbeddedToParcel(const hidl_string& string, Parcel* parcel, size_t
                                        parentOffset + hidl_string::kOffsetOfBuffer);
 }
 
-status_t readEmbeddedFromParcel(const hidl_handle& handle, const Parcel& parcel,
+status_t readEmbeddedFromParcel(const hidl_handle& /*handle*/, const Parcel& parcel,
                                 size_t parentHandle, size_t parentOffset) {
-    const native_handle_t* native = nullptr;
-    const status_t status = parcel.readNullableEmbeddedNativeHandle(
+    const native_handle_t* native;
+    return parcel.readNullableEmbeddedNativeHandle(
             parentHandle, parentOffset + hidl_handle::kOffsetOfNativeHandle, &native);
-    if (status != OK) return status;
-    return native == handle.getNativeHandle() ? OK : BAD_VALUE;
 }
 
 status_t writeEmbeddedToParcel(const hidl_handle& handle, Parcel* parcel, size_t parentHandle,

@@ -67,8 +67,8 @@ status_t readFromParcel(Status* status, const Parcel& parcel);
 status_t writeToParcel(const Status& status, Parcel* parcel);
 
 // What a value refers to. The value itself lies in the buffer parentHandle of the parcel, at
-// parentOffset. Reading leaves it as it is: the driver has put the new address into it already, and
-// what doesn't agree with the parcel is refused (BAD_VALUE).
+// parentOffset. Reading leaves it as it is: the driver has put the new address into it already. The
+// parcel refuses (BAD_VALUE) a value that points anywhere else or whose size isn't the buffer's.
 
 status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel,
                                 size_t parentHandle, size_t parentOffset);
@@ -84,13 +84,10 @@ status_t writeEmbeddedToParcel(const hidl_handle& handle, Parcel* parcel, size_t
 template <typename T>
 status_t readEmbeddedFromParcel(const hidl_vec<T>& vec, const Parcel& parcel, size_t parentHandle,
                                 size_t parentOffset, size_t* childHandle) {
-    const void* elements = nullptr;
-    const status_t status = parcel.readNullableEmbeddedBuffer(
-            vec.size() * sizeof(T), childHandle, parentHandle,
-            parentOffset + hidl_vec<T>::kOffsetOfBuffer, &elements);
-    if (status != OK) return status;
-    const bool missing = elements == nullptr && vec.size() > 0;
-    return missing || elements != vec.data() ? BAD_VALUE : OK;
+    const void* elements;
+    return parcel.readNullableEmbeddedBuffer(vec.size() * sizeof(T), childHandle, parentHandle,
+                                             parentOffset + hidl_vec<T>::kOffsetOfBuffer,
+                                             &elements);
 }
 
 template <typename T>
