@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ServiceManager.h"
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "support/LogRecorder.h"
+#include "support/StubDesktop.h"
+
+namespace android {
+namespace {
+
+using hardware::hidl_death_recipient;
+using hardware::hidl_string;
+using hardware::hidl_vec;
+using hardware::Return;
+using hardware::Status;
+using hardware::Void;
+using hidl::base::V1_0::IBase;
+using hidl::manager::V1_0::IServiceManager;
+using hidl::manager::V1_0::IServiceNotification;
+using ::korvane::hardware::camera::desktop::V2_0::ICameraDesktop;
+using ::korvane::test::LogRecorder;
+using ::korvane::test::StubDesktop;
+using Names = std::vector<std::string>;
+namespace V1 = ::korvane::hardware::camera::desktop::V1_0;
+
+/** Keeps what it was told. */
+struct StubListener : IServiceNotification {
+    using Told = std::tuple<std::string, std::string, bool>;
+
+    Return<void> onRegistration(const hidl_string& fqName, const hidl_string& name,
+                                bool preexisting) override {
+        told.emplace_back(fqName, name, preexisting);
+        return Void();
+    }
+    std::vector<Told> told;
+};
+
+/** A service whose process has died, or that lies about its interfaces. */
+struct BadService : StubDesktop {
+    Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override {
+        if (!reachable) return Status::fromStatusT(DEAD_OBJECT);
+        _hidl_cb(chain);
+        return Void();
+    }
+    Return<bool> linkToDeath(const sp<hidl_death_recipient>&, uint64_t) override {
+        return linkable;
+    }
+    bool reachable = true;
+    bool linkable = true;
+    hidl_vec<hidl_string> chain = {V1::ICameraDesktop::descriptor, IBase::descriptor};
+};
+
+class ServiceManagerTest : public testing::Test {
+  protected:
+    Names list() {
+        Names names;
+        mManager->list([&](const auto& listed) { names.assign(listed.begin(), listed.end()); });
+        return names;
+    }
+    sp<IBase> get(const char* fqName, const char* name) {
+        const Return<sp<IBase>> found = mManager->get(fqName, name);
+        return found;
+    }
+    bool logged(const std::string& text) {
+        for (const auto& line : mLog.lines("hwservicemanager")) {
+            if (line.message.find(text) != std::string::npos) return true;
+        }
+        return false;
+    }
+
+    LogRecorder mLog;
+    const sp<ServiceManager> mManager = new ServiceManager();
+    const sp<StubDesktop> mDesktop = new StubDesktop();
+    const sp<StubListener> mListener = new StubListener();
+};
+
+TEST_F(ServiceManagerTest, HasNothingAtFirst) {
+    EXPECT_EQ(nullptr, get(ICameraDesktop::descriptor, "default"));
+    EXPECT_EQ((Names{}), list());
+    EXPECT_EQ(IServiceManager::Transport::EMPTY,
+              mManager->getTransport(ICameraDesktop::descriptor, "default"));
+}
+
+TEST_F(ServiceManagerTest, FindsWhatWasAddedByEachOfItsInterfaces) {
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    for (const char* fqName :
+         {ICameraDesktop::descriptor, V1::ICameraDesktop::descriptor, IBase::descriptor}) {
+        EXPECT_EQ(mDesktop, get(fqName, "default")) << fqName;
+        EXPECT_EQ(IServiceManager::Transport::HWBINDER, mManager->getTransport(fqName, "default"));
+    }
+    EXPECT_EQ((Names{"android.hidl.base@1.0::IBase/default",
+                     "korvane.hardware.camera.desktop@1.0::ICameraDesktop/default",
+                     "korvane.hardware.camera.desktop@2.0::ICameraDesktop/default"}),
+              list());
+}
+
+TEST_F(ServiceManagerTest, ListsInstancesByInterface) {
+    EXPECT_TRUE(mManager->add("one", mDesktop));
+    EXPECT_TRUE(mManager->add("two", new StubDesktop()));
+    Names names;
+    mManager->listByInterface(ICameraDesktop::descriptor, [&](const auto& listed) {
+        names.assign(listed.begin(), listed.end());
+    });
+    EXPECT_EQ((Names{"one", "two"}), names);
+}
+
+TEST_F(ServiceManagerTest, RefusesBadNames) {
+    EXPECT_FALSE(mManager->add("", mDesktop));
+    EXPECT_FALSE(mManager->add("two words", mDesktop));
+    EXPECT_TRUE(logged("bad instance name"));
+    EXPECT_EQ((Names{}), list());
+}
+
+TEST_F(ServiceManagerTest, RefusesNoService) {
+    EXPECT_FALSE(mManager->add("default", nullptr));
+}
+
+TEST_F(ServiceManagerTest, RefusesAServiceWithBadInterfaces) {
+    const sp<BadService> service = new BadService();
+    service->chain = {"nonsense", IBase::descriptor};
+    EXPECT_FALSE(mManager->add("default", service));
+    service->chain = {};
+    EXPECT_FALSE(mManager->add("default", service));
+    EXPECT_TRUE(logged("bad interfaces"));
+}
+
+TEST_F(ServiceManagerTest, RefusesAServiceThatDoesNotAnswer) {
+    const sp<BadService> service = new BadService();
+    service->reachable = false;
+    EXPECT_FALSE(mManager->add("default", service));
+    EXPECT_EQ((Names{}), list());
+}
+
+TEST_F(ServiceManagerTest, RefusesAServiceThatHasDied) {
+    const sp<BadService> service = new BadService();
+    service->linkable = false;
+    EXPECT_FALSE(mManager->add("default", service));
+    EXPECT_EQ((Names{}), list());
+}
+
+TEST_F(ServiceManagerTest, DropsAServiceThatDies) {
+    const sp<BadService> service = new BadService();
+    const sp<StubDesktop> other = new StubDesktop();
+    EXPECT_TRUE(mManager->add("default", service));
+    EXPECT_TRUE(mManager->add("other", other));
+    mManager->serviceDied(0 /* a service */, sp<IBase>(service));
+    EXPECT_EQ(nullptr, get(V1::ICameraDesktop::descriptor, "default"));
+    EXPECT_EQ(other, get(V1::ICameraDesktop::descriptor, "other"));
+}
+
+TEST_F(ServiceManagerTest, TellsListenersOfEveryInterface) {
+    EXPECT_TRUE(mManager->registerForNotifications(V1::ICameraDesktop::descriptor, "default",
+                                                   mListener));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    EXPECT_TRUE(mManager->add("second", new StubDesktop()));
+    EXPECT_EQ((std::vector<StubListener::Told>{
+                      {ICameraDesktop::descriptor, "default", false},
+                      {V1::ICameraDesktop::descriptor, "default", false},
+                      {ICameraDesktop::descriptor, "second", false},
+              }),
+              mListener->told);
+}
+
+TEST_F(ServiceManagerTest, TellsListenersWhatIsThereAlready) {
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    EXPECT_TRUE(mManager->add("second", new StubDesktop()));
+    EXPECT_TRUE(
+            mManager->registerForNotifications(ICameraDesktop::descriptor, "second", mListener));
+    EXPECT_EQ((std::vector<StubListener::Told>{{ICameraDesktop::descriptor, "second", true}}),
+              mListener->told);
+}
+
+TEST_F(ServiceManagerTest, ForgetsAListenerThatDies) {
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    mManager->serviceDied(1 /* a listener */, sp<IBase>(mListener));
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    EXPECT_TRUE(mListener->told.empty());
+}
+
+TEST_F(ServiceManagerTest, RefusesListenersOfNothing) {
+    EXPECT_FALSE(mManager->registerForNotifications("nonsense", "default", mListener));
+    EXPECT_FALSE(
+            mManager->registerForNotifications(ICameraDesktop::descriptor, "two words", mListener));
+    EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", nullptr));
+}
+
+TEST_F(ServiceManagerTest, DumpsWhoRegisteredWhat) {
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    std::map<std::string, int32_t> pids;
+    mManager->debugDump([&](const auto& infos) {
+        for (const auto& info : infos) {
+            pids[std::string(info.interfaceName) + "/" + std::string(info.instanceName)] = info.pid;
+        }
+    });
+    EXPECT_EQ(3u, pids.size());
+    EXPECT_EQ(getpid(), pids["korvane.hardware.camera.desktop@2.0::ICameraDesktop/default"]);
+}
+
+}  // namespace
+}  // namespace android
