@@ -14,6 +14,7 @@ BHwBinder::~BHwBinder() = default;
 
 status_t BHwBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags,
                              TransactCallback callback) {
+    if (code == PING_TRANSACTION) return OK;
     data.setDataPosition(0);
     return onTransact(code, data, reply, flags, [&callback](Parcel& finished) {
         finished.setDataPosition(0);

@@ -27,8 +27,6 @@ namespace {
 
 constexpr char kDevice[] = "/dev/hwbinder";
 constexpr uint32_t kContextHandle = 0;
-/** No object knows it; any answer shows that there is one. */
-constexpr uint32_t kProbeCode = B_PACK_CHARS('_', 'P', 'N', 'G');
 
 struct PooledThread {
     bool isMain;
@@ -77,8 +75,8 @@ sp<IBinder> ProcessState::getContextObject(const sp<IBinder>&) {
         if (mIsContextManager) return mContextObject;
     }
     // A reference of handle 0 can be taken only while there is an object behind it.
-    const status_t status =
-            IPCThreadState::self()->transact(kContextHandle, kProbeCode, Parcel(), nullptr, 0);
+    const status_t status = IPCThreadState::self()->transact(
+            kContextHandle, IBinder::PING_TRANSACTION, Parcel(), nullptr, 0);
     if (status == DEAD_OBJECT) return nullptr;
     return getStrongProxyForHandle(kContextHandle);
 }

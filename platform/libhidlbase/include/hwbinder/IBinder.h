@@ -27,6 +27,8 @@ class IBinder : public virtual RefBase {
     enum : uint32_t {
         FIRST_CALL_TRANSACTION = 0x00000001,
         LAST_CALL_TRANSACTION = 0x00ffffff,
+        /** '_PNG': OK from any living object, without its knowing. */
+        PING_TRANSACTION = 0x5f504e47,
         /** The caller does not wait and gets no reply. */
         FLAG_ONEWAY = 0x00000001,
     };
