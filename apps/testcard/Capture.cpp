@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Capture.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
+
+#include "JpegMarkers.h"
+
+namespace korvane::testcard {
+namespace {
+
+// v4l2-ctl's header: these four bytes, then the frame's size in network order.
+constexpr char kHeaderId[] = {'r', 'd', 'h', 'V'};
+constexpr size_t kHeaderSize = 8;
+
+struct FormatNames {
+    PixelFormat format;
+    const char* name;
+    const char* drawn;
+};
+
+constexpr FormatNames kFormats[] = {
+        {PixelFormat::kMjpg, "MJPG", "MJPG"},
+        {PixelFormat::kYuyv, "YUYV", "NV12"},
+        {PixelFormat::kNv12, "NV12", "NV12"},
+};
+
+const FormatNames& namesOf(PixelFormat format) {
+    return kFormats[static_cast<int>(format)];
+}
+
+std::string afterFrames(size_t count) {
+    return " after " + std::to_string(count) + " whole frames";
+}
+
+uint32_t networkOrder(const uint8_t* bytes) {
+    return uint32_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
+}
+
+}  // namespace
+
+std::optional<PixelFormat> formatFromName(const std::string& name) {
+    for (const FormatNames& format : kFormats) {
+        if (name == format.name) return format.format;
+    }
+    return std::nullopt;
+}
+
+const char* nameOf(PixelFormat format) {
+    return namesOf(format).name;
+}
+
+const char* drawnFormatOf(PixelFormat format) {
+    return namesOf(format).drawn;
+}
+
+size_t frameBytes(PixelFormat format, uint32_t width, uint32_t height) {
+    const size_t pixels = size_t{width} * height;
+    switch (format) {
+        case PixelFormat::kYuyv:
+            return pixels * 2;
+        case PixelFormat::kNv12:
+            return pixels * 3 / 2;
+        case PixelFormat::kMjpg:
+            break;
+    }
+    return 0;
+}
+
+Capture::~Capture() {
+    if (mData != nullptr) munmap(const_cast<uint8_t*>(mData), mSize);
+}
+
+bool Capture::open(const std::string& path, PixelFormat format, uint32_t width, uint32_t height,
+                   std::string* error) {
+    if (!map(path, error)) return false;
+    if (hasHeaders()) return splitAtHeaders(error);
+    if (format == PixelFormat::kMjpg) return splitAtMarkers(error);
+    return splitBySize(frameBytes(format, width, height), error);
+}
+
+bool Capture::map(const std::string& path, std::string* error) {
+    const android::base::unique_fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+        *error = strerror(errno);
+        return false;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size == 0) {
+        *error = S_ISREG(status.st_mode) ? "it is empty" : "it is not a file";
+        return false;
+    }
+    void* data = mmap(nullptr, status.st_size, PROT_READ, MAP_PRIVATE, file.get(), 0);
+    if (data == MAP_FAILED) {
+        *error = strerror(errno);
+        return false;
+    }
+    mData = static_cast<const uint8_t*>(data);
+    mSize = status.st_size;
+    return true;
+}
+
+bool Capture::hasHeaders() const {
+    return mSize >= kHeaderSize && memcmp(mData, kHeaderId, sizeof kHeaderId) == 0;
+}
+
+bool Capture::splitAtHeaders(std::string* error) {
+    for (size_t position = 0; position < mSize;) {
+        const uint8_t* header = mData + position;
+        const bool whole = mSize - position >= kHeaderSize;
+        if (whole && memcmp(header, kHeaderId, sizeof kHeaderId) != 0) {
+            *error = "there is no frame header" + afterFrames(mFrames.size());
+            return false;
+        }
+        const size_t size = whole ? networkOrder(header + sizeof kHeaderId) : 0;
+        if (!whole || size > mSize - position - kHeaderSize) {
+            *error = "it is cut short" + afterFrames(mFrames.size());
+            return false;
+        }
+        mFrames.push_back({header + kHeaderSize, size});
+        position += kHeaderSize + size;
+    }
+    return true;
+}
+
+bool Capture::splitAtMarkers(std::string* error) {
+    const JpegMarkers markers(mData, mSize);
+    for (size_t position = 0; position < mSize;) {
+        if (!markers.startsAt(position)) {
+            *error = "there is no start of a JPEG file" + afterFrames(mFrames.size());
+            return false;
+        }
+        // A damaged file ends where the next begins: it is for the check of its pixels to refuse
+        // it.
+        auto end = markers.endOfFile(position);
+        if (!end) end = markers.nextStart(position + 2);
+        if (!end) {
+            *error = "it is cut short" + afterFrames(mFrames.size());
+            return false;
+        }
+        mFrames.push_back({mData + position, *end - position});
+        position = *end;
+    }
+    return true;
+}
+
+bool Capture::splitBySize(size_t size, std::string* error) {
+    for (size_t position = 0; position + size <= mSize; position += size) {
+        mFrames.push_back({mData + position, size});
+    }
+    if (mSize % size == 0) return true;
+    *error = "it is cut short: " + std::to_string(mSize % size) + " bytes are left" +
+             afterFrames(mFrames.size()) + " of " + std::to_string(size) + " bytes";
+    return false;
+}
+
+}  // namespace korvane::testcard

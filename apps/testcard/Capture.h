@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// The file into which the host wrote the frames that it captured.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvane::testcard {
+
+/** A pixel format that the host can ask of the webcam. */
+enum class PixelFormat { kMjpg, kYuyv, kNv12 };
+
+/** The format of a four-character name; nothing for any other name. */
+std::optional<PixelFormat> formatFromName(const std::string& name);
+const char* nameOf(PixelFormat format);
+
+/** The format in which the camera draws for it: YUYV is made from NV12 on the way. */
+const char* drawnFormatOf(PixelFormat format);
+
+/** Bytes of one frame; 0 for MJPG, whose frames differ in size. */
+size_t frameBytes(PixelFormat format, uint32_t width, uint32_t height);
+
+/** One captured frame. */
+struct Frame {
+    const uint8_t* data;
+    size_t size;
+};
+
+/**
+ * A file of captured frames, as v4l2-ctl writes it: frames behind each other (--stream-to), or each
+ * behind a header with its size (--stream-to-hdr). Mapped, so that its length is no matter.
+ */
+class Capture {
+  public:
+    Capture() = default;
+    ~Capture();
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+
+    /**
+     * Opens a file and finds its frames, which stay valid as long as the object. False if it cannot
+     * be read, is empty, cut short, or not of the format; `error` then says what is wrong.
+     */
+    bool open(const std::string& path, PixelFormat format, uint32_t width, uint32_t height,
+              std::string* error);
+
+    const std::vector<Frame>& frames() const { return mFrames; }
+
+  private:
+    bool map(const std::string& path, std::string* error);
+    bool hasHeaders() const;
+    bool splitAtHeaders(std::string* error);
+    bool splitAtMarkers(std::string* error);
+    bool splitBySize(size_t size, std::string* error);
+
+    const uint8_t* mData = nullptr;
+    size_t mSize = 0;
+    std::vector<Frame> mFrames;
+};
+
+}  // namespace korvane::testcard

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// Encodes rows of sixteen lines into JPEG, each on its own.
+#pragma once
+
+#include <csetjmp>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <vector>
+
+#include <jpeglib.h>
+
+#include "JpegRows.h"
+
+namespace korvane::testcard {
+
+/** Samples of one row of a scan, wide enough for its whole blocks; lines are in sequence. */
+struct RowPlanes {
+    uint32_t width = 0;           // of luma, a multiple of 16; chroma has half of it
+    std::vector<uint8_t> y;       // 16 lines
+    std::vector<uint8_t> cb, cr;  // 8 lines each
+
+    uint8_t* luma(uint32_t line) { return &y[line * width]; }
+    uint8_t* blue(uint32_t line) { return &cb[line * width / 2]; }
+    uint8_t* red(uint32_t line) { return &cr[line * width / 2]; }
+};
+
+/**
+ * An encoder for pictures of one width: baseline, 4:2:0, the standard tables, a restart marker
+ * behind every row. Rows from different calls have the same tables. Not thread-safe.
+ */
+class JpegRowEncoder {
+  public:
+    /** `width` in pixels; `quality` from 1 to 100. */
+    JpegRowEncoder(uint32_t width, int quality);
+    ~JpegRowEncoder();
+    JpegRowEncoder(const JpegRowEncoder&) = delete;
+    JpegRowEncoder& operator=(const JpegRowEncoder&) = delete;
+
+    /** Encodes `count` rows, each filled by `fill`. False if the library refuses (no memory). */
+    bool encode(uint32_t count, const std::function<void(uint32_t row, RowPlanes& planes)>& fill,
+                JpegRows* out);
+
+  private:
+    struct Errors {
+        jpeg_error_mgr manager;
+        jmp_buf escape;
+    };
+
+    [[noreturn]] static void onError(j_common_ptr info);
+    bool compress(uint32_t count, const std::function<void(uint32_t, RowPlanes&)>& fill);
+    void writeRow();
+
+    jpeg_compress_struct mInfo = {};
+    Errors mErrors = {};
+    uint32_t mWidth;
+    int mQuality;
+    RowPlanes mPlanes;
+    unsigned char* mFile = nullptr;  // malloc'ed by the library
+    unsigned long mFileSize = 0;
+};
+
+}  // namespace korvane::testcard

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where the two coded strips of a picture stand.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace korvane::testcard {
+
+/**
+ * The geometry of the coded strips: one at the top of the picture, one as far down as whole rows of
+ * sixteen lines reach, so that a picture put together from two frames shows two codes.
+ *
+ * A strip is a grid of square cells, one bit each, left to right and top to bottom. Cells and
+ * strips are aligned to the blocks that JPEG transforms: a cell is then a flat block, which any
+ * quality keeps, and a strip is a number of whole rows of a JPEG scan.
+ */
+class StripLayout {
+  public:
+    static constexpr uint32_t kBits = 112;
+    static constexpr uint32_t kScanRow = 16;  // lines in one row of a 4:2:0 JPEG scan
+
+    /**
+     * The layout for a picture size in pixels; nothing if the card cannot be drawn in it: odd,
+     * larger than a JPEG can be, or too small for two strips and a row of picture between them.
+     */
+    static std::optional<StripLayout> forSize(uint32_t width, uint32_t height);
+
+    uint32_t width() const { return mWidth; }
+    uint32_t height() const { return mHeight; }
+    uint32_t cell() const { return mCell; }
+    uint32_t cellsPerLine() const { return mWidth / mCell; }
+    uint32_t stripLines() const { return mStripLines; }
+    uint32_t stripRows() const { return mStripLines / kScanRow; }
+    uint32_t bottomLine() const { return mHeight / kScanRow * kScanRow - mStripLines; }
+
+    /** Whether a line or a scan row of the picture belongs to a strip, and which of the strip's. */
+    std::optional<uint32_t> stripLine(uint32_t line) const;
+    std::optional<uint32_t> stripRow(uint32_t row) const;
+
+  private:
+    StripLayout(uint32_t width, uint32_t height);
+
+    uint32_t mWidth;
+    uint32_t mHeight;
+    uint32_t mCell;
+    uint32_t mStripLines;
+};
+
+}  // namespace korvane::testcard

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "TestCard.h"
+
+#include <cstring>
+
+#include "StripCode.h"
+
+namespace korvane::testcard {
+
+TestCard::TestCard(const StripLayout& layout)
+    : mLayout(layout),
+      mPattern(layout.width()),
+      mCellLine(layout.width()),
+      mGrey(layout.width(), 128) {}
+
+void TestCard::draw(const FrameStamp& stamp, const Planes& planes) {
+    drawBars(stamp.number, planes);
+    drawStrips(stamp, planes);
+}
+
+void TestCard::drawBars(uint32_t number, const Planes& planes) const {
+    for (uint32_t line = 0; line < mLayout.height(); ++line) {
+        if (mLayout.stripLine(line)) continue;
+        memcpy(planes.y + line * planes.yStride, mPattern.luma(number, line), mLayout.width());
+    }
+    for (uint32_t line = 0; line < mLayout.height() / 2; ++line) {
+        const bool strip = mLayout.stripLine(2 * line).has_value();
+        putChroma(planes, line, strip ? mGrey.data() : mPattern.chroma(number, line));
+    }
+}
+
+void TestCard::drawStrips(const FrameStamp& stamp, const Planes& planes) {
+    const StripCode code(stamp);
+    for (uint32_t line = 0; line < mLayout.stripLines(); ++line) {
+        if (line % mLayout.cell() == 0) {
+            code.fillLine(mLayout, line / mLayout.cell(), mCellLine.data());
+        }
+        memcpy(planes.y + line * planes.yStride, mCellLine.data(), mLayout.width());
+        memcpy(planes.y + (mLayout.bottomLine() + line) * planes.yStride, mCellLine.data(),
+               mLayout.width());
+    }
+}
+
+void TestCard::putChroma(const Planes& planes, uint32_t chromaLine, const uint8_t* pairs) const {
+    uint8_t* cb = planes.cb + chromaLine * planes.cStride;
+    uint8_t* cr = planes.cr + chromaLine * planes.cStride;
+    if (planes.cStep == 2 && cr == cb + 1) {
+        memcpy(cb, pairs, mLayout.width());
+        return;
+    }
+    for (uint32_t x = 0; x < mLayout.width() / 2; ++x) {
+        cb[x * planes.cStep] = pairs[2 * x];
+        cr[x * planes.cStep] = pairs[2 * x + 1];
+    }
+}
+
+std::vector<uint8_t> TestCard::nv12(const FrameStamp& stamp) {
+    std::vector<uint8_t> picture(static_cast<size_t>(mLayout.width()) * mLayout.height() * 3 / 2);
+    draw(stamp, Planes::nv12(picture.data(), mLayout.width(), mLayout.height()));
+    return picture;
+}
+
+}  // namespace korvane::testcard

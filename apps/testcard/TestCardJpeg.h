@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// Draws the test card as a JPEG file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "CardPattern.h"
+#include "FrameStamp.h"
+#include "JpegRowEncoder.h"
+#include "JpegRows.h"
+#include "StripLayout.h"
+
+namespace korvane::testcard {
+
+/**
+ * The test card of one size as JPEG. The bars' rows repeat, so each kind is encoded once, at the
+ * start; a frame encodes nothing but its coded strip, once for both places, and puts the rows
+ * together. The same stamp, size and quality always give the same file. Not thread-safe.
+ */
+class TestCardJpeg {
+  public:
+    static constexpr int kQuality = 85;
+
+    /** Encodes the bars; null if the encoder fails (no memory). */
+    static std::unique_ptr<TestCardJpeg> create(const StripLayout& layout, int quality = kQuality);
+
+    /** Writes the file of a frame to `out`; returns its size, 0 if it does not fit `capacity`. */
+    size_t draw(const FrameStamp& stamp, uint8_t* out, size_t capacity);
+
+    /** The file of a frame; empty if the encoder fails. */
+    std::vector<uint8_t> file(const FrameStamp& stamp);
+
+  private:
+    TestCardJpeg(const StripLayout& layout, int quality);
+
+    bool encodeBars();
+    bool encodeStrip(const FrameStamp& stamp);
+    uint32_t rowCount() const { return (mLayout.height() + 15) / 16; }
+    const std::vector<uint8_t>& rowData(uint32_t number, uint32_t row) const;
+    size_t fileSize(uint32_t number) const;
+    void assemble(uint32_t number, uint8_t* out) const;
+
+    StripLayout mLayout;
+    JpegRowEncoder mEncoder;
+    JpegRows mBars;   // one row for each phase of the pattern; its header is every frame's
+    JpegRows mStrip;  // the strip of the frame being drawn
+};
+
+}  // namespace korvane::testcard

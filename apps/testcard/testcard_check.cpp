@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+// testcard-check: does what the host captured equal what the camera drew?
+
+#include <cinttypes>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Capture.h"
+#include "CheckOptions.h"
+#include "ContactSheet.h"
+#include "FrameChecker.h"
+#include "FrameLog.h"
+#include "HostTimes.h"
+
+namespace korvane::testcard {
+namespace {
+
+constexpr int kWrong = 1;
+constexpr int kCannotCheck = 2;
+
+int cannotCheck(const std::string& file, const std::string& why) {
+    fprintf(stderr, "testcard-check: %s: %s\n", file.c_str(), why.c_str());
+    return kCannotCheck;
+}
+
+/** What the command line names, read. */
+struct Evidence {
+    FrameLog log;
+    Capture capture;
+    std::vector<uint64_t> times;
+
+    /** Returns 0, or the exit status after having said what cannot be read. */
+    int read(const CheckOptions& options);
+
+  private:
+    int readTimes(const std::string& path);
+};
+
+int Evidence::read(const CheckOptions& options) {
+    std::ifstream file(options.log);
+    std::string error;
+    if (!file) return cannotCheck(options.log, "cannot be opened");
+    if (!log.read(file, &error)) return cannotCheck(options.log, "not a camera's log: " + error);
+    if (!capture.open(options.capture, *options.format, options.layout->width(),
+                      options.layout->height(), &error)) {
+        return cannotCheck(options.capture, error);
+    }
+    return options.times.empty() ? 0 : readTimes(options.times);
+}
+
+int Evidence::readTimes(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) return cannotCheck(path, "cannot be opened");
+    times = readHostTimes(file);
+    if (times.size() == capture.frames().size()) return 0;
+    return cannotCheck(path, std::to_string(times.size()) + " receive times for " +
+                                     std::to_string(capture.frames().size()) + " frames");
+}
+
+/** The check of all frames and its result. */
+class Check {
+  public:
+    Check(const CheckOptions& options, const Evidence& evidence)
+        : mOptions(options),
+          mEvidence(evidence),
+          mChecker(*options.layout, *options.format, evidence.log) {}
+
+    int run() {
+        for (size_t i = 0; i < mEvidence.capture.frames().size(); ++i) checkFrame(i);
+        for (uint32_t number : mChecker.lostFrames()) {
+            complain("lost: frame " + std::to_string(number));
+        }
+        if (mComplaints > kShownComplaints) {
+            fprintf(stderr, "... and %zu more\n", mComplaints - kShownComplaints);
+        }
+        const CheckCounts counts = mChecker.counts();
+        const bool good = counts.sound() && counts.lost <= mOptions.maxLost;
+        print(counts, good);
+        return good ? 0 : kWrong;
+    }
+
+  private:
+    static constexpr size_t kShownComplaints = 20;
+
+    void checkFrame(size_t index) {
+        const auto wrong = mChecker.check(mEvidence.capture.frames()[index]);
+        if (wrong) complain("received " + std::to_string(index) + ": " + *wrong);
+        const auto drawn = mChecker.drawnAtUs();
+        if (drawn && !mEvidence.times.empty()) {
+            mLatencies.push_back(static_cast<int64_t>(mEvidence.times[index] - *drawn));
+        }
+    }
+
+    void complain(const std::string& text) {
+        if (++mComplaints <= kShownComplaints) fprintf(stderr, "%s\n", text.c_str());
+    }
+
+    void print(const CheckCounts& counts, bool good) const {
+        printf("{\"result\":\"%s\",\"format\":\"%s\",\"width\":%u,\"height\":%u,\"drawn\":%zu,"
+               "\"received\":%zu,\"lost\":%zu,\"repeated\":%zu,\"out_of_order\":%zu,\"torn\":%zu,"
+               "\"unreadable\":%zu,\"unknown\":%zu,\"wrong_pixels\":%zu",
+               good ? "ok" : "wrong", nameOf(*mOptions.format), mOptions.layout->width(),
+               mOptions.layout->height(), counts.drawn, counts.received, counts.lost,
+               counts.repeated, counts.outOfOrder, counts.torn, counts.unreadable, counts.unknown,
+               counts.wrongPixels);
+        if (const auto latency = latencyOf(mLatencies)) {
+            printf(",\"latency_us\":{\"min\":%" PRId64 ",\"median\":%" PRId64 ",\"p95\":%" PRId64
+                   ",\"max\":%" PRId64 "},\"rate_fps\":%.2f",
+                   latency->min, latency->median, latency->p95, latency->max,
+                   rateOf(mEvidence.times));
+        }
+        printf("}\n");
+    }
+
+    const CheckOptions& mOptions;
+    const Evidence& mEvidence;
+    FrameChecker mChecker;
+    std::vector<int64_t> mLatencies;
+    size_t mComplaints = 0;
+};
+
+int writeContactSheet(const CheckOptions& options, const std::vector<Frame>& frames) {
+    ContactSheet sheet(options.layout->width(), options.layout->height());
+    std::string error;
+    for (size_t index : ContactSheet::choose(frames.size())) {
+        Picture picture;
+        if (decodeFrame(frames[index], *options.format, options.layout->width(),
+                        options.layout->height(), &picture, &error)) {
+            sheet.add(picture);
+        }
+    }
+    if (sheet.write(options.contactSheet, &error)) return 0;
+    return cannotCheck(options.contactSheet, error);
+}
+
+int run(const std::vector<std::string>& arguments) {
+    CheckOptions options;
+    const std::string wrong = options.read(arguments);
+    if (!wrong.empty()) {
+        fprintf(stderr, "%s\n", wrong.c_str());
+        return kCannotCheck;
+    }
+    if (!options.help.empty()) {
+        fputs(options.help.c_str(), stdout);
+        return 0;
+    }
+    Evidence evidence;
+    int status = evidence.read(options);
+    if (status == 0 && !options.contactSheet.empty()) {
+        status = writeContactSheet(options, evidence.capture.frames());
+    }
+    return status != 0 ? status : Check(options, evidence).run();
+}
+
+}  // namespace
+}  // namespace korvane::testcard
+
+int main(int argc, char** argv) {
+    return korvane::testcard::run({argv + 1, argv + argc});
+}
