@@ -329,7 +329,8 @@ TEST_F(UEventTest, TakesEmptyValues) {
 }
 
 TEST_F(UEventTest, KnowsKeysOnlyAtTheStartOfAString) {
-    parse("XACTION=add\0action=add\0ACTION\0DEVNAME:video1\0SEQNUM=1\0");
+    parse("XACTION=add\0action=add\0ACTION\0DEVNAME:video1\0SEQNUMBER=1\0USB_STATE=X\0SEQNUM=1\0");
+    EXPECT_STREQ("X", mEvent.usbState);
     EXPECT_EQ(nullptr, mEvent.action);
     EXPECT_EQ(nullptr, mEvent.devName);
 }

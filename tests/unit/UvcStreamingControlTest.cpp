@@ -275,6 +275,8 @@ TEST_F(FrameSizeTest, TruncatesToWholeBytes) {
 TEST_F(FrameSizeTest, IsCountedInSinglePrecision) {
     // 4097 * 4097 is 16785409, which a float holds only as 16785408 or 16785410.
     EXPECT_EQ((Sizes{16785408, 16785408, 16785408}), sizesOf(4097, 4097, "8"));
+    // Rounded once, in the end, this would be 25178114.
+    EXPECT_EQ((Sizes{25178112, 25178112, 25178112}), sizesOf(4097, 4097, "12"));
 }
 
 TEST_F(FrameSizeTest, TakesAPixelCountFrom2To31OnForSignedOnlyInTheSelection) {

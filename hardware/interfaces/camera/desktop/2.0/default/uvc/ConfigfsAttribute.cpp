@@ -27,11 +27,10 @@ const char* whyNotUnsigned(const std::string& text) {
 
 const char* whyNotInt(const std::string& text) {
     char* end = nullptr;
-    errno = 0;
     const long value = strtol(text.c_str(), &end, 10);
     if (end == text.c_str()) return "it does not begin with a decimal digit";
-    const bool fits = value >= std::numeric_limits<int>::min() &&
-                      value <= std::numeric_limits<int>::max() && errno != ERANGE;
+    const bool fits =
+            value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max();
     return fits ? nullptr : "it is out of range";
 }
 

@@ -28,11 +28,12 @@ uint32_t pixelCount(const uvc_function_config_frame& frame) {
     return frame.width * frame.height;
 }
 
-uvc_function_config_frame readFrame(DIR* directory, const std::string& path) {
+// prefix: the directory's path and a slash.
+uvc_function_config_frame readFrame(DIR* directory, const std::string& prefix) {
     uvc_function_config_frame frame;
     while (const dirent* entry = readdir(directory)) {
         const std::string name = entry->d_name;
-        const std::string attribute = path + "/" + name;
+        const std::string attribute = prefix + name;
         if (name == "wWidth") {
             frame.width = readUnsignedAttribute(attribute);
         } else if (name == "wHeight") {
@@ -67,7 +68,7 @@ void parseStreamingConfig(const std::string& path, uvc_function_config_format& f
             ALOGE("opendir returned null: %s", strerror(errno));
             continue;
         }
-        insertByPixelCount(readFrame(frameDirectory.get(), framePath), &format.frames);
+        insertByPixelCount(readFrame(frameDirectory.get(), framePath + "/"), &format.frames);
     }
 }
 
