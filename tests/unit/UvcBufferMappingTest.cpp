@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+// The buffers of a stream are requested, mapped, and all given back.
+
+#include <cerrno>
+#include <cstring>
+
+#include <sys/mman.h>
+
+#include <gmock/gmock.h>
+
+#include "support/UvcBufferOutputTest.h"
+
+using namespace korvane::test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class UvcBufferMappingTest : public UvcBufferOutputTest {};
+
+// --- Mapping ---
+
+TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
+    mCtrl->open();
+    mKernel.setBufferLength(5000);
+    event(UVC_EVENT_STREAMON);
+
+    v4l2_requestbuffers request = {};
+    request.count = 4;
+    request.type = 2;
+    request.memory = V4L2_MEMORY_MMAP;
+    EXPECT_EQ(0, memcmp(&request, mKernel.calls("VIDIOC_REQBUFS")[0].argument.data(),
+                        sizeof(request)));
+    const auto queries = mKernel.calls("VIDIOC_QUERYBUF");
+    const auto mappings = mKernel.calls("mmap");
+    ASSERT_EQ(4u, queries.size());
+    ASSERT_EQ(4u, mappings.size());
+    for (uint32_t i = 0; i < 4; ++i) {
+        v4l2_buffer query = {};
+        query.type = 2;
+        query.memory = V4L2_MEMORY_MMAP;
+        query.index = i;
+        EXPECT_EQ(0, memcmp(&query, queries[i].argument.data(), sizeof(query))) << i;
+        const auto mapping = mappings[i].as<KernelMapping>();
+        EXPECT_EQ(5000u, mapping.length);
+        EXPECT_EQ(PROT_READ | PROT_WRITE, mapping.protection);
+        EXPECT_EQ(MAP_SHARED, mapping.flags);
+        EXPECT_EQ(static_cast<off_t>(8192 * i), mapping.offset);
+        EXPECT_EQ(mCtrl->fd, mappings[i].fd);
+    }
+}
+
+TEST_F(UvcBufferMappingTest, UnmapsWhatItMapped) {
+    mCtrl->open();
+    mKernel.setBufferLength(5000);
+    event(UVC_EVENT_STREAMON);
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_EQ(0u, mKernel.openMappings());
+    for (const auto& call : mKernel.calls("munmap")) EXPECT_EQ(5000u, call.as<size_t>());
+    v4l2_requestbuffers release = {};
+    release.type = 2;
+    release.memory = V4L2_MEMORY_MMAP;
+    EXPECT_EQ(0, memcmp(&release, mKernel.calls("VIDIOC_REQBUFS")[1].argument.data(),
+                        sizeof(release)));
+}
+
+TEST_F(UvcBufferMappingTest, MoreBuffersThanAskedForAreNotUsed) {
+    mKernel.setGrant(6);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_TRUE(mCtrl->isStreaming());
+    EXPECT_EQ(4u, mKernel.openMappings());
+}
+
+TEST_F(UvcBufferMappingTest, FewerBuffersThanAskedForAreNotEnough) {
+    mKernel.setGrant(3);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_EQ(0u, mKernel.openMappings());
+    EXPECT_THAT(mLog.lines(kTag),
+                ElementsAre(error("failed to mmap all buffers"), error("Failed to alloc buffers")));
+}
+
+TEST_F(UvcBufferMappingTest, NoBuffersAreAFailedRequest) {
+    mKernel.setGrant(0);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_TRUE(mKernel.calls("VIDIOC_QUERYBUF").empty());
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(error("request buffer failed"), error("Failed to alloc buffers")));
+}
+
+TEST_F(UvcBufferMappingTest, AFailingQueryReleasesTheBuffersMappedSoFar) {
+    mCtrl->open();
+    for (size_t i = 0; i < 4; ++i) {
+        mKernel.clearCalls();
+        mLog.clear();
+        mKernel.fail("VIDIOC_QUERYBUF", EINVAL, static_cast<int>(i));
+        event(UVC_EVENT_STREAMON);
+        EXPECT_EQ(i, mKernel.calls("munmap").size());
+        EXPECT_EQ(0u, mKernel.openMappings());
+        // The driver's buffers are only freed when one of them had been mapped.
+        EXPECT_EQ(i > 0 ? 2u : 1u, mKernel.calls("VIDIOC_REQBUFS").size());
+        EXPECT_THAT(mLog.lines(kTag), ElementsAre(error("failed to mmap all buffers"),
+                                                  error("Failed to alloc buffers")));
+    }
+}
+
+TEST_F(UvcBufferMappingTest, AFailingMappingReleasesTheBuffersMappedSoFar) {
+    mCtrl->open();
+    for (size_t i = 0; i < 4; ++i) {
+        mKernel.clearCalls();
+        mLog.clear();
+        mKernel.fail("mmap", ENOMEM, static_cast<int>(i));
+        event(UVC_EVENT_STREAMON);
+        EXPECT_EQ(i, mKernel.calls("munmap").size());
+        EXPECT_EQ(0u, mKernel.openMappings());
+        EXPECT_EQ(i > 0 ? 2u : 1u, mKernel.calls("VIDIOC_REQBUFS").size());
+        EXPECT_THAT(mLog.lines(), ElementsAre(error("failed to mmap buffers, errno 12"),
+                                              error("failed to mmap all buffers"),
+                                              error("Failed to alloc buffers")));
+    }
+}
+
+TEST_F(UvcBufferMappingTest, StreamOnQueuesNothing) {
+    streamJpeg();
+    EXPECT_THAT(mKernel.sentFrames(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sent buffers come back and are handed to the listener, which may queue the next frame.
+
+#include <cerrno>
+#include <cstring>
+
+#include <gmock/gmock.h>
+
+#include "support/UvcBufferOutputTest.h"
+
+using namespace korvane::test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class UvcBufferReturnTest : public UvcBufferOutputTest {};
+
+// --- Getting buffers back ---
+
+TEST_F(UvcBufferReturnTest, TakesABufferBackWithAZeroedBlock) {
+    streamJpeg();
+    queue(2, makeJpeg(100, 50));
+    mKernel.clearCalls();
+    sendOne();
+    v4l2_buffer expected = {};
+    expected.type = 2;
+    expected.memory = V4L2_MEMORY_MMAP;
+    ASSERT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQBUF"));
+    EXPECT_EQ(0, memcmp(&expected, mKernel.calls()[0].argument.data(), sizeof(expected)));
+}
+
+TEST_F(UvcBufferReturnTest, BuffersComeBackInTheOrderOfTheDriver) {
+    streamJpeg();
+    for (uint32_t index : {3, 1, 0, 2}) queue(index, makeJpeg(100, 50));
+    for (int i = 0; i < 4; ++i) sendOne();
+    std::vector<uint32_t> indices;
+    for (const UvcBufInfo& record : mListener.emptied) indices.push_back(record.index);
+    EXPECT_THAT(indices, ElementsAre(3, 1, 0, 2));
+}
+
+TEST_F(UvcBufferReturnTest, ABufferWithoutAFrameIsReportedToo) {
+    streamJpeg();
+    mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
+        static_cast<v4l2_buffer*>(block)->index = 3;
+        return 0;
+    });
+    EXPECT_EQ(0, writable());
+    ASSERT_EQ(1u, mListener.emptied.size());
+    EXPECT_EQ(3u, mListener.emptied[0].index);
+    EXPECT_EQ(nullptr, mListener.emptied[0].graphicBuffer);
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+}
+
+TEST_F(UvcBufferReturnTest, AFailedWriteReportsNothing) {
+    streamJpeg();
+    const auto blob = makeJpeg(100, 50);
+    queue(0, blob);
+    mKernel.fail("VIDIOC_DQBUF", EIO);
+    EXPECT_EQ(0, writable());
+    EXPECT_THAT(mListener.events, IsEmpty());
+    sendOne();
+    EXPECT_THAT(mListener.events, ElementsAre("emptied"));
+    EXPECT_EQ(0, takeLocks(blob));
+}
+
+TEST_F(UvcBufferReturnTest, AnIndexThatTheDriverMadeUpIsAFailedWrite) {
+    streamJpeg();
+    for (int i = 0; i < 5; ++i) {
+        mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
+            static_cast<v4l2_buffer*>(block)->index = 4;
+            return 0;
+        });
+        EXPECT_EQ(i < 4 ? 0 : -1, writable());
+    }
+    EXPECT_THAT(mListener.events, ElementsAre("stop"));
+}
+
+TEST_F(UvcBufferReturnTest, AWriteBeforeAnyStreamIsAFailedWrite) {
+    mCtrl->open();
+    for (int i = 0; i < 5; ++i) {
+        mKernel.answerNext("VIDIOC_DQBUF", [](void*) { return 0; });
+        EXPECT_EQ(i < 4 ? 0 : -1, writable());
+    }
+    EXPECT_THAT(mListener.events, IsEmpty());
+}
+
+TEST_F(UvcBufferReturnTest, TheNextFrameMayBeQueuedFromWithinTheListener) {
+    streamJpeg();
+    const auto first = makeJpeg(100, 50);
+    const auto next = makeJpeg(100, 60);
+    queue(0, first);
+    mListener.onEmptied = [&](UvcBufInfo* record) {
+        EXPECT_TRUE(queue(record->index, next, {0, 0}, 9));
+    };
+    sendOne();
+    mListener.onEmptied = nullptr;
+    mListener.emptied.clear();
+    EXPECT_EQ(1, first->getStrongCount());
+    EXPECT_EQ(2, next->getStrongCount());
+
+    sendOne();
+    EXPECT_EQ(next, mListener.emptied.back().graphicBuffer);
+    EXPECT_EQ(9, mListener.emptied.back().fenceFd);
+    mListener.emptied.clear();
+    EXPECT_EQ(1, next->getStrongCount());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+    EXPECT_EQ(0, takeLocks(first));
+    EXPECT_EQ(0, takeLocks(next));
+}
+
+TEST_F(UvcBufferReturnTest, TheSameFrameMayBeQueuedAgainFromWithinTheListener) {
+    streamJpeg();
+    const auto blob = makeJpeg(100, 50);
+    queue(0, blob);
+    mListener.onEmptied = [&](UvcBufInfo* record) { queue(record->index, blob); };
+    sendOne();
+    mListener.emptied.clear();
+    EXPECT_EQ(2, blob->getStrongCount());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+    EXPECT_EQ(1, takeLocks(blob));
+}
+
+TEST_F(UvcBufferReturnTest, AFrameQueuedElsewhereFromWithinTheListenerLeavesTheReturnedOne) {
+    streamJpeg();
+    const auto first = makeJpeg(100, 50);
+    const auto next = makeJpeg(100, 60);
+    queue(0, first);
+    mListener.onEmptied = [&](UvcBufInfo*) { queue(1, next); };
+    sendOne();
+    mListener.emptied.clear();
+    EXPECT_EQ(1, first->getStrongCount());
+    EXPECT_EQ(2, next->getStrongCount());
+}
+
+TEST_F(UvcBufferReturnTest, AStreamClosedFromWithinTheListenerUnlocksEachFrameOnce) {
+    streamJpeg();
+    const auto sent = makeJpeg(100, 50);
+    const auto waiting = makeJpeg(100, 60);
+    queue(0, sent);
+    queue(1, waiting);
+    mListener.onEmptied = [&](UvcBufInfo*) { mCtrl->close(); };
+    sendOne();
+    mListener.emptied.clear();
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+    for (const auto& blob : {sent, waiting}) {
+        EXPECT_EQ(0, takeLocks(blob));
+    }
+    EXPECT_EQ(0u, mKernel.openMappings());
+}
+
+TEST_F(UvcBufferReturnTest, AStreamClosedFromWithinTheListenerStartsAgain) {
+    streamJpeg();
+    queue(0, makeJpeg(100, 50));
+    mListener.onEmptied = [&](UvcBufInfo*) { mCtrl->close(); };
+    sendOne();
+    mListener.onEmptied = nullptr;
+    streamJpeg();
+    const auto blob = makeJpeg(100, 50);
+    EXPECT_TRUE(queue(0, blob));
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_EQ(0, takeLocks(blob));
+}
+
+TEST_F(UvcBufferReturnTest, DestructionDropsTheFramesItHeld) {
+    streamJpeg();
+    const auto blob = makeJpeg(100, 50);
+    queue(0, blob);
+    mCtrl.reset();
+    EXPECT_EQ(1, blob->getStrongCount());
+}
+
+}  // namespace
