@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gui/BufferItem.h>
+
 #include <system/window.h>
 
 namespace android {

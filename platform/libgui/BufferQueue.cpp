@@ -2,6 +2,7 @@
 #define LOG_TAG "BufferQueue"
 
 #include <gui/BufferQueue.h>
+
 #include <gui/BufferQueueConsumer.h>
 #include <gui/BufferQueueCore.h>
 #include <gui/BufferQueueProducer.h>

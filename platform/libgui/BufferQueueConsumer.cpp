@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueueConsumer"
 
-#include <gui/BufferQueue.h>
 #include <gui/BufferQueueConsumer.h>
-#include <log/log.h>
 
 #include <iterator>
 #include <utility>
+
+#include <gui/BufferQueue.h>
+#include <log/log.h>
 
 namespace android {
 namespace {

@@ -2,8 +2,9 @@
 // The consumer's settings of a buffer queue.
 #define LOG_TAG "BufferQueueConsumer"
 
-#include <gui/BufferQueue.h>
 #include <gui/BufferQueueConsumer.h>
+
+#include <gui/BufferQueue.h>
 #include <log/log.h>
 
 namespace android {

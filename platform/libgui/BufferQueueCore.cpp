@@ -2,11 +2,13 @@
 #define LOG_TAG "BufferQueueCore"
 
 #include <gui/BufferQueueCore.h>
-#include <log/log.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+
+#include <unistd.h>
+
+#include <log/log.h>
 
 namespace android {
 namespace {

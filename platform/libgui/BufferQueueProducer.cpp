@@ -3,12 +3,14 @@
 #define LOG_TAG "BufferQueueProducer"
 
 #include <gui/BufferQueueProducer.h>
-#include <log/log.h>
-#include <system/window.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <utility>
+
+#include <unistd.h>
+
+#include <log/log.h>
+#include <system/window.h>
 
 #include "TextureMatrix.h"
 

@@ -3,11 +3,12 @@
 #define LOG_TAG "BufferQueueProducer"
 
 #include <gui/BufferQueueProducer.h>
-#include <log/log.h>
 
 #include <algorithm>
 #include <chrono>
 #include <string>
+
+#include <log/log.h>
 
 namespace android {
 namespace {

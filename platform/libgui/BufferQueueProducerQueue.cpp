@@ -3,11 +3,12 @@
 #define LOG_TAG "BufferQueueProducer"
 
 #include <gui/BufferQueueProducer.h>
-#include <log/log.h>
-#include <system/window.h>
 
 #include <memory>
 #include <utility>
+
+#include <log/log.h>
+#include <system/window.h>
 
 namespace android {
 namespace {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gui/bufferqueue/1.0/Conversion.h>
 
-#include <fcntl.h>
-
 #include <cstring>
 #include <vector>
+
+#include <fcntl.h>
 
 #include <android-base/unique_fd.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "TextureMatrix.h"
 
-#include <system/window.h>
-
 #include <algorithm>
+
+#include <system/window.h>
 
 namespace android {
 namespace {

@@ -2,9 +2,9 @@
 // How a frame's crop and transform look to whoever draws it as a texture.
 #pragma once
 
-#include <ui/Rect.h>
-
 #include <cstdint>
+
+#include <ui/Rect.h>
 
 namespace android {
 

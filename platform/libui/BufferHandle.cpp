@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "BufferHandle.h"
 
+#include <cstring>
+
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
-
-#include <cstring>
 
 namespace android {
 namespace {

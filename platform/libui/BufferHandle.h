@@ -2,11 +2,11 @@
 // The handle of a graphic buffer: one descriptor, of its memory, and its layout.
 #pragma once
 
+#include <string>
+
 #include <android-base/unique_fd.h>
 #include <cutils/native_handle.h>
 #include <utils/Errors.h>
-
-#include <string>
 
 #include "BufferLayout.h"
 

@@ -2,12 +2,12 @@
 // Where the pixels of a graphic buffer are.
 #pragma once
 
+#include <cstdint>
+
 #include <system/graphics.h>
 #include <ui/BufferLayoutOptions.h>
 #include <ui/PixelFormat.h>
 #include <utils/Errors.h>
-
-#include <cstdint>
 
 namespace android {
 

@@ -3,11 +3,12 @@
 
 #include "BufferMapping.h"
 
-#include <log/log.h>
-#include <sys/mman.h>
-
 #include <cerrno>
 #include <cstring>
+
+#include <sys/mman.h>
+
+#include <log/log.h>
 
 #include "BufferHandle.h"
 

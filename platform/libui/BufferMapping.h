@@ -2,10 +2,10 @@
 // The memory of a graphic buffer in this process.
 #pragma once
 
+#include <memory>
+
 #include <cutils/native_handle.h>
 #include <utils/Errors.h>
-
-#include <memory>
 
 #include "BufferLayout.h"
 

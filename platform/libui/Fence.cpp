@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "Fence"
 
-#include <fcntl.h>
-#include <log/log.h>
-#include <sync/sync.h>
 #include <ui/Fence.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include <fcntl.h>
+
+#include <log/log.h>
+#include <sync/sync.h>
 
 namespace android {
 namespace {

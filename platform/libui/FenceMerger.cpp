@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FenceMerger.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <thread>
 #include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace android {
 namespace {

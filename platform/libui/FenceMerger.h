@@ -2,12 +2,12 @@
 // Merges fences that the kernel can't merge.
 #pragma once
 
-#include <android-base/unique_fd.h>
-
 #include <array>
 #include <list>
 #include <mutex>
 #include <vector>
+
+#include <android-base/unique_fd.h>
 
 namespace android {
 

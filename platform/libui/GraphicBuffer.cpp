@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "GraphicBuffer"
 
-#include <log/log.h>
-#include <ui/BufferLayoutOptions.h>
-#include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include <unistd.h>
+
+#include <log/log.h>
+#include <ui/BufferLayoutOptions.h>
+#include <ui/Fence.h>
 
 #include "BufferHandle.h"
 #include "BufferLayout.h"

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "GraphicBuffer"
 
-#include <log/log.h>
 #include <ui/GraphicBuffer.h>
 
 #include <algorithm>
 #include <cstring>
+
+#include <log/log.h>
 
 #include "BufferMapping.h"
 

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <sync/sync.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
 #include <linux/sync_file.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <vector>
 
 #include "FenceMerger.h"
 

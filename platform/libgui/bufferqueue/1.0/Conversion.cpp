@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueueConversion"
 
-#include <fcntl.h>
 #include <gui/bufferqueue/1.0/Conversion.h>
-#include <log/log.h>
 
 #include <algorithm>
 #include <limits>
 #include <vector>
+
+#include <fcntl.h>
+
+#include <log/log.h>
 
 namespace android {
 namespace conversion {

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "H2BGraphicBufferProducer"
 
-#include <gui/bufferqueue/1.0/B2HProducerListener.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
+
+#include <algorithm>
+
+#include <gui/bufferqueue/1.0/B2HProducerListener.h>
 #include <hidl/Status.h>
 #include <log/log.h>
 #include <system/window.h>
-
-#include <algorithm>
 
 namespace android {
 namespace hardware {

@@ -2,6 +2,7 @@
 #define LOG_TAG "LWProducerListener"
 
 #include <gui/bufferqueue/1.0/WProducerListener.h>
+
 #include <hidl/Status.h>
 #include <log/log.h>
 

@@ -2,6 +2,9 @@
 // A queued frame.
 #pragma once
 
+#include <cstdint>
+#include <memory>
+
 #include <gui/HdrMetadata.h>
 #include <system/graphics.h>
 #include <ui/Fence.h>
@@ -10,9 +13,6 @@
 #include <ui/Rect.h>
 #include <ui/Region.h>
 #include <utils/StrongPointer.h>
-
-#include <cstdint>
-#include <memory>
 
 namespace android {
 

@@ -2,13 +2,13 @@
 // Makes a buffer queue: a producer's and a consumer's end of one core.
 #pragma once
 
+#include <cstdint>
+
 #include <gui/BufferItem.h>
 #include <gui/BufferQueueDefs.h>
 #include <gui/IConsumerListener.h>
 #include <gui/IGraphicBufferConsumer.h>
 #include <gui/IGraphicBufferProducer.h>
-
-#include <cstdint>
 
 namespace android {
 

@@ -2,10 +2,10 @@
 // The consumer's end of a buffer queue, on its core.
 #pragma once
 
+#include <cstdint>
+
 #include <gui/BufferQueueCore.h>
 #include <gui/IGraphicBufferConsumer.h>
-
-#include <cstdint>
 
 namespace android {
 

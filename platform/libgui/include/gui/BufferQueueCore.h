@@ -2,6 +2,15 @@
 // What the two ends of a buffer queue share.
 #pragma once
 
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include <sys/types.h>
+
 #include <gui/BufferItem.h>
 #include <gui/BufferQueueDefs.h>
 #include <gui/BufferSlot.h>
@@ -13,15 +22,6 @@
 #include <utils/NativeHandle.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
-
-#include <sys/types.h>
-
-#include <condition_variable>
-#include <cstdint>
-#include <list>
-#include <mutex>
-#include <set>
-#include <vector>
 
 namespace android {
 

@@ -2,10 +2,10 @@
 // The slots of a buffer queue.
 #pragma once
 
+#include <array>
+
 #include <gui/BufferSlot.h>
 #include <ui/BufferQueueDefs.h>
-
-#include <array>
 
 namespace android {
 namespace BufferQueueDefs {

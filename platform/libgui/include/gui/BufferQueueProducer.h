@@ -2,13 +2,13 @@
 // The producer's end of a buffer queue, on its core.
 #pragma once
 
-#include <gui/BufferQueueCore.h>
-#include <gui/IGraphicBufferProducer.h>
-
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
+
+#include <gui/BufferQueueCore.h>
+#include <gui/IGraphicBufferProducer.h>
 
 namespace android {
 

@@ -2,11 +2,11 @@
 // One slot of a buffer queue.
 #pragma once
 
+#include <cstdint>
+
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 #include <utils/StrongPointer.h>
-
-#include <cstdint>
 
 namespace android {
 

@@ -2,11 +2,11 @@
 // What producer and consumer tell each other about the times of frames.
 #pragma once
 
-#include <ui/FenceTime.h>
-#include <utils/Timers.h>
-
 #include <cstdint>
 #include <memory>
+
+#include <ui/FenceTime.h>
+#include <utils/Timers.h>
 
 namespace android {
 

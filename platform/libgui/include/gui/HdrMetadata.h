@@ -2,10 +2,10 @@
 // HDR metadata of a frame.
 #pragma once
 
-#include <system/graphics.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <system/graphics.h>
 
 namespace android {
 

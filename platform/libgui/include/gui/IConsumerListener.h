@@ -2,10 +2,10 @@
 // What a buffer queue tells its consumer.
 #pragma once
 
+#include <cstdint>
+
 #include <gui/FrameTimestamps.h>
 #include <utils/RefBase.h>
-
-#include <cstdint>
 
 namespace android {
 

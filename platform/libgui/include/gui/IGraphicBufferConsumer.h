@@ -2,6 +2,8 @@
 // The consumer's end of a buffer queue.
 #pragma once
 
+#include <cstdint>
+
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <gui/BufferItem.h>
@@ -15,8 +17,6 @@
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 #include <utils/Timers.h>
-
-#include <cstdint>
 
 namespace android {
 

@@ -2,6 +2,8 @@
 // The producer's end of a buffer queue.
 #pragma once
 
+#include <cstdint>
+
 #include <gui/FrameTimestamps.h>
 #include <gui/HdrMetadata.h>
 #include <gui/IProducerListener.h>
@@ -16,8 +18,6 @@
 #include <utils/NativeHandle.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
-
-#include <cstdint>
 
 namespace android {
 

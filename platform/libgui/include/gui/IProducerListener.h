@@ -2,10 +2,10 @@
 // What a buffer queue tells its producer.
 #pragma once
 
-#include <utils/RefBase.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <utils/RefBase.h>
 
 namespace android {
 

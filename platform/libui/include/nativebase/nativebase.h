@@ -2,10 +2,11 @@
 // The C structure that every graphic buffer begins with.
 #pragma once
 
-#include <android/rect.h>
-#include <cutils/native_handle.h>
 #include <stdint.h>
 #include <string.h>
+
+#include <android/rect.h>
+#include <cutils/native_handle.h>
 
 #define ANDROID_NATIVE_MAKE_CONSTANT(a, b, c, d) \
     (((unsigned)(a) << 24) | ((unsigned)(b) << 16) | ((unsigned)(c) << 8) | (unsigned)(d))

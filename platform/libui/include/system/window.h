@@ -2,8 +2,9 @@
 // Numbers that producers of a buffer queue use: query keys, API kinds, scaling and transforms.
 #pragma once
 
-#include <nativebase/nativebase.h>
 #include <stdint.h>
+
+#include <nativebase/nativebase.h>
 #include <system/graphics.h>
 
 /** What IGraphicBufferProducer::query() answers; the keys that are missing here it refuses. */

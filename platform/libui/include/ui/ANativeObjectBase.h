@@ -2,9 +2,9 @@
 // Makes a C structure of the platform into a reference-counted object.
 #pragma once
 
-#include <nativebase/nativebase.h>
-
 #include <type_traits>
+
+#include <nativebase/nativebase.h>
 
 namespace android {
 

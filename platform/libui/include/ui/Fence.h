@@ -2,15 +2,15 @@
 // A descriptor that tells when a buffer may be touched.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include <android-base/unique_fd.h>
 #include <utils/Errors.h>
 #include <utils/LightRefBase.h>
 #include <utils/String8.h>
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
-
-#include <atomic>
-#include <cstdint>
 
 namespace android {
 

@@ -2,12 +2,12 @@
 // The signal time of a fence, remembered once it is known.
 #pragma once
 
+#include <memory>
+#include <mutex>
+
 #include <ui/Fence.h>
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
-
-#include <memory>
-#include <mutex>
 
 namespace android {
 

@@ -2,6 +2,12 @@
 // A picture in memory that processes share.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
 #include <cutils/native_handle.h>
 #include <hardware/gralloc.h>
 #include <nativebase/nativebase.h>
@@ -12,12 +18,6 @@
 #include <utils/Errors.h>
 #include <utils/Flattenable.h>
 #include <utils/RefBase.h>
-
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <string>
 
 namespace android {
 

@@ -2,9 +2,9 @@
 // A rectangle of pixels.
 #pragma once
 
-#include <android/rect.h>
-
 #include <cstdint>
+
+#include <android/rect.h>
 
 namespace android {
 

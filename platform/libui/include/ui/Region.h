@@ -2,11 +2,11 @@
 // A set of pixels as a list of rectangles that don't overlap.
 #pragma once
 
-#include <ui/Rect.h>
-#include <utils/Errors.h>
-
 #include <cstddef>
 #include <vector>
+
+#include <ui/Rect.h>
+#include <utils/Errors.h>
 
 namespace android {
 

@@ -2,6 +2,8 @@
 // Between the native types of the buffer queue and those of its HIDL interface.
 #pragma once
 
+#include <memory>
+
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
 #include <android/hardware/graphics/bufferqueue/1.0/IProducerListener.h>
 #include <android/hardware/media/1.0/types.h>
@@ -13,8 +15,6 @@
 #include <ui/GraphicBuffer.h>
 #include <utils/NativeHandle.h>
 #include <utils/StrongPointer.h>
-
-#include <memory>
 
 namespace android {
 

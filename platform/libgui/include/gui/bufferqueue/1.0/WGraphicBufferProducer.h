@@ -2,15 +2,15 @@
 // Offers a native buffer queue's producer to HIDL clients.
 #pragma once
 
+#include <cstdint>
+#include <type_traits>
+
 #include <gui/IGraphicBufferProducer.h>
 #include <gui/bufferqueue/1.0/Conversion.h>
 #include <gui/bufferqueue/1.0/WProducerListener.h>
 #include <hidl/Status.h>
 #include <utils/NativeHandle.h>
 #include <utils/StrongPointer.h>
-
-#include <cstdint>
-#include <type_traits>
 
 namespace android {
 

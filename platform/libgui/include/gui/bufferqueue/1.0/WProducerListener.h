@@ -2,12 +2,12 @@
 // A client's listener, as the queue calls it.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
 #include <gui/IProducerListener.h>
 #include <gui/bufferqueue/1.0/Conversion.h>
 #include <utils/StrongPointer.h>
-
-#include <cstdint>
-#include <vector>
 
 namespace android {
 
