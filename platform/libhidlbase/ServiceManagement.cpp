@@ -35,6 +35,18 @@ namespace details {
 namespace {
 
 constexpr std::chrono::seconds kRetryInterval(1);
+constexpr std::chrono::milliseconds kManagerRetryInterval(100);
+
+/** The driver doesn't tell when a manager comes, so it is asked. Null without a driver. */
+sp<IServiceManager> waitForServiceManager() {
+    for (bool told = false; ProcessState::self()->hasDriver(); told = true) {
+        const sp<IServiceManager> manager = defaultServiceManager();
+        if (manager != nullptr) return manager;
+        if (!told) ALOGI("Waiting for the service manager");
+        std::this_thread::sleep_for(kManagerRetryInterval);
+    }
+    return nullptr;
+}
 
 sp<IBase> lookUp(const std::string& descriptor, const std::string& instance) {
     const sp<IServiceManager> manager = defaultServiceManager();
@@ -106,7 +118,7 @@ sp<IBase> waitForService(const std::string& descriptor, const std::string& insta
 
 status_t registerAsServiceInternal(const sp<IBase>& service, const std::string& name) {
     if (service == nullptr) return UNEXPECTED_NULL;
-    const sp<IServiceManager> manager = defaultServiceManager();
+    const sp<IServiceManager> manager = waitForServiceManager();
     if (manager == nullptr) return INVALID_OPERATION;
     const Return<bool> added = manager->add(name, service);
     if (!added.isOk()) {

@@ -31,8 +31,9 @@ sp<hidl::manager::V1_0::IServiceManager> defaultServiceManager();
 namespace details {
 
 /**
- * UNEXPECTED_NULL for a null service, INVALID_OPERATION without a register, UNKNOWN_ERROR if it
- * refused. The register asks the service for its interfaces meanwhile.
+ * Waits for the register if it isn't there yet, as programs start in any order. UNEXPECTED_NULL for
+ * a null service, INVALID_OPERATION without a binder driver, UNKNOWN_ERROR if the register refused.
+ * The register asks the service for its interfaces meanwhile.
  */
 status_t registerAsServiceInternal(const sp<hidl::base::V1_0::IBase>& service,
                                    const std::string& name);
