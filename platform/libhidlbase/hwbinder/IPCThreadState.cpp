@@ -55,8 +55,7 @@ IPCThreadState* IPCThreadState::selfOrNull() {
 
 IPCThreadState::IPCThreadState()
     : mChannel(std::make_unique<DriverChannel>(ProcessState::self()->driver())),
-      mEvents(std::make_unique<DriverEvents>(*ProcessState::self(), *mChannel)),
-      mCaller{getpid(), getuid()} {}
+      mEvents(std::make_unique<DriverEvents>(*ProcessState::self(), *mChannel)) {}
 
 IPCThreadState::~IPCThreadState() {
     mChannel->flush();
@@ -72,14 +71,18 @@ void IPCThreadState::threadDestructor(void* state) {
     delete thread;
 }
 
+IPCThreadState::Caller IPCThreadState::caller() const {
+    return mCaller.value_or(Caller{getpid(), getuid()});
+}
+
 int64_t IPCThreadState::clearCallingIdentity() {
-    const int64_t token = static_cast<int64_t>(mCaller.uid) << 32 | mCaller.pid;
-    mCaller = {getpid(), getuid()};
+    const int64_t token = static_cast<int64_t>(getCallingUid()) << 32 | getCallingPid();
+    mCaller = Caller{getpid(), getuid()};
     return token;
 }
 
 void IPCThreadState::restoreCallingIdentity(int64_t token) {
-    mCaller = {static_cast<pid_t>(token), static_cast<uid_t>(token >> 32)};
+    mCaller = Caller{static_cast<pid_t>(token), static_cast<uid_t>(token >> 32)};
 }
 
 void IPCThreadState::setTheContextObject(const sp<BHwBinder>& object) {

@@ -18,7 +18,7 @@ namespace hardware {
 
 IncomingCall::IncomingCall(IPCThreadState& thread, const binder_transaction_data& call)
     : mThread(thread), mCall(call), mOuterCaller(thread.mCaller) {
-    mThread.mCaller = {call.sender_pid, call.sender_euid};
+    mThread.mCaller = IPCThreadState::Caller{call.sender_pid, call.sender_euid};
 }
 
 IncomingCall::~IncomingCall() {

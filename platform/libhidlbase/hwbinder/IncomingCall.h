@@ -6,6 +6,8 @@
 #include <linux/android/binder.h>
 #include <utils/Errors.h>
 
+#include <optional>
+
 namespace android {
 namespace hardware {
 
@@ -34,7 +36,7 @@ class IncomingCall {
 
     IPCThreadState& mThread;
     const binder_transaction_data mCall;
-    const IPCThreadState::Caller mOuterCaller;
+    const std::optional<IPCThreadState::Caller> mOuterCaller;
     bool mIsReplied = false;
 };
 

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace android {
 namespace hardware {
@@ -28,8 +29,8 @@ class IPCThreadState {
 
     /** The process and user of the caller being served; outside a call, this process and its user.
      */
-    pid_t getCallingPid() const { return mCaller.pid; }
-    uid_t getCallingUid() const { return mCaller.uid; }
+    pid_t getCallingPid() const { return caller().pid; }
+    uid_t getCallingUid() const { return caller().uid; }
 
     /** Makes this process the caller until restoreCallingIdentity() gets the token returned. */
     int64_t clearCallingIdentity();
@@ -88,6 +89,7 @@ class IPCThreadState {
     ~IPCThreadState();
     static void threadDestructor(void* state);
 
+    Caller caller() const;
     status_t executeNextCommand();
     status_t execute(uint32_t command);
     status_t waitForReply(Parcel* reply);
@@ -98,7 +100,7 @@ class IPCThreadState {
 
     const std::unique_ptr<DriverChannel> mChannel;
     const std::unique_ptr<DriverEvents> mEvents;
-    Caller mCaller;
+    std::optional<Caller> mCaller;  // of the call being served
     bool mIsLooper = false;
     bool mIsPolling = false;
     int mCallDepth = 0;  // calls of this thread that wait for their reply, one inside another

@@ -105,7 +105,8 @@ class Parcel {
     /**
      * A buffer whose address stands in the bytes of an earlier one, at parentOffset, where the
      * receiver finds the new address. BAD_VALUE unless parentHandle is a buffer of this parcel and
-     * the eight bytes of the address lie inside it.
+     * the eight bytes of the address lie inside it. The driver refuses a parent that is the very
+     * first thing in a parcel, and addresses that aren't ascending, depth first.
      */
     status_t writeEmbeddedBuffer(const void* buffer, size_t length, size_t* handle,
                                  size_t parentHandle, size_t parentOffset);
