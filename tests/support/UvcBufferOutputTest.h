@@ -22,7 +22,7 @@ using android::GraphicBuffer;
 using android::sp;
 using Bytes = std::vector<uint8_t>;
 
-/** Its tests say what they see; the helpers here only act and look. */
+/** Queues frames, lets the host take them, and looks at their locks and at what was sent. */
 class UvcBufferOutputTest : public UvcDeviceTest {
   protected:
     ~UvcBufferOutputTest() override { setBufferLayoutOptions(BufferLayoutOptions()); }
