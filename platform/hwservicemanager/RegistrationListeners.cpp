@@ -23,12 +23,19 @@ void RegistrationListeners::remove(const sp<hidl::base::V1_0::IBase>& listener) 
     mEntries.erase(std::remove_if(mEntries.begin(), mEntries.end(), isListener), mEntries.end());
 }
 
+void RegistrationListeners::tell(const Listener& listener, const std::string& fqName,
+                                 const std::string& instance, bool preexisting) {
+    const auto told = listener->onRegistration(fqName, instance, preexisting);
+    if (!told.isOk()) {
+        ALOGW("Can't tell a listener of %s: %s", fqName.c_str(), told.description().c_str());
+    }
+}
+
 void RegistrationListeners::notify(const std::string& fqName, const std::string& instance) const {
     for (const Entry& entry : mEntries) {
         if (entry.fqName != fqName) continue;
         if (!entry.instance.empty() && entry.instance != instance) continue;
-        const auto told = entry.listener->onRegistration(fqName, instance, false /* preexisting */);
-        if (!told.isOk()) ALOGW("A listener of %s is gone", fqName.c_str());
+        tell(entry.listener, fqName, instance, false /* preexisting */);
     }
 }
 

@@ -20,7 +20,11 @@ class RegistrationListeners {
     /** Takes a listener out wherever it stands. */
     void remove(const sp<hidl::base::V1_0::IBase>& listener);
 
-    /** Tells those who wait for this registration. Waits for none of them. */
+    /** Tells one listener of a registration, before it listened or since. Doesn't wait for it. */
+    static void tell(const Listener& listener, const std::string& fqName,
+                     const std::string& instance, bool preexisting);
+
+    /** Tells those who wait for this registration. */
     void notify(const std::string& fqName, const std::string& instance) const;
 
   private:

@@ -111,8 +111,7 @@ void ServiceManager::tellPreexisting(const std::string& fqName, const std::strin
                                      const RegistrationListeners::Listener& listener) {
     for (const std::string& existing : mServices.instancesOf(fqName)) {
         if (!instance.empty() && instance != existing) continue;
-        const auto told = listener->onRegistration(fqName, existing, true /* preexisting */);
-        if (!told.isOk()) ALOGW("A listener of %s is gone", fqName.c_str());
+        RegistrationListeners::tell(listener, fqName, existing, true /* preexisting */);
     }
 }
 
