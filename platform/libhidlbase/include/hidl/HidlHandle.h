@@ -48,7 +48,7 @@ struct hidl_handle {
 
     details::hidl_pointer<const native_handle_t> mHandle;
     bool mOwnsHandle = false;
-    uint8_t mPad[7] = {};
+    [[maybe_unused]] uint8_t mPad[7] = {};  // sent along, so never garbage
 };
 
 }  // namespace hardware

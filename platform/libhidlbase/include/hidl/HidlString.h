@@ -57,7 +57,7 @@ struct hidl_string {
     details::hidl_pointer<const char> mBuffer;  // never null
     uint32_t mSize = 0;
     bool mOwnsBuffer = false;
-    uint8_t mPad[3] = {};
+    [[maybe_unused]] uint8_t mPad[3] = {};  // sent along, so never garbage
 };
 
 // Comparisons end at the first NUL.

@@ -56,10 +56,9 @@ struct hidl_death_recipient : public virtual RefBase {
 
 /** Shared memory as an argument, which no interface here has: only its size matters. */
 struct hidl_memory {
-  private:
-    hidl_handle mHandle;
-    uint64_t mSize = 0;
-    hidl_string mName;
+    hidl_handle handle;
+    uint64_t size = 0;
+    hidl_string name;
 };
 
 /** The integer type of a set of an enum's values. */

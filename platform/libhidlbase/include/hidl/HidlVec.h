@@ -147,7 +147,7 @@ struct hidl_vec {
     details::hidl_pointer<T> mBuffer;
     uint32_t mSize = 0;
     bool mOwnsBuffer = false;
-    uint8_t mPad[3] = {};
+    [[maybe_unused]] uint8_t mPad[3] = {};  // sent along, so never garbage
 };
 
 /** N elements and nothing else, all of them value-initialised unless given. */
