@@ -1,0 +1,12 @@
+# GStreamer by its files: its pkg-config data want the one libunwind that libc++'s packages replace.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0 gobject-2.0)
+find_path(GSTREAMER_INCLUDE_DIR gst/gst.h PATH_SUFFIXES gstreamer-1.0 REQUIRED)
+add_library(gstreamer INTERFACE)
+target_include_directories(gstreamer SYSTEM INTERFACE ${GSTREAMER_INCLUDE_DIR})
+target_link_libraries(gstreamer INTERFACE PkgConfig::GLIB)
+foreach(library gstreamer-1.0 gstbase-1.0 gstapp-1.0 gstvideo-1.0)
+    find_library(GSTREAMER_${library} ${library} REQUIRED)
+    target_link_libraries(gstreamer INTERFACE ${GSTREAMER_${library}})
+endforeach()
+set(Gstreamer_FOUND TRUE)
