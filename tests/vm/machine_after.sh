@@ -7,6 +7,12 @@ check_equal "shares a folder with the host" guest "$(cat "$SHARE/written")"
 check "leaves the host's files alone" test ! -e /etc/korvane-test
 check "keeps the kernel's console" test -e "$SHARE/console.log"
 
+read -r since until <"$SHARE/clock"
+on_host="$(stat -c %.Y "$SHARE/clock-start" "$SHARE/clock-end" | tr '\n' ' ')"
+check "has a clock as fast as the host's" awk -v since="$since" -v until="$until" -v host="$on_host" \
+    'BEGIN { split(host, at); ratio = (until - since) / (at[2] - at[1]); print ratio;
+             exit !(until - since > 4.9 && ratio > 0.9 && ratio < 1.1) }'
+
 # run_machine VARIABLE=VALUE... COMMAND...: output and status of one run.
 run_machine() {
     status=0

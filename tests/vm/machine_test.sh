@@ -20,6 +20,14 @@ check "keeps temporary files" sh -c 'f=$(mktemp) && echo x >$f && rm $f'
 # An isochronous endpoint is what the stock controller lacks.
 check "has a controller with an isochronous endpoint" grep -q ep3in-iso "$(modinfo -n dummy_hcd)"
 
+# Its clock is told how fast it runs, see vm/tsc_khz.c; the host compares when the files were written.
+read -r since _ </proc/uptime && touch "$SHARE/clock-start"
+read -rt 5 -u "$never"
+read -r until _ </proc/uptime && touch "$SHARE/clock-end"
+echo "$since $until" >"$SHARE/clock"
+check_equal "takes the time from the processor" tsc \
+    "$(cat /sys/devices/system/clocksource/clocksource0/current_clocksource)"
+
 # A uevent that root hands to the kernel comes to every listener of the network namespace; one of its
 # own keeps the machine's real ones out.
 start listener unshare -n busybox uevent env
