@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -80,6 +81,11 @@ bool FenceMerger::advance(Merge& merge) {
 }
 
 void FenceMerger::run() {
+    // Signals are for the process's other threads; among them would be SIGPIPE, when a result is
+    // dropped just before it is signalled.
+    sigset_t signals;
+    sigfillset(&signals);
+    pthread_sigmask(SIG_SETMASK, &signals, nullptr);
     for (;;) {
         waitForAny();
         uint64_t count;
