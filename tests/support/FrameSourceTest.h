@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tests of the frame source have in common: a source, its queue, both its neighbours.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/FrameProducer.h"
+#include "support/KorBufferSourcePeer.h"
+#include "support/LogRecorder.h"
+#include "support/QueueSpy.h"
+#include "support/RecordingComponent.h"
+#include "uvc/KorBufferSource.h"
+
+namespace korvane::test {
+
+/** What the source's fatal checks write, matched in the output of a death test. */
+testing::Matcher<const std::string&> fatalLine(int site, const std::string& text);
+testing::Matcher<const std::string&> failedCheck(int site, const std::string& condition);
+testing::Matcher<const std::string&> trespass(int site);
+
+/** Whether the descriptor has been closed. */
+bool isClosed(int fd);
+
+/** A fence that signals when told. */
+class ManualFence {
+  public:
+    ManualFence();
+    /** A fence of its own descriptor. */
+    android::sp<android::Fence> fence() const;
+    /** Another descriptor, the caller's. */
+    int dup() const;
+    void signal();
+
+  private:
+    android::base::unique_fd mEvent;
+};
+
+class FrameSourceTest : public testing::Test {
+  protected:
+    static constexpr char kTag[] = "KorBufferSource";
+    static constexpr uint32_t kMjpg = 0x47504A4D;
+    static constexpr uint32_t kH264 = 0x34363248;
+    static constexpr uint32_t kNv12 = 0x3231564E;
+    static constexpr uint32_t kWidth = 64;
+    static constexpr uint32_t kHeight = 32;
+    /** The dataspace of NV12 and, with it, of frames that name none. */
+    static constexpr uint32_t kDataSpace = 0x10C60000;
+    static constexpr int64_t kMs = 1000000;  // in nanoseconds
+
+    /** The frame source is new, and its log empty. */
+    FrameSourceTest();
+
+    android::status_t configure(uint32_t fourcc = kNv12, int maxAcquired = 4);
+    /** Configures, adds codec buffers 0, 1, ..., connects the producer. */
+    void prepare(int codecBuffers);
+    /** The same, and starts. */
+    void start(int codecBuffers);
+
+    /** Queues a frame of this time. */
+    int queueFrame(int64_t timestampNs);
+
+    /** The ids and the times, in microseconds, of what the component was given. */
+    std::vector<int> submittedIds() const;
+    std::vector<int64_t> submittedTimes() const;
+
+    bool logged(android_LogPriority priority, const std::string& message) const {
+        return log.has(priority, kTag, message);
+    }
+
+    LogRecorder log;
+    android::sp<android::KorBufferSource> source;
+    android::KorBufferSourcePeer peer;
+    android::sp<QueueSpy> queue;
+    android::sp<RecordingComponent> component = new RecordingComponent;
+    FrameProducer producer;
+};
+
+}  // namespace korvane::test

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+// Lets a test look into the buffer queue that the code under test makes, and make it misbehave.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <gui/BufferQueue.h>
+#include <gui/IGraphicBufferConsumer.h>
+#include <gui/IGraphicBufferProducer.h>
+#include <utils/RefBase.h>
+
+namespace korvane::test {
+
+/**
+ * The consumer's end of a real queue. Every call goes on to the queue unless the test has set
+ * another result for it; then the queue does not hear of it. Thread-safe but for the members that a
+ * test sets.
+ *
+ * A program that links korvane_queue_spy gets one with each BufferQueue::createBufferQueue().
+ */
+class QueueSpy : public android::IGraphicBufferConsumer {
+  public:
+    /** One releaseBuffer(). */
+    struct Release {
+        int slot;
+        uint64_t frameNumber;
+        android::sp<android::Fence> fence;
+        android::status_t result;
+    };
+
+    /** The spy of the queue that was made last. */
+    static android::sp<QueueSpy> last();
+
+    /** For the one call of this name of the next queue to be made: its result. */
+    static void failInTheNextQueue(const std::string& call, android::status_t result);
+
+    /** The names under which Fence::merge() was called, in all. */
+    static std::vector<std::string>& mergeNames();
+
+    QueueSpy(const android::sp<android::IGraphicBufferConsumer>& consumer,
+             const android::sp<android::IGraphicBufferProducer>& producer)
+        : mConsumer(consumer), mProducer(producer) {}
+
+    const android::sp<android::IGraphicBufferProducer>& producer() const { return mProducer; }
+
+    /** From now on the call of this name does nothing and gives this result; OK ends that. */
+    void setResult(const std::string& call, android::status_t result);
+
+    /** The calls so far, by name, in order. */
+    std::vector<std::string> calls() const;
+    size_t count(const std::string& call) const;
+    std::vector<Release> releases() const;
+    void clear();
+
+    /** What the calls gave last. */
+    android::sp<android::IConsumerListener> listener;
+    bool controlledByApp = true;
+    std::string name;
+    int maxAcquired = 0;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    int format = 0;
+    uint32_t dataSpace = 0;
+    uint64_t usage = 0;
+    uint64_t maxFrameNumber = 1;
+    int64_t presentWhen = 1;
+
+    /** Run in the middle of setMaxAcquiredBufferCount(). */
+    std::function<void()> duringSetMaxAcquired = [] {};
+    /** Changes what acquireBuffer() gives out. */
+    std::function<void(android::BufferItem*)> onAcquired = [](android::BufferItem*) {};
+    /** Added to, and taken from, what getReleasedBuffers() says. */
+    uint64_t moreReleased = 0;
+    uint64_t lessReleased = 0;
+
+    android::status_t acquireBuffer(android::BufferItem* buffer, nsecs_t presentWhen,
+                                    uint64_t maxFrameNumber) override;
+    android::status_t detachBuffer(int slot) override;
+    android::status_t attachBuffer(int* outSlot,
+                                   const android::sp<android::GraphicBuffer>& buffer) override;
+    android::status_t releaseBuffer(int slot, uint64_t frameNumber, EGLDisplay display,
+                                    EGLSyncKHR eglFence,
+                                    const android::sp<android::Fence>& fence) override;
+    android::status_t consumerConnect(const android::sp<android::IConsumerListener>& consumer,
+                                      bool controlledByApp) override;
+    android::status_t consumerDisconnect() override;
+    android::status_t getReleasedBuffers(uint64_t* slotMask) override;
+    android::status_t setDefaultBufferSize(uint32_t width, uint32_t height) override;
+    android::status_t setMaxBufferCount(int bufferCount) override;
+    android::status_t setMaxAcquiredBufferCount(int maxAcquiredBuffers) override;
+    android::status_t setConsumerName(const android::String8& name) override;
+    android::status_t setDefaultBufferFormat(android::PixelFormat format) override;
+    android::status_t setDefaultBufferDataSpace(android_dataspace dataSpace) override;
+    android::status_t setConsumerUsageBits(uint64_t usage) override;
+    android::status_t setConsumerIsProtected(bool isProtected) override;
+    android::status_t setTransformHint(uint32_t hint) override;
+    android::status_t getSidebandStream(
+            android::sp<android::NativeHandle>* outStream) const override;
+    android::status_t discardFreeBuffers() override;
+
+  private:
+    // Notes the call and does it, or gives the result that the test has set for it.
+    android::status_t call(const std::string& name,
+                           const std::function<android::status_t()>& action);
+
+    const android::sp<android::IGraphicBufferConsumer> mConsumer;
+    const android::sp<android::IGraphicBufferProducer> mProducer;
+
+    mutable std::mutex mLock;
+    std::vector<std::string> mCalls;
+    std::vector<Release> mReleases;
+    std::map<std::string, android::status_t> mResults;
+};
+
+}  // namespace korvane::test

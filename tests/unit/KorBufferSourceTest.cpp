@@ -1,0 +1,351 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of a frame source: made, configured, offered, started, ended.
+#include "uvc/KorBufferSource.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/FrameSourceTest.h"
+
+namespace {
+
+using android::BAD_VALUE;
+using android::INVALID_OPERATION;
+using android::KorBufferSource;
+using android::NO_INIT;
+using android::OK;
+using android::sp;
+using korvane::test::failedCheck;
+using korvane::test::FrameProducer;
+using korvane::test::FrameSourceTest;
+using korvane::test::LogLine;
+using korvane::test::ManualFence;
+using korvane::test::QueueSpy;
+using korvane::test::trespass;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using KorBufferSourceTest = FrameSourceTest;
+using KorBufferSourceDeathTest = FrameSourceTest;
+
+TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication) {
+    EXPECT_THAT(queue->calls(), ElementsAre("consumerConnect", "setConsumerName"));
+    EXPECT_FALSE(queue->controlledByApp);
+    EXPECT_EQ("KorBufferSource", queue->name);
+    EXPECT_EQ(OK, peer.initCheck());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
+    QueueSpy::failInTheNextQueue("consumerConnect", NO_INIT);
+    sp<KorBufferSource> unconnected = new KorBufferSource;
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR,
+                       std::string("Error connecting to BufferQueue: ") + strerror(19) + " (-19)"));
+    EXPECT_THAT(QueueSpy::last()->calls(), ElementsAre("consumerConnect"));
+    EXPECT_EQ(NO_INIT, android::KorBufferSourcePeer(unconnected.get()).initCheck());
+
+    unconnected.clear();
+    EXPECT_TRUE(logged(ANDROID_LOG_WARN, "consumerDisconnect failed: -22"));
+}
+
+TEST_F(KorBufferSourceTest, RefusesAConfigurationWithoutAComponent) {
+    queue->clear();
+    EXPECT_EQ(BAD_VALUE, source->configure(nullptr, 4, kWidth, kHeight, kNv12, 0));
+    EXPECT_THAT(queue->calls(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, RefusesABufferCountThatTheQueueRefuses) {
+    queue->clear();
+    EXPECT_EQ(BAD_VALUE, configure(kNv12, 0));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "Unable to set BQ max acquired buffer count to 0: -22"}));
+    EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount"));
+    EXPECT_EQ(nullptr, peer.component());
+}
+
+TEST_F(KorBufferSourceTest, RefusesASizeThatTheQueueRefusesButKeepsTheComponent) {
+    queue->clear();
+    EXPECT_EQ(BAD_VALUE, source->configure(component, 4, 0, kHeight, kNv12, 0));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "Unable to set BQ default buffer size to 0x32: -22"}));
+    EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount", "setDefaultBufferSize"));
+    EXPECT_EQ(component, peer.component());
+}
+
+TEST_F(KorBufferSourceTest, TellsTheQueueItsConfigurationInOrder) {
+    queue->clear();
+    ASSERT_EQ(OK, source->configure(component, 3, 1280, 720, kNv12, 0x33));
+    EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount", "setDefaultBufferSize",
+                                            "setConsumerUsageBits", "setDefaultBufferFormat",
+                                            "setDefaultBufferDataSpace"));
+    EXPECT_EQ(3, queue->maxAcquired);
+    EXPECT_EQ(1280u, queue->width);
+    EXPECT_EQ(720u, queue->height);
+    EXPECT_EQ(0x33u, queue->usage);
+}
+
+TEST_F(KorBufferSourceTest, OffersJfifBlobsForMjpeg) {
+    ASSERT_EQ(OK, configure(kMjpg));
+    EXPECT_EQ(33, queue->format);
+    EXPECT_EQ(0x8C20000u, queue->dataSpace);
+    EXPECT_EQ(0x8C20000u, peer.lastDataSpace());
+    EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag,
+                                                     "setting dataspace: 0x8c20000, acquired=0"}));
+}
+
+TEST_F(KorBufferSourceTest, OffersBt2020BlobsForH264) {
+    ASSERT_EQ(OK, configure(kH264));
+    EXPECT_EQ(33, queue->format);
+    EXPECT_EQ(0x10C60000u, queue->dataSpace);
+}
+
+TEST_F(KorBufferSourceTest, OffersBt2020PlanesForNv12) {
+    ASSERT_EQ(OK, configure(kNv12));
+    EXPECT_EQ(35, queue->format);
+    EXPECT_EQ(0x10C60000u, queue->dataSpace);
+    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "setting dataspace: 0x10c60000, acquired=0"));
+}
+
+TEST_F(KorBufferSourceTest, RefusesEveryOtherFormatButKeepsTheComponent) {
+    queue->clear();
+    EXPECT_EQ(BAD_VALUE, configure(0x56595559));  // YUYV
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "configure: Unsupported format: 1448695129"},
+                            LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "Failed to configure surface default format ret: -22"}));
+    EXPECT_EQ(0u, queue->count("setDefaultBufferFormat"));
+    EXPECT_EQ(0u, queue->count("setDefaultBufferDataSpace"));
+    EXPECT_EQ(component, peer.component());
+}
+
+TEST_F(KorBufferSourceTest, PassesOnThatTheQueueRefusesTheFormat) {
+    queue->setResult("setDefaultBufferFormat", NO_INIT);
+    EXPECT_EQ(NO_INIT, configure());
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "Failed to configure surface default format ret: -19"}));
+    EXPECT_EQ(0u, queue->count("setDefaultBufferDataSpace"));
+}
+
+TEST_F(KorBufferSourceTest, IgnoresThatUsageAndDataspaceAreRefused) {
+    queue->setResult("setConsumerUsageBits", NO_INIT);
+    queue->setResult("setDefaultBufferDataSpace", NO_INIT);
+    EXPECT_EQ(OK, configure());
+}
+
+// The queue does so when it gives up slots.
+TEST_F(KorBufferSourceTest, CanBeCalledBackWhileItSetsTheBufferCount) {
+    queue->duringSetMaxAcquired = [this] { source->onBuffersReleased(); };
+    EXPECT_EQ(OK, configure());
+    EXPECT_EQ(1u, queue->count("getReleasedBuffers"));
+}
+
+TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
+    peer.executing() = peer.suspended() = true;
+    peer.endOfStream() = peer.endOfStreamSent() = true;
+    peer.skipFramesBeforeNs() = 1;
+    peer.frameDropper() = new android::FrameDropper;
+    peer.repeatIntervalUs() = 1;
+    peer.repeatGeneration() = peer.outstandingRepeatCount() = 1;
+    peer.latestBuffer().mTimestampNs = 1;
+    peer.repeatBlocked() = true;
+    peer.baseCaptureUs() = peer.baseFrameUs() = peer.frameCount() = 1;
+    peer.prevCaptureUs() = peer.prevFrameUs() = peer.inputTimeOffsetUs() = 1;
+    peer.fps() = peer.captureFps() = 1;
+    peer.stopTimeUs() = 1;
+    peer.actionQueue().push_back({0, 0});
+    ASSERT_EQ(OK, configure());
+    EXPECT_FALSE(peer.executing());
+    EXPECT_FALSE(peer.suspended());
+    EXPECT_FALSE(peer.endOfStream());
+    EXPECT_FALSE(peer.endOfStreamSent());
+    EXPECT_EQ(-1, peer.skipFramesBeforeNs());
+    EXPECT_EQ(nullptr, peer.frameDropper());
+    EXPECT_EQ(-1, peer.repeatIntervalUs());
+    EXPECT_EQ(0, peer.repeatGeneration());
+    EXPECT_EQ(0, peer.outstandingRepeatCount());
+    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
+    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_EQ(-1, peer.baseCaptureUs());
+    EXPECT_EQ(-1, peer.baseFrameUs());
+    EXPECT_EQ(0, peer.frameCount());
+    EXPECT_EQ(-1, peer.prevCaptureUs());
+    EXPECT_EQ(-1, peer.prevFrameUs());
+    EXPECT_EQ(0, peer.inputTimeOffsetUs());
+    EXPECT_EQ(-1.0, peer.fps());
+    EXPECT_EQ(-1.0, peer.captureFps());
+    EXPECT_EQ(-1, peer.stopTimeUs());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, KeepsCodecBuffersAndParkedFramesWhenConfiguredAgain) {
+    prepare(1);
+    ASSERT_GE(queueFrame(5 * kMs), 0);
+    ASSERT_EQ(OK, configure());
+    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "setting dataspace: 0x10c60000, acquired=1"));
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(submittedTimes(), ElementsAre(5000));
+}
+
+TEST_F(KorBufferSourceTest, TakesCodecBuffersOnlyBeforeItIsStarted) {
+    start(1);
+    EXPECT_EQ(INVALID_OPERATION, source->onInputBufferAdded(1));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "addCodecBuffer: buffer added while executing"}));
+    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceDeathTest, AbortsWhenStartedTwice) {
+    start(1);
+    EXPECT_DEATH(source->start(), failedCheck(421, "!mExecuting"));
+}
+
+TEST_F(KorBufferSourceTest, LendsTheParkedFramesWhenStarted) {
+    prepare(2);
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(component->submissions(), IsEmpty());
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(submittedIds(), ElementsAre(0, 1));
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
+    EXPECT_EQ(1u, peer.availableBuffers().size());
+}
+
+TEST_F(KorBufferSourceTest, StartsNoLooperUnlessItRepeats) {
+    start(1);
+    EXPECT_EQ(nullptr, peer.looper());
+}
+
+TEST_F(KorBufferSourceTest, DisconnectsFromItsQueueAtItsEnd) {
+    start(1);
+    source.clear();
+    EXPECT_EQ(1u, queue->count("consumerDisconnect"));
+    EXPECT_EQ(NO_INIT, queueFrame(0));
+    EXPECT_THAT(log.lines(kTag), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, ReleasesAllFramesAtItsEnd) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);  // lent
+    peer.freeCodecBuffers().push_back(1);
+    peer.repeatIntervalUs() = 1000;
+    ASSERT_GE(queueFrame(2 * kMs), 0);  // lent, and the latest
+    peer.executing() = false;
+    ASSERT_GE(queueFrame(3 * kMs), 0);  // parked
+    EXPECT_EQ(3, peer.outstandingAcquires());
+    EXPECT_THAT(queue->releases(), IsEmpty());
+    source.clear();
+    EXPECT_EQ(3u, queue->releases().size());
+    for (const auto& release : queue->releases()) EXPECT_EQ(OK, release.result);
+}
+
+TEST_F(KorBufferSourceTest, LogsThatDisconnectingFails) {
+    queue->setResult("consumerDisconnect", BAD_VALUE);
+    source.clear();
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_WARN, kTag, "consumerDisconnect failed: -22"}));
+}
+
+TEST_F(KorBufferSourceDeathTest, AbortsWhenItEndsWhileAFrameIsHeld) {
+    prepare(1);
+    ASSERT_GE(queueFrame(0), 0);
+    EXPECT_DEATH(
+            {
+                __android_log_set_logger(__android_log_stderr_logger);
+                const auto held = peer.availableBuffers().front().mBuffer;
+                source.clear();
+            },
+            AllOf(HasSubstr("KorBufferSource W "),
+                  HasSubstr(" potential buffer leak: acquired=1\n"), trespass(388)));
+}
+
+TEST_F(KorBufferSourceTest, IgnoresItsQueueOnceItIsGone) {
+    start(1);
+    source.clear();
+    queue->clear();
+    queue->listener->onFrameAvailable(android::BufferItem());
+    queue->listener->onBuffersReleased();
+    queue->listener->onSidebandStreamChanged();
+    EXPECT_THAT(queue->calls(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, IsNotKeptAliveByItsQueue) {
+    const android::wp<KorBufferSource> weak = source;
+    source.clear();
+    EXPECT_EQ(nullptr, weak.promote());
+}
+
+TEST_F(KorBufferSourceTest, IgnoresTheRestOfWhatTheQueueTells) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    queue->clear();
+    queue->listener->onSidebandStreamChanged();
+    queue->listener->onDisconnect();
+    queue->listener->onFrameReplaced(android::BufferItem());
+    EXPECT_THAT(queue->calls(), IsEmpty());
+    EXPECT_THAT(peer.unacquiredCount(), 0);
+}
+
+// The endpoint.
+
+std::string nameOf(const sp<KorBufferSource::HGraphicBufferProducer>& endpoint) {
+    std::string result;
+    EXPECT_TRUE(endpoint->getConsumerName([&](const auto& name) { result = name; }).isOk());
+    return result;
+}
+
+int32_t queryOf(const sp<KorBufferSource::HGraphicBufferProducer>& endpoint, int what) {
+    int32_t result = -1;
+    EXPECT_TRUE(endpoint->query(what, [&](int32_t, int32_t value) { result = value; }).isOk());
+    return result;
+}
+
+TEST_F(KorBufferSourceTest, LogsTheNameOfTheQueueThatItOffers) {
+    ASSERT_EQ(OK, producer.connect());  // the name is the producer's only since
+    source->getHGraphicBufferProducer_V1_0();
+    EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag,
+                                                     "Getting producer with name: "
+                                                     "KorBufferSource"}));
+}
+
+TEST_F(KorBufferSourceTest, OffersNewEndpointsOfItsOneQueue) {
+    ASSERT_EQ(OK, configure());
+    const auto first = source->getHGraphicBufferProducer_V1_0();
+    const auto second = source->getHGraphicBufferProducer_V1_0();
+    EXPECT_NE(first, second);
+    ASSERT_EQ(OK, producer.connect());
+    EXPECT_EQ("KorBufferSource", nameOf(first));
+    EXPECT_EQ("KorBufferSource", nameOf(second));
+}
+
+TEST_F(KorBufferSourceTest, OffersWhatItWasConfiguredTo) {
+    ASSERT_EQ(OK, configure(kNv12, 5));
+    const auto endpoint = source->getHGraphicBufferProducer_V1_0();
+    EXPECT_EQ(static_cast<int32_t>(kWidth), queryOf(endpoint, 0));
+    EXPECT_EQ(static_cast<int32_t>(kHeight), queryOf(endpoint, 1));
+    EXPECT_EQ(35, queryOf(endpoint, 2));
+    EXPECT_EQ(5, queryOf(endpoint, 3));
+    EXPECT_EQ(3, queryOf(endpoint, 10));
+    EXPECT_EQ(0x10C60000, queryOf(endpoint, 12));
+}
+
+TEST_F(KorBufferSourceTest, LeavesItsEndpointsAQueueWithoutAConsumer) {
+    ASSERT_EQ(OK, configure());
+    const auto endpoint = source->getHGraphicBufferProducer_V1_0();
+    source.clear();
+    int32_t status = OK;
+    ASSERT_TRUE(endpoint->query(0, [&](int32_t result, int32_t) { status = result; }).isOk());
+    EXPECT_EQ(NO_INIT, status);
+}
+
+}  // namespace
