@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <regex>
+#include <string_view>
 
 #include <android/hidl/base/1.0/IBase.h>
 
@@ -14,12 +14,51 @@ namespace {
 // Longer than any name in use; it bounds what one registration can make the register keep.
 constexpr size_t kMaxLength = 255;
 
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isWordStart(char c) {
+    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isWord(std::string_view text) {
+    const auto isPart = [](char c) { return isWordStart(c) || isDigit(c); };
+    return !text.empty() && isWordStart(text.front()) &&
+           std::all_of(text.begin(), text.end(), isPart);
+}
+
+bool isNumber(std::string_view text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
+}
+
+/** Words with dots between them. */
+bool isPackage(std::string_view text) {
+    const size_t dot = text.find('.');
+    if (dot == text.npos) return isWord(text);
+    return isWord(text.substr(0, dot)) && isPackage(text.substr(dot + 1));
+}
+
+bool isVersion(std::string_view text) {
+    const size_t dot = text.find('.');
+    return dot != text.npos && isNumber(text.substr(0, dot)) && isNumber(text.substr(dot + 1));
+}
+
+bool isInterface(std::string_view text) {
+    return text.size() > 1 && text.front() == 'I' && isWord(text);
+}
+
 }  // namespace
 
 bool isValidFqName(const std::string& name) {
-    static const std::regex pattern(
-            "[A-Za-z_][A-Za-z0-9_]*([.][A-Za-z_][A-Za-z0-9_]*)*@[0-9]+[.][0-9]+::I[A-Za-z0-9_]+");
-    return name.size() <= kMaxLength && std::regex_match(name, pattern);
+    const std::string_view text = name;
+    const size_t at = text.find('@');
+    const size_t colons = text.find("::");
+    if (text.size() > kMaxLength || at == text.npos || colons == text.npos || colons < at) {
+        return false;
+    }
+    return isPackage(text.substr(0, at)) && isVersion(text.substr(at + 1, colons - at - 1)) &&
+           isInterface(text.substr(colons + 2));
 }
 
 bool isValidInstance(const std::string& name) {

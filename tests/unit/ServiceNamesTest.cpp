@@ -17,10 +17,27 @@ TEST(ServiceNamesTest, TakesDescriptors) {
 }
 
 TEST(ServiceNamesTest, RefusesWhatIsNoDescriptor) {
-    for (const char* name :
-         {"", "IFoo", "a.b@1.0", "a.b@1::IFoo", "a.b@1.0::Foo", "a.b@1.0::IFoo/default",
-          "a..b@1.0::IFoo", ".a@1.0::IFoo", "a.b@1.0::IFoo ", "a.b@1.0::IFoo\n", "a b@1.0::IFoo",
-          "a.b@-1.0::IFoo", "a.b@1.0::I"}) {
+    for (const char* name : {"",
+                             "IFoo",
+                             "a.b@1.0",
+                             "a.b@1::IFoo",
+                             "a.b@1.0::Foo",
+                             "a.b@1.0::IFoo/default",
+                             "a..b@1.0::IFoo",
+                             ".a@1.0::IFoo",
+                             "a.b@1.0::IFoo ",
+                             "a.b@1.0::IFoo\n",
+                             "a b@1.0::IFoo",
+                             "a.b@-1.0::IFoo",
+                             "a.b@1.0::I",
+                             "@1.0::IFoo",
+                             "a.b.@1.0::IFoo",
+                             "a::b@1.0",
+                             "a.b@1.0.0::IFoo",
+                             "a.b@.0::IFoo",
+                             "1a@1.0::IFoo",
+                             "a@1.0::IFoo::IBar",
+                             "a@1.0::IF-oo"}) {
         EXPECT_FALSE(isValidFqName(name)) << name;
     }
     EXPECT_FALSE(isValidFqName(std::string(250, 'a') + "@1.0::IFoo"));
