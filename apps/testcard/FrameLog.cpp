@@ -3,6 +3,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <vector>
 
 #include <zlib.h>
 
@@ -31,6 +32,23 @@ bool FrameRecord::fromLine(const std::string& line) {
 
 uint32_t crc32Of(const uint8_t* data, size_t size, uint32_t crc) {
     return static_cast<uint32_t>(crc32_z(crc, data, size));
+}
+
+uint32_t crc32Of(const Planes& planes, uint32_t width, uint32_t height) {
+    uint32_t crc = 0;
+    for (uint32_t line = 0; line < height; ++line) {
+        crc = crc32Of(planes.y + line * planes.yStride, width, crc);
+    }
+    std::vector<uint8_t> pairs(width);
+    for (uint32_t line = 0; line < height / 2; ++line) {
+        if (planes.hasPairs()) {
+            crc = crc32Of(planes.cb + line * planes.cStride, width, crc);
+            continue;
+        }
+        planes.getChroma(line, pairs.data(), width);
+        crc = crc32Of(pairs.data(), width, crc);
+    }
+    return crc;
 }
 
 bool FrameLog::read(std::istream& in, std::string* error) {

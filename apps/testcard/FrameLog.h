@@ -9,6 +9,7 @@
 #include <string>
 
 #include "FrameStamp.h"
+#include "Planes.h"
 
 namespace korvane::testcard {
 
@@ -30,6 +31,9 @@ struct FrameRecord {
 
 /** The CRC of a picture's bytes, continued from `crc` for a picture in several pieces. */
 uint32_t crc32Of(const uint8_t* data, size_t size, uint32_t crc = 0);
+
+/** The CRC of a picture as if it were NV12 without padding, in whatever layout it lies. */
+uint32_t crc32Of(const Planes& planes, uint32_t width, uint32_t height);
 
 /** The frames of a log, by number. */
 class FrameLog {

@@ -25,7 +25,8 @@ void TestCard::drawBars(uint32_t number, const Planes& planes) const {
     }
     for (uint32_t line = 0; line < mLayout.height() / 2; ++line) {
         const bool strip = mLayout.stripLine(2 * line).has_value();
-        putChroma(planes, line, strip ? mGrey.data() : mPattern.chroma(number, line));
+        planes.putChroma(line, strip ? mGrey.data() : mPattern.chroma(number, line),
+                         mLayout.width());
     }
 }
 
@@ -38,19 +39,6 @@ void TestCard::drawStrips(const FrameStamp& stamp, const Planes& planes) {
         memcpy(planes.y + line * planes.yStride, mCellLine.data(), mLayout.width());
         memcpy(planes.y + (mLayout.bottomLine() + line) * planes.yStride, mCellLine.data(),
                mLayout.width());
-    }
-}
-
-void TestCard::putChroma(const Planes& planes, uint32_t chromaLine, const uint8_t* pairs) const {
-    uint8_t* cb = planes.cb + chromaLine * planes.cStride;
-    uint8_t* cr = planes.cr + chromaLine * planes.cStride;
-    if (planes.cStep == 2 && cr == cb + 1) {
-        memcpy(cb, pairs, mLayout.width());
-        return;
-    }
-    for (uint32_t x = 0; x < mLayout.width() / 2; ++x) {
-        cb[x * planes.cStep] = pairs[2 * x];
-        cr[x * planes.cStep] = pairs[2 * x + 1];
     }
 }
 

@@ -9,30 +9,10 @@
 
 #include "CardPattern.h"
 #include "FrameStamp.h"
+#include "Planes.h"
 #include "StripLayout.h"
 
 namespace korvane::testcard {
-
-/**
- * Memory of a YCbCr 4:2:0 picture in any layout, as a locked graphic buffer describes it: luma (x,
- * y) is y[y * yStride + x], chroma (x, y) of a quarter picture cb[y * cStride + x * cStep], and so
- * cr.
- */
-struct Planes {
-    uint8_t* y = nullptr;
-    uint8_t* cb = nullptr;
-    uint8_t* cr = nullptr;
-    size_t yStride = 0;
-    size_t cStride = 0;
-    size_t cStep = 0;
-
-    /** The planes of an NV12 picture without padding, `width` * `height` * 3 / 2 bytes at `data`.
-     */
-    static Planes nv12(uint8_t* data, uint32_t width, uint32_t height) {
-        uint8_t* chroma = data + static_cast<size_t>(width) * height;
-        return {data, chroma, chroma + 1, width, width, 2};
-    }
-};
 
 /**
  * A test picture of one size: slanted colour bars that move, with the frame's stamp in a coded
@@ -54,7 +34,6 @@ class TestCard {
   private:
     void drawStrips(const FrameStamp& stamp, const Planes& planes);
     void drawBars(uint32_t number, const Planes& planes) const;
-    void putChroma(const Planes& planes, uint32_t chromaLine, const uint8_t* pairs) const;
 
     StripLayout mLayout;
     CardPattern mPattern;

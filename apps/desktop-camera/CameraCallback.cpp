@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "desktop-camera"
+
+#include "CameraCallback.h"
+
+#include <log/log.h>
+
+#include "Messages.h"
+
+namespace korvane::camera {
+
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+using ::android::hardware::Void;
+
+Return<void> CameraCallback::onCommand(const hidl_string& command, onCommand_cb reply) {
+    ALOGI("told %s", command.c_str());
+    const Event event = eventFrom(command);
+    if (event == Event::kStart) mDemand.start();
+    if (event == Event::kStop) mDemand.stop();
+    reply(event == Event::kStart ? kTaken : "");
+    return Void();
+}
+
+}  // namespace korvane::camera

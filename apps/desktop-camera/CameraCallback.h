@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where the service delivers the controller's commands.
+#pragma once
+
+#include <korvane/hardware/camera/desktop/1.0/ICameraDesktopCallback.h>
+
+#include "StreamDemand.h"
+
+namespace korvane::camera {
+
+/**
+ * The camera's callback. The controller waits for the answer on the thread that serves the gadget,
+ * so nothing is done here but to note what is wanted. Called on the HIDL thread.
+ */
+class CameraCallback : public hardware::camera::desktop::V1_0::ICameraDesktopCallback {
+  public:
+    /** What a start is answered with: any text says that this client takes charge of the camera. */
+    static constexpr char kTaken[] = "OK_CAMERA";
+
+    /** `demand` must live as long as the service may call, which is as long as the process. */
+    explicit CameraCallback(StreamDemand& demand) : mDemand(demand) {}
+
+    /** Answers kTaken to a start, else an empty text. */
+    ::android::hardware::Return<void> onCommand(const ::android::hardware::hidl_string& command,
+                                                onCommand_cb reply) override;
+
+  private:
+    StreamDemand& mDemand;
+};
+
+}  // namespace korvane::camera

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "desktop-camera"
+
+#include "CameraClient.h"
+
+#include <optional>
+#include <string>
+
+#include <log/log.h>
+
+#include "Messages.h"
+
+namespace korvane::camera {
+
+using android::IGraphicBufferProducer;
+using android::sp;
+
+namespace {
+
+const char* text(SurfaceRenderer::End end) {
+    switch (end) {
+        case SurfaceRenderer::End::kStopped:
+            return "it is not wanted any more";
+        case SurfaceRenderer::End::kSurfaceGone:
+            return "its surface is gone";
+        case SurfaceRenderer::End::kFailed:
+            return "it failed";
+        case SurfaceRenderer::End::kLastFrame:
+            return "that was the last frame";
+    }
+    return "";
+}
+
+}  // namespace
+
+CameraClient::CameraClient(StreamDemand& demand, ServiceConnection& connection, FrameSource& source,
+                           FrameJournal& journal, uint32_t lastFrame)
+    : mDemand(demand),
+      mConnection(connection),
+      mSource(source),
+      mJournal(journal),
+      mLastFrame(lastFrame) {}
+
+void CameraClient::run() {
+    if (!mConnection.connect()) return;
+    for (;;) {
+        uint64_t stream = 0;
+        switch (mDemand.waitForWork(&stream)) {
+            case StreamDemand::Work::kStream:
+                serveStream(StreamTicket(mDemand, stream));
+                break;
+            case StreamDemand::Work::kReconnect:
+                if (!mConnection.connect()) return;
+                break;
+            case StreamDemand::Work::kQuit:
+                return;
+        }
+    }
+}
+
+// What goes wrong ends this stream only: the next start may find everything in order.
+void CameraClient::serveStream(const StreamTicket& ticket) {
+    PictureFormat format;
+    if (!openSurface(&format)) return;
+    const sp<IGraphicBufferProducer> surface = mConnection.surface();
+    if (surface == nullptr) {
+        ALOGW("no stream: there is no surface");
+        return;
+    }
+    if (!mSource.start(format)) return;
+    ALOGI("rendering %s %ux%u at %.2f frames a second", format.fourcc.c_str(), format.width,
+          format.height, format.fps);
+    const uint32_t first = mJournal.nextNumber();
+    const auto end = SurfaceRenderer(surface, format, mSource, mJournal).run(ticket, mLastFrame);
+    mSource.stop();
+    ALOGI("the stream ends after %u frames: %s", mJournal.nextNumber() - first, text(end));
+    if (end == SurfaceRenderer::End::kLastFrame) mDemand.quit();
+}
+
+bool CameraClient::openSurface(PictureFormat* format) {
+    const std::optional<std::string> config = mConnection.command(kGetStreamConfig);
+    if (!config) return false;
+    if (!streamConfigFrom(*config, format)) {
+        ALOGW("no stream: asked for the configuration, the controller says \"%s\"",
+              config->c_str());
+        return false;
+    }
+    const std::optional<std::string> refusal =
+            mConnection.command(createSurfaceCommand(*format, ProducerSurface::kUsage));
+    if (!refusal) return false;
+    if (!refusal->empty()) {
+        ALOGW("no stream: asked for a surface, the controller says \"%s\"", refusal->c_str());
+    }
+    return refusal->empty();
+}
+
+}  // namespace korvane::camera

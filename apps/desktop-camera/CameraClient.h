@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// The work of the camera from its start to its end.
+#pragma once
+
+#include <cstdint>
+
+#include "FrameJournal.h"
+#include "FrameSource.h"
+#include "PictureFormat.h"
+#include "ServiceConnection.h"
+#include "StreamDemand.h"
+#include "SurfaceRenderer.h"
+
+namespace korvane::camera {
+
+/** Serves one stream after the other until the program is to end. Used by one thread. */
+class CameraClient {
+  public:
+    /** All must outlive the client. `lastFrame` is the number of the last frame to be queued. */
+    CameraClient(StreamDemand& demand, ServiceConnection& connection, FrameSource& source,
+                 FrameJournal& journal, uint32_t lastFrame);
+
+    /** Connects, serves streams, connects again when the service has died. */
+    void run();
+
+  private:
+    void serveStream(const StreamTicket& ticket);
+    bool openSurface(PictureFormat* format);
+
+    StreamDemand& mDemand;
+    ServiceConnection& mConnection;
+    FrameSource& mSource;
+    FrameJournal& mJournal;
+    const uint32_t mLastFrame;
+};
+
+}  // namespace korvane::camera

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where the camera's pictures come from.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "PictureFormat.h"
+#include "testcard/FrameStamp.h"
+#include "testcard/Planes.h"
+
+namespace korvane::camera {
+
+/** Memory for one picture: planes for NV12, room for a file for MJPG. */
+struct PictureMemory {
+    testcard::Planes planes;
+    uint8_t* file = nullptr;
+    size_t fileCapacity = 0;
+};
+
+/**
+ * Gives pictures for one stream at a time: start(), any number of draw(), stop(). Used by one
+ * thread.
+ */
+class FrameSource {
+  public:
+    enum class Result {
+        kDrawn,
+        kNotYet,  // no picture within a tenth of a second, or one too large; try again
+        kFailed,  // there will be none any more, and the log says why
+    };
+
+    virtual ~FrameSource() = default;
+
+    /** Prepares for pictures of a format. False if it cannot give such, and the log says why. */
+    virtual bool start(const PictureFormat& format) = 0;
+
+    /**
+     * Puts a picture into the memory, which is for the format given to start(). Returns its size in
+     * `bytes`; the stamp is for those pictures that show it.
+     */
+    virtual Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
+                        size_t* bytes) = 0;
+
+    virtual void stop() = 0;
+};
+
+}  // namespace korvane::camera

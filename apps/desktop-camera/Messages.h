@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// The JSON texts that the camera exchanges with the webcam controller.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "PictureFormat.h"
+
+namespace korvane::camera {
+
+/** What a command that the controller sends to its clients means for the camera. */
+enum class Event {
+    kNone,   // nothing that concerns it
+    kStart,  // a host wants pictures: {"event":"stream-start"} or {"webcam-start":true}
+    kStop,   // it wants no more: {"event":"stream-stop"}
+};
+
+/** Reads a command; kNone for whatever it does not understand. */
+Event eventFrom(const std::string& command);
+
+/** Asks for the format of the stream that the host has started. */
+extern const char kGetStreamConfig[];
+
+/**
+ * Reads the reply to kGetStreamConfig. False if it is not a configuration (the controller answers
+ * in plain text when it has none) or one without pictures.
+ */
+bool streamConfigFrom(const std::string& reply, PictureFormat* format);
+
+/** Asks for a surface; the reply is empty if it was created, else it says why not. */
+std::string createSurfaceCommand(const PictureFormat& format, uint32_t consumerUsage);
+
+}  // namespace korvane::camera

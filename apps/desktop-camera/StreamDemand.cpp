@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "StreamDemand.h"
+
+#include <chrono>
+
+namespace korvane::camera {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Clock::time_point at(int64_t ns) {
+    return Clock::time_point(std::chrono::nanoseconds(ns));
+}
+
+}  // namespace
+
+int64_t monotonicNs() {
+    return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
+}
+
+void StreamDemand::start() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    ++mLatest;
+    mWanted = true;
+    mChanged.notify_all();
+}
+
+void StreamDemand::stop() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mWanted = false;
+    mChanged.notify_all();
+}
+
+void StreamDemand::serviceDied() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mWanted = false;
+    mDied = true;
+    mChanged.notify_all();
+}
+
+void StreamDemand::quit() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mQuit = true;
+    mChanged.notify_all();
+}
+
+StreamDemand::Work StreamDemand::waitForWork(uint64_t* stream) {
+    std::unique_lock<std::mutex> guard(mLock);
+    mChanged.wait(guard, [this] { return mQuit || mDied || (mWanted && mServed != mLatest); });
+    if (mQuit) return Work::kQuit;
+    if (mDied) {
+        mDied = false;
+        return Work::kReconnect;
+    }
+    *stream = mServed = mLatest;
+    return Work::kStream;
+}
+
+bool StreamDemand::waitToRetry(int64_t untilNs) {
+    std::unique_lock<std::mutex> guard(mLock);
+    return !mChanged.wait_until(guard, at(untilNs), [this] { return mQuit; });
+}
+
+bool StreamDemand::isWanted(uint64_t stream) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return isWanted_l(stream);
+}
+
+bool StreamDemand::waitWhileWanted(uint64_t stream, int64_t untilNs) const {
+    std::unique_lock<std::mutex> guard(mLock);
+    return !mChanged.wait_until(guard, at(untilNs), [&] { return !isWanted_l(stream); });
+}
+
+bool StreamDemand::isWanted_l(uint64_t stream) const {
+    return mWanted && stream == mLatest && !mQuit;
+}
+
+}  // namespace korvane::camera

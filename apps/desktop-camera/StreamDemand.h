@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the camera is wanted for, told from any thread to the one that does the work.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace korvane::camera {
+
+/** Now, in nanoseconds of the monotonic clock. */
+int64_t monotonicNs();
+
+/**
+ * Holds whether a stream is wanted, whether the service is alive and whether the program is to end.
+ * Whoever learns of a change (the HIDL thread, the signal thread) says so and returns at once; the
+ * worker waits for work and, while it works, for the end of it. Every start is another stream, with
+ * a number of its own. Thread-safe.
+ */
+class StreamDemand {
+  public:
+    /** A stream is wanted, in place of one that may be running. */
+    void start();
+
+    /** None is wanted any more. */
+    void stop();
+
+    /** The service is gone, and with it the stream. */
+    void serviceDied();
+
+    /** The program is to end. */
+    void quit();
+
+    enum class Work { kStream, kReconnect, kQuit };
+
+    /**
+     * Waits for something to do. kStream comes once for each start that was not stopped since, with
+     * the stream's number; kReconnect once for each death. Only one thread may wait.
+     */
+    Work waitForWork(uint64_t* stream);
+
+    /** Waits until a monotonic time; false, at once, if the program is to end. */
+    bool waitToRetry(int64_t untilNs);
+
+    /** Whether the stream of that number is still wanted. */
+    bool isWanted(uint64_t stream) const;
+
+    /** Waits until a monotonic time; false, at once, if the stream is not wanted any more. */
+    bool waitWhileWanted(uint64_t stream, int64_t untilNs) const;
+
+  private:
+    bool isWanted_l(uint64_t stream) const;
+
+    mutable std::mutex mLock;
+    mutable std::condition_variable mChanged;
+    // all guarded by mLock
+    uint64_t mLatest = 0;  // the number of the last stream that was started
+    uint64_t mServed = 0;  // the number of the last one that waitForWork() gave out
+    bool mWanted = false;  // whether mLatest was not stopped
+    bool mDied = false;
+    bool mQuit = false;
+};
+
+/** One stream's view of the demand. Cheap to copy; the demand must outlive it. */
+class StreamTicket {
+  public:
+    StreamTicket(const StreamDemand& demand, uint64_t stream) : mDemand(demand), mStream(stream) {}
+
+    bool isWanted() const { return mDemand.isWanted(mStream); }
+
+    /** Waits until a monotonic time; false, at once, when the stream is over. */
+    bool sleepUntil(int64_t untilNs) const { return mDemand.waitWhileWanted(mStream, untilNs); }
+
+  private:
+    const StreamDemand& mDemand;
+    const uint64_t mStream;
+};
+
+}  // namespace korvane::camera

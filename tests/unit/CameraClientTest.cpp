@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera and a service in one process: what it asks, in which order, and what it survives.
+#include "desktop-camera/CameraClient.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "desktop-camera/Messages.h"
+#include "desktop-camera/TestCardSource.h"
+#include "support/FrameCollector.h"
+#include "support/LocalServices.h"
+#include "support/LogRecorder.h"
+#include "support/Program.h"
+#include "support/StubDesktop.h"
+
+namespace korvane::camera {
+namespace {
+
+using ::android::sp;
+using ::android::hardware::hidl_string;
+using ::android::hardware::Return;
+using ::android::hardware::Void;
+using test::FrameCollector;
+
+constexpr char kStart[] = "{\"event\":\"stream-start\"}";
+constexpr char kStop[] = "{\"event\":\"stream-stop\"}";
+constexpr char kConfigNv12[] =
+        "{\"width\":320,\"height\":240,\"v4l2-format\":\"NV12\",\"fps\":100.0,\"buffer-count\":4}";
+constexpr char kConfigMjpg[] =
+        "{\"width\":320,\"height\":240,\"v4l2-format\":\"MJPG\",\"fps\":100.0,\"buffer-count\":4}";
+constexpr char kCreateNv12[] =
+        "{\"create-surface\":{\"width\":320,\"height\":240,\"consumer-usage\":51,"
+        "\"v4l2-format\":\"NV12\",\"fps\":100.0}}";
+
+/** The service with a webcam controller whose answers the test sets. */
+class FakeService : public test::StubDesktop {
+  public:
+    std::string config = kConfigNv12;
+    std::string refusal;  // the answer to "create-surface"; empty: a surface is posted
+
+    Return<void> registerCallback(ClientType type, const Callback& callback) override {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mChanged.notify_all();
+        return StubDesktop::registerCallback(type, callback);
+    }
+
+    Return<void> sendCommand(ClientType type, const hidl_string& command,
+                             sendCommand_cb reply) override {
+        EXPECT_EQ(ClientType::WEBCAM_CONTROLLER, type);
+        reply(answer(command));
+        return Void();
+    }
+
+    Return<SurfaceV1> getSurface(ClientType type) override {
+        const std::lock_guard<std::mutex> guard(mLock);
+        EXPECT_EQ(ClientType::WEBCAM_CONTROLLER, type);
+        commands.emplace_back("getSurface");
+        return StubDesktop::getSurface(type);
+    }
+
+    /** Tells a client; its answer. */
+    std::string tell(ClientType type, const std::string& command) {
+        std::string reply;
+        sp<hardware::camera::desktop::V1_0::ICameraDesktopCallback> callback = callbacks[type];
+        EXPECT_NE(nullptr, callback.get());
+        callback->onCommand(command, [&](const hidl_string& given) { reply = given; });
+        return reply;
+    }
+
+    bool waitForClient(ClientType type) {
+        return wait([&] { return callbacks.count(type) > 0; });
+    }
+
+    bool waitForCommands(size_t count) {
+        return wait([&] { return commands.size() >= count; });
+    }
+
+    /** The surface of the latest stream. */
+    std::shared_ptr<FrameCollector> surface() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mSurface;
+    }
+
+    std::vector<std::string> commands;
+
+  private:
+    template <typename Condition>
+    bool wait(const Condition& condition) {
+        std::unique_lock<std::mutex> guard(mLock);
+        return mChanged.wait_for(guard, std::chrono::seconds(10), condition);
+    }
+
+    std::string answer(const std::string& command) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        commands.push_back(command);
+        mChanged.notify_all();
+        if (command == kGetStreamConfig) return config;
+        if (!refusal.empty()) return refusal;
+        mSurface = std::make_shared<FrameCollector>();
+        surfaces[ClientType::WEBCAM_CONTROLLER] = mSurface->hidlProducer();
+        return "";
+    }
+
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    std::shared_ptr<FrameCollector> mSurface;
+};
+
+class CameraClientTest : public testing::Test {
+  protected:
+    void TearDown() override { quit(); }
+
+    void startCamera(std::vector<ClientType> kinds = {ClientType::STREAM},
+                     uint32_t lastFrame = UINT32_MAX) {
+        mConnection = std::make_unique<ServiceConnection>(mDemand, std::move(kinds));
+        mThread = std::thread([this, lastFrame] {
+            CameraClient(mDemand, *mConnection, mSource, mJournal, lastFrame).run();
+        });
+    }
+
+    void startBoth() {
+        mServices.provide("default", mService);
+        startCamera();
+        ASSERT_TRUE(mService->waitForClient(ClientType::STREAM));
+    }
+
+    void quit() {
+        mDemand.quit();
+        if (mThread.joinable()) mThread.join();
+    }
+
+    const test::LogRecorder mLog;
+    test::LocalServices mServices;
+    sp<FakeService> mService = new FakeService;
+    StreamDemand mDemand;
+    TestCardSource mSource;
+    FrameJournal mJournal;
+    std::unique_ptr<ServiceConnection> mConnection;
+    std::thread mThread;
+};
+
+TEST_F(CameraClientTest, AsksForTheConfigurationThenTheSurfaceThenRenders) {
+    startBoth();
+    EXPECT_NE("", mService->tell(ClientType::STREAM, kStart));
+    ASSERT_TRUE(mService->waitForCommands(3));
+    EXPECT_EQ((std::vector<std::string>{kGetStreamConfig, kCreateNv12, "getSurface"}),
+              mService->commands);
+    EXPECT_TRUE(mService->surface()->waitForFrames(5));
+    EXPECT_EQ("", mService->tell(ClientType::STREAM, kStop));
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_INFO, "desktop-camera", "told " + std::string(kStop)));
+}
+
+TEST_F(CameraClientTest, WaitsForTheServiceToCome) {
+    startCamera();
+    ASSERT_TRUE(mServices.waitForLookUps(2));
+    mServices.provide("default", mService);
+    EXPECT_TRUE(mService->waitForClient(ClientType::STREAM));
+}
+
+TEST_F(CameraClientTest, EndsWhileItWaitsForTheService) {
+    startCamera();
+    ASSERT_TRUE(mServices.waitForLookUps(1));
+    quit();
+}
+
+TEST_F(CameraClientTest, ServesOneStreamAfterTheOtherInWhateverFormat) {
+    startBoth();
+    for (const char* config : {kConfigNv12, kConfigMjpg, kConfigNv12}) {
+        mService->config = config;
+        const size_t before = mService->commands.size();
+        mService->tell(ClientType::STREAM, kStart);
+        ASSERT_TRUE(mService->waitForCommands(before + 2));
+        ASSERT_TRUE(mService->surface()->waitForFrames(3));
+        mService->tell(ClientType::STREAM, kStop);
+        mService->surface()->abandon();
+    }
+}
+
+TEST_F(CameraClientTest, StartsAgainWhenANewStreamComesWithoutAStop) {
+    startBoth();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(3));
+    const auto first = mService->surface();
+    ASSERT_TRUE(first->waitForFrames(1));
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_NE(first, mService->surface());
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, GoesOnAfterARefusal) {
+    startBoth();
+    mService->config = "no v4l2 control";
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera",
+                             "no stream: asked for the configuration, the controller says "
+                             "\"no v4l2 control\""));
+    mService->config = kConfigNv12;
+    mService->refusal = "not streaming";
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera",
+                             "no stream: asked for a surface, the controller says "
+                             "\"not streaming\""));
+    mService->refusal.clear();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, WaitsForTheNextStartWhenTheSurfaceVanishes) {
+    startBoth();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(3));
+    ASSERT_TRUE(mService->surface()->waitForFrames(1));
+    mService->surface()->abandon();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, FindsTheServiceAgainAfterItDied) {
+    startBoth();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(3));
+    ASSERT_TRUE(mService->surface()->waitForFrames(1));
+    const sp<FakeService> second = new FakeService;
+    mServices.provide("default", second);
+    mDemand.serviceDied();
+    ASSERT_TRUE(second->waitForClient(ClientType::STREAM));
+    second->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(second->waitForCommands(3));
+    EXPECT_TRUE(second->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, StartsAsTheLauncherToo) {
+    mServices.provide("default", mService);
+    startCamera({ClientType::LAUNCHER});
+    ASSERT_TRUE(mService->waitForClient(ClientType::LAUNCHER));
+    EXPECT_EQ(0u, mService->callbacks.count(ClientType::STREAM));
+    mService->tell(ClientType::LAUNCHER, "{\"webcam-start\":true}");
+    ASSERT_TRUE(mService->waitForCommands(3));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, EndsAfterTheLastFrame) {
+    mServices.provide("default", mService);
+    startCamera({ClientType::STREAM}, 4);
+    ASSERT_TRUE(mService->waitForClient(ClientType::STREAM));
+    mService->tell(ClientType::STREAM, kStart);
+    mThread.join();
+    EXPECT_EQ(4u, mService->surface()->frames().size());
+}
+
+TEST(CameraProgramTest, SaysInOneLineWhatIsWrongWithItsArguments) {
+    const struct {
+        std::vector<std::string> arguments;
+        std::string error;
+    } kCases[] = {
+            {{"--sourec=x"},
+             "desktop-camera: unknown option '--sourec'; accepted: --source, --kind, --log, "
+             "--frames, --help\n"},
+            {{"--kind", "2"}, "desktop-camera: --kind is '2', but 1, 3 or both is needed\n"},
+            {{"--frames", "0"}, "desktop-camera: --frames is '0', but a number from 1 is needed\n"},
+            {{"--log"}, "desktop-camera: --log needs a value: FILE\n"},
+            {{"now"},
+             "desktop-camera: unexpected argument 'now'; accepted: --source, --kind, --log, "
+             "--frames, --help\n"},
+            {{"--source", "nosuchsrc"}, "desktop-camera: --source: no element \"nosuchsrc\"\n"},
+            {{"--log=/nowhere/log"},
+             "desktop-camera: --log: /nowhere/log: No such file or directory\n"},
+    };
+    for (const auto& wrong : kCases) {
+        const auto result = test::runProgram("desktop-camera", wrong.arguments);
+        EXPECT_NE(0, result.status);
+        EXPECT_EQ("", result.out);
+        EXPECT_EQ(wrong.error, result.err);
+    }
+    const auto help = test::runProgram("desktop-camera", {"--help"});
+    EXPECT_EQ(0, help.status);
+    EXPECT_EQ("", help.err);
+    EXPECT_NE(std::string::npos, help.out.find("--source PIPELINE"));
+}
+
+}  // namespace
+}  // namespace korvane::camera
