@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+// The buffer queue: when a producer waits for a slot, and what ends the wait.
+#include <chrono>
+#include <future>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/BufferQueueTest.h"
+
+namespace korvane::test {
+namespace {
+
+class BufferQueueWaitTest : public BufferQueueTest {
+  protected:
+    /** A dequeue on another thread that is seen to wait. */
+    std::future<status_t> dequeueLater() {
+        EXPECT_EQ(NO_ERROR, producer->setDequeueTimeout(-1));
+        auto later = std::async(std::launch::async, [this] { return dequeue(); });
+        EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+        return later;
+    }
+
+    static status_t resultOf(std::future<status_t>& later) {
+        EXPECT_EQ(std::future_status::ready, later.wait_for(kPlenty));
+        return later.get();
+    }
+};
+
+TEST_F(BufferQueueWaitTest, NeverWaitsWhenBothEndsAreAnApps) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    EXPECT_EQ((std::vector<status_t>{1, 1, 1, WOULD_BLOCK}), dequeueMany(4));
+}
+
+TEST_F(BufferQueueWaitTest, ATimeoutEndsTheAppsModeAndItsExtraBuffer) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(0));
+    EXPECT_EQ((std::vector<status_t>{1, 1, TIMED_OUT}), dequeueMany(3));
+    EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+}
+
+TEST_F(BufferQueueWaitTest, TheExtraBufferMustBeFreeToGo) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    dequeueMany(3);
+    EXPECT_EQ(BAD_VALUE, producer->setDequeueTimeout(0));
+    EXPECT_EQ(WOULD_BLOCK, dequeue());
+}
+
+TEST_F(BufferQueueWaitTest, AnUnknownApiStillSetsTheMode) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    EXPECT_EQ(BAD_VALUE, connectProducer(true, 9));
+    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+}
+
+TEST_F(BufferQueueWaitTest, AsyncModeNeverWaits) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->setAsyncMode(true));
+    EXPECT_EQ((std::vector<status_t>{1, 1, 1, WOULD_BLOCK}), dequeueMany(4));
+}
+
+TEST_F(BufferQueueWaitTest, AsyncModeWaitsOnceTheConsumerHoldsTooMany) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->setAsyncMode(true));
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(NO_ERROR, queueFrame());
+        ASSERT_EQ(NO_ERROR, acquire());
+    }
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    EXPECT_EQ(TIMED_OUT, dequeue());
+    ASSERT_EQ(NO_ERROR, release(item));
+    EXPECT_EQ(NO_ERROR, dequeue());
+}
+
+TEST_F(BufferQueueWaitTest, WaitsNoLongerThanItsTimeout) {
+    connect();
+    dequeueMany(2);
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(ms2ns(50)));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(TIMED_OUT, dequeue());
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(49));
+}
+
+TEST_F(BufferQueueWaitTest, WaitsUnderTheLongestTimeoutToo) {
+    connect();
+    dequeueMany(2);
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(INT64_MAX));
+    auto later = std::async(std::launch::async, [this] { return dequeue(); });
+    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
+    EXPECT_EQ(NO_ERROR, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, LeavesItsResultsAloneWhenItFindsNothing) {
+    connect();
+    dequeueMany(2);
+    slot = 77;
+    age = 88;
+    fence.clear();
+    EXPECT_EQ(TIMED_OUT, dequeue());
+    EXPECT_EQ(77, slot);
+    EXPECT_EQ(88u, age);
+    EXPECT_EQ(nullptr, fence);
+}
+
+TEST_F(BufferQueueWaitTest, CancellingWakesWhoWaits) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(1, Fence::NO_FENCE));
+    EXPECT_EQ(NO_ERROR, resultOf(later));
+    EXPECT_EQ(1, slot);
+}
+
+TEST_F(BufferQueueWaitTest, ReleasingWakesWhoWaits) {
+    connect();
+    dequeueMany(2);
+    ASSERT_EQ(NO_ERROR, queue(0));
+    ASSERT_EQ(NO_ERROR, queue(1));
+    ASSERT_EQ(NO_ERROR, acquire());
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, release(item));
+    EXPECT_EQ(NO_ERROR, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, DetachingWakesWhoWaits) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, producer->detachBuffer(0));
+    EXPECT_EQ(kNeedsRequest, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, DetachingByTheConsumerWakesWhoWaits) {
+    connect();
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    ASSERT_EQ(NO_ERROR, acquire());
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, consumer->detachBuffer(item.mSlot));
+    EXPECT_EQ(kNeedsRequest, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, ARaisedDequeuedCountWakesWhoWaits) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
+    EXPECT_EQ(kNeedsRequest, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, AsyncModeWakesWhoWaits) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, producer->setAsyncMode(true));
+    EXPECT_EQ(kNeedsRequest, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, QueueingTellsWhoWaitsThatItHoldsTooMany) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, queue(0));
+    EXPECT_EQ(INVALID_OPERATION, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, TheEndOfTheConsumerEndsTheWait) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    EXPECT_EQ(NO_INIT, resultOf(later));
+}
+
+TEST_F(BufferQueueWaitTest, RaisingTheAcquiredCountWakesNobody) {
+    connect();
+    dequeueMany(2);
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, consumer->setMaxAcquiredBufferCount(2));
+    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    EXPECT_EQ(NO_INIT, resultOf(later));
+}
+
+}  // namespace
+}  // namespace korvane::test
