@@ -4,6 +4,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 
 #include "support/UvcBufferOutputTest.h"
@@ -85,13 +89,41 @@ TEST_F(UvcBufferReturnTest, AWriteBeforeAnyStreamIsAFailedWrite) {
     EXPECT_THAT(mListener.events, IsEmpty());
 }
 
+TEST_F(UvcBufferReturnTest, TheFencesOfFramesOnTheirWayAreClosedWhenTheStreamStops) {
+    streamJpeg();
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    queue(0, makeJpeg(100, 50), {0, 0}, fence);
+    mCtrl->close();
+    EXPECT_EQ(-1, fcntl(fence, F_GETFD));
+}
+
+TEST_F(UvcBufferReturnTest, TheFenceOfARefusedFrameStaysTheCallers) {
+    streamJpeg();
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    mKernel.fail("VIDIOC_QBUF", EINVAL);
+    EXPECT_FALSE(queue(0, makeJpeg(100, 50), {0, 0}, fence));
+    mCtrl->close();
+    EXPECT_EQ(0, close(fence));
+}
+
+TEST_F(UvcBufferReturnTest, AFenceThatWasHandedOnIsLeftAlone) {
+    streamJpeg();
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    queue(0, makeJpeg(100, 50), {0, 0}, fence);
+    sendOne();
+    EXPECT_EQ(fence, mListener.emptied[0].fenceFd);
+    mCtrl->close();
+    EXPECT_EQ(0, close(fence));
+}
+
 TEST_F(UvcBufferReturnTest, TheNextFrameMayBeQueuedFromWithinTheListener) {
     streamJpeg();
     const auto first = makeJpeg(100, 50);
     const auto next = makeJpeg(100, 60);
+    const int fence = eventfd(0, EFD_CLOEXEC);
     queue(0, first);
     mListener.onEmptied = [&](UvcBufInfo* record) {
-        EXPECT_TRUE(queue(record->index, next, {0, 0}, 9));
+        EXPECT_TRUE(queue(record->index, next, {0, 0}, fence));
     };
     sendOne();
     mListener.onEmptied = nullptr;
@@ -101,7 +133,8 @@ TEST_F(UvcBufferReturnTest, TheNextFrameMayBeQueuedFromWithinTheListener) {
 
     sendOne();
     EXPECT_EQ(next, mListener.emptied.back().graphicBuffer);
-    EXPECT_EQ(9, mListener.emptied.back().fenceFd);
+    EXPECT_EQ(fence, mListener.emptied.back().fenceFd);
+    EXPECT_EQ(0, close(fence));
     mListener.emptied.clear();
     EXPECT_EQ(1, next->getStrongCount());
     EXPECT_THAT(mLog.lines(), IsEmpty());

@@ -37,7 +37,7 @@ struct UvcBufInfo {
     /** Bytes mapped at addr. */
     uint32_t length = 0;
     int32_t auxFd = -1;
-    /** The fence that came with the frame, handed back with it; not owned by the record. */
+    /** The fence that came with the frame, handed back with it. */
     int32_t fenceFd = -1;
     /** Presentation time of the frame. */
     timeval timestamp = {0, 0};

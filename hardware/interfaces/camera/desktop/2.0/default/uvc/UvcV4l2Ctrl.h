@@ -57,7 +57,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
 
         /**
          * The gadget has sent the frame of one buffer. buf is the device's own record of it, valid
-         * for the call: index and fenceFd tell which frame came back.
+         * until the listener lets go of the index: index and fenceFd tell which frame came back,
+         * and the descriptor is the listener's from now on.
          */
         virtual void onFrameEmptied(UvcBufInfo* buf) = 0;
         /** The host streams: the buffers are mapped and streaming is on. */
@@ -102,7 +103,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      * YCbCr 4:2:0 is brought into the negotiated format, and queued even when that failed; anything
      * else is taken for a blob with a JPEG in it.
      *
-     * @param frame only read; its index is below getBufferNum()
+     * @param frame only read; its index is below getBufferNum(). Its fence descriptor is the
+     *        device's once the frame is queued, until onFrameEmptied() hands it on.
      * @return false when the frame was not queued: no stream, no CPU access, too large, or refused
      * by the driver
      */
@@ -167,7 +169,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     bool convertFromYCbCr420_l(const UvcBufInfo& frame, v4l2_buffer* buf);
     bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes, v4l2_buffer* buf);
     void holdFrame_l(const UvcBufInfo& frame);
-    void unlockFrame_l(const UvcBufInfo& record);
+    void giveUpFrame_l(const UvcBufInfo& record);
     void dump_l(const UvcBufInfo& buffer, uint32_t size);
     int handleWrite();
 

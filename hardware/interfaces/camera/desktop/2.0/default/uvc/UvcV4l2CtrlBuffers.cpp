@@ -8,6 +8,7 @@
 #include <limits>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <log/log.h>
 
@@ -80,7 +81,7 @@ void UvcV4l2Ctrl::releaseBuffers_l() {
         if (record.addr == nullptr) continue;
         munmap(record.addr, record.length);
         unmapped = true;
-        unlockFrame_l(record);
+        giveUpFrame_l(record);
         const uint32_t index = record.index;
         record = UvcBufInfo();
         record.index = index;
@@ -107,6 +108,7 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     buf.index = frame->index;
     if (V4l2CtrlBase::queueBuffer(&buf) != 0) {
         ALOGE("Failed queue for buffer: %d", frame->index);
+        mBuffers[frame->index].fenceFd = -1;  // the caller's, as with every refusal
         return false;
     }
     ++mFrameCount;
@@ -191,16 +193,16 @@ bool UvcV4l2Ctrl::writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& 
 void UvcV4l2Ctrl::holdFrame_l(const UvcBufInfo& frame) {
     UvcBufInfo& record = mBuffers[frame.index];
     // One that the driver refused may still be there.
-    unlockFrame_l(record);
+    giveUpFrame_l(record);
     if (mReturning == frame.index) mReturning.reset();
     record.graphicBuffer = frame.graphicBuffer;
     record.fenceFd = frame.fenceFd;
 }
 
-void UvcV4l2Ctrl::unlockFrame_l(const UvcBufInfo& record) {
-    if (record.graphicBuffer != nullptr && mReturning != record.index) {
-        record.graphicBuffer->unlock();
-    }
+void UvcV4l2Ctrl::giveUpFrame_l(const UvcBufInfo& record) {
+    if (record.graphicBuffer == nullptr || mReturning == record.index) return;
+    record.graphicBuffer->unlock();
+    if (record.fenceFd >= 0) ::close(record.fenceFd);
 }
 
 int UvcV4l2Ctrl::handleWrite() {
@@ -209,11 +211,14 @@ int UvcV4l2Ctrl::handleWrite() {
     if (dequeBuffer(&buf) != 0 || buf.index >= mBuffers.size()) return -1;
 
     UvcBufInfo& record = mBuffers[buf.index];
-    unlockFrame_l(record);
+    if (record.graphicBuffer != nullptr) record.graphicBuffer->unlock();
     mReturning = buf.index;
     notify(guard, &EventListener::onFrameEmptied, &record);
     // Meanwhile the buffer may have taken its next frame, which is not ours to drop.
-    if (mReturning == buf.index) record.graphicBuffer.clear();
+    if (mReturning == buf.index) {
+        record.graphicBuffer.clear();
+        record.fenceFd = -1;
+    }
     mReturning.reset();
     return 0;
 }
