@@ -12,34 +12,34 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-int32_t V4l2CtrlBase::control(unsigned long request, const char* name, void* argument) {
+int32_t V4l2CtrlBase::control(unsigned long request, const char* failure, void* argument) {
     const int32_t result = ioctl(getV4l2DeviceFd(), request, argument);
-    if (result != 0) ALOGE("%s failed %d", name, errno);
+    if (result != 0) ALOGE(failure, errno);
     return result;
 }
 
 int32_t V4l2CtrlBase::setFormat(v4l2_format* fmt) {
-    return control(VIDIOC_S_FMT, "VIDIOC_S_FMT", fmt);
+    return control(VIDIOC_S_FMT, "VIDIOC_S_FMT failed %d", fmt);
 }
 
 int32_t V4l2CtrlBase::streamOn() {
     uint32_t type = getV4l2BufferType();
-    return control(VIDIOC_STREAMON, "VIDIOC_STREAMON", &type);
+    return control(VIDIOC_STREAMON, "VIDIOC_STREAMON failed %d", &type);
 }
 
 int32_t V4l2CtrlBase::streamOff() {
     uint32_t type = getV4l2BufferType();
-    return control(VIDIOC_STREAMOFF, "VIDIOC_STREAMOFF", &type);
+    return control(VIDIOC_STREAMOFF, "VIDIOC_STREAMOFF failed %d", &type);
 }
 
 int32_t V4l2CtrlBase::subscribe(int type) {
     v4l2_event_subscription subscription = {};
     subscription.type = type;
-    return control(VIDIOC_SUBSCRIBE_EVENT, "VIDIOC_SUBSCRIBE_EVENT", &subscription);
+    return control(VIDIOC_SUBSCRIBE_EVENT, "VIDIOC_SUBSCRIBE_EVENT failed %d", &subscription);
 }
 
 int32_t V4l2CtrlBase::dqevent(v4l2_event* ev) {
-    return control(VIDIOC_DQEVENT, "VIDIOC_DQEVENT", ev);
+    return control(VIDIOC_DQEVENT, "VIDIOC_DQEVENT failed %d", ev);
 }
 
 int32_t V4l2CtrlBase::requestBuffer(unsigned int count, v4l2_memory memory) {
@@ -56,15 +56,15 @@ int32_t V4l2CtrlBase::requestBuffer(unsigned int count, v4l2_memory memory) {
 }
 
 int32_t V4l2CtrlBase::queryBuffer(v4l2_buffer* buf) {
-    return control(VIDIOC_QUERYBUF, "VIDIOC_QUERYBUF", buf);
+    return control(VIDIOC_QUERYBUF, "VIDIOC_QUERYBUF failed %d", buf);
 }
 
 int32_t V4l2CtrlBase::queueBuffer(v4l2_buffer* buf) {
-    return control(VIDIOC_QBUF, "VIDIOC_QBUF", buf);
+    return control(VIDIOC_QBUF, "VIDIOC_QBUF failed %d", buf);
 }
 
 int32_t V4l2CtrlBase::dequeBuffer(v4l2_buffer* buf) {
-    return control(VIDIOC_DQBUF, "VIDIOC_DQBUF", buf);
+    return control(VIDIOC_DQBUF, "VIDIOC_DQBUF failed %d", buf);
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

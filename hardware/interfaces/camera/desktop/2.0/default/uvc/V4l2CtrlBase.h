@@ -51,7 +51,8 @@ class V4l2CtrlBase {
     int32_t dequeBuffer(v4l2_buffer* buf);
 
   private:
-    int32_t control(unsigned long request, const char* name, void* argument);
+    [[gnu::format(printf, 3, 0)]] int32_t control(unsigned long request, const char* failure,
+                                                  void* argument);
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation
