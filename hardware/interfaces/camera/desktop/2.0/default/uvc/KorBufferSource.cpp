@@ -6,13 +6,13 @@
 
 #include <cstring>
 
-#include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
 #include <linux/videodev2.h>
 #include <log/log.h>
 #include <system/graphics.h>
 #include <utils/String8.h>
 
 #include "uvc/KorCheck.h"
+#include "uvc/SurfaceProducer.h"
 
 namespace android {
 namespace {
@@ -147,7 +147,7 @@ void KorBufferSource::resetPacing_l() {
 sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferProducer_V1_0()
         const {
     ALOGD("Getting producer with name: %s", mProducer->getConsumerName().string());
-    return new TWGraphicBufferProducer<HGraphicBufferProducer>(mProducer);
+    return new SurfaceProducer(mProducer);
 }
 
 status_t KorBufferSource::onInputBufferAdded(int32_t bufferId) {
