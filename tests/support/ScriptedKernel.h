@@ -100,7 +100,8 @@ class ScriptedKernel {
 
     /**
      * Lets a call fail with error: after passing calls of that name that still work, the next times
-     * of them fail. By name as in KernelCall, or "select", which fails even while it waits. Several
+     * of them fail. By name as in KernelCall, or "select", which
+     * fails even while it waits, whatever it waits for. Several
      * may be given; each counts its own calls.
      */
     void fail(const std::string& name, int error, int passing = 0, int times = 1);

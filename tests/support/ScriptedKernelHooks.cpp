@@ -283,16 +283,14 @@ struct ScriptedKernel::Hooks {
         };
         Guard guard(scriptedWorld().lock);
         for (ScriptedKernel* node : scriptedWorld().nodes) {
-            bool watched = false;
             for (int fd : node->mDescriptors) {
                 if (fd >= width || !wanted.has(fd)) continue;
-                watched = true;
                 others->clear(fd);
                 add(fd, wanted.write, &ready->write,
                     !node->mSent.empty() || !node->mStreaming || !node->mPresent);
                 add(fd, wanted.except, &ready->except, !node->mEvents.empty() || !node->mPresent);
             }
-            if (watched && node->failsNow_l("select", error)) return -1;
+            if (node->failsNow_l("select", error)) return -1;
         }
         return count;
     }

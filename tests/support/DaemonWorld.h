@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+// The daemon's objects in the test's process, in a world that the test scripts.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <utils/StrongPointer.h>
+
+#include "CameraDesktop.h"
+#include "support/LocalServices.h"
+#include "support/LogRecorder.h"
+#include "support/PrivateFiles.h"
+#include "support/RecordingClient.h"
+#include "support/ScriptedKernel.h"
+#include "support/ShortWaits.h"
+#include "support/UeventSender.h"
+#include "support/UvcFunctionTree.h"
+
+namespace korvane::test {
+
+/**
+ * A real CameraDesktop with its controller, found by itself as "default"; configfs with a YUYV and
+ * an MJPEG format of 640x480 and 1280x720; a scripted gadget node /dev/video0; kernel events that
+ * only this test sees. The waits of the start are stepped over.
+ *
+ * It needs root or user namespaces, and a network namespace; else available() is false and the test
+ * has to skip itself with whyNot().
+ *
+ * The daemon's objects are never destroyed, as in the daemon. The destructor ends the poll thread
+ * the one way there is, by a failing `select`.
+ */
+class DaemonWorld {
+  public:
+    using CameraDesktop = ::korvane::hardware::camera::desktop::V2_0::implementation::CameraDesktop;
+    using Surface = ::android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer;
+
+    static constexpr char kStart[] = R"({"event":"stream-start"})";
+    static constexpr char kStop[] = R"({"event":"stream-stop"})";
+    static constexpr char kTag[] = "UVC-GadgetHandler";
+
+    DaemonWorld();
+    ~DaemonWorld();
+
+    bool available() const { return whyNot().empty(); }
+    const std::string& whyNot() const { return mWhyNot; }
+
+    /** Makes the service, and waits until its controller has found it and opened the node. */
+    void start();
+    /** Makes the service only. */
+    void create();
+
+    /** Registers a client of a kind that answers every command with `reply`. */
+    ::android::sp<RecordingClient> addClient(int kind, const std::string& reply);
+    ::android::sp<RecordingClient> addClient(int kind, RecordingClient::Answer answer);
+
+    /** Sends a command to the controller, from this thread; its reply. */
+    std::string command(const std::string& text);
+
+    /** The surface that the controller has posted, or null. */
+    ::android::sp<Surface> surface();
+
+    /** Raises the event of a node of this name. */
+    void raiseAdd(const std::string& name = "video0");
+    void raiseRemove(const std::string& name = "video0");
+    void raiseDisconnected();
+
+    /**
+     * The host selects a format and a frame (from 1) and an interval of 100 ns, by probe and
+     * commit, and the controller has set it.
+     */
+    void commit(uint8_t format, uint8_t frame, uint32_t interval = 333333);
+
+    /** The host starts or stops streaming; returns when the controller has told client 3. */
+    void startStream();
+    void stopStream();
+
+    /** Waits until the controller has handled every kernel event so far. No device survives it. */
+    void settle();
+
+    /** Waits for a line of the controller's. */
+    bool waitLog(android_LogPriority priority, const std::string& message) {
+        return log.waitFor(priority, kTag, message);
+    }
+
+    LogRecorder log;
+    PrivateFiles files;
+    UvcFunctionTree function;
+    LocalServices services;
+    ShortWaits waits;
+    ScriptedKernel node{"/dev/video0"};
+    ::android::sp<CameraDesktop> service;
+    ::android::sp<RecordingClient> streamClient;
+
+  private:
+    void raise(const std::string& action, const std::string& name);
+
+    std::string mWhyNot;
+    std::optional<UeventSender> mEvents;
+};
+
+}  // namespace korvane::test

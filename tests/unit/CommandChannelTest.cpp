@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+// The texts between the controller and the clients of the service.
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "support/DaemonWorld.h"
+
+namespace korvane::test {
+namespace {
+
+constexpr char kSuspend[] = R"({"stream-suspend":true})";
+
+class CommandChannelTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
+        mWorld.start();
+    }
+
+    size_t countError(const std::string& tag, const std::string& message) {
+        return mWorld.log.count(ANDROID_LOG_ERROR, tag, message);
+    }
+
+    DaemonWorld mWorld;
+};
+
+TEST_F(CommandChannelTest, AnObjectWithNoKnownMemberIsAnsweredOk) {
+    EXPECT_EQ(mWorld.command("{}"), "OK_WEBCAM_HAL");
+    EXPECT_EQ(mWorld.command(R"({"anything":1})"), "OK_WEBCAM_HAL");
+}
+
+TEST_F(CommandChannelTest, ATextThatIsNoJsonIsAParseError) {
+    EXPECT_EQ(mWorld.command("hello"), "PARSE_ERR");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=3 at 0"),
+              1u);
+    EXPECT_EQ(mWorld.command(""), "PARSE_ERR");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=1 at 0"),
+              1u);
+    EXPECT_EQ(mWorld.command(R"({"a":1)"), "PARSE_ERR");
+}
+
+TEST_F(CommandChannelTest, ARootThatIsNoObjectIsAnsweredOkWithALineForEachLookUp) {
+    EXPECT_EQ(mWorld.command("[1]"), "OK_WEBCAM_HAL");
+    for (const char* name : {"get-stream-config", "create-surface", "stream-suspend"}) {
+        EXPECT_EQ(countError("JsonUtils",
+                             std::string("getValue: Error: JSON root is not an object, name: ") +
+                                     name),
+                  1u);
+    }
+}
+
+TEST_F(CommandChannelTest, ATextNestedHoweverDeepIsSurvived) {
+    const size_t depth = 250000;
+    EXPECT_EQ(mWorld.command(std::string(depth, '[')), "PARSE_ERR");
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":)" + std::string(depth, '[') +
+                             std::string(depth, ']') + "}"),
+              "OK_WEBCAM_HAL");
+}
+
+TEST_F(CommandChannelTest, TheStreamConfigurationOfAYuyvStreamAsksForNv12) {
+    mWorld.commit(1, 2);
+    EXPECT_THAT(mWorld.command(R"({"get-stream-config":null})"),
+                testing::StartsWith(R"({"width":1280,"height":720,"v4l2-format":"NV12","fps":)"));
+}
+
+TEST_F(CommandChannelTest, TheFrameRateIsTheSinglePrecisionQuotientWidened) {
+    mWorld.commit(1, 2, 333333);
+    const std::string config = mWorld.command(R"({"get-stream-config":1})");
+    const std::string name = R"("fps":)";
+    const size_t value = config.find(name) + name.size();
+    EXPECT_EQ(std::stod(config.substr(value)), 30.000030517578125);
+}
+
+TEST_F(CommandChannelTest, TheStreamConfigurationOfACompressedStreamNamesItsFormat) {
+    mWorld.commit(2, 1, 666666);
+    EXPECT_EQ(mWorld.command(R"({"get-stream-config":{}})"),
+              R"({"width":640,"height":480,"v4l2-format":"MJPG",)"
+              R"("fps":15.000015258789063,"buffer-count":4})");
+}
+
+TEST_F(CommandChannelTest, BeforeAnyProbeTheConfigurationIsTheFirstFrameAt15FramesASecond) {
+    EXPECT_EQ(mWorld.command(R"({"get-stream-config":0})"),
+              R"({"width":640,"height":480,"v4l2-format":"NV12",)"
+              R"("fps":15.000015258789063,"buffer-count":4})");
+}
+
+TEST_F(CommandChannelTest, AnIntervalOfZeroStillGivesJson) {
+    mWorld.commit(1, 1, 0);
+    EXPECT_EQ(mWorld.command(R"({"get-stream-config":0})"),
+              R"({"width":640,"height":480,"v4l2-format":"NV12","fps":0.0,"buffer-count":4})");
+}
+
+TEST_F(CommandChannelTest, OnlyTheFirstKnownMemberCounts) {
+    mWorld.commit(2, 1);
+    const std::string both = mWorld.command(R"({"create-surface":{},"get-stream-config":1})");
+    EXPECT_EQ(both.substr(0, 9), R"({"width":)");
+    EXPECT_EQ(mWorld.surface(), nullptr);
+}
+
+TEST_F(CommandChannelTest, WithoutADeviceThereIsNoConfiguration) {
+    mWorld.raiseRemove();
+    mWorld.settle();
+    EXPECT_EQ(mWorld.command(R"({"get-stream-config":1})"), "no v4l2 control");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "No video device is setup for webcam mode"), 1u);
+}
+
+TEST_F(CommandChannelTest, SuspendingWithoutASurfaceIsAnsweredOk) {
+    EXPECT_EQ(mWorld.command(kSuspend), "OK_WEBCAM_HAL");
+    EXPECT_TRUE(mWorld.log.lines("JsonUtils").empty());
+}
+
+TEST_F(CommandChannelTest, ASuspendThatIsNoBoolDoesNothing) {
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":1})"), "OK_WEBCAM_HAL");
+    EXPECT_EQ(countError("JsonUtils", "parseValue: 'stream-suspend' parameter is not of type bool"),
+              1u);
+}
+
+TEST_F(CommandChannelTest, AnEmptyReplyToTheStartHasTheLauncherStartTheWebcam) {
+    const auto launcher = mWorld.addClient(1, "ignored");
+    mWorld.streamClient = mWorld.addClient(3, "");
+    mWorld.startStream();
+    EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
+}
+
+TEST_F(CommandChannelTest, AnyReplyToTheStartLeavesTheLauncherAlone) {
+    const auto launcher = mWorld.addClient(1, "ignored");
+    mWorld.startStream();
+    mWorld.stopStream();
+    EXPECT_TRUE(launcher->commands().empty());
+}
+
+TEST_F(CommandChannelTest, AReplyEndsAtItsFirstNul) {
+    const auto launcher = mWorld.addClient(1, "ignored");
+    mWorld.streamClient = mWorld.addClient(3, std::string("\0in charge", 10));
+    mWorld.startStream();
+    EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
+}
+
+TEST_F(CommandChannelTest, WithoutAStreamClientTheLauncherStartsTheWebcam) {
+    (void)mWorld.service
+            ->registerCallback(static_cast<korvane::hardware::camera::desktop::V2_0::ClientType>(3),
+                               nullptr)
+            .isOk();
+    const auto launcher = mWorld.addClient(1, "ignored");
+    mWorld.node.sendEvent(UVC_EVENT_STREAMON);
+    EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
+}
+
+TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStart) {
+    std::string config;
+    mWorld.commit(2, 1);
+    mWorld.streamClient = mWorld.addClient(3, [&](const std::string&) {
+        config = mWorld.command(R"({"get-stream-config":1})");
+        return "asked";
+    });
+    mWorld.startStream();
+    mWorld.stopStream();
+    EXPECT_EQ(config.substr(0, 9), R"({"width":)");
+}
+
+TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfARemovedNode) {
+    std::string config;
+    mWorld.startStream();
+    mWorld.addClient(3, [&](const std::string&) {
+        config = mWorld.command(R"({"get-stream-config":1})");
+        return "";
+    });
+    mWorld.raiseRemove();
+    ASSERT_TRUE(mWorld.node.waitForCalls("close", 2));
+    EXPECT_EQ(config.substr(0, 9), R"({"width":)");
+}
+
+}  // namespace
+}  // namespace korvane::test
