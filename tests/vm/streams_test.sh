@@ -1,0 +1,45 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+# The main job: a stream of each format, from the camera to the host, STREAM_SECONDS each (10). Runs
+# in the test machine; streams_after.sh then checks every frame natively.
+. "$(dirname "$0")/lib.sh"
+. "$(dirname "$0")/host.sh"
+
+seconds=${STREAM_SECONDS:-10}
+
+# stream NAME FOURCC SIZE RATE RECEIVED: RECEIVED is the rate at which the bus lets frames through.
+stream() {
+    local name=$1 fourcc=$2 size=$3 rate=$4 received=$5 count cpu
+    count=$((received * seconds))
+    start_camera --log "$SHARE/$name.frames"
+    need "$name: a camera is there" wait_log 20 "$SHARE/daemon.log" 'Registering client 3' $((++cameras))
+    cpu=$(daemon_cpu)
+    note_memory "$name" &
+    check "$name: the host receives $count frames of $size" \
+        capture "$name" "$fourcc" "$size" "$rate" "$count" $((seconds * 4 + 20))
+    cpu=$(($(daemon_cpu) - cpu))
+    stop camera
+    {
+        echo "fourcc=$fourcc size=$size rate=$rate"
+        echo "cpu_us=$((cpu / count)) private_kb=$(cat "$CAPTURES/$name.private")"
+    } >"$SHARE/$name.figures"
+    keep_capture "$name"
+}
+
+# What memory the daemon has for itself while frames arrive.
+note_memory() {
+    wait_for 60 test -s "$CAPTURES/$1.raw" && daemon_private >"$CAPTURES/$1.private"
+}
+
+cameras=0
+start_service_manager
+need "the function comes up" gadget up
+start_daemon
+need "the daemon opens its node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video'
+stream mjpeg MJPG 1280x720 30 30
+stream yuyv YUYV 640x480 30 25
+need "the function goes" gadget down
+need "the function comes up with NV12" gadget up --nv12
+need "the daemon opens its node again" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' 2
+stream nv12 NV12 640x480 30 30
+finish
