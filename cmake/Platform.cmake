@@ -13,6 +13,12 @@ target_include_directories(debian_android SYSTEM INTERFACE ${ANDROID_INCLUDE_DIR
 target_link_libraries(debian_android INTERFACE ${ANDROID_UTILS} ${ANDROID_CUTILS} ${ANDROID_LOG}
     pthread)
 
+if(SANITIZE MATCHES thread)
+    # In front of libutils' own headers: what the sanitizer would misunderstand in them.
+    target_include_directories(debian_android SYSTEM BEFORE INTERFACE
+        ${CMAKE_SOURCE_DIR}/tests/support/tsan)
+endif()
+
 # platform_library(NAME SOURCE...): a static library of the port under its platform name. Its public
 # headers stand in the folder's include/, by the platform's include paths.
 function(platform_library name)

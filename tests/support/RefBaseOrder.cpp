@@ -10,6 +10,10 @@
 
 #include <utils/RefBase.h>
 
+// Asked for by every test's link, so that this file is part of it.
+extern "C" const int korvane_ref_base_order;
+const int korvane_ref_base_order = 0;
+
 namespace android {
 
 void RefBase::decStrong(const void* id) const {
