@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: Apache-2.0
+// The frame source paused, resumed and stopped, at once or from a frame on.
+#include <string>
+#include <utility>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <utils/Timers.h>
+
+#include "support/FrameSourceTest.h"
+
+namespace {
+
+using android::BAD_VALUE;
+using android::INVALID_OPERATION;
+using android::OK;
+using android::UNKNOWN_ERROR;
+using korvane::test::fatalLine;
+using korvane::test::FrameSourceTest;
+using korvane::test::LogLine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using KorBufferSourceActionsTest = FrameSourceTest;
+using KorBufferSourceActionsDeathTest = FrameSourceTest;
+
+enum { PAUSE, RESUME, STOP };
+
+int64_t nowUs() {
+    return systemTime(SYSTEM_TIME_MONOTONIC) / 1000;
+}
+
+// Pause and resume at once.
+
+TEST_F(KorBufferSourceActionsTest, GivesAllWaitingFramesBackWhenPaused) {
+    prepare(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);  // lent
+    ASSERT_GE(queueFrame(2 * kMs), 0);  // parked
+    ASSERT_EQ(OK, source->start());
+    ASSERT_GE(queueFrame(3 * kMs), 0);  // in the queue
+    EXPECT_EQ(OK, source->setSuspend(true, -1));
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_EQ(0, peer.unacquiredCount());
+    EXPECT_EQ(1, peer.outstandingAcquires());
+}
+
+TEST_F(KorBufferSourceActionsTest, StopsGivingBackWhenAFrameCannotBeAcquired) {
+    start(1);
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    queue->setResult("acquireBuffer", INVALID_OPERATION);
+    queue->clear();
+    log.clear();
+    EXPECT_EQ(OK, source->setSuspend(true, -1));
+    EXPECT_THAT(queue->calls(), ElementsAre("acquireBuffer"));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{ANDROID_LOG_WARN, kTag, "acquireBuffer_l: failed with err=-38"},
+                            LogLine{ANDROID_LOG_WARN, kTag,
+                                    "releaseAllAvailableBuffers: failed to acquire available "
+                                    "unacquired buffer"}));
+    EXPECT_EQ(2, peer.unacquiredCount());
+}
+
+TEST_F(KorBufferSourceActionsTest, GivesFramesBackAtOnceWhilePaused) {
+    start(1);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_THAT(component->submissions(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, GivesFramesBackWhilePausedEvenWithAllCodecBuffersLent) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(0, peer.unacquiredCount());
+}
+
+TEST_F(KorBufferSourceActionsTest, LendsFramesAgainOnceResumed) {
+    start(1);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(OK, source->setSuspend(false, -1));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000));
+}
+
+TEST_F(KorBufferSourceActionsTest, CanBePausedBeforeItIsStarted) {
+    prepare(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(OK, source->setSuspend(true, -1));
+    EXPECT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(OK, source->start());
+    EXPECT_THAT(component->submissions(), IsEmpty());
+}
+
+// Pause and resume at a time.
+
+TEST_F(KorBufferSourceActionsTest, RefusesATimeThatIsYetToCome) {
+    const int64_t before = nowUs();
+    const int64_t later = before + 10000000;
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, later));
+    const auto lines = log.lines(kTag);
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ(ANDROID_LOG_ERROR, lines[0].priority);
+    const std::string start =
+            "setSuspend failed. " + std::to_string(later) + " is larger than current system time ";
+    ASSERT_EQ(0u, lines[0].message.find(start));
+    size_t length = 0;
+    const int64_t now = std::stoll(lines[0].message.substr(start.size()), &length);
+    EXPECT_EQ(" us", lines[0].message.substr(start.size() + length));
+    EXPECT_GE(now, before);
+    EXPECT_LE(now, nowUs());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    EXPECT_EQ(-1, peer.lastActionTimeUs());
+}
+
+TEST_F(KorBufferSourceActionsTest, RefusesATimeBeforeThatOfTheLastAction) {
+    EXPECT_EQ(OK, source->setSuspend(true, 5000));
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(false, 4999));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{
+                        ANDROID_LOG_ERROR, kTag,
+                        "setSuspend failed. 4999 is smaller than last action time 5000 us"}));
+    EXPECT_EQ(OK, source->setSuspend(false, 5000));
+    ASSERT_EQ(2u, peer.actionQueue().size());
+    EXPECT_EQ(PAUSE, peer.actionQueue().front().mAction);
+    EXPECT_EQ(5000, peer.actionQueue().front().mActionTimeUs);
+    EXPECT_EQ(RESUME, peer.actionQueue().back().mAction);
+}
+
+TEST_F(KorBufferSourceActionsTest, RefusesToPauseOrResumeWhileAStopIsPending) {
+    peer.stopTimeUs() = 0;
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, -1));
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(false, -1));
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, INT64_MAX));
+    EXPECT_EQ(3u,
+              log.count(ANDROID_LOG_ERROR, kTag, "setSuspend failed as STOP action is pending"));
+    EXPECT_EQ(3u, log.lines().size());
+    EXPECT_FALSE(peer.suspended());
+}
+
+TEST_F(KorBufferSourceActionsTest, PausesWithTheFirstFrameFromTheTimeOn) {
+    start(4);
+    ASSERT_EQ(OK, source->setSuspend(true, 2000));
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000));
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_TRUE(peer.suspended());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, ResumesWithTheFirstFrameFromTheTimeOn) {
+    start(4);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_EQ(OK, source->setSuspend(false, 2000));
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000, 3000));
+    EXPECT_FALSE(peer.suspended());
+}
+
+TEST_F(KorBufferSourceActionsTest, KeepsFramesForAScheduledResumeWhileAllCodecBuffersAreLent) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_EQ(OK, source->setSuspend(false, 2000));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_EQ(1, peer.unacquiredCount());
+}
+
+TEST_F(KorBufferSourceActionsTest, AppliesTheLastOfSeveralActionsThatAreDue) {
+    start(4);
+    for (auto [suspend, time] : {std::pair(true, 1000), {false, 2000}, {true, 3000}}) {
+        ASSERT_EQ(OK, source->setSuspend(suspend, time));
+    }
+    ASSERT_GE(queueFrame(2500000), 0);  // past pause and resume
+    EXPECT_THAT(submittedTimes(), ElementsAre(2500));
+    EXPECT_EQ(1u, peer.actionQueue().size());
+    ASSERT_GE(queueFrame(3 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2500));
+}
+
+TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeWithoutOffset) {
+    start(4);
+    peer.inputTimeOffsetUs() = 5000;
+    ASSERT_EQ(OK, source->setSuspend(true, 2000));
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(6000));
+}
+
+TEST_F(KorBufferSourceActionsDeathTest, AbortsOnAnUnknownAction) {
+    start(1);
+    peer.actionQueue().push_back({3, 0});
+    EXPECT_DEATH(queueFrame(1 * kMs), fatalLine(691, "Should not be here. Unknown action type"));
+}
+
+// Stop.
+
+TEST_F(KorBufferSourceActionsTest, EndsTheStreamWithAStop) {
+    start(2);
+    peer.actionQueue().push_back({STOP, 2000});
+    const int32_t generation = peer.repeatGeneration();
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+    EXPECT_THAT(component->submissions(), IsEmpty());
+    EXPECT_TRUE(peer.endOfStream());
+    EXPECT_TRUE(peer.endOfStreamSent());
+    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(1));
+    EXPECT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(generation + 2, peer.repeatGeneration());  // for the frame and for the end
+}
+
+TEST_F(KorBufferSourceActionsTest, GivesAllWaitingFramesBackWithAStop) {
+    prepare(1);
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    peer.actionQueue().push_back({STOP, 0});
+    peer.actionQueue().push_back({PAUSE, 0});
+    ASSERT_EQ(OK, source->start());
+    EXPECT_EQ(3u, queue->releases().size());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    EXPECT_FALSE(peer.suspended());
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));  // sent once
+}
+
+TEST_F(KorBufferSourceActionsTest, LooksAtNoActionBehindAStop) {
+    start(2);
+    peer.actionQueue().push_back({PAUSE, 0});
+    peer.actionQueue().push_back({STOP, 0});
+    peer.actionQueue().push_back({RESUME, 0});
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+    EXPECT_THAT(component->submissions(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, IgnoresFramesBehindTheEndOfTheStream) {
+    start(2);
+    peer.actionQueue().push_back({STOP, 0});
+    for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_WARN, kTag,
+                                                     "onFrameAvailable: EOS is sent, ignoring "
+                                                     "frame"}));
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_THAT(component->submissions(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, ReturnsTheCodecBufferOfTheEndWithAnErrorButQuietly) {
+    start(1);
+    peer.actionQueue().push_back({STOP, 0});
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsTheEndOnceACodecBufferIsFree) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.endOfStream() = true;
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceActionsTest, WaitsWithTheEndWhileAStopTimeIsSet) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.endOfStream() = true;
+    peer.stopTimeUs() = 0;
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsTheEndWhenStartedBehindIt) {
+    prepare(1);
+    peer.endOfStream() = true;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithAStopTime) {
+    prepare(1);
+    peer.endOfStream() = true;
+    peer.stopTimeUs() = 0;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, TriesTheEndAgainWhenTheComponentRefusesIt) {
+    start(2);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    component->eosResult = UNKNOWN_ERROR;
+    peer.actionQueue().push_back({STOP, 0});
+    log.clear();
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_WARN, kTag,
+                                                     "emptyDirectBuffer EOS failed: 0x80000000"}));
+    EXPECT_FALSE(peer.endOfStreamSent());
+    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(1));
+
+    component->eosResult = OK;
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(1, 1));
+    EXPECT_TRUE(peer.endOfStreamSent());
+}
+
+}  // namespace
