@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+// The buffer queue: what happens while a buffer is being allocated, and when that fails.
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <mutex>
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include "support/BufferQueueTest.h"
+
+extern "C" int __real_memfd_create(const char* name, unsigned flags);
+
+namespace {
+
+std::mutex gMutex;
+/** What comes before the kernel gives memory; a result other than 0 is the kernel's errno. */
+std::function<int()> gBeforeMemory;
+
+}  // namespace
+
+extern "C" int __wrap_memfd_create(const char* name, unsigned flags) {
+    std::function<int()> before;
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        before = gBeforeMemory;
+    }
+    const int error = before ? before() : 0;
+    if (error == 0) return __real_memfd_create(name, flags);
+    errno = error;
+    return -1;
+}
+
+namespace korvane::test {
+namespace {
+
+class BufferQueueAllocationTest : public BufferQueueTest {
+  protected:
+    ~BufferQueueAllocationTest() override { setBeforeMemory(nullptr); }
+
+    static void setBeforeMemory(const std::function<int()>& before) {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gBeforeMemory = before;
+    }
+
+    /** Starts a dequeue that allocates, and comes back when it is in the middle of that. */
+    std::future<status_t> dequeueHalfway() {
+        setBeforeMemory([this] {
+            mReached.set_value();
+            mGoOn.get_future().wait();
+            return 0;
+        });
+        auto later = std::async(std::launch::async, [this] { return dequeue(); });
+        mReached.get_future().wait();
+        setBeforeMemory(nullptr);
+        return later;
+    }
+
+    void finishDequeue() { mGoOn.set_value(); }
+
+    /** Runs a call during an allocation: it has to wait for its end. Gives its result. */
+    status_t resultOfWaiting(const std::function<status_t()>& call) {
+        auto allocating = dequeueHalfway();
+        auto waiting = std::async(std::launch::async, call);
+        EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::milliseconds(50)));
+        finishDequeue();
+        EXPECT_EQ(kNeedsRequest, allocating.get());
+        return waiting.get();
+    }
+
+  private:
+    std::promise<void> mReached;
+    std::promise<void> mGoOn;
+};
+
+TEST_F(BufferQueueAllocationTest, NoMemoryIsSaidAndForgotten) {
+    connect();
+    setBeforeMemory([] { return ENOMEM; });
+    EXPECT_EQ(NO_MEMORY, dequeue());
+    EXPECT_EQ(0, slot);
+    EXPECT_EQ(EventList{}, listener->events.take());
+    setBeforeMemory(nullptr);
+    EXPECT_EQ(kNeedsRequest, dequeue());
+    EXPECT_EQ(0, slot);
+}
+
+TEST_F(BufferQueueAllocationTest, PreallocationStopsWithoutMemory) {
+    connect();
+    int calls = 0;
+    setBeforeMemory([&] { return ++calls == 2 ? ENOMEM : 0; });
+    producer->allocateBuffers(1, 1, 0, kCpuUsage);
+    EXPECT_EQ(2, calls);
+    ASSERT_EQ(NO_ERROR, producer->allowAllocation(false));
+    EXPECT_EQ((std::vector<status_t>{1, TIMED_OUT}), dequeueMany(2));
+}
+
+TEST_F(BufferQueueAllocationTest, PreallocationFollowsTheConsumersChanges) {
+    connect();
+    int calls = 0;
+    setBeforeMemory([&] {
+        if (++calls == 1) consumer->setDefaultBufferSize(64, 32);
+        return 0;
+    });
+    producer->allocateBuffers(0, 0, 0, kCpuUsage);
+    EXPECT_EQ(3, calls);
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    EXPECT_EQ(Rect(64, 32), buffer->getBounds());
+    EXPECT_EQ(3, calls);
+}
+
+TEST_F(BufferQueueAllocationTest, TheQueueIsNotLockedMeanwhile) {
+    connect();
+    auto allocating = dequeueHalfway();
+    EXPECT_FALSE(isQueueLocked());
+    EXPECT_EQ(IGraphicBufferConsumer::NO_BUFFER_AVAILABLE, acquire());
+    finishDequeue();
+    EXPECT_EQ(kNeedsRequest, allocating.get());
+}
+
+TEST_F(BufferQueueAllocationTest, DisconnectingWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR,
+              resultOfWaiting([this] { return producer->disconnect(NATIVE_WINDOW_API_CPU); }));
+}
+
+TEST_F(BufferQueueAllocationTest, ChangingTheCountsWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR, resultOfWaiting([this] { return producer->setMaxDequeuedBufferCount(2); }));
+}
+
+TEST_F(BufferQueueAllocationTest, ChangingTheAcquiredCountWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR, resultOfWaiting([this] { return consumer->setMaxAcquiredBufferCount(2); }));
+}
+
+TEST_F(BufferQueueAllocationTest, ChangingTheModeWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR, resultOfWaiting([this] { return producer->setAsyncMode(true); }));
+}
+
+TEST_F(BufferQueueAllocationTest, AttachingWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR, resultOfWaiting([this] {
+                  int attached = -1;
+                  return producer->attachBuffer(&attached, foreignBuffer());
+              }));
+}
+
+TEST_F(BufferQueueAllocationTest, DetachingTheNextFreeBufferWaits) {
+    connect();
+    EXPECT_EQ(NO_MEMORY, resultOfWaiting([this] {
+                  sp<GraphicBuffer> detached;
+                  sp<Fence> detachedFence;
+                  return producer->detachNextBuffer(&detached, &detachedFence);
+              }));
+}
+
+TEST_F(BufferQueueAllocationTest, AnotherDequeueWaits) {
+    connect();
+    EXPECT_EQ(kNeedsRequest, resultOfWaiting([this] {
+                  int other = -1;
+                  sp<Fence> otherFence;
+                  const status_t status = producer->dequeueBuffer(&other, &otherFence, 0, 0, 0,
+                                                                  kCpuUsage, nullptr, nullptr);
+                  EXPECT_EQ(1, other);
+                  return status;
+              }));
+}
+
+TEST_F(BufferQueueAllocationTest, TheEndOfTheConsumerMakesItUseless) {
+    connect();
+    auto allocating = dequeueHalfway();
+    EXPECT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    finishDequeue();
+    EXPECT_EQ(NO_INIT, allocating.get());
+}
+
+TEST_F(BufferQueueAllocationTest, TheSlotIsNobodysMeanwhile) {
+    connect();
+    auto allocating = dequeueHalfway();
+    EXPECT_EQ(BAD_VALUE, request(0));
+    EXPECT_EQ(BAD_VALUE, queue(0));
+    EXPECT_EQ(BAD_VALUE, producer->cancelBuffer(0, Fence::NO_FENCE));
+    EXPECT_EQ(BAD_VALUE, producer->detachBuffer(0));
+    finishDequeue();
+    EXPECT_EQ(kNeedsRequest, allocating.get());
+    EXPECT_EQ(NO_ERROR, request(0));
+}
+
+}  // namespace
+}  // namespace korvane::test
