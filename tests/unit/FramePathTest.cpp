@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: Apache-2.0
+// The surface that a camera asks for, and the road of its frames to the gadget and back.
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "support/DaemonWorld.h"
+#include "support/FrameProducer.h"
+
+namespace korvane::test {
+namespace {
+
+using ::android::Fence;
+using ::android::sp;
+using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
+using testing::ElementsAre;
+
+constexpr char kNv12[] = R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
+                         R"("v4l2-format":"NV12","fps":30}})";
+
+class FramePathTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
+        mWorld.start();
+    }
+
+    // A stream of 640x480 YUYV with a surface for it, and a camera connected to that.
+    void streamWithCamera() {
+        mWorld.commit(1, 1);
+        mWorld.startStream();
+        ASSERT_EQ(mWorld.command(kNv12), "");
+        ASSERT_EQ(camera().connect(), android::OK);
+    }
+
+    FrameProducer& camera() {
+        if (!mCamera) mCamera.emplace(new H2BGraphicBufferProducer(mWorld.surface()));
+        return *mCamera;
+    }
+
+    int queueFrame(const sp<Fence>& fence = Fence::NO_FENCE) {
+        FrameProducer::Frame frame;
+        frame.timestampNs = ++mFrames * 1000000000;
+        frame.fence = fence;
+        return camera().queue(frame);
+    }
+
+    bool sentFrames(size_t count) { return mWorld.node.waitForCalls("VIDIOC_QBUF", count); }
+
+    bool hasError(const std::string& message) {
+        return mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, message);
+    }
+
+    DaemonWorld mWorld;
+    std::optional<FrameProducer> mCamera;
+    int64_t mFrames = 0;
+};
+
+TEST_F(FramePathTest, WithoutADeviceThereIsNoSurface) {
+    mWorld.raiseRemove();
+    mWorld.settle();
+    EXPECT_EQ(mWorld.command(kNv12), "no v4l2 device");
+    EXPECT_TRUE(hasError("No video device is setup for webcam mode"));
+    EXPECT_EQ(mWorld.surface(), nullptr);
+}
+
+TEST_F(FramePathTest, BeforeTheHostStreamsThereIsNoSurface) {
+    EXPECT_EQ(mWorld.command(kNv12), "not streaming");
+    EXPECT_TRUE(hasError("webcam is not streaming"));
+    EXPECT_EQ(mWorld.surface(), nullptr);
+}
+
+TEST_F(FramePathTest, EachMissingFieldHasItsReplyInOrder) {
+    mWorld.startStream();
+    const std::vector<std::pair<std::string, std::string>> fields{
+            {R"("width":640)", "width missing"},
+            {R"("height":480)", "height missing"},
+            {R"("consumer-usage":0)", "consumer usage missing"},
+            {R"("v4l2-format":"NV12")", "format missing"},
+            {R"("fps":30)", "fps missing"}};
+    std::string given;
+    for (const auto& [field, reply] : fields) {
+        EXPECT_EQ(mWorld.command(R"({"create-surface":{)" + given + "}}"), reply);
+        given += (given.empty() ? "" : ",") + field;
+    }
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{)" + given + "}}"), "");
+}
+
+TEST_F(FramePathTest, AFieldOfTheWrongTypeCountsAsMissing) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":"640"}})"), "width missing");
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640.5}})"), "width missing");
+    EXPECT_EQ(mWorld.command(R"({"create-surface":7})"), "width missing");
+}
+
+TEST_F(FramePathTest, ASurfaceIsPostedUnderTheControllersKind) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(kNv12), "");
+    EXPECT_NE(mWorld.surface(), nullptr);
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_DEBUG, "KorBufferSource", "setMaxFps: maxFps=30"));
+}
+
+TEST_F(FramePathTest, AShortFormatIsLoggedAndNotConfigured) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":0,)"
+                             R"("v4l2-format":"NV1","fps":30}})"),
+              "not configured");
+    EXPECT_TRUE(hasError("input format isn't a valid v4l2_fourcc length"));
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, "KorBufferSource",
+                               "configure: Unsupported format: 0"));
+    EXPECT_EQ(mWorld.surface(), nullptr);
+}
+
+TEST_F(FramePathTest, ALongFormatIsCutToFourCharacters) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":0,)"
+                             R"("v4l2-format":"NV12 and more","fps":30}})"),
+              "");
+}
+
+TEST_F(FramePathTest, ASizeOfZeroIsNotConfigured) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":0,"height":480,"consumer-usage":0,)"
+                             R"("v4l2-format":"NV12","fps":30}})"),
+              "not configured");
+}
+
+TEST_F(FramePathTest, AnAbsurdSizeAllocatesNothing) {
+    mWorld.startStream();
+    mWorld.command(R"({"create-surface":{"width":-5,"height":2000000000,"consumer-usage":3,)"
+                   R"("v4l2-format":"NV12","fps":30}})");
+    ASSERT_NE(mWorld.surface(), nullptr);
+    ASSERT_EQ(camera().connect(), android::OK);
+    EXPECT_LT(queueFrame(), 0);
+}
+
+TEST_F(FramePathTest, AFrameGoesIntoTheBufferOfItsSlotAndToTheGadget) {
+    streamWithCamera();
+    ASSERT_GE(queueFrame(), 0);
+    ASSERT_TRUE(sentFrames(1));
+    const auto queued = mWorld.node.calls("VIDIOC_QBUF")[0].as<v4l2_buffer>();
+    EXPECT_EQ(queued.index, 0u);
+    EXPECT_EQ(queued.bytesused, 640u * 480 * 2);
+    EXPECT_EQ(queued.timestamp.tv_sec, 1);
+    EXPECT_EQ(queued.timestamp.tv_usec, 0);
+}
+
+TEST_F(FramePathTest, AFrameThatWasSentLetsTheNextOneThrough) {
+    streamWithCamera();
+    mWorld.node.setAutoSend(true);
+    for (size_t i = 1; i <= 20; ++i) {
+        ASSERT_GE(queueFrame(), 0);
+        ASSERT_TRUE(sentFrames(i));
+    }
+}
+
+TEST_F(FramePathTest, AFrameMoreThanTheDeviceHasBuffersWaitsForOneToBeSent) {
+    streamWithCamera();
+    for (int i = 0; i < 5; ++i) ASSERT_GE(queueFrame(), 0);
+    EXPECT_EQ(mWorld.node.calls("VIDIOC_QBUF").size(), 4u);
+    mWorld.node.send();
+    EXPECT_TRUE(sentFrames(5));
+}
+
+TEST_F(FramePathTest, SuspendingDropsFramesAndResumingLetsThemThrough) {
+    streamWithCamera();
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":true})"), "OK_WEBCAM_HAL");
+    for (int i = 0; i < 10; ++i) ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(mWorld.node.calls("VIDIOC_QBUF").empty());
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":false})"), "OK_WEBCAM_HAL");
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+}
+
+TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
+    streamWithCamera();
+    ASSERT_GE(queueFrame(new Fence(eventfd(0, EFD_CLOEXEC))), 0);
+    EXPECT_TRUE(sentFrames(1));
+    mWorld.stopStream();
+    EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+}
+
+TEST_F(FramePathTest, FramesQueuedBeforeTheSurfaceIsStartedAreHandedOver) {
+    mWorld.commit(1, 1);
+    // The camera is quicker than the reply: it takes the surface as soon as it is posted.
+    std::thread early;
+    mWorld.startStream();
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    const sp<DaemonWorld::Surface> first = mWorld.surface();
+    early = std::thread([&] {
+        while (mWorld.surface() == first) std::this_thread::yield();
+        ASSERT_EQ(camera().connect(), android::OK);
+        ASSERT_GE(queueFrame(), 0);
+    });
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    early.join();
+    EXPECT_TRUE(sentFrames(1));
+}
+
+TEST_F(FramePathTest, ASecondSurfaceReplacesTheFirst) {
+    streamWithCamera();
+    const sp<DaemonWorld::Surface> first = mWorld.surface();
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    EXPECT_NE(mWorld.surface(), first);
+    EXPECT_EQ(queueFrame(), android::NO_INIT);
+    mCamera.reset();
+    ASSERT_EQ(camera().connect(), android::OK);
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+}
+
+TEST_F(FramePathTest, TheStreamsEndClearsTheSurfaceTellsTheCameraAndEndsTheQueue) {
+    streamWithCamera();
+    ASSERT_GE(queueFrame(), 0);
+    mWorld.stopStream();
+    EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+    EXPECT_EQ(mWorld.surface(), nullptr);
+    EXPECT_EQ(queueFrame(), android::NO_INIT);
+    EXPECT_EQ(mWorld.node.openMappings(), 0u);
+}
+
+TEST_F(FramePathTest, TheNextStreamWorksWithANewSurface) {
+    streamWithCamera();
+    mWorld.stopStream();
+    mCamera.reset();
+    streamWithCamera();
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+}
+
+TEST_F(FramePathTest, FiveFailedWritesInARowEndTheStreamButNotTheDevice) {
+    streamWithCamera();
+    mWorld.node.fail("VIDIOC_DQBUF", EIO, 0, 5);
+    mWorld.node.setAutoSend(true);
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+    EXPECT_TRUE(mWorld.log.waitFor(ANDROID_LOG_ERROR, "UVC-V4l2Ctrl",
+                                   "Too many streaming errors, forcing it to stop."));
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.node.openDescriptors(), 1u);
+    EXPECT_FALSE(hasError("UVC device is no longer present"));
+}
+
+TEST_F(FramePathTest, ADequeueDoesNotHoldTheDaemonUpForEver) {
+    streamWithCamera();
+    const sp<DaemonWorld::Surface> surface = mWorld.surface();
+    EXPECT_EQ(int32_t{surface->setDequeueTimeout(-1)}, android::OK);
+    EXPECT_EQ(int32_t{surface->setMaxDequeuedBufferCount(1)}, android::OK);
+    int32_t status = 0;
+    for (int i = 0; i < 10 && status >= 0; ++i) {
+        (void)surface
+                ->dequeueBuffer(
+                        0, 0, {}, 0, false,
+                        [&](int32_t result, int32_t, const auto&, const auto&) { status = result; })
+                .isOk();
+    }
+    EXPECT_EQ(status, android::TIMED_OUT);
+}
+
+TEST_F(FramePathTest, NoDescriptorIsLeftAfterAStream) {
+    const auto countDescriptors = [] {
+        int count = 0;
+        for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1;
+        return count;
+    };
+    const auto streamOnce = [&] {
+        streamWithCamera();
+        for (int i = 0; i < 4; ++i) queueFrame(new Fence(eventfd(0, EFD_CLOEXEC)));
+        mWorld.stopStream();
+        mCamera.reset();
+    };
+    streamOnce();
+    const int before = countDescriptors();
+    for (int i = 0; i < 5; ++i) streamOnce();
+    EXPECT_EQ(countDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace korvane::test
