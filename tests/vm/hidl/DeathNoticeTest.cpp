@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is told when a process dies.
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -191,7 +192,7 @@ TEST_F(DeathNoticeTest, ALinkToADeadServiceStillGetsItsNotice) {
 struct Mourner : StubDesktop, hidl_death_recipient {
     Return<void> registerCallback(ClientType type, const Callback& callback) override {
         StubDesktop::registerCallback(type, callback);
-        EXPECT_TRUE(callback->linkToDeath(this, static_cast<uint64_t>(type)));
+        callback->linkToDeath(this, static_cast<uint64_t>(type)).assertOk();
         return Void();
     }
     void serviceDied(uint64_t cookie, const wp<IBase>& who) override {
