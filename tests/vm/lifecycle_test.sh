@@ -21,9 +21,19 @@ wait_next() {
     "$@" && wait_log "$limit" "$daemon_log" "$pattern" $((before + 1))
 }
 
+# follows NAME SECONDS PATTERN COMMAND...: the same as a check, with COMMAND in this shell, which has
+# to know the programs that it starts and stops.
+follows() {
+    local name=$1 limit=$2 pattern=$3 before
+    before=$(lines "$3")
+    shift 3
+    "$@"
+    check "$name" wait_log "$limit" "$daemon_log" "$pattern" $((before + 1))
+}
+
 # short_stream FOURCC SIZE RATE: a few frames from the camera to the host, and the stream's end.
 short_stream() {
-    wait_next 10 'stream off|stopped|Registering surface ptr: \(nil\)' \
+    wait_next 10 'Registering surface ptr: \(nil\)' \
         capture short "$1" "$2" "$3" 8 30 && rm -f "$CAPTURES"/short.*
 }
 
@@ -45,7 +55,7 @@ frames_drawn() {
 }
 
 start_the_camera() {
-    wait_next 20 'Registering client 3' start_camera --log "$SHARE/camera.frames"
+    start_camera --log "$SHARE/camera.frames"
 }
 
 daemon_lives() {
@@ -68,7 +78,7 @@ need "the daemon opens the node while there is no service manager" \
 start_service_manager
 check "the daemon registers when the service manager comes" \
     wait_log 20 "$daemon_log" 'Registered Camera Desktop HAL service success!'
-need "the camera registers" start_the_camera
+follows "the camera registers" 20 'Registering client 3' start_the_camera
 need "the first stream works" short_stream MJPG 640x480 30
 
 # ---- formats and sizes --------------------------------------------------------------------------
@@ -103,8 +113,8 @@ check "and streams again" short_stream MJPG 640x480 30
 
 long_stream
 check "a disconnected cable ends the stream" wait_next 10 'Usb disconnected, close out v4l2' \
-    raise_uevent change@/devices/virtual/android_usb/android0 SUBSYSTEM=android_usb \
-    USB_STATE=DISCONNECTED
+    raise_uevent change@/devices/virtual/android_usb/android0 ACTION=change \
+    SUBSYSTEM=android_usb USB_STATE=DISCONNECTED
 stop long_stream KILL
 check "unbinding then does not wait either" unbind_at_once
 check "the node comes back" wait_next 10 'added device' gadget bind
@@ -113,20 +123,21 @@ check "and streams again after the disconnect" short_stream YUYV 640x480 30
 # ---- the camera ---------------------------------------------------------------------------------
 
 long_stream
-check "the daemon notices a camera that is killed while it streams" \
-    wait_next 10 'Service died for 3' stop camera KILL
+follows "the daemon notices a camera that is killed while it streams" 10 'Service died for 3' \
+    stop camera KILL
 stop long_stream
 check "the daemon has survived it" daemon_lives
-check "a new camera registers" start_the_camera
+follows "a new camera registers" 20 'Registering client 3' start_the_camera
 check "the next stream works with the new camera" short_stream MJPG 1280x720 30
 
 # ---- the service --------------------------------------------------------------------------------
 
-stop daemon KILL
-start_daemon
-check "the camera finds a daemon that was restarted" \
-    wait_log 20 "$daemon_log" 'Registering client 3' $(($(lines 'Registering client 3') + 1))
-check "which opens the node" wait_log 20 "$daemon_log" 'added device' \
-    $(($(lines 'Registered Camera Desktop HAL service success!')))
+restart_daemon() {
+    stop daemon KILL
+    start_daemon
+}
+opened=$(lines 'added device')
+follows "the camera finds a daemon that was restarted" 20 'Registering client 3' restart_daemon
+check "which opens the node" wait_log 20 "$daemon_log" 'added device' $((opened + 1))
 check "and streams" short_stream MJPG 640x480 30
 finish
