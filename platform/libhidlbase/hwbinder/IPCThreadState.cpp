@@ -124,10 +124,9 @@ status_t IPCThreadState::setupPolling(int* fd) {
 }
 
 status_t IPCThreadState::handlePolledCommands() {
-    status_t status;
-    do {
-        status = executeNextCommand();
-    } while (status == OK && !mChannel->in().isExhausted());
+    // The descriptor may be readable for nothing: only what is there is taken, without waiting.
+    status_t status = mChannel->receive();
+    while (status == OK && !mChannel->in().isExhausted()) status = executeNextCommand();
     flushCommands();
     return status;
 }
