@@ -10,6 +10,7 @@
 #include <hwbinder/IPCThreadState.h>
 
 #include "TestObjects.h"
+#include "support/LogRecorder.h"
 
 namespace korvane::test {
 namespace {
@@ -126,9 +127,13 @@ TEST_F(HwBinderCallTest, TheReplyArrivesWhileTheMethodStillRuns) {
 TEST_F(HwBinderCallTest, ASecondReplyAndALateErrorAreDropped) {
     Server server([&](const Call& call) -> status_t {
         if (call.code == 2) return call.reply->writeInt32(2);
+        LogRecorder log;
         call.reply->writeInt32(1);
         call.sendReply();
+        EXPECT_TRUE(log.lines().empty());
         call.sendReply();
+        EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "hw-IncomingCall",
+                            "Call 1: a reply that nobody waits for is dropped"));
         return android::UNKNOWN_ERROR;
     });
     runInProcess([&] {
@@ -314,6 +319,8 @@ TEST_F(HwBinderCallTest, ACallMayFillTheReceiveAreaButNotPassIt) {
         const sp<IBinder> object = Server::find();
         EXPECT_EQ(OK, exchange(object, kAlmostAll, 8));
         EXPECT_EQ(android::FAILED_TRANSACTION, exchange(object, kTooMuch, 8));
+        // The server gives a call's bytes back after its reply, but before it takes the next call.
+        EXPECT_EQ(OK, exchange(object, 8, 8));
         EXPECT_EQ(OK, exchange(object, kAlmostAll, 8));
     });
 }

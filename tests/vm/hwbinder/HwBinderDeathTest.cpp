@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include <hwbinder/BpHwBinder.h>
+
 #include "TestObjects.h"
 
 namespace korvane::test {
@@ -42,7 +44,9 @@ TEST_F(HwBinderDeathTest, ACallDuringWhichTheServerDiesGivesDeadObjectAndSoDoAll
     runInProcess([] {
         const sp<IBinder> object = Server::find();
         EXPECT_EQ(OK, call(object, 1));
+        EXPECT_TRUE(object->remoteBinder()->isBinderAlive());
         EXPECT_EQ(DEAD_OBJECT, call(object, 2));
+        EXPECT_FALSE(object->remoteBinder()->isBinderAlive());
         EXPECT_EQ(DEAD_OBJECT, call(object, 1));
         EXPECT_EQ(DEAD_OBJECT, call(object, 1, IBinder::FLAG_ONEWAY));
     });
@@ -200,6 +204,32 @@ TEST_F(HwBinderDeathTest, AProxyDroppedWithItsLinksIsNotToldAndItsSuccessorIs) {
         for (int i = 0; i < 20; i++) EXPECT_EQ(OK, Server::find()->linkToDeath(recipient));
         const sp<IBinder> last = Server::find();
         EXPECT_EQ(OK, last->linkToDeath(recipient));
+        isLinked.signal();
+        EXPECT_TRUE(isTold.wait());
+        EXPECT_FALSE(isTold.wait(100));
+    });
+    ASSERT_TRUE(isLinked.wait());
+    server.kill();
+    client.expectSuccess();
+}
+
+TEST_F(HwBinderDeathTest, TheLinkOfADroppedProxyDoesNotStandInTheWayOfTheNext) {
+    Server server(serve);
+    Event isLinked;
+    TestProcess client([&] {
+        startPool(1);
+        Event isTold;
+        const sp<Recipient> recipient = makeRecipient(isTold);
+        // The reply holds the driver's reference, so that it outlives the first proxy.
+        Parcel reply;
+        Directory::ask("server", &reply);
+        sp<IBinder> object;
+        EXPECT_EQ(OK, reply.readStrongBinder(&object));
+        EXPECT_EQ(OK, object->linkToDeath(recipient));
+        object = nullptr;
+        reply.setDataPosition(0);
+        EXPECT_EQ(OK, reply.readStrongBinder(&object));
+        EXPECT_EQ(OK, object->linkToDeath(recipient));
         isLinked.signal();
         EXPECT_TRUE(isTold.wait());
         EXPECT_FALSE(isTold.wait(100));

@@ -59,15 +59,19 @@ void Directory::put(const std::string& name, const sp<IBinder>& object) {
     ASSERT_EQ(android::OK, directory->transact(PUT, data, &reply));
 }
 
-sp<IBinder> Directory::get(const std::string& name) {
+void Directory::ask(const std::string& name, Parcel* answer) {
     Parcel data;
-    Parcel reply;
     data.writeCString(name.c_str());
     const sp<IBinder> directory = ProcessState::self()->getContextObject(nullptr);
-    EXPECT_NE(nullptr, directory);
-    EXPECT_EQ(android::OK, directory->transact(GET, data, &reply));
+    ASSERT_NE(nullptr, directory);
+    ASSERT_EQ(android::OK, directory->transact(GET, data, answer));
+}
+
+sp<IBinder> Directory::get(const std::string& name) {
+    Parcel answer;
+    ask(name, &answer);
     sp<IBinder> object;
-    EXPECT_EQ(android::OK, reply.readNullableStrongBinder(&object));
+    EXPECT_EQ(android::OK, answer.readNullableStrongBinder(&object));
     return object;
 }
 

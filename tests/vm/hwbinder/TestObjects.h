@@ -56,6 +56,8 @@ class Directory {
     /** Called by any process: puts an object (null removes), gets one or null. */
     static void put(const std::string& name, const android::sp<android::hardware::IBinder>& object);
     static android::sp<android::hardware::IBinder> get(const std::string& name);
+    /** The same, unread: the answer that holds the object. */
+    static void ask(const std::string& name, android::hardware::Parcel* answer);
 
   private:
     static void serve(const Event& started);
