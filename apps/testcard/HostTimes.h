@@ -11,12 +11,17 @@
 
 namespace korvane::testcard {
 
-/**
- * Reads the receive times, in monotonic microseconds, one for each frame in order. Understood are
- * what `v4l2-ctl --verbose` says of its buffers ("cap dqbuf: ... ts: SECONDS.MICROSECONDS") and
- * lines that are a number of microseconds; other lines are passed over.
- */
-std::vector<uint64_t> readHostTimes(std::istream& in);
+/** What is known of a capture from the host's side. */
+struct HostTimes {
+    std::vector<uint64_t> received;  // monotonic microseconds, one for each frame in order
+    size_t dropped = 0;              // frames that the host's driver counted but did not hand out
+
+    /**
+     * Reads what `v4l2-ctl --verbose` says of its buffers ("cap dqbuf: ... seq: NUMBER ... ts:
+     * SECONDS.MICROSECONDS") and lines that are a number of microseconds; passes over other lines.
+     */
+    static HostTimes read(std::istream& in);
+};
 
 /** How long frames took from being drawn to being received, in microseconds. */
 struct Latency {

@@ -30,7 +30,7 @@ int cannotCheck(const std::string& file, const std::string& why) {
 struct Evidence {
     FrameLog log;
     Capture capture;
-    std::vector<uint64_t> times;
+    HostTimes times;
 
     /** Returns 0, or the exit status after having said what cannot be read. */
     int read(const CheckOptions& options);
@@ -54,9 +54,9 @@ int Evidence::read(const CheckOptions& options) {
 int Evidence::readTimes(const std::string& path) {
     std::ifstream file(path);
     if (!file) return cannotCheck(path, "cannot be opened");
-    times = readHostTimes(file);
-    if (times.size() == capture.frames().size()) return 0;
-    return cannotCheck(path, std::to_string(times.size()) + " receive times for " +
+    times = HostTimes::read(file);
+    if (times.received.size() == capture.frames().size()) return 0;
+    return cannotCheck(path, std::to_string(times.received.size()) + " receive times for " +
                                      std::to_string(capture.frames().size()) + " frames");
 }
 
@@ -89,8 +89,8 @@ class Check {
         const auto wrong = mChecker.check(mEvidence.capture.frames()[index]);
         if (wrong) complain("received " + std::to_string(index) + ": " + *wrong);
         const auto drawn = mChecker.drawnAtUs();
-        if (drawn && !mEvidence.times.empty()) {
-            mLatencies.push_back(static_cast<int64_t>(mEvidence.times[index] - *drawn));
+        if (drawn && !mEvidence.times.received.empty()) {
+            mLatencies.push_back(static_cast<int64_t>(mEvidence.times.received[index] - *drawn));
         }
     }
 
@@ -108,9 +108,9 @@ class Check {
                counts.wrongPixels);
         if (const auto latency = latencyOf(mLatencies)) {
             printf(",\"latency_us\":{\"min\":%" PRId64 ",\"median\":%" PRId64 ",\"p95\":%" PRId64
-                   ",\"max\":%" PRId64 "},\"rate_fps\":%.2f",
+                   ",\"max\":%" PRId64 "},\"rate_fps\":%.2f,\"host_dropped\":%zu",
                    latency->min, latency->median, latency->p95, latency->max,
-                   rateOf(mEvidence.times));
+                   rateOf(mEvidence.times.received), mEvidence.times.dropped);
         }
         printf("}\n");
     }

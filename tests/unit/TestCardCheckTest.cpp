@@ -261,8 +261,12 @@ TEST(HostTimesTest, ReadsWhatV4l2CtlSaysOfItsBuffers) {
             "\t\tVIDIOC_STREAMON returned 0 (Success)\n"
             "cap dqbuf: 0 seq:      0 bytesused: 115200 ts: 4.035525 (ts-monotonic, ts-src-eof)\n"
             "cap dqbuf: 1 seq:      1 bytesused: 115200 ts: 4.232383 delta: 196.858 ms\n"
+            "cap dqbuf: 2 seq:      4 bytesused: 115200 ts: 4.500000 delta: 267.617 ms dropped: 2\n"
+            "cap dqbuf: 3 seq:      5 bytesused: 115200\n"
             "5000000\n");
-    EXPECT_EQ((std::vector<uint64_t>{4035525, 4232383, 5000000}), readHostTimes(in));
+    const HostTimes times = HostTimes::read(in);
+    EXPECT_EQ((std::vector<uint64_t>{4035525, 4232383, 4500000, 5000000}), times.received);
+    EXPECT_EQ(2u, times.dropped);
 }
 
 TEST(HostTimesTest, GivesTheFiguresOverAllMeasurements) {
@@ -391,7 +395,7 @@ TEST_F(TestCardCheckProgram, GivesLatencyAndRateWhenTheTimesAreKnown) {
     const auto result = check(session, PixelFormat::kNv12, {"--times", file("times")});
     EXPECT_EQ(0, result.status) << result.err;
     EXPECT_THAT(result.out, HasSubstr("\"latency_us\":{\"min\":10,\"median\":50,\"p95\":90,"
-                                      "\"max\":100},\"rate_fps\":29.99}"));
+                                      "\"max\":100},\"rate_fps\":29.99,\"host_dropped\":0}"));
 }
 
 TEST_F(TestCardCheckProgram, WritesAContactSheetOfTheFrames) {
