@@ -48,3 +48,18 @@ daemon_private() {
 daemon_descriptors() {
     find "/proc/${pids[daemon]}/fd" -mindepth 1 | wc -l
 }
+
+# trace_sent: from now on the kernel notes each frame that the daemon hands to the gadget.
+trace_sent() {
+    mountpoint -q /sys/kernel/tracing || mount -t tracefs none /sys/kernel/tracing || return 1
+    local qbuf=/sys/kernel/tracing/events/v4l2/v4l2_qbuf
+    echo 0 >$qbuf/enable
+    echo >/sys/kernel/tracing/trace
+    echo 'type == 2' >$qbuf/filter  # output: the host's own buffers are of another
+    echo 1 >$qbuf/enable
+}
+
+# sent: how many frames that were.
+sent() {
+    grep -c v4l2_qbuf: /sys/kernel/tracing/trace
+}

@@ -19,22 +19,22 @@ milliseconds() {
 }
 
 row() {
-    local name=$1 said fourcc size rate cpu_us private_kb wrong=0
+    local name=$1 said fourcc size rate sent cpu_us private_kb wrong=0
     # shellcheck disable=SC1090 # the figures are assignments
     . <(tr ' ' '\n' <"$SHARE/$name.figures")
     said=$("$checker" --format "$fourcc" --size "$size" --log "$SHARE/$name.frames" \
         --times "$SHARE/$name.times" ${SHEETS:+--contact-sheet "$SHEETS/$name.png"} \
         "$SHARE/$name.raw") || wrong=$?
     [ $wrong = 0 ] || status=1
-    printf '%-6s %-10s %5s %6s %6s %9s %5s %9s %5s %7s %7s %8s %9s  %s\n' "$fourcc" "$size" \
-        "$rate" "$(value "$said" rate_fps)" "$(value "$said" drawn)" "$(value "$said" received)" \
+    printf '%-6s %-10s %5s %6s %6s %5s %9s %5s %9s %5s %7s %7s %8s %9s  %s\n' "$fourcc" "$size" \
+        "$rate" "$(value "$said" rate_fps)" "$(value "$said" drawn)" "$sent" "$(value "$said" received)" \
         "$(value "$said" lost)" "$(value "$said" out_of_order)" "$(value "$said" torn)" \
         "$(milliseconds "$(value "$said" median)")" "$(milliseconds "$(value "$said" max)")" \
         "$cpu_us" "$private_kb" "$([ $wrong = 0 ] && echo right || echo WRONG)"
 }
 
-printf '%-6s %-10s %5s %6s %6s %9s %5s %9s %5s %7s %7s %8s %9s  %s\n' format size asked seen \
-    drawn received lost unordered torn 'lat ms' worst 'cpu us' 'priv kB' pixels
+printf '%-6s %-10s %5s %6s %6s %5s %9s %5s %9s %5s %7s %7s %8s %9s  %s\n' format size asked seen \
+    drawn sent received lost unordered torn 'lat ms' worst 'cpu us' 'priv kB' pixels
 for name in mjpeg yuyv nv12; do
     row $name
 done

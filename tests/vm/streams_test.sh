@@ -14,13 +14,14 @@ stream() {
     start_camera --log "$SHARE/$name.frames"
     need "$name: a camera is there" wait_log 20 "$SHARE/daemon.log" 'Registering client 3' $((++cameras))
     cpu=$(daemon_cpu)
+    need "$name: the kernel counts the frames sent" trace_sent
     note_memory "$name" &
     check "$name: the host receives $count frames of $size" \
         capture "$name" "$fourcc" "$size" "$rate" "$count" $((seconds * 4 + 20))
     cpu=$(($(daemon_cpu) - cpu))
     stop camera
     {
-        echo "fourcc=$fourcc size=$size rate=$rate"
+        echo "fourcc=$fourcc size=$size rate=$rate sent=$(sent)"
         echo "cpu_us=$((cpu / count)) private_kb=$(cat "$CAPTURES/$name.private")"
     } >"$SHARE/$name.figures"
     keep_capture "$name"
