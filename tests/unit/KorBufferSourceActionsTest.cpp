@@ -182,6 +182,15 @@ TEST_F(KorBufferSourceActionsTest, AppliesTheLastOfSeveralActionsThatAreDue) {
     EXPECT_THAT(submittedTimes(), ElementsAre(2500));
 }
 
+TEST_F(KorBufferSourceActionsTest, AppliesAllActionsOfTheSameTimeWithTheFrameOfThatTime) {
+    start(4);
+    ASSERT_EQ(OK, source->setSuspend(true, 2000));
+    ASSERT_EQ(OK, source->setSuspend(false, 2000));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000));
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+}
+
 TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeWithoutOffset) {
     start(4);
     peer.inputTimeOffsetUs() = 5000;

@@ -230,6 +230,13 @@ TEST_F(TimeLapseTest, AppliesOnlyToRatesMoreThanTwiceApart) {
     EXPECT_EQ(2000000, peer.prevCaptureUs());
 }
 
+TEST_F(TimeLapseTest, DoesNotApplyToACaptureOfJustTwiceTheRate) {
+    startTimeLapse(60, 30);
+    queueTimes({1000000});
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000000));
+    EXPECT_EQ(-1, peer.prevCaptureUs());
+}
+
 TEST_F(TimeLapseTest, ScalesTimesWhenItDoesNotSnap) {
     startTimeLapse(1, 4);
     peer.snapTimestamps() = false;

@@ -172,6 +172,16 @@ TEST_F(KorBufferSourceRepeatTest, IsBlockedWhenTheComponentRefuses) {
     EXPECT_EQ(110 * kMs, peer.latestBuffer().mTimestampNs);
 }
 
+TEST_F(KorBufferSourceRepeatTest, GivesUpABlockedRepetitionThatTheComponentRefuses) {
+    startRepeating(1);
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    repeatIsDue();
+    component->submitResult = android::UNKNOWN_ERROR;
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_EQ(2u, component->submissions().size());
+    EXPECT_FALSE(peer.repeatBlocked());
+}
+
 TEST_F(KorBufferSourceRepeatTest, IsNoLongerBlockedWithANewFrame) {
     startRepeating(2);
     peer.repeatBlocked() = true;
@@ -259,6 +269,14 @@ TEST_F(RepeatLooperTest, RepeatsAFrameThatWasThereBeforeTheStart) {
     ASSERT_EQ(OK, source->start());
     ASSERT_EQ(2u, component->waitFor(2).size());
     EXPECT_EQ(101000, submittedTimes()[1]);
+}
+
+TEST_F(RepeatLooperTest, RaisesTheGenerationWithEveryPostedRepetition) {
+    startRepeating(2, 1000000000);
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    EXPECT_EQ(2, peer.repeatGeneration());  // for the frame and for its repetition
+    peer.repeatLatestBuffer();
+    EXPECT_EQ(3, peer.repeatGeneration());
 }
 
 TEST_F(RepeatLooperTest, BeginsAnewWithANewFrame) {
