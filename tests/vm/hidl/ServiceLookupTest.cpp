@@ -129,13 +129,17 @@ TEST_F(ServiceLookupTest, ALaterServiceReplacesTheFormer) {
 
 TEST_F(ServiceLookupTest, LosesAServiceThatDies) {
     serve<StubDesktop>();
-    const std::string server = std::to_string(mServer->pid());
     runClient([](Line&) { find(); });
     mServer->kill();
     EXPECT_TRUE(mRegister.waitForLog("A service has died"));
     runClient([](Line&) {
         EXPECT_EQ(nullptr, desktop_v2::ICameraDesktop::tryGetService());
         EXPECT_EQ(nullptr, desktop_v1::ICameraDesktop::tryGetService());
+        size_t count = 1;
+        EXPECT_TRUE(defaultServiceManager()
+                            ->list([&](const auto& names) { count = names.size(); })
+                            .isOk());
+        EXPECT_EQ(0u, count);
     });
 }
 
