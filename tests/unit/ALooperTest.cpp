@@ -132,10 +132,17 @@ TEST_F(ALooperTest, DeliversWhatWasPostedBeforeTheStart) {
 TEST_F(ALooperTest, DeliversByDueTime) {
     mReceiver->post(3, 30000);
     mReceiver->post(2, 20000);
-    mReceiver->post(1, -5000000);  // as good as now
+    mReceiver->post(1);
     mReceiver->post(4, 40000);
     ASSERT_EQ(OK, mLooper->start());
     EXPECT_THAT(mReceiver->waitFor(4), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(ALooperTest, TakesANegativeDelayForNone) {
+    mReceiver->post(1);
+    mReceiver->post(2, -5000000);  // not before what is due now
+    ASSERT_EQ(OK, mLooper->start());
+    EXPECT_THAT(mReceiver->waitFor(2), ElementsAre(1, 2));
 }
 
 TEST_F(ALooperTest, DeliversNoSoonerThanDue) {
