@@ -138,9 +138,10 @@ void DaemonWorld::startStream() {
 }
 
 void DaemonWorld::stopStream() {
-    const size_t offs = node.calls("VIDIOC_STREAMOFF").size();
+    // The last thing of a stream: the driver is asked for no buffers.
+    const size_t requests = node.calls("VIDIOC_REQBUFS").size();
     node.sendEvent(UVC_EVENT_STREAMOFF);
-    need(node.waitForCalls("VIDIOC_STREAMOFF", offs + 1), "the stream's end");
+    need(node.waitForCalls("VIDIOC_REQBUFS", requests + 1), "the stream's end");
 }
 
 }  // namespace korvane::test

@@ -72,8 +72,9 @@ class DaemonWorld {
      */
     void commit(uint8_t format, uint8_t frame, uint32_t interval = 333333);
 
-    /** The host starts or stops streaming; returns when the controller has told client 3. */
+    /** The host starts streaming; returns when the controller has told client 3. */
     void startStream();
+    /** The host stops streaming; returns when the buffers have gone. */
     void stopStream();
 
     /** Waits until the controller has handled every kernel event so far. No device survives it. */
