@@ -10,6 +10,13 @@
 #include "support/LogRecorder.h"
 #include "testcard/Picture.h"
 
+// The thread sanitizer does not see the locks of GLib, which it was not built with, and takes what
+// they guard inside these libraries for races.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions() {
+    return "race:libgst\nrace:libglib-2.0\nrace:libgobject-2.0\ndeadlock:libgst\n";
+}
+
 namespace korvane::camera {
 namespace {
 
