@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue: in which order listeners are called, on which thread, and what is locked then.
-#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <map>
@@ -200,6 +200,33 @@ TEST_F(BufferQueueCallbackTest, ALaterFrameWaitsForTheCallbackOfAnEarlier) {
                             [&] { return producer->queueBuffer(second, input(), &laterOutput); });
     EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(100)));
     leave.set_value();
+    EXPECT_EQ(NO_ERROR, earlier.get());
+    EXPECT_EQ(NO_ERROR, later.get());
+    EXPECT_EQ((EventList{"dequeued", "dequeued", "available 1", "available 2"}),
+              listener->events.take());
+}
+
+TEST_F(BufferQueueCallbackTest, ALaterFrameDoesNotOvertakeAnEarlierOnItsWay) {
+    connect();
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    const int first = slot;
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    const int second = slot;
+    std::promise<void> onItsWay;
+    std::promise<void> goOn;
+    std::atomic<int> frames{0};
+    listener->hook = [&](const std::string& event) {
+        if (event != "timestamps" || frames++ != 0) return;
+        onItsWay.set_value();
+        goOn.get_future().wait();
+    };
+    auto earlier = std::async(std::launch::async, [&] { return queue(first); });
+    onItsWay.get_future().wait();
+    QueueBufferOutput laterOutput;
+    auto later = std::async(std::launch::async,
+                            [&] { return producer->queueBuffer(second, input(), &laterOutput); });
+    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(100)));
+    goOn.set_value();
     EXPECT_EQ(NO_ERROR, earlier.get());
     EXPECT_EQ(NO_ERROR, later.get());
     EXPECT_EQ((EventList{"dequeued", "dequeued", "available 1", "available 2"}),

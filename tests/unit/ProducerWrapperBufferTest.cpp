@@ -91,6 +91,7 @@ TEST_F(ProducerWrapperBufferTest, AttachRefusesHandlesWithCountsNoHandleHas) {
     handle.get()->numInts = 1;
     handle.get()->version = 0;
     expectRefused(anw);
+    handle.get()->version = sizeof(native_handle_t);
 }
 
 TEST_F(ProducerWrapperBufferTest, AttachRefusesAttributesThatAreNotTheHandles) {
