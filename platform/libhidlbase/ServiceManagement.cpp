@@ -30,8 +30,6 @@ sp<IServiceManager> defaultServiceManager() {
     return fromBinder<IServiceManager, BpHwServiceManager, BHwBinder>(context);
 }
 
-namespace details {
-
 namespace {
 
 constexpr std::chrono::seconds kRetryInterval(1);
@@ -58,7 +56,7 @@ sp<IBase> lookUp(const std::string& descriptor, const std::string& instance) {
         return nullptr;
     }
     const sp<IBase> service = found;
-    if (!canCastInterface(service.get(), descriptor.c_str())) return nullptr;
+    if (!details::canCastInterface(service.get(), descriptor.c_str())) return nullptr;
     return service;
 }
 
@@ -115,6 +113,8 @@ sp<IBase> waitForService(const std::string& descriptor, const std::string& insta
 }
 
 }  // namespace
+
+namespace details {
 
 status_t registerAsServiceInternal(const sp<IBase>& service, const std::string& name) {
     if (service == nullptr) return UNEXPECTED_NULL;

@@ -67,9 +67,14 @@ using hidl_bitfield = typename std::underlying_type<Enum>::type;
 
 namespace details {
 
-/** Every value of an enum; generated headers specialise it. */
+// Generated headers specialise it without "inline": its own copy for each file that includes them.
+inline namespace {
+
+/** Every value of an enum, in the order of the interface. */
 template <typename Enum>
-static constexpr std::array<Enum, 0> hidl_enum_values = {};
+constexpr std::array<Enum, 0> hidl_enum_values = {};
+
+}  // namespace
 
 /** Whether implementations may tell their addresses; they may not. */
 bool debuggable();
