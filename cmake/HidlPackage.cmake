@@ -2,11 +2,13 @@
 find_program(HIDL_GEN hidl-gen REQUIRED)
 set(HIDL_OUTPUT_DIR ${CMAKE_BINARY_DIR}/hidl)
 
-# The folder that the first words of a package's name stand for.
+# The folder that the first words of a package's name stand for. Ours begins below
+# hardware/interfaces/current.txt, which freezes it for the phone: a frozen interface may only import
+# frozen ones, and those of the platform are reduced here.
 set(HIDL_ROOTS
     android.hidl:platform/interfaces/hidl
     android.hardware:platform/interfaces/hardware
-    korvane.hardware:hardware/interfaces)
+    korvane.hardware.camera:hardware/interfaces/camera)
 
 # hidl-gen writes the 32 bytes of an interface's hash as a C compound literal, whose address g++
 # doesn't let it take. As a std::array it says the same to every compiler.
