@@ -12,16 +12,16 @@ using android::status_t;
 
 namespace korvane::test {
 
-status_t FrameProducer::connect(int maxDequeued) {
+status_t FrameProducer::connect(int maxDequeued, int api) {
     IGraphicBufferProducer::QueueBufferOutput output;
-    status_t err = mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output);
+    status_t err = mProducer->connect(nullptr, api, false, &output);
     if (err == OK) err = mProducer->setMaxDequeuedBufferCount(maxDequeued);
     if (err == OK) err = mProducer->setDequeueTimeout(0);
     return err;
 }
 
-status_t FrameProducer::disconnect() {
-    return mProducer->disconnect(NATIVE_WINDOW_API_CPU);
+status_t FrameProducer::disconnect(int api) {
+    return mProducer->disconnect(api);
 }
 
 int FrameProducer::queue(const Frame& frame) {

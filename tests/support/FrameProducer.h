@@ -7,6 +7,7 @@
 
 #include <gui/BufferQueue.h>
 #include <gui/IGraphicBufferProducer.h>
+#include <system/window.h>
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 
@@ -28,8 +29,8 @@ class FrameProducer {
         : mProducer(producer) {}
 
     /** Connects, holding at most that many buffers at a time, and never waits for one. */
-    android::status_t connect(int maxDequeued = 2);
-    android::status_t disconnect();
+    android::status_t connect(int maxDequeued = 2, int api = NATIVE_WINDOW_API_CAMERA);
+    android::status_t disconnect(int api = NATIVE_WINDOW_API_CAMERA);
 
     /**
      * Queues one frame.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The surface that a camera asks for, and the road of its frames to the gadget and back.
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 #include <thread>
@@ -10,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 #include <sys/eventfd.h>
+#include <system/window.h>
 #include <unistd.h>
 
 #include "support/DaemonWorld.h"
@@ -186,6 +188,39 @@ TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
     EXPECT_TRUE(sentFrames(1));
     mWorld.stopStream();
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+}
+
+TEST_F(FramePathTest, AnEglClientThatNeverSignalsItsFencesHoldsNothingUp) {
+    mWorld.commit(1, 1);
+    mWorld.startStream();
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    ASSERT_EQ(camera().connect(2, NATIVE_WINDOW_API_EGL), android::OK);
+    for (int i = 0; i < 3; ++i) ASSERT_GE(queueFrame(new Fence(eventfd(0, EFD_CLOEXEC))), 0);
+    EXPECT_TRUE(sentFrames(3));
+    EXPECT_EQ(camera().disconnect(NATIVE_WINDOW_API_EGL), android::OK);
+}
+
+TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
+    streamWithCamera();
+    ASSERT_EQ(camera().disconnect(), android::OK);
+    struct Listener : public android::BnProducerListener {
+        void onBufferReleased() override { ++released; }
+        bool needsReleaseNotify() override {
+            ++asked;
+            return true;
+        }
+        void onBuffersDiscarded(const std::vector<int32_t>&) override {}
+        std::atomic<int> released{0};
+        std::atomic<int> asked{0};
+    };
+    const sp<Listener> listener = new Listener();
+    H2BGraphicBufferProducer producer(mWorld.surface());
+    android::IGraphicBufferProducer::QueueBufferOutput output;
+    ASSERT_EQ(producer.connect(listener, NATIVE_WINDOW_API_CAMERA, false, &output), android::OK);
+    EXPECT_EQ(listener->asked, 1);
+    mWorld.command(R"({"stream-suspend":true})");
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_EQ(listener->released, 1);
 }
 
 TEST_F(FramePathTest, FramesQueuedBeforeTheSurfaceIsStartedAreHandedOver) {

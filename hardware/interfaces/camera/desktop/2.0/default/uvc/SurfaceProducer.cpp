@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "uvc/SurfaceProducer.h"
 
+#include <system/window.h>
+
 namespace android {
 
 using hardware::Return;
@@ -27,6 +29,10 @@ class ClientListener : public HProducerListener {
     const bool mNeedsReleaseNotify;
 };
 
+int32_t queueApi(int32_t clientApi) {
+    return clientApi == NATIVE_WINDOW_API_EGL ? NATIVE_WINDOW_API_CAMERA : clientApi;
+}
+
 }  // namespace
 
 SurfaceProducer::SurfaceProducer(const sp<BGraphicBufferProducer>& producer) : Base(producer) {
@@ -37,7 +43,11 @@ Return<void> SurfaceProducer::connect(const sp<HProducerListener>& listener, int
                                       bool producerControlledByApp, connect_cb reply) {
     sp<HProducerListener> wrapped;
     if (listener != nullptr) wrapped = new ClientListener(listener);
-    return Base::connect(wrapped, api, producerControlledByApp, reply);
+    return Base::connect(wrapped, queueApi(api), producerControlledByApp, reply);
+}
+
+Return<int32_t> SurfaceProducer::disconnect(int32_t api, DisconnectMode mode) {
+    return Base::disconnect(queueApi(api), mode);
 }
 
 Return<int32_t> SurfaceProducer::setDequeueTimeout(int64_t timeoutNs) {
