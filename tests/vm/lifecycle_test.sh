@@ -136,8 +136,16 @@ restart_daemon() {
     stop daemon KILL
     start_daemon
 }
-opened=$(lines 'added device')
-follows "the camera finds a daemon that was restarted" 20 'Registering client 3' restart_daemon
-check "which opens the node" wait_log 20 "$daemon_log" 'added device' $((opened + 1))
-check "and streams" short_stream MJPG 640x480 30
+# found_again NAME: the camera and the host go on with a daemon that was killed and started again.
+found_again() {
+    local opened
+    opened=$(lines 'added device')
+    follows "the camera finds a daemon that was killed $1" 20 'Registering client 3' restart_daemon
+    check "which opens the node" wait_log 20 "$daemon_log" 'added device' $((opened + 1))
+    stop long_stream KILL
+    check "and streams" short_stream MJPG 640x480 30
+}
+found_again "while idle"
+long_stream
+found_again "while it streamed"
 finish

@@ -28,6 +28,9 @@ start_camera --source "v4l2src device=$camera"
 need "the camera registers" wait_log 20 "$SHARE/daemon.log" 'Registering client 3'
 check "the host receives what vivid shows as YUYV" capture yuyv YUYV 640x480 15 20 90
 keep_capture yuyv
+stop camera
+start_camera --kind 1 --source "v4l2src device=$camera"
+need "the camera registers as the launcher" wait_log 20 "$SHARE/daemon.log" 'Registering client 1'
 check "the host receives what vivid shows as MJPEG" capture mjpeg MJPG 640x480 30 60 90
 keep_capture mjpeg
 finish
