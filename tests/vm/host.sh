@@ -21,7 +21,7 @@ capture() {
     node=$(wait_host_node 10) || return 1
     timeout "$limit" v4l2-ctl -d "$node" --verbose \
         --set-fmt-video="width=${size%x*},height=${size#*x},pixelformat=$fourcc" \
-        --set-parm="$rate" --stream-mmap=4 --stream-count="$count" \
+        --set-parm="$rate" --stream-mmap=16 --stream-count="$count" \
         --stream-to="$CAPTURES/$name.raw" 2>&1 >"$CAPTURES/$name.said" |
         tee "$CAPTURES/$name.log" | stamp >"$CAPTURES/$name.times"
     [ "${PIPESTATUS[0]}" = 0 ] || { tail -n 5 "$CAPTURES/$name.log"; return 1; }
