@@ -77,16 +77,20 @@ const char* UvcGadgetHandler::refuseSurface_l() const {
     return nullptr;
 }
 
-// False when the source is no longer the one in use: the stream has stopped since.
+// False when the source has been replaced, or the stream has stopped, since. A stream that stops
+// after this has looked takes the surface back, for which it needs the frame source's lock.
 bool UvcGadgetHandler::publishSurface(const sp<KorBufferSource>& source) {
     const sp<ICameraDesktop> desktop = service();
+    const auto producer = source->getHGraphicBufferProducer_V1_0();
+    std::lock_guard<std::mutex> deviceGuard(mDeviceLock);
     std::lock_guard<std::mutex> guard(mFrameSourceLock);
     if (mFrameSource != source) return false;
+    if (mDevice == nullptr || !mDevice->isStreaming()) {
+        mFrameSource.clear();
+        return false;
+    }
     if (desktop != nullptr) {
-        (void)desktop
-                ->setSurface(ClientType::WEBCAM_CONTROLLER,
-                             source->getHGraphicBufferProducer_V1_0())
-                .isOk();
+        (void)desktop->setSurface(ClientType::WEBCAM_CONTROLLER, producer).isOk();
     }
     return true;
 }
