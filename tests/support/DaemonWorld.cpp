@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/KeepForGood.h"
+
 namespace korvane::test {
 
 using ::android::sp;
@@ -61,7 +63,7 @@ DaemonWorld::~DaemonWorld() {
 void DaemonWorld::create() {
     services.hold();
     // For good: the poll thread uses it until the process ends.
-    service = *new sp<CameraDesktop>(new CameraDesktop());
+    service = keepForGood(sp<CameraDesktop>(new CameraDesktop()));
     services.provide("default", service);
     services.release();
 }

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "support/KeepForGood.h"
 #include "support/LogRecorder.h"
 #include "support/RecordingClient.h"
 
@@ -21,6 +22,7 @@ namespace {
 using ::android::sp;
 using ::android::hardware::hidl_string;
 using ::android::hardware::Status;
+using korvane::test::keepForGood;
 using korvane::test::LogRecorder;
 using korvane::test::RecordingClient;
 using V1_0::ClientTypes;
@@ -46,7 +48,7 @@ sp<Surface> makeSurface() {
 class CameraDesktopTest : public testing::Test {
   protected:
     // Never destroyed, as in the daemon: its poll thread runs on.
-    CameraDesktopTest() : mService(*new sp<CameraDesktop>(new CameraDesktop())) {}
+    CameraDesktopTest() : mService(keepForGood(sp<CameraDesktop>(new CameraDesktop()))) {}
 
     /** The reply, or nothing when the reply callback was not called. */
     std::optional<std::string> send(int kind, const std::string& command = "command") {

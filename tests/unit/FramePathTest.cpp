@@ -214,9 +214,9 @@ TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
         std::atomic<int> asked{0};
     };
     const sp<Listener> listener = new Listener();
-    H2BGraphicBufferProducer producer(mWorld.surface());
+    const sp<H2BGraphicBufferProducer> producer = new H2BGraphicBufferProducer(mWorld.surface());
     android::IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(producer.connect(listener, NATIVE_WINDOW_API_CAMERA, false, &output), android::OK);
+    ASSERT_EQ(producer->connect(listener, NATIVE_WINDOW_API_CAMERA, false, &output), android::OK);
     EXPECT_EQ(listener->asked, 1);
     mWorld.command(R"({"stream-suspend":true})");
     ASSERT_GE(queueFrame(), 0);
