@@ -38,4 +38,11 @@ printf '%-6s %-10s %5s %6s %6s %5s %9s %5s %9s %5s %7s %7s %8s %9s  %s\n' format
 for name in mjpeg yuyv nv12; do
     row $name
 done
+
+# ffmpeg takes its time to start and lets frames go by; those that it kept must be the camera's.
+if ! said=$("$checker" --format MJPG --size 640x480 --log "$SHARE/ffmpeg.frames" --max-lost 1000 \
+    "$SHARE/ffmpeg.raw"); then
+    echo "FAIL  what ffmpeg received: $said"
+    status=1
+fi
 exit $status

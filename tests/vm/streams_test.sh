@@ -39,6 +39,13 @@ start_daemon
 need "the daemon opens its node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video'
 stream mjpeg MJPG 1280x720 30
 stream yuyv YUYV 640x480 30
+start_camera --log "$SHARE/ffmpeg.frames"
+need "ffmpeg: a camera is there" wait_log 20 "$SHARE/daemon.log" 'Registering client 3' $((++cameras))
+check "ffmpeg receives frames, too" timeout 90 ffmpeg -v error -nostdin -f v4l2 -input_format mjpeg \
+    -video_size 640x480 -framerate 30 -i "$(wait_host_node 10)" -frames:v 30 -c:v copy -f mjpeg \
+    "$CAPTURES/ffmpeg.raw"
+stop camera
+keep_capture ffmpeg
 need "the function goes" gadget down
 need "the function comes up with NV12" gadget up --nv12
 need "the daemon opens its node again" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' 2
