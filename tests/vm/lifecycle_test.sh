@@ -148,4 +148,14 @@ found_again() {
 found_again "while idle"
 long_stream
 found_again "while it streamed"
+
+# ---- who may register ---------------------------------------------------------------------------
+
+cp "$KORVANE_BUILD/bin/korvane.hardware.camera.desktop@2.0-service" /run/daemon
+chmod 666 /dev/hwbinder
+status=0
+timeout 30 setpriv --reuid=65534 --clear-groups /run/daemon >"$SHARE/refused.log" 2>&1 || status=$?
+check_equal "a daemon that may not register ends with status 1" 1 $status
+check "and says why" grep 'Cannot register Camera Desktop HAL service' "$SHARE/refused.log"
+check "while the one that is registered goes on" short_stream MJPG 640x480 30
 finish
