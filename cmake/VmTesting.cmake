@@ -2,6 +2,9 @@
 # Two machines at most run at a time, and ctest counts two processors for each: they emulate two.
 add_test(NAME vm.prepare COMMAND ${CMAKE_SOURCE_DIR}/vm/prepare)
 set_tests_properties(vm.prepare PROPERTIES LABELS vm TIMEOUT 1800 FIXTURES_SETUP vm_machine)
+add_test(NAME vm.prepare-6.12 COMMAND ${CMAKE_SOURCE_DIR}/vm/prepare)
+set_tests_properties(vm.prepare-6.12 PROPERTIES LABELS vm TIMEOUT 1800 ENVIRONMENT KERNEL=6.12
+    FIXTURES_SETUP vm_machine_6.12)
 
 function(korvane_vm_add name timeout alone)
     add_test(NAME vm.${name} COMMAND ${CMAKE_SOURCE_DIR}/tests/vm/boot_test ${name} ${ARGN})
@@ -17,18 +20,22 @@ function(korvane_vm_add name timeout alone)
         ENVIRONMENT "KORVANE_BUILD=${CMAKE_BINARY_DIR};TIMEOUT=${timeout}")
 endfunction()
 
-# korvane_vm_test(NAME SCRIPT [AFTER SCRIPT] [TIMEOUT SECONDS] [ALONE]): SCRIPT (which sources
-# tests/vm/lib.sh) runs in the machine, then AFTER natively, on what SCRIPT left in the shared folder.
-# TIMEOUT bounds the machine's run (default 300). ALONE: no other test runs beside it, for what is
-# measured against the clock.
+# korvane_vm_test(NAME SCRIPT [AFTER SCRIPT] [TIMEOUT SECONDS] [KERNEL 6.12] [ALONE]): SCRIPT (which
+# sources tests/vm/lib.sh) runs in the machine, then AFTER natively, on what SCRIPT left in the shared
+# folder. TIMEOUT bounds the machine's run (default 300). KERNEL is for what only the newer kernel
+# survives. ALONE: no other test runs beside it, for what is measured against the clock.
 function(korvane_vm_test name script)
-    cmake_parse_arguments(VM "ALONE" "AFTER;TIMEOUT" "" ${ARGN})
+    cmake_parse_arguments(VM "ALONE" "AFTER;TIMEOUT;KERNEL" "" ${ARGN})
     set(after)
     if(VM_AFTER)
         set(after --after ${CMAKE_CURRENT_SOURCE_DIR}/${VM_AFTER})
     endif()
     korvane_vm_add(${name} "${VM_TIMEOUT}" ${VM_ALONE} ${after}
         bash ${CMAKE_CURRENT_SOURCE_DIR}/${script})
+    if(VM_KERNEL)
+        set_property(TEST vm.${name} APPEND PROPERTY ENVIRONMENT "KERNEL=${VM_KERNEL}")
+        set_property(TEST vm.${name} APPEND PROPERTY FIXTURES_REQUIRED vm_machine_${VM_KERNEL})
+    endif()
 endfunction()
 
 # korvane_vm_gtest(NAME [SOURCES ...] [LIBS ...] [TIMEOUT SECONDS] [ALONE]): NAME.cpp beside the
