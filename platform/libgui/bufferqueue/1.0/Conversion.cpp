@@ -50,6 +50,17 @@ uint64_t widenUsage(uint32_t usage) {
     return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(usage)));
 }
 
+// What both kinds of output hold under the same names, in either direction.
+template <typename To, typename From>
+void copyQueueState(To* to, const From& from) {
+    to->width = from.width;
+    to->height = from.height;
+    to->transformHint = from.transformHint;
+    to->numPendingBuffers = from.numPendingBuffers;
+    to->nextFrameNumber = from.nextFrameNumber;
+    to->bufferReplaced = from.bufferReplaced;
+}
+
 }  // namespace
 
 void wrapAs(AnwBuffer* to, const GraphicBuffer& from) {
@@ -166,23 +177,13 @@ bool convertTo(BGraphicBufferProducer::QueueBufferInput* to,
 
 void wrapAs(HGraphicBufferProducer::QueueBufferOutput* to,
             const BGraphicBufferProducer::QueueBufferOutput& from) {
-    to->width = from.width;
-    to->height = from.height;
-    to->transformHint = from.transformHint;
-    to->numPendingBuffers = from.numPendingBuffers;
-    to->nextFrameNumber = from.nextFrameNumber;
-    to->bufferReplaced = from.bufferReplaced;
+    copyQueueState(to, from);
     wrapAs(&to->frameTimestamps, from.frameTimestamps);
 }
 
 void convertTo(BGraphicBufferProducer::QueueBufferOutput* to,
                const HGraphicBufferProducer::QueueBufferOutput& from) {
-    to->width = from.width;
-    to->height = from.height;
-    to->transformHint = from.transformHint;
-    to->numPendingBuffers = from.numPendingBuffers;
-    to->nextFrameNumber = from.nextFrameNumber;
-    to->bufferReplaced = from.bufferReplaced;
+    copyQueueState(to, from);
     convertTo(&to->frameTimestamps, from.frameTimestamps);
 }
 
