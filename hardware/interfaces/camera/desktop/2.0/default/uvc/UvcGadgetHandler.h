@@ -45,8 +45,9 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * Locks: mDeviceLock guards the device pointer against deletion while another thread uses the
  * device. It nests inside the frame source's mutex, so it is never held over a call into a frame
  * source; and it is never held over a call to a client, whose answer may need it. mFrameSourceLock
- * guards the frame source pointer, and its being published, alone; mServiceLock the connection to
- * the service; both are innermost.
+ * guards the frame source pointer and its being published, and nests inside mDeviceLock;
+ * mServiceLock guards the connection to the service. Inside these two only the service's own lock
+ * of its slots is taken.
  *
  * One instance for the life of the process. Destroying it ends a poll thread that still waits for
  * the service; later the thread can't be stopped, and destruction terminates the process.
