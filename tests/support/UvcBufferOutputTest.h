@@ -30,12 +30,10 @@ class UvcBufferOutputTest : public UvcDeviceTest {
     static constexpr uint32_t kYuyvLength = 640 * 480 * 2;
     static constexpr uint32_t kBlobLength = 10000;
 
-    LogLine error(const std::string& text) const { return {ANDROID_LOG_ERROR, kTag, text}; }
-    LogLine warning(const std::string& text) const { return {ANDROID_LOG_WARN, kTag, text}; }
-    const LogLine tooLarge() const {
+    static LogLine tooLarge() {
         return warning("Size too large for buffer allocated, drop frame!");
     }
-    const LogLine noHeader(int width) const {
+    static LogLine noHeader(int width) {
         return warning("getBlobSizeFromCamera: No JPEG header detected, defaulting to size=width=" +
                        std::to_string(width));
     }

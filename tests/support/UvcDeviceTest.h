@@ -75,6 +75,13 @@ class UvcDeviceTest : public testing::Test {
     static constexpr uint8_t kProbe = 1;
     static constexpr uint8_t kCommit = 2;
 
+    /** What a running stream asks of the kernel when it ends. */
+    inline static const std::vector<std::string> kStopCalls{
+            "VIDIOC_STREAMOFF", "munmap", "munmap", "munmap", "munmap", "VIDIOC_REQBUFS"};
+
+    static LogLine error(const std::string& text) { return {ANDROID_LOG_ERROR, kTag, text}; }
+    static LogLine warning(const std::string& text) { return {ANDROID_LOG_WARN, kTag, text}; }
+
     void SetUp() override {
         if (!mFiles.available()) GTEST_SKIP() << mFiles.whyNot();
         makeDevice("YUY2");
@@ -97,6 +104,15 @@ class UvcDeviceTest : public testing::Test {
 
     int exception() { return mCtrl->handlePendingData(PollableDev::DATA_EXCEPTION); }
     int writable() { return mCtrl->handlePendingData(PollableDev::DATA_WRITABLE); }
+
+    /** The driver gives a buffer back, whether it was queued or not; the device's result. */
+    int giveBack(uint32_t index) {
+        mKernel.answerNext("VIDIOC_DQBUF", [index](void* block) {
+            static_cast<v4l2_buffer*>(block)->index = index;
+            return 0;
+        });
+        return writable();
+    }
 
     void event(uint32_t type) {
         mKernel.sendEvent(type);

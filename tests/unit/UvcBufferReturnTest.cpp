@@ -45,11 +45,7 @@ TEST_F(UvcBufferReturnTest, BuffersComeBackInTheOrderOfTheDriver) {
 
 TEST_F(UvcBufferReturnTest, ABufferWithoutAFrameIsReportedToo) {
     streamJpeg();
-    mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
-        static_cast<v4l2_buffer*>(block)->index = 3;
-        return 0;
-    });
-    EXPECT_EQ(0, writable());
+    EXPECT_EQ(0, giveBack(3));
     ASSERT_EQ(1u, mListener.emptied.size());
     EXPECT_EQ(3u, mListener.emptied[0].index);
     EXPECT_EQ(nullptr, mListener.emptied[0].graphicBuffer);
@@ -70,22 +66,13 @@ TEST_F(UvcBufferReturnTest, AFailedWriteReportsNothing) {
 
 TEST_F(UvcBufferReturnTest, AnIndexThatTheDriverMadeUpIsAFailedWrite) {
     streamJpeg();
-    for (int i = 0; i < 5; ++i) {
-        mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
-            static_cast<v4l2_buffer*>(block)->index = 4;
-            return 0;
-        });
-        EXPECT_EQ(i < 4 ? 0 : -1, writable());
-    }
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(i < 4 ? 0 : -1, giveBack(4));
     EXPECT_THAT(mListener.events, ElementsAre("stop"));
 }
 
 TEST_F(UvcBufferReturnTest, AWriteBeforeAnyStreamIsAFailedWrite) {
     mCtrl->open();
-    for (int i = 0; i < 5; ++i) {
-        mKernel.answerNext("VIDIOC_DQBUF", [](void*) { return 0; });
-        EXPECT_EQ(i < 4 ? 0 : -1, writable());
-    }
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(i < 4 ? 0 : -1, giveBack(0));
     EXPECT_THAT(mListener.events, IsEmpty());
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A stream's life: start, stop, write failures, and faults at every call of it.
+// A stream's life: start and stop, and what its listener may do meanwhile.
 
 #include <cerrno>
 #include <string>
@@ -22,27 +22,10 @@ using Names = std::vector<std::string>;
 const Names kStartCalls{"VIDIOC_REQBUFS", "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QUERYBUF",
                         "mmap",           "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QUERYBUF",
                         "mmap",           "VIDIOC_STREAMON"};
-const Names kStopCalls{"VIDIOC_STREAMOFF", "munmap", "munmap",
-                       "munmap",           "munmap", "VIDIOC_REQBUFS"};
 
 class UvcStreamTest : public UvcDeviceTest {
   protected:
-    LogLine error(const std::string& text) const { return {ANDROID_LOG_ERROR, kTag, text}; }
-
     void stream() { UvcDeviceTest::stream(kUncompressed, kSmallFrame, 614400); }
-
-    // One write that fails, or doesn't.
-    int failingWrite() {
-        mKernel.fail("VIDIOC_DQBUF", EIO);
-        return writable();
-    }
-    int successfulWrite() {
-        mKernel.answerNext("VIDIOC_DQBUF", [](void* block) {
-            static_cast<v4l2_buffer*>(block)->index = 0;
-            return 0;
-        });
-        return writable();
-    }
 };
 
 // --- Start and stop ---
@@ -152,7 +135,7 @@ TEST_F(UvcStreamTest, TheListenerMayCallBackIntoTheDevice) {
     };
     mCtrl->open();
     event(UVC_EVENT_STREAMON);
-    successfulWrite();
+    giveBack(0);
     event(UVC_EVENT_STREAMOFF);
     EXPECT_THAT(mListener.events, ElementsAre("start", "emptied", "stop"));
     EXPECT_FALSE(queuedDuringStop);
@@ -162,7 +145,7 @@ TEST_F(UvcStreamTest, TheListenerMayCallBackIntoTheDevice) {
 TEST_F(UvcStreamTest, TheListenerMayCloseTheDeviceFromWithinAFrameItGotBack) {
     stream();
     mListener.onEmptied = [&](UvcBufInfo*) { mCtrl->close(); };
-    EXPECT_EQ(0, successfulWrite());
+    EXPECT_EQ(0, giveBack(0));
     EXPECT_THAT(mListener.events, ElementsAre("emptied", "stop"));
     EXPECT_EQ(-1, mCtrl->fd);
     EXPECT_EQ(0u, mKernel.openMappings());
@@ -173,7 +156,7 @@ TEST_F(UvcStreamTest, ADeviceWithoutAListenerStreamsAllTheSame) {
     mCtrl->open();
     event(UVC_EVENT_STREAMON);
     EXPECT_TRUE(mCtrl->isStreaming());
-    EXPECT_EQ(0, successfulWrite());
+    EXPECT_EQ(0, giveBack(0));
     event(UVC_EVENT_STREAMOFF);
     EXPECT_FALSE(mCtrl->isStreaming());
 }
@@ -188,82 +171,5 @@ TEST_F(UvcStreamTest, StartsAndStopsAnyNumberOfTimes) {
     EXPECT_EQ(0u, mKernel.openMappings());
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
-
-// --- Write failures ---
-
-TEST_F(UvcStreamTest, FiveFailingWritesInARowStopTheStreamOnce) {
-    stream();
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
-    EXPECT_TRUE(mCtrl->isStreaming());
-    mKernel.clearCalls();
-    EXPECT_EQ(-1, failingWrite());
-    Names expected = kStopCalls;
-    expected.insert(expected.begin(), "VIDIOC_DQBUF");
-    EXPECT_EQ(expected, mKernel.callNames());
-    EXPECT_THAT(mListener.events, ElementsAre("stop"));
-    EXPECT_THAT(mLog.lines(kTag),
-                ElementsAre(error("Too many streaming errors, forcing it to stop.")));
-    EXPECT_GE(mCtrl->fd, 0);
-}
-
-TEST_F(UvcStreamTest, TheCountStartsAnewAfterItStoppedAStream) {
-    stream();
-    for (int i = 0; i < 5; ++i) failingWrite();
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
-    EXPECT_EQ(-1, failingWrite());
-    EXPECT_THAT(mListener.events, ElementsAre("stop"));  // nothing streamed the second time
-}
-
-TEST_F(UvcStreamTest, ASuccessfulWriteResetsTheCount) {
-    stream();
-    for (int round = 0; round < 3; ++round) {
-        for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
-        EXPECT_EQ(0, successfulWrite());
-    }
-    EXPECT_TRUE(mCtrl->isStreaming());
-}
-
-TEST_F(UvcStreamTest, TheCountIsTheProcessesNotTheDevices) {
-    stream();
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(0, failingWrite());
-    makeDevice("YUY2");
-    stream();
-    EXPECT_EQ(-1, failingWrite());
-    EXPECT_THAT(mListener.events, ElementsAre("stop"));
-}
-
-// --- Faults ---
-
-struct Fault {
-    std::string name;
-    int calls;  // in the life that the test lives
-};
-
-class UvcFaultTest : public UvcStreamTest, public testing::WithParamInterface<Fault> {};
-
-TEST_P(UvcFaultTest, NoSingleFailureLeaksOrLeavesTheDeviceUnusable) {
-    for (int passing = 0; passing < GetParam().calls; ++passing) {
-        mKernel.fail(GetParam().name, EIO, passing);
-        mCtrl->open();
-        event(UVC_EVENT_STREAMON);
-        event(UVC_EVENT_STREAMOFF);
-        mCtrl->close();
-        EXPECT_EQ(0u, mKernel.openDescriptors()) << passing;
-        EXPECT_EQ(0u, mKernel.openMappings()) << passing;
-
-        EXPECT_EQ(0, mCtrl->open());
-        event(UVC_EVENT_STREAMON);
-        EXPECT_TRUE(mCtrl->isStreaming()) << passing;
-        mCtrl->close();
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Calls, UvcFaultTest,
-                         testing::Values(Fault{"open", 1}, Fault{"VIDIOC_SUBSCRIBE_EVENT", 6},
-                                         Fault{"VIDIOC_S_FMT", 1}, Fault{"VIDIOC_DQEVENT", 2},
-                                         Fault{"VIDIOC_REQBUFS", 2}, Fault{"VIDIOC_QUERYBUF", 4},
-                                         Fault{"mmap", 4}, Fault{"VIDIOC_STREAMON", 1},
-                                         Fault{"VIDIOC_STREAMOFF", 1}, Fault{"close", 1}),
-                         [](const auto& info) { return info.param.name; });
 
 }  // namespace

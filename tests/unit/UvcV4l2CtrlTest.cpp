@@ -26,14 +26,8 @@ using korvane::test::PollableDev;
 using korvane::test::UvcV4l2Ctrl;
 using Names = std::vector<std::string>;
 
-const Names kStopCalls{"VIDIOC_STREAMOFF", "munmap", "munmap",
-                       "munmap",           "munmap", "VIDIOC_REQBUFS"};
-
 class UvcV4l2CtrlTest : public UvcDeviceTest {
   protected:
-    LogLine error(const std::string& text) const { return {ANDROID_LOG_ERROR, kTag, text}; }
-    LogLine warning(const std::string& text) const { return {ANDROID_LOG_WARN, kTag, text}; }
-
     void stream() { UvcDeviceTest::stream(kUncompressed, kSmallFrame, 614400); }
 };
 
