@@ -50,6 +50,69 @@ TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
     }
 }
 
+TEST_F(UvcBufferMappingTest, ARecordStartsEmpty) {
+    const UvcBufInfo record;
+    EXPECT_EQ(0u, record.kind);
+    EXPECT_EQ(-1, record.bufFd);
+    EXPECT_EQ(nullptr, record.addr);
+    EXPECT_EQ(0u, record.length);
+    EXPECT_EQ(-1, record.auxFd);
+    EXPECT_EQ(-1, record.fenceFd);
+    EXPECT_EQ(0, record.timestamp.tv_sec);
+    EXPECT_EQ(0, record.timestamp.tv_usec);
+    EXPECT_EQ(nullptr, record.graphicBuffer);
+}
+
+TEST_F(UvcBufferMappingTest, TheRecordOfAFreeBufferHasItsMappingOnly) {
+    streamJpeg(5000);
+    mKernel.fillBuffers(0xCD);
+    mListener.onEmptied = [](UvcBufInfo* record) {
+        EXPECT_EQ(Bytes(5000, 0xCD), Bytes(record->addr, record->addr + 5000));
+    };
+    for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(0, giveBack(i));
+    ASSERT_EQ(4u, mListener.emptied.size());
+    for (uint32_t i = 0; i < 4; ++i) {
+        const UvcBufInfo& record = mListener.emptied[i];
+        EXPECT_EQ(i, record.index);
+        EXPECT_EQ(3u, record.kind);
+        EXPECT_EQ(5000u, record.length);
+        EXPECT_EQ(-1, record.bufFd);
+        EXPECT_EQ(-1, record.auxFd);
+        EXPECT_EQ(-1, record.fenceFd);
+        EXPECT_EQ(0, record.timestamp.tv_sec);
+        EXPECT_EQ(nullptr, record.graphicBuffer);
+    }
+}
+
+TEST_F(UvcBufferMappingTest, TheDeviceSaysHowManyBuffersThereAre) {
+    struct TwoBuffers : public UvcV4l2Ctrl {
+        using UvcV4l2Ctrl::UvcV4l2Ctrl;
+        uint32_t getBufferNum() override { return 2; }
+    };
+    mCtrl = std::make_unique<TwoBuffers>(kPath);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_EQ(2u, mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>().count);
+    EXPECT_EQ(2u, mKernel.openMappings());
+    EXPECT_TRUE(queue(1, makeJpeg(100, 50)));
+    EXPECT_FALSE(queue(2, makeJpeg(100, 50)));
+    mCtrl->close();
+    EXPECT_EQ(0u, mKernel.openMappings());
+}
+
+TEST_F(UvcBufferMappingTest, ADeviceOfNoBuffersDoesNotStream) {
+    struct NoBuffers : public UvcV4l2Ctrl {
+        using UvcV4l2Ctrl::UvcV4l2Ctrl;
+        uint32_t getBufferNum() override { return 0; }
+    };
+    mCtrl = std::make_unique<NoBuffers>(kPath);
+    mCtrl->open();
+    event(UVC_EVENT_STREAMON);
+    EXPECT_FALSE(mCtrl->isStreaming());
+    EXPECT_THAT(mLog.lines(kTag),
+                ElementsAre(error("request buffer failed"), error("Failed to alloc buffers")));
+}
+
 TEST_F(UvcBufferMappingTest, UnmapsWhatItMapped) {
     mCtrl->open();
     mKernel.setBufferLength(5000);

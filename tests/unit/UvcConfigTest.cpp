@@ -78,6 +78,31 @@ TEST_F(UvcConfigTest, ReadsTheUvcVersionAsADecimalNumber) {
     EXPECT_EQ(0u, UvcConfig().getBcdUVC());
 }
 
+TEST_F(UvcConfigTest, ReadsTheFunctionsAttributesInOrderAndBeforeItsFormats) {
+    const std::vector<std::string> attributes = {"streaming_interval", "streaming_maxburst",
+                                                 "streaming_maxpacket", "control/header/h/bcdUVC"};
+    for (const std::string& attribute : attributes) mTree->remove(attribute);
+    mFiles.remove(UvcFunctionTree::path() + "/streaming");
+    for (const std::string& attribute : attributes) {
+        const LogRecorder log;
+        EXPECT_THROW(UvcConfig(), std::invalid_argument);
+        EXPECT_EQ(error(UvcFunctionTree::path() + "/" + attribute +
+                        ": no usable number in \"\" (No such file or directory), cannot go on"),
+                  log.lines());
+        mTree->set(attribute, "1\n");
+    }
+}
+
+TEST_F(UvcConfigTest, KeepsTheSelectorThatWasSetLastEvenAnUnknownOne) {
+    const LogRecorder log;
+    UvcConfig config;
+    EXPECT_EQ(0, config.getControlSelector());
+    for (int selector : {kProbe, kCommit, 3, kProbe}) {
+        config.setControlSelector(selector);
+        EXPECT_EQ(selector, config.getControlSelector());
+    }
+}
+
 TEST_F(UvcConfigTest, ReadsConfigfsOnlyOnce) {
     UvcConfig config;
     mFiles.remove("/config/usb_gadget");

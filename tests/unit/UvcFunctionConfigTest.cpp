@@ -192,6 +192,14 @@ TEST_F(UvcFunctionConfigTest, ThrowsOnBitsPerPixelThatAreNoNumber) {
                                  "directory), cannot go on"));
 }
 
+TEST_F(UvcFunctionConfigTest, ReadsBitsPerPixelBeforeTheGuid) {
+    mTree->addUncompressed("I420");
+    mTree->addFrame(kUncompressed, "f1", 640, 480);
+    mTree->set(std::string("streaming/") + kUncompressed + "/bBitsPerPixel", "none");
+    EXPECT_THROW(read(), std::invalid_argument);
+    EXPECT_EQ(1u, mLog.lines().size());
+}
+
 // --- The GUID ---
 
 class GuidTest : public UvcFunctionConfigTest {

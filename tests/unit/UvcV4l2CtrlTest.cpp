@@ -184,6 +184,30 @@ TEST_F(UvcV4l2CtrlTest, DestructionOfAClosedDeviceTouchesNothing) {
     EXPECT_THAT(mKernel.calls(), IsEmpty());
 }
 
+// A daemon that was started without a standard input gets its descriptor.
+TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
+    const int input = dup(STDIN_FILENO);
+    ::close(STDIN_FILENO);
+    EXPECT_EQ(0, mCtrl->open());
+    EXPECT_EQ(0, mCtrl->fd);
+    EXPECT_EQ(0, mCtrl->close());
+    EXPECT_EQ(0u, mKernel.openDescriptors());
+    mCtrl->open();
+    EXPECT_EQ(0, mCtrl->fd);
+    mCtrl.reset();
+    EXPECT_EQ(0u, mKernel.openDescriptors());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+    dup2(input, STDIN_FILENO);
+    ::close(input);
+}
+
+TEST_F(UvcV4l2CtrlTest, AFirstOpenWithDescriptorZeroIsRefusedToo) {
+    mCtrl->fd = 0;
+    EXPECT_EQ(-22, mCtrl->open());
+    EXPECT_THAT(mLog.lines(), ElementsAre(error("FIX:first open but fd valid")));
+    mCtrl->fd = -1;
+}
+
 // --- Events ---
 
 TEST_F(UvcV4l2CtrlTest, AnUnknownReadinessIsIgnored) {

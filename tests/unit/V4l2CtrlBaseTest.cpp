@@ -30,13 +30,14 @@ constexpr char kPath[] = "/dev/video77";
 
 class TestCtrl : public V4l2CtrlBase {
   public:
-    explicit TestCtrl(int fd) : mFd(fd) {}
+    explicit TestCtrl(int fd, uint32_t type = V4L2_BUF_TYPE_VIDEO_OUTPUT) : mFd(fd), mType(type) {}
     const char* getV4l2DevName() override { return kPath; }
-    uint32_t getV4l2BufferType() override { return V4L2_BUF_TYPE_VIDEO_OUTPUT; }
+    uint32_t getV4l2BufferType() override { return mType; }
     int getV4l2DeviceFd() override { return mFd; }
 
   private:
     const int mFd;
+    const uint32_t mType;
 };
 
 struct Wrapper {
@@ -128,6 +129,20 @@ TEST_F(V4l2CtrlBaseTest, RequestBufferPassesCountTypeMemoryAndZeros) {
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 
+TEST_F(V4l2CtrlBaseTest, TheBufferTypeIsTheSubclassesToSay) {
+    TestCtrl capture(mFd, V4L2_BUF_TYPE_VIDEO_CAPTURE);
+    capture.requestBuffer(4, V4L2_MEMORY_USERPTR);
+    capture.streamOn();
+    capture.streamOff();
+    const auto request = mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>();
+    EXPECT_EQ(uint32_t{V4L2_BUF_TYPE_VIDEO_CAPTURE}, request.type);
+    EXPECT_EQ(uint32_t{V4L2_MEMORY_USERPTR}, request.memory);
+    EXPECT_EQ(uint32_t{V4L2_BUF_TYPE_VIDEO_CAPTURE},
+              mKernel.calls("VIDIOC_STREAMON")[0].as<uint32_t>());
+    EXPECT_EQ(uint32_t{V4L2_BUF_TYPE_VIDEO_CAPTURE},
+              mKernel.calls("VIDIOC_STREAMOFF")[0].as<uint32_t>());
+}
+
 TEST_F(V4l2CtrlBaseTest, RequestBufferReturnsFewerAsTheyAre) {
     mKernel.answerNext("VIDIOC_REQBUFS", [](void*) { return 3; });
     EXPECT_EQ(3, mCtrl.requestBuffer(4, V4L2_MEMORY_MMAP));
@@ -139,9 +154,10 @@ TEST_F(V4l2CtrlBaseTest, FreeingTheBuffersIsNotLogged) {
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 
-TEST_F(V4l2CtrlBaseTest, RequestBufferLogsResultTextAndErrno) {
+TEST_F(V4l2CtrlBaseTest, RequestBufferLogsResultTextAndErrnoAndDoesNotRetry) {
     mKernel.fail("VIDIOC_REQBUFS", EBUSY);
     EXPECT_EQ(-1, mCtrl.requestBuffer(4, V4L2_MEMORY_MMAP));
+    EXPECT_EQ(1u, mKernel.calls("VIDIOC_REQBUFS").size());
     EXPECT_THAT(mLog.lines(),
                 ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
                                     "VIDIOC_REQBUFS failed -1:  Device or resource busy (16)"}));
@@ -150,8 +166,10 @@ TEST_F(V4l2CtrlBaseTest, RequestBufferLogsResultTextAndErrno) {
 TEST_F(V4l2CtrlBaseTest, AClosedNodeFailsRequestBuffer) {
     TestCtrl closed(-1);
     EXPECT_EQ(-1, closed.requestBuffer(4, V4L2_MEMORY_MMAP));
-    EXPECT_TRUE(mLog.has(ANDROID_LOG_ERROR, kTag,
-                         "VIDIOC_REQBUFS failed -1:  Bad file descriptor (9)"));
+    EXPECT_EQ(EBADF, errno);
+    EXPECT_THAT(mLog.lines(),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
+                                    "VIDIOC_REQBUFS failed -1:  Bad file descriptor (9)"}));
 }
 
 TEST_F(V4l2CtrlBaseTest, QueryBufferPassesTheBlockThroughBothWays) {
