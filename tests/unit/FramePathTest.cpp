@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 #include <sys/eventfd.h>
@@ -16,6 +15,7 @@
 
 #include "support/DaemonWorld.h"
 #include "support/FrameProducer.h"
+#include "support/OpenDescriptors.h"
 
 namespace korvane::test {
 namespace {
@@ -27,6 +27,8 @@ using testing::ElementsAre;
 
 constexpr char kNv12[] = R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
                          R"("v4l2-format":"NV12","fps":30}})";
+constexpr char kUnknownFormat[] = R"({"create-surface":{"width":640,"height":480,)"
+                                  R"("consumer-usage":3,"v4l2-format":"I420","fps":30}})";
 
 class FramePathTest : public testing::Test {
   protected:
@@ -78,6 +80,7 @@ TEST_F(FramePathTest, BeforeTheHostStreamsThereIsNoSurface) {
     EXPECT_EQ(mWorld.command(kNv12), "not streaming");
     EXPECT_TRUE(hasError("webcam is not streaming"));
     EXPECT_EQ(mWorld.surface(), nullptr);
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{}})"), "not streaming");
 }
 
 TEST_F(FramePathTest, EachMissingFieldHasItsReplyInOrder) {
@@ -128,6 +131,45 @@ TEST_F(FramePathTest, ALongFormatIsCutToFourCharacters) {
               "");
 }
 
+TEST_F(FramePathTest, TheBuffersHaveTheSizeFormatAndUsageAskedFor) {
+    mWorld.startStream();
+    ASSERT_EQ(mWorld.command(R"({"create-surface":{"width":320,"height":200,)"
+                             R"("consumer-usage":256,"v4l2-format":"NV12","fps":30}})"),
+              "");
+    ASSERT_EQ(camera().connect(), android::OK);
+    const int slot = queueFrame();
+    ASSERT_GE(slot, 0);
+    const sp<android::GraphicBuffer> buffer = camera().buffer(slot);
+    EXPECT_EQ(buffer->getWidth(), 320u);
+    EXPECT_EQ(buffer->getHeight(), 200u);
+    EXPECT_EQ(buffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCbCr_420_888);
+    EXPECT_EQ(buffer->getUsage() & 256, 256u);
+}
+
+TEST_F(FramePathTest, ASurfaceThatCannotBeConfiguredEndsTheOneBefore) {
+    streamWithCamera();
+    const sp<DaemonWorld::Surface> first = mWorld.surface();
+    EXPECT_EQ(mWorld.command(kUnknownFormat), "not configured");
+    EXPECT_EQ(queueFrame(), android::NO_INIT);
+    EXPECT_EQ(mWorld.surface(), first);  // nothing was posted instead
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":true})"), "OK_WEBCAM_HAL");
+
+    mCamera.reset();
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    ASSERT_EQ(camera().connect(), android::OK);
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+}
+
+TEST_F(FramePathTest, AStreamMayEndWithASurfaceThatCouldNotBeConfigured) {
+    mWorld.startStream();
+    EXPECT_EQ(mWorld.command(kUnknownFormat), "not configured");
+    mWorld.stopStream();
+    streamWithCamera();
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+}
+
 TEST_F(FramePathTest, ASizeOfZeroIsNotConfigured) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":0,"height":480,"consumer-usage":0,)"
@@ -162,6 +204,18 @@ TEST_F(FramePathTest, AFrameThatWasSentLetsTheNextOneThrough) {
         ASSERT_GE(queueFrame(), 0);
         ASSERT_TRUE(sentFrames(i));
     }
+}
+
+TEST_F(FramePathTest, AFrameThatTheDriverRefusesIsLostAndTheNextOneIsSent) {
+    streamWithCamera();
+    mWorld.node.setAutoSend(true);
+    mWorld.node.fail("VIDIOC_QBUF", EIO);
+    ASSERT_GE(queueFrame(), 0);
+    for (size_t i = 2; i <= 10; ++i) {
+        ASSERT_GE(queueFrame(), 0);
+        ASSERT_TRUE(sentFrames(i));
+    }
+    EXPECT_EQ(mWorld.node.sentFrames().size(), 9u);
 }
 
 TEST_F(FramePathTest, AFrameMoreThanTheDeviceHasBuffersWaitsForOneToBeSent) {
@@ -301,11 +355,6 @@ TEST_F(FramePathTest, ADequeueDoesNotHoldTheDaemonUpForEver) {
 }
 
 TEST_F(FramePathTest, NoDescriptorIsLeftAfterAStream) {
-    const auto countDescriptors = [] {
-        int count = 0;
-        for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1;
-        return count;
-    };
     const auto streamOnce = [&] {
         streamWithCamera();
         for (int i = 0; i < 4; ++i) queueFrame(new Fence(eventfd(0, EFD_CLOEXEC)));
@@ -313,9 +362,9 @@ TEST_F(FramePathTest, NoDescriptorIsLeftAfterAStream) {
         mCamera.reset();
     };
     streamOnce();
-    const int before = countDescriptors();
+    const int before = countOpenDescriptors();
     for (int i = 0; i < 5; ++i) streamOnce();
-    EXPECT_EQ(countDescriptors(), before);
+    EXPECT_EQ(countOpenDescriptors(), before);
 }
 
 }  // namespace

@@ -136,13 +136,16 @@ TEST_F(UvcBufferMappingTest, MoreBuffersThanAskedForAreNotUsed) {
 }
 
 TEST_F(UvcBufferMappingTest, FewerBuffersThanAskedForAreNotEnough) {
-    mKernel.setGrant(3);
     mCtrl->open();
-    event(UVC_EVENT_STREAMON);
-    EXPECT_FALSE(mCtrl->isStreaming());
-    EXPECT_EQ(0u, mKernel.openMappings());
-    EXPECT_THAT(mLog.lines(kTag),
-                ElementsAre(error("failed to mmap all buffers"), error("Failed to alloc buffers")));
+    for (uint32_t granted : {3, 2, 1}) {
+        mLog.clear();
+        mKernel.setGrant(granted);
+        event(UVC_EVENT_STREAMON);
+        EXPECT_FALSE(mCtrl->isStreaming());
+        EXPECT_EQ(0u, mKernel.openMappings());
+        EXPECT_THAT(mLog.lines(kTag), ElementsAre(error("failed to mmap all buffers"),
+                                                  error("Failed to alloc buffers")));
+    }
 }
 
 TEST_F(UvcBufferMappingTest, NoBuffersAreAFailedRequest) {
