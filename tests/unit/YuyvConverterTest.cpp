@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <libyuv.h>
 
 #include "support/YCbCrPicture.h"
 
@@ -43,6 +44,47 @@ INSTANTIATE_TEST_SUITE_P(Pictures, YuyvConverterTest,
                                                           Size{65, 48}, Size{64, 47}, Size{67, 35},
                                                           Size{3, 3}),
                                           testing::Values(0, 24)));
+
+// The rule for the bytes: one call that makes three planes of the whole picture, V half a picture
+// behind U, and one that makes YUYV of them. Both write a little further than the picture.
+std::vector<uint8_t> convertWhole(const android_ycbcr& planes, Size size) {
+    const int width = static_cast<int>(size.width);
+    const int height = static_cast<int>(size.height);
+    const int cstride = static_cast<int>(planes.cstride);
+    const int half = (width + 1) / 2;
+    std::vector<uint8_t> scratch(yuyvSize(size.width, size.height) + size.width + size.height);
+    uint8_t* const y = scratch.data();
+    uint8_t* const u = y + ptrdiff_t{width} * height;
+    uint8_t* const v = u + ptrdiff_t{width} * height / 2;
+    libyuv::Android420ToI420(
+            static_cast<uint8_t*>(planes.y), static_cast<int>(planes.ystride),
+            static_cast<uint8_t*>(planes.cb), cstride, static_cast<uint8_t*>(planes.cr), cstride,
+            static_cast<int>(planes.chroma_step), y, width, u, half, v, half, width, height);
+    std::vector<uint8_t> out(yuyvSize(size.width, size.height) + 2);
+    libyuv::I420ToYUY2(y, width, u, half, v, half, out.data(), width * 2, width, height);
+    out.resize(out.size() - 2);
+    return out;
+}
+
+// Those of one column or row among them, whose planes overlap.
+TEST(YuyvConverterRuleTest, WritesTheBytesOfTheRuleForEverySizeAndLayout) {
+    for (const auto layout :
+         {YCbCrPicture::NV12, YCbCrPicture::NV21, YCbCrPicture::I420, YCbCrPicture::YV12}) {
+        for (const size_t padding : {0, 13}) {
+            for (uint32_t width = 1; width <= 70; ++width) {
+                for (uint32_t height = 1; height <= 19; ++height) {
+                    const Size size{width, height};
+                    const YCbCrPicture picture(layout, width, height, padding);
+                    YuyvConverter converter;
+                    ASSERT_EQ(convertWhole(picture.planes(), size),
+                              convert(converter, picture, size))
+                            << width << "x" << height << ", layout " << layout << ", padding "
+                            << padding;
+                }
+            }
+        }
+    }
+}
 
 // Memory sizes are exact in these tests, so a sanitizer sees each byte written beyond.
 TEST(YuyvConverterBoundsTest, WritesNoByteBehindAnOddWidth) {
