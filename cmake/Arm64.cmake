@@ -7,7 +7,13 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L ${CMAKE_SYSROOT})
+
+# Test programs are emulated with their own loader and libraries, but on this machine's files: qemu's
+# own way to the libraries (-L) takes every other path that there is in the tree from there as well.
+set(libraries ${CMAKE_SYSROOT}/usr/lib/aarch64-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static
+    -E GST_PLUGIN_SYSTEM_PATH=${libraries}/gstreamer-1.0 -E GST_REGISTRY=${CMAKE_SYSROOT}.gstreamer
+    ${CMAKE_SYSROOT}/lib/ld-linux-aarch64.so.1 --library-path ${libraries}:${libraries}/android)
 
 # Programs that the build runs are this machine's, all that goes into ours is the other one's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

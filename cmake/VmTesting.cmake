@@ -1,10 +1,18 @@
 # Tests in the test machine: each one boots it once and runs a script or a whole test program there.
 # Two machines at most run at a time, and ctest counts two processors for each: they emulate two.
+set(VM_ARCH amd64)
+if(CMAKE_CROSSCOMPILING)
+    set(VM_ARCH arm64)
+endif()
+set(NATIVE_BUILD ${CMAKE_BINARY_DIR} CACHE PATH
+    "Build folder of the programs that look at what a test in the machine left: none of the machine's")
+
 add_test(NAME vm.prepare COMMAND ${CMAKE_SOURCE_DIR}/vm/prepare)
-set_tests_properties(vm.prepare PROPERTIES LABELS vm TIMEOUT 1800 FIXTURES_SETUP vm_machine)
+set_tests_properties(vm.prepare PROPERTIES LABELS vm TIMEOUT 1800 ENVIRONMENT ARCH=${VM_ARCH}
+    FIXTURES_SETUP vm_machine)
 add_test(NAME vm.prepare-6.12 COMMAND ${CMAKE_SOURCE_DIR}/vm/prepare)
-set_tests_properties(vm.prepare-6.12 PROPERTIES LABELS vm TIMEOUT 1800 ENVIRONMENT KERNEL=6.12
-    FIXTURES_SETUP vm_machine_6.12)
+set_tests_properties(vm.prepare-6.12 PROPERTIES LABELS vm TIMEOUT 1800
+    ENVIRONMENT "ARCH=${VM_ARCH};KERNEL=6.12" FIXTURES_SETUP vm_machine_6.12)
 
 function(korvane_vm_add name timeout alone)
     add_test(NAME vm.${name} COMMAND ${CMAKE_SOURCE_DIR}/tests/vm/boot_test ${name} ${ARGN})
@@ -17,7 +25,7 @@ function(korvane_vm_add name timeout alone)
     math(EXPR limit "${timeout} + 60")
     set_tests_properties(vm.${name} PROPERTIES LABELS vm TIMEOUT ${limit} PROCESSORS 2
         RUN_SERIAL ${alone} RESOURCE_LOCK vm_machine_${machine} FIXTURES_REQUIRED vm_machine
-        ENVIRONMENT "KORVANE_BUILD=${CMAKE_BINARY_DIR};TIMEOUT=${timeout}")
+        ENVIRONMENT "ARCH=${VM_ARCH};KORVANE_BUILD=${CMAKE_BINARY_DIR};NATIVE_BUILD=${NATIVE_BUILD};TIMEOUT=${timeout}")
 endfunction()
 
 # korvane_vm_test(NAME SCRIPT [AFTER SCRIPT] [TIMEOUT SECONDS] [KERNEL 6.12] [ALONE]): SCRIPT (which

@@ -38,6 +38,8 @@ refused() {
 }
 refused "refuses an unknown kernel" "KERNEL is '5.4', but 6.1 or 6.12 is needed" \
     KERNEL=5.4 "$run" true
+refused "refuses an unknown processor" "ARCH is 'mips', but amd64 or arm64 is needed" \
+    ARCH=mips "$run" true
 refused "refuses a timeout that is no number" "TIMEOUT is 'soon', but a number of seconds" \
     TIMEOUT=soon "$run" true
 refused "refuses too little memory" "MEMORY is '64', but a number of MB from 256" \
@@ -48,7 +50,7 @@ refused "refuses a cache it cannot write" "cannot write to /proc/x" \
     KORVANE_VM_CACHE=/proc/x "$run" true
 
 mkdir "$folder/bin" && ln -s /usr/sbin/* /usr/bin/* "$folder/bin/" 2>/dev/null
-rm "$folder/bin/qemu-system-x86_64"
-refused "says that qemu is missing" "qemu-system-x86_64 is not to be found on PATH" \
+rm "$folder/bin/qemu-system-"*
+refused "says that qemu is missing" "qemu-system-(x86_64|aarch64) is not to be found on PATH" \
     PATH="$folder/bin" "$run" true
 finish

@@ -4,7 +4,7 @@
 # any frame is lost, repeated, torn, out of order or wrong. SHEETS names a folder for contact sheets.
 set -euo pipefail
 
-checker=$KORVANE_BUILD/bin/testcard-check
+checker=${NATIVE_BUILD:-$KORVANE_BUILD}/bin/testcard-check
 status=0
 
 # value JSON KEY: a number out of the checker's line, or "-".
