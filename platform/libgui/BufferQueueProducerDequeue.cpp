@@ -155,7 +155,7 @@ status_t BufferQueueProducer::dequeueSlot(Request request, Request* outRequest, 
 sp<GraphicBuffer> BufferQueueProducer::makeBuffer(const Request& request,
                                                   const String8& name) const {
     return new GraphicBuffer(request.width, request.height, request.format, 1, request.usage,
-                             std::string(name.string(), name.size()));
+                             std::string(name.c_str(), name.size()));
 }
 
 status_t BufferQueueProducer::allocateForSlot(int slot, const Request& request) {

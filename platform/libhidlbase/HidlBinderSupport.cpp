@@ -72,7 +72,7 @@ status_t readFromParcel(Status* status, const Parcel& parcel) {
     String16 message;
     if (error == OK && exception != Status::EX_NONE) error = parcel.readString16(&message);
     if (error == OK) {
-        status->setException(exception, String8(message).string());
+        status->setException(exception, String8(message).c_str());
     } else {
         status->setFromStatusT(error);
     }

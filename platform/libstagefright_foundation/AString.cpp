@@ -22,7 +22,7 @@ AString::AString(const char* s) {
 
 AString::AString(const char* s, size_t size) : mText(s, size) {}
 
-AString::AString(const String8& from) : mText(from.string(), from.length()) {}
+AString::AString(const String8& from) : mText(from.c_str(), from.length()) {}
 
 void AString::append(float x) {
     append(static_cast<double>(x));

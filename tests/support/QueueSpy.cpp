@@ -169,7 +169,7 @@ status_t QueueSpy::setMaxAcquiredBufferCount(int maxAcquiredBuffers) {
 }
 
 status_t QueueSpy::setConsumerName(const android::String8& consumerName) {
-    name = consumerName.string();
+    name = consumerName.c_str();
     return call("setConsumerName", [&] { return mConsumer->setConsumerName(consumerName); });
 }
 

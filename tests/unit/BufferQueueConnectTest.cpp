@@ -173,12 +173,12 @@ TEST_F(BufferQueueConnectTest, NamesAndIdsAreTheQueuesOwn) {
     EXPECT_EQ(0u, producer->getConsumerName().size());
     ASSERT_EQ(NO_ERROR, connectConsumer());
     ASSERT_EQ(NO_ERROR, connectProducer());
-    EXPECT_EQ(0u, std::string(producer->getConsumerName().string()).find("unnamed-" + pid + "-"));
+    EXPECT_EQ(0u, std::string(producer->getConsumerName().c_str()).find("unnamed-" + pid + "-"));
     consumer->setConsumerName(String8("webcam"));
-    EXPECT_STRNE("webcam", producer->getConsumerName().string());
+    EXPECT_STRNE("webcam", producer->getConsumerName().c_str());
     ASSERT_EQ(BufferQueue::NUM_BUFFER_SLOTS, 64);
     ASSERT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION, dequeue());
-    EXPECT_STREQ("webcam", producer->getConsumerName().string());
+    EXPECT_STREQ("webcam", producer->getConsumerName().c_str());
 
     uint64_t first = 0;
     uint64_t second = 0;

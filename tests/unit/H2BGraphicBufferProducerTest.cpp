@@ -204,7 +204,7 @@ TEST_F(H2BGraphicBufferProducerTest, WhatTheQueueKnowsTheClientCanAsk) {
     EXPECT_EQ(NO_ERROR, client->getConsumerUsage(&usage));
     EXPECT_EQ(0x80000033u, usage);
     ASSERT_EQ(kNeedsRequest, clientDequeue());
-    EXPECT_STREQ("webcam", client->getConsumerName().string());
+    EXPECT_STREQ("webcam", client->getConsumerName().c_str());
     uint64_t theirs = 0;
     uint64_t ours = 1;
     EXPECT_EQ(NO_ERROR, client->getUniqueId(&theirs));

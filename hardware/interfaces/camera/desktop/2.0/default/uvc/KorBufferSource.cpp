@@ -146,7 +146,7 @@ void KorBufferSource::resetPacing_l() {
 
 sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferProducer_V1_0()
         const {
-    ALOGD("Getting producer with name: %s", mProducer->getConsumerName().string());
+    ALOGD("Getting producer with name: %s", mProducer->getConsumerName().c_str());
     return new SurfaceProducer(mProducer);
 }
 

@@ -111,7 +111,7 @@ void KorBufferSource::onBuffersReleased() {
             unpopulated.appendFormat("%s%d", unpopulated.isEmpty() ? "" : ", ", slot);
         }
     }
-    if (!unpopulated.isEmpty()) ALOGW("released unpopulated slots: [%s]", unpopulated.string());
+    if (!unpopulated.isEmpty()) ALOGW("released unpopulated slots: [%s]", unpopulated.c_str());
 }
 
 void KorBufferSource::discardBufferAtSlotIndex_l(ssize_t index) {
