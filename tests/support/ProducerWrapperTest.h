@@ -95,7 +95,11 @@ class BorrowingHandle {
 
 class ProducerWrapperTest : public BufferQueueTest {
   protected:
-    ProducerWrapperTest() : wrapper(new TWGraphicBufferProducer<HGraphicBufferProducer>(producer)) {
+    ProducerWrapperTest() { wrap(new TWGraphicBufferProducer<HGraphicBufferProducer>(producer)); }
+
+    /** From now on clients go through this wrapper. */
+    void wrap(const sp<HGraphicBufferProducer>& newWrapper) {
+        wrapper = newWrapper;
         client = new H2BGraphicBufferProducer(wrapper);
     }
 
@@ -183,7 +187,7 @@ class ProducerWrapperTest : public BufferQueueTest {
         return anw;
     }
 
-    const sp<HGraphicBufferProducer> wrapper;
+    sp<HGraphicBufferProducer> wrapper;
     sp<IGraphicBufferProducer> client;
     sp<GraphicBuffer> sent;
     AnwBuffer lastBuffer = {};
