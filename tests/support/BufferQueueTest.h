@@ -2,9 +2,7 @@
 // A buffer queue between a recording consumer and a recording producer.
 #pragma once
 
-#include <chrono>
 #include <functional>
-#include <future>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -17,6 +15,8 @@
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 
+#include "support/PendingCall.h"
+
 namespace korvane::test {
 
 using namespace android;
@@ -26,7 +26,6 @@ using QueueBufferOutput = IGraphicBufferProducer::QueueBufferOutput;
 constexpr uint64_t kCpuUsage =
         GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kNeedsRequest = IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION;
-constexpr auto kPlenty = std::chrono::seconds(10);
 
 /** What listeners heard, in order: "available 1", "replaced 2", "released", ... Thread-safe. */
 class Events {
@@ -208,10 +207,8 @@ class BufferQueueTest : public ::testing::Test {
 
     /** Whether another thread's calls of the queue have to wait at this moment. */
     bool isQueueLocked() {
-        mProbes.push_back(
-                std::async(std::launch::async, [this] { consumer->setTransformHint(0); }));
-        return mProbes.back().wait_for(std::chrono::milliseconds(100)) ==
-               std::future_status::timeout;
+        mProbes.emplace_back([this] { return consumer->setTransformHint(0); });
+        return mProbes.back().isHeldUp();
     }
 
     sp<IGraphicBufferProducer> producer;
@@ -226,7 +223,7 @@ class BufferQueueTest : public ::testing::Test {
     QueueBufferOutput output;
 
   private:
-    std::vector<std::future<void>> mProbes;
+    std::vector<PendingCall<status_t>> mProbes;
 };
 
 }  // namespace korvane::test

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <media/stagefright/foundation/ALooper.h>
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <future>
@@ -16,6 +18,9 @@
 
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/AMessage.h>
+#include <utils/Timers.h>
+
+#include "support/PendingCall.h"
 
 namespace {
 
@@ -25,7 +30,21 @@ using android::AMessage;
 using android::INVALID_OPERATION;
 using android::OK;
 using android::sp;
+using korvane::test::PendingCall;
 using testing::ElementsAre;
+
+// What the looper takes for now; 0 is the clock's time.
+std::atomic<nsecs_t> gNow{0};
+
+}  // namespace
+
+extern "C" nsecs_t __real_systemTime(int clock);
+
+extern "C" nsecs_t __wrap_systemTime(int clock) {
+    return gNow != 0 ? gNow.load() : __real_systemTime(clock);
+}
+
+namespace {
 
 // Remembers what it received, and does what the test asks for.
 class Receiver : public AHandler {
@@ -62,6 +81,7 @@ class ALooperTest : public testing::Test {
     ALooperTest() { mLooper->registerHandler(mReceiver); }
     ~ALooperTest() override {
         if (mLooper != nullptr) mLooper->stop();
+        gNow = 0;
     }
 
     sp<ALooper> mLooper = new ALooper;
@@ -130,12 +150,15 @@ TEST_F(ALooperTest, DeliversWhatWasPostedBeforeTheStart) {
 }
 
 TEST_F(ALooperTest, DeliversByDueTime) {
+    gNow = systemTime(SYSTEM_TIME_MONOTONIC);
     mReceiver->post(3, 30000);
     mReceiver->post(2, 20000);
     mReceiver->post(1);
     mReceiver->post(4, 40000);
+    mReceiver->post(5, 40000);
+    gNow += 40000000;
     ASSERT_EQ(OK, mLooper->start());
-    EXPECT_THAT(mReceiver->waitFor(4), ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(mReceiver->waitFor(5), ElementsAre(1, 2, 3, 4, 5));
 }
 
 TEST_F(ALooperTest, TakesANegativeDelayForNone) {
@@ -192,8 +215,8 @@ TEST_F(ALooperTest, WaitsForTheMessageBeingDeliveredWhenStopped) {
     ASSERT_EQ(OK, mLooper->start());
     mReceiver->post(1);
     entered.get_future().get();
-    auto stopping = std::async(std::launch::async, [&] { return mLooper->stop(); });
-    EXPECT_EQ(std::future_status::timeout, stopping.wait_for(std::chrono::milliseconds(20)));
+    PendingCall<android::status_t> stopping([&] { return mLooper->stop(); });
+    EXPECT_TRUE(stopping.isHeldUp());
     leave.set_value();
     EXPECT_EQ(OK, stopping.get());
     EXPECT_THAT(mReceiver->waitFor(1), ElementsAre(1));
@@ -225,7 +248,9 @@ TEST_F(ALooperTest, RunsOnTheCallersThreadUntilStopped) {
     std::vector<std::thread::id> threads;
     mReceiver->action = [&](uint32_t what) {
         threads.push_back(std::this_thread::get_id());
-        if (what == 2) mLooper->stop();
+        if (what == 2) {
+            EXPECT_EQ(OK, mLooper->stop());
+        }
     };
     mReceiver->post(1);
     mReceiver->post(2);

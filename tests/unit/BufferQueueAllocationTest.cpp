@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue: what happens while a buffer is being allocated, and when that fails.
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -47,13 +45,13 @@ class BufferQueueAllocationTest : public BufferQueueTest {
     }
 
     /** Starts a dequeue that allocates, and comes back when it is in the middle of that. */
-    std::future<status_t> dequeueHalfway() {
+    PendingCall<status_t> dequeueHalfway() {
         setBeforeMemory([this] {
             mReached.set_value();
             mGoOn.get_future().wait();
             return 0;
         });
-        auto later = std::async(std::launch::async, [this] { return dequeue(); });
+        PendingCall<status_t> later([this] { return dequeue(); });
         mReached.get_future().wait();
         setBeforeMemory(nullptr);
         return later;
@@ -64,8 +62,8 @@ class BufferQueueAllocationTest : public BufferQueueTest {
     /** Runs a call during an allocation: it has to wait for its end. Gives its result. */
     status_t resultOfWaiting(const std::function<status_t()>& call) {
         auto allocating = dequeueHalfway();
-        auto waiting = std::async(std::launch::async, call);
-        EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::milliseconds(50)));
+        PendingCall<status_t> waiting(call);
+        EXPECT_TRUE(waiting.isHeldUp());
         finishDequeue();
         EXPECT_EQ(kNeedsRequest, allocating.get());
         return waiting.get();

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue: in which order listeners are called, on which thread, and what is locked then.
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <map>
 #include <string>
@@ -193,12 +192,12 @@ TEST_F(BufferQueueCallbackTest, ALaterFrameWaitsForTheCallbackOfAnEarlier) {
         entered.set_value();
         leave.get_future().wait();
     };
-    auto earlier = std::async(std::launch::async, [&] { return queue(first); });
+    PendingCall<status_t> earlier([&] { return queue(first); });
     entered.get_future().wait();
     QueueBufferOutput laterOutput;
-    auto later = std::async(std::launch::async,
-                            [&] { return producer->queueBuffer(second, input(), &laterOutput); });
-    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(100)));
+    PendingCall<status_t> later(
+            [&] { return producer->queueBuffer(second, input(), &laterOutput); });
+    EXPECT_TRUE(later.isHeldUp());
     leave.set_value();
     EXPECT_EQ(NO_ERROR, earlier.get());
     EXPECT_EQ(NO_ERROR, later.get());
@@ -220,12 +219,12 @@ TEST_F(BufferQueueCallbackTest, ALaterFrameDoesNotOvertakeAnEarlierOnItsWay) {
         onItsWay.set_value();
         goOn.get_future().wait();
     };
-    auto earlier = std::async(std::launch::async, [&] { return queue(first); });
+    PendingCall<status_t> earlier([&] { return queue(first); });
     onItsWay.get_future().wait();
     QueueBufferOutput laterOutput;
-    auto later = std::async(std::launch::async,
-                            [&] { return producer->queueBuffer(second, input(), &laterOutput); });
-    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(100)));
+    PendingCall<status_t> later(
+            [&] { return producer->queueBuffer(second, input(), &laterOutput); });
+    EXPECT_TRUE(later.isHeldUp());
     goOn.set_value();
     EXPECT_EQ(NO_ERROR, earlier.get());
     EXPECT_EQ(NO_ERROR, later.get());
@@ -242,8 +241,8 @@ TEST_F(BufferQueueCallbackTest, AnEglProducerWaitsForThePreviousFrame) {
     slow.fence = new Fence(fcntl(work.get(), F_DUPFD_CLOEXEC, 0));
     // Not for its own.
     ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, slow, &output));
-    auto later = std::async(std::launch::async, [&] { return queueFrame(); });
-    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    PendingCall<status_t> later([&] { return queueFrame(); });
+    EXPECT_TRUE(later.isHeldUp());
     ASSERT_EQ(0, eventfd_write(work.get(), 1));
     EXPECT_EQ(NO_ERROR, later.get());
 }

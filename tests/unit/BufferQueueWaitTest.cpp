@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue: when a producer waits for a slot, and what ends the wait.
 #include <chrono>
-#include <future>
+#include <cstdint>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,16 +14,11 @@ namespace {
 class BufferQueueWaitTest : public BufferQueueTest {
   protected:
     /** A dequeue on another thread that is seen to wait. */
-    std::future<status_t> dequeueLater() {
-        EXPECT_EQ(NO_ERROR, producer->setDequeueTimeout(-1));
-        auto later = std::async(std::launch::async, [this] { return dequeue(); });
-        EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    PendingCall<status_t> dequeueLater(nsecs_t timeout = -1) {
+        EXPECT_EQ(NO_ERROR, producer->setDequeueTimeout(timeout));
+        PendingCall<status_t> later([this] { return dequeue(); });
+        EXPECT_TRUE(later.isHeldUp());
         return later;
-    }
-
-    static status_t resultOf(std::future<status_t>& later) {
-        EXPECT_EQ(std::future_status::ready, later.wait_for(kPlenty));
-        return later.get();
     }
 };
 
@@ -39,6 +34,13 @@ TEST_F(BufferQueueWaitTest, ATimeoutEndsTheAppsModeAndItsExtraBuffer) {
     ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(0));
     EXPECT_EQ((std::vector<status_t>{1, 1, TIMED_OUT}), dequeueMany(3));
     EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+}
+
+TEST_F(BufferQueueWaitTest, WaitingForEverDoesNotEndTheAppsMode) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(-1));
+    EXPECT_EQ((std::vector<status_t>{1, 1, 1, WOULD_BLOCK}), dequeueMany(4));
 }
 
 TEST_F(BufferQueueWaitTest, TheExtraBufferMustBeFreeToGo) {
@@ -86,11 +88,9 @@ TEST_F(BufferQueueWaitTest, WaitsNoLongerThanItsTimeout) {
 TEST_F(BufferQueueWaitTest, WaitsUnderTheLongestTimeoutToo) {
     connect();
     dequeueMany(2);
-    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(INT64_MAX));
-    auto later = std::async(std::launch::async, [this] { return dequeue(); });
-    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    auto later = dequeueLater(INT64_MAX);
     ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
-    EXPECT_EQ(NO_ERROR, resultOf(later));
+    EXPECT_EQ(NO_ERROR, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, LeavesItsResultsAloneWhenItFindsNothing) {
@@ -110,7 +110,7 @@ TEST_F(BufferQueueWaitTest, CancellingWakesWhoWaits) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, producer->cancelBuffer(1, Fence::NO_FENCE));
-    EXPECT_EQ(NO_ERROR, resultOf(later));
+    EXPECT_EQ(NO_ERROR, later.get());
     EXPECT_EQ(1, slot);
 }
 
@@ -122,7 +122,7 @@ TEST_F(BufferQueueWaitTest, ReleasingWakesWhoWaits) {
     ASSERT_EQ(NO_ERROR, acquire());
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, release(item));
-    EXPECT_EQ(NO_ERROR, resultOf(later));
+    EXPECT_EQ(NO_ERROR, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, DetachingWakesWhoWaits) {
@@ -130,7 +130,7 @@ TEST_F(BufferQueueWaitTest, DetachingWakesWhoWaits) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, producer->detachBuffer(0));
-    EXPECT_EQ(kNeedsRequest, resultOf(later));
+    EXPECT_EQ(kNeedsRequest, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, DetachingByTheConsumerWakesWhoWaits) {
@@ -140,7 +140,7 @@ TEST_F(BufferQueueWaitTest, DetachingByTheConsumerWakesWhoWaits) {
     ASSERT_EQ(NO_ERROR, acquire());
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, consumer->detachBuffer(item.mSlot));
-    EXPECT_EQ(kNeedsRequest, resultOf(later));
+    EXPECT_EQ(kNeedsRequest, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, ARaisedDequeuedCountWakesWhoWaits) {
@@ -148,7 +148,7 @@ TEST_F(BufferQueueWaitTest, ARaisedDequeuedCountWakesWhoWaits) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
-    EXPECT_EQ(kNeedsRequest, resultOf(later));
+    EXPECT_EQ(kNeedsRequest, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, AsyncModeWakesWhoWaits) {
@@ -156,7 +156,7 @@ TEST_F(BufferQueueWaitTest, AsyncModeWakesWhoWaits) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, producer->setAsyncMode(true));
-    EXPECT_EQ(kNeedsRequest, resultOf(later));
+    EXPECT_EQ(kNeedsRequest, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, QueueingTellsWhoWaitsThatItHoldsTooMany) {
@@ -164,7 +164,7 @@ TEST_F(BufferQueueWaitTest, QueueingTellsWhoWaitsThatItHoldsTooMany) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, queue(0));
-    EXPECT_EQ(INVALID_OPERATION, resultOf(later));
+    EXPECT_EQ(INVALID_OPERATION, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, TheEndOfTheConsumerEndsTheWait) {
@@ -172,7 +172,7 @@ TEST_F(BufferQueueWaitTest, TheEndOfTheConsumerEndsTheWait) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
-    EXPECT_EQ(NO_INIT, resultOf(later));
+    EXPECT_EQ(NO_INIT, later.get());
 }
 
 TEST_F(BufferQueueWaitTest, RaisingTheAcquiredCountWakesNobody) {
@@ -180,9 +180,9 @@ TEST_F(BufferQueueWaitTest, RaisingTheAcquiredCountWakesNobody) {
     dequeueMany(2);
     auto later = dequeueLater();
     ASSERT_EQ(NO_ERROR, consumer->setMaxAcquiredBufferCount(2));
-    EXPECT_EQ(std::future_status::timeout, later.wait_for(std::chrono::milliseconds(50)));
+    EXPECT_TRUE(later.isHeldUp());
     ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
-    EXPECT_EQ(NO_INIT, resultOf(later));
+    EXPECT_EQ(NO_INIT, later.get());
 }
 
 }  // namespace

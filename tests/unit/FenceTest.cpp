@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fences: waiting, merging, times, and whose descriptors they are.
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -92,23 +91,6 @@ TEST(FenceTest, WaitReportsADescriptorInError) {
     EXPECT_EQ(-EINVAL, fence->wait(kPlentyMs));
     EXPECT_EQ(Fence::Status::Invalid, fence->getStatus());
     EXPECT_EQ(Fence::SIGNAL_TIME_INVALID, fence->getSignalTime());
-}
-
-TEST(FenceTest, WaitForeverComplainsAfterThreeSecondsAndGoesOn) {
-    LogRecorder log;
-    Work work;
-    const sp<Fence> fence = work.fence();
-    std::atomic<bool> waited{false};
-    std::thread waiter([&] {
-        EXPECT_EQ(NO_ERROR, fence->waitForever("encoder"));
-        waited = true;
-    });
-    const std::string complaint =
-            "encoder: fence " + std::to_string(fence->get()) + " has not signalled within 3000 ms";
-    EXPECT_TRUE(log.waitFor(ANDROID_LOG_ERROR, "Fence", complaint));
-    EXPECT_FALSE(waited);
-    work.finish();
-    waiter.join();
 }
 
 TEST(FenceTest, StatusFollowsTheSignal) {

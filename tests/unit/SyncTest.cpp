@@ -21,6 +21,8 @@
 #include <android-base/unique_fd.h>
 #include <ui/Fence.h>
 
+#include "support/LogRecorder.h"
+
 namespace {
 
 using android::Fence;
@@ -204,6 +206,28 @@ TEST_F(SyncTest, AWaitThatFailsTellsWhy) {
     EXPECT_EQ(ENOMEM, errno);
     const sp<Fence> fence = new Fence(fcntl(mEvent.get(), F_DUPFD_CLOEXEC, 0));
     EXPECT_EQ(-ENOMEM, fence->wait(20));
+}
+
+TEST_F(SyncTest, AWaitForEverComplainsAfterThreeSecondsAndGoesOn) {
+    korvane::test::LogRecorder log;
+    const sp<Fence> fence = new Fence(fcntl(mEvent.get(), F_DUPFD_CLOEXEC, 0));
+    std::vector<int> waits;
+    std::vector<size_t> linesBefore;
+    tPoll = [&](pollfd* polled, nfds_t, int timeout) {
+        waits.push_back(timeout);
+        linesBefore.push_back(log.lines().size());
+        polled->revents = POLLIN;
+        return timeout < 0 ? 1 : 0;  // signals after that
+    };
+    EXPECT_EQ(android::NO_ERROR, fence->waitForever("encoder"));
+    ASSERT_EQ(2u, waits.size());
+    EXPECT_GT(waits[0], 0);
+    EXPECT_LE(waits[0], 3000);
+    EXPECT_EQ(-1, waits[1]);
+    EXPECT_THAT(linesBefore, ElementsAre(0, 1));
+    EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "Fence",
+                        "encoder: fence " + std::to_string(fence->get()) +
+                                " has not signalled within 3000 ms"));
 }
 
 TEST_F(SyncTest, ThereIsNoWaitForWhatIsNoDescriptor) {
