@@ -21,6 +21,9 @@ class KorBufferSourcePeer {
     explicit KorBufferSourcePeer(KorBufferSource* source) : mSource(*source) {}
 
     status_t initCheck() const { return mSource.mInitCheck; }
+    Mutex& mutex() { return mSource.mMutex; }
+    /** What the queue's callbacks go through. */
+    sp<BufferQueue::ConsumerListener> consumerProxy() const { return mSource.mConsumerProxy; }
     const sp<ComponentWrapper>& component() const { return mSource.mComponent; }
     std::list<VideoBuffer>& availableBuffers() { return mSource.mAvailableBuffers; }
     int32_t& unacquiredCount() { return mSource.mUnacquiredCount; }

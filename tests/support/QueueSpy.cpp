@@ -38,6 +38,7 @@ void spiedCreateBufferQueue(sp<IGraphicBufferProducer>* producer,
                             sp<IGraphicBufferConsumer>* consumer, bool isSurfaceFlinger) {
     realCreateBufferQueue(producer, consumer, isSurfaceFlinger);
     sLast = new QueueSpy(*consumer, *producer);
+    sLast->isCompositors = isSurfaceFlinger;
     for (const auto& [call, result] : sResultsOfNext) sLast->setResult(call, result);
     sResultsOfNext.clear();
     *consumer = sLast;
@@ -126,6 +127,7 @@ status_t QueueSpy::attachBuffer(int* outSlot, const sp<android::GraphicBuffer>& 
 status_t QueueSpy::releaseBuffer(int slot, uint64_t frameNumber, EGLDisplay display,
                                  EGLSyncKHR eglFence, const sp<Fence>& fence) {
     const status_t result = call("releaseBuffer", [&] {
+        onReleased();
         return mConsumer->releaseBuffer(slot, frameNumber, display, eglFence, fence);
     });
     std::lock_guard<std::mutex> guard(mLock);

@@ -57,6 +57,9 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     std::vector<Release> releases() const;
     void clear();
 
+    /** What the queue was made with. */
+    bool isCompositors = true;
+
     /** What the calls gave last. */
     android::sp<android::IConsumerListener> listener;
     bool controlledByApp = true;
@@ -74,6 +77,8 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     std::function<void()> duringSetMaxAcquired = [] {};
     /** Changes what acquireBuffer() gives out. */
     std::function<void(android::BufferItem*)> onAcquired = [](android::BufferItem*) {};
+    /** Run in the middle of releaseBuffer(). */
+    std::function<void()> onReleased = [] {};
     /** Added to, and taken from, what getReleasedBuffers() says. */
     uint64_t moreReleased = 0;
     uint64_t lessReleased = 0;

@@ -4,11 +4,15 @@
 #include <memory>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <log/log.h>
 
+#include "support/DescriptorZero.h"
 #include "support/FrameSourceTest.h"
+#include "support/NoMoreDescriptors.h"
 
 namespace {
 
@@ -17,9 +21,11 @@ using android::CachedBuffer;
 using android::Fence;
 using android::OK;
 using android::sp;
+using korvane::test::DescriptorZero;
 using korvane::test::failedCheck;
 using korvane::test::isClosed;
 using korvane::test::ManualFence;
+using korvane::test::NoMoreDescriptors;
 using korvane::test::QueueSpy;
 using korvane::test::trespass;
 using testing::AllOf;
@@ -137,6 +143,14 @@ TEST_F(ReleaseFenceTest, OwnsTheOneDescriptorThatWasGiven) {
     EXPECT_TRUE(isClosed(mFds[0]));
 }
 
+TEST_F(ReleaseFenceTest, OwnsADescriptorThatIsZero) {
+    ManualFence manual;
+    const DescriptorZero zero;
+    mBuffer.addReleaseFence(manual.dup());
+    EXPECT_EQ(STDIN_FILENO, mBuffer.takeReleaseFence()->get());
+    EXPECT_TRUE(isClosed(STDIN_FILENO));
+}
+
 TEST_F(ReleaseFenceTest, DoesNotCountThoseGivenBackAtOnce) {
     mBuffer.addReleaseFence(-1);
     addFences(1);
@@ -155,6 +169,15 @@ TEST_F(ReleaseFenceTest, MergesMany) {
     const sp<Fence> fence = mBuffer.takeReleaseFence();
     EXPECT_THAT(QueueSpy::mergeNames(), AllOf(SizeIs(4), Each("GBS::AB")));
     expectSignalsWithTheLast(fence);
+}
+
+TEST_F(ReleaseFenceTest, IsNoneWhenTheyCannotBeMergedAndTheyAreClosed) {
+    addFences(2);
+    {
+        const NoMoreDescriptors none;
+        EXPECT_EQ(Fence::NO_FENCE, mBuffer.takeReleaseFence());
+    }
+    for (int fd : mFds) EXPECT_TRUE(isClosed(fd));
 }
 
 TEST_F(ReleaseFenceTest, IsTakenOnce) {

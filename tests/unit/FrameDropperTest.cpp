@@ -97,6 +97,13 @@ TEST(FrameDropperTest, DropsFramesThatGoBackwardsUntilTheyCatchUp) {
     EXPECT_FALSE(dropper->shouldDrop(1033333));
 }
 
+TEST(FrameDropperTest, TakesTimeZeroForATimeAsAnyOther) {
+    const sp<FrameDropper> dropper = dropperFor(30);
+    EXPECT_FALSE(dropper->shouldDrop(-33333));  // the next one is wanted at 0
+    EXPECT_TRUE(dropper->shouldDrop(-2001));
+    EXPECT_FALSE(dropper->shouldDrop(-2000));
+}
+
 TEST(FrameDropperTest, KeepsEveryFrameBeforeARateIsSet) {
     const sp<FrameDropper> dropper = new FrameDropper;
     EXPECT_FALSE(dropper->disabled());

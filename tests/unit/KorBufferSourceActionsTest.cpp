@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The frame source paused, resumed and stopped, at once or from a frame on.
-#include <string>
+#include <optional>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -21,14 +21,24 @@ using korvane::test::LogLine;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// What the source takes for now; nothing set is the clock's time.
+std::optional<nsecs_t> gNow;
+
+}  // namespace
+
+extern "C" nsecs_t __real_systemTime(int clock);
+
+extern "C" nsecs_t __wrap_systemTime(int clock) {
+    EXPECT_EQ(SYSTEM_TIME_MONOTONIC, clock);
+    return gNow.has_value() ? *gNow : __real_systemTime(clock);
+}
+
+namespace {
+
 using KorBufferSourceActionsTest = FrameSourceTest;
 using KorBufferSourceActionsDeathTest = FrameSourceTest;
 
 enum { PAUSE, RESUME, STOP };
-
-int64_t nowUs() {
-    return systemTime(SYSTEM_TIME_MONOTONIC) / 1000;
-}
 
 // Pause and resume at once.
 
@@ -99,22 +109,17 @@ TEST_F(KorBufferSourceActionsTest, CanBePausedBeforeItIsStarted) {
 // Pause and resume at a time.
 
 TEST_F(KorBufferSourceActionsTest, RefusesATimeThatIsYetToCome) {
-    const int64_t before = nowUs();
-    const int64_t later = before + 10000000;
-    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, later));
-    const auto lines = log.lines(kTag);
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(ANDROID_LOG_ERROR, lines[0].priority);
-    const std::string start =
-            "setSuspend failed. " + std::to_string(later) + " is larger than current system time ";
-    ASSERT_EQ(0u, lines[0].message.find(start));
-    size_t length = 0;
-    const int64_t now = std::stoll(lines[0].message.substr(start.size()), &length);
-    EXPECT_EQ(" us", lines[0].message.substr(start.size() + length));
-    EXPECT_GE(now, before);
-    EXPECT_LE(now, nowUs());
+    gNow = 5000999;
+    EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, 5001));
+    EXPECT_THAT(log.lines(kTag),
+                ElementsAre(LogLine{
+                        ANDROID_LOG_ERROR, kTag,
+                        "setSuspend failed. 5001 is larger than current system time 5000 us"}));
     EXPECT_THAT(peer.actionQueue(), IsEmpty());
     EXPECT_EQ(-1, peer.lastActionTimeUs());
+    EXPECT_EQ(OK, source->setSuspend(true, 5000));
+    EXPECT_EQ(5000, peer.lastActionTimeUs());
+    gNow.reset();
 }
 
 TEST_F(KorBufferSourceActionsTest, RefusesATimeBeforeThatOfTheLastAction) {
@@ -129,6 +134,11 @@ TEST_F(KorBufferSourceActionsTest, RefusesATimeBeforeThatOfTheLastAction) {
     EXPECT_EQ(PAUSE, peer.actionQueue().front().mAction);
     EXPECT_EQ(5000, peer.actionQueue().front().mActionTimeUs);
     EXPECT_EQ(RESUME, peer.actionQueue().back().mAction);
+}
+
+TEST_F(KorBufferSourceActionsTest, TakesAnyPastTimeForTheFirstAction) {
+    EXPECT_EQ(OK, source->setSuspend(true, -5));
+    EXPECT_EQ(-5, peer.lastActionTimeUs());
 }
 
 TEST_F(KorBufferSourceActionsTest, RefusesToPauseOrResumeWhileAStopIsPending) {
@@ -191,6 +201,15 @@ TEST_F(KorBufferSourceActionsTest, AppliesAllActionsOfTheSameTimeWithTheFrameOfT
     EXPECT_THAT(peer.actionQueue(), IsEmpty());
 }
 
+TEST_F(KorBufferSourceActionsTest, GoesOnBehindTheFramesOfAPauseWhenStarted) {
+    prepare(3);
+    for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(true, 1000));
+    ASSERT_EQ(OK, source->setSuspend(false, 3000));
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(submittedTimes(), ElementsAre(3000));
+}
+
 TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeWithoutOffset) {
     start(4);
     peer.inputTimeOffsetUs() = 5000;
@@ -219,6 +238,14 @@ TEST_F(KorBufferSourceActionsTest, EndsTheStreamWithAStop) {
     EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(1));
     EXPECT_EQ(1u, queue->releases().size());
     EXPECT_EQ(generation + 2, peer.repeatGeneration());  // for the frame and for the end
+}
+
+TEST_F(KorBufferSourceActionsTest, IsDoneWithAFrameThatStops) {
+    prepare(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.actionQueue().push_back({STOP, 0});
+    peer.executing() = true;
+    EXPECT_TRUE(peer.fillCodecBuffer());
 }
 
 TEST_F(KorBufferSourceActionsTest, GivesAllWaitingFramesBackWithAStop) {
@@ -254,6 +281,15 @@ TEST_F(KorBufferSourceActionsTest, IgnoresFramesBehindTheEndOfTheStream) {
     EXPECT_THAT(component->submissions(), IsEmpty());
 }
 
+TEST_F(KorBufferSourceActionsTest, GivesFramesBehindTheEndBackEvenWithAllCodecBuffersLent) {
+    start(1);
+    peer.actionQueue().push_back({STOP, 0});
+    for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_EQ(0, peer.unacquiredCount());
+}
+
 TEST_F(KorBufferSourceActionsTest, ReturnsTheCodecBufferOfTheEndWithAnErrorButQuietly) {
     start(1);
     peer.actionQueue().push_back({STOP, 0});
@@ -262,6 +298,16 @@ TEST_F(KorBufferSourceActionsTest, ReturnsTheCodecBufferOfTheEndWithAnErrorButQu
     EXPECT_THAT(log.lines(), IsEmpty());
     EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsTheEndOnlyOnce) {
+    start(2);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.actionQueue().push_back({STOP, 0});
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(1));
+    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
 }
 
 TEST_F(KorBufferSourceActionsTest, SendsTheEndOnceACodecBufferIsFree) {
@@ -287,6 +333,24 @@ TEST_F(KorBufferSourceActionsTest, SendsTheEndWhenStartedBehindIt) {
     peer.endOfStream() = true;
     ASSERT_EQ(OK, source->start());
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithoutACodecBuffer) {
+    prepare(0);
+    peer.endOfStream() = true;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+    EXPECT_FALSE(peer.endOfStreamSent());
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWhileAFrameWaits) {
+    prepare(1);
+    queue->setResult("acquireBuffer", INVALID_OPERATION);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.endOfStream() = true;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_EQ(1, peer.unacquiredCount());
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
 }
 
 TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithAStopTime) {

@@ -1,30 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
-// The road of frames through the frame source, and of codec buffers back.
-#include <unistd.h>
-
+// The road of frames through the frame source to its component.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/FrameSourceTest.h"
+#include "support/NoMoreDescriptors.h"
 
 namespace {
 
-using android::BAD_VALUE;
 using android::Fence;
 using android::INVALID_OPERATION;
-using android::KorBufferSource;
-using android::KorBufferSourcePeer;
 using android::NAME_NOT_FOUND;
 using android::OK;
 using android::sp;
 using android::UNKNOWN_ERROR;
 using korvane::test::failedCheck;
-using korvane::test::FrameProducer;
 using korvane::test::FrameSourceTest;
-using korvane::test::isClosed;
 using korvane::test::LogLine;
 using korvane::test::ManualFence;
-using korvane::test::QueueSpy;
+using korvane::test::NoMoreDescriptors;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -71,6 +65,18 @@ TEST_F(KorBufferSourceFramesTest, LendsAnUnfinishedFrameWithADuplicateOfItsFence
     EXPECT_EQ(-ETIME, given->wait(0));
     manual.signal();
     EXPECT_EQ(OK, given->wait(0));
+}
+
+TEST_F(KorBufferSourceFramesTest, LendsAnUnfinishedFrameWithoutAFenceWhenThereIsNoDescriptorForIt) {
+    prepare(1);
+    ManualFence manual;
+    ASSERT_GE(producer.queue({.timestampNs = kMs, .fence = manual.fence()}), 0);
+    {
+        const NoMoreDescriptors none;
+        ASSERT_EQ(OK, source->start());
+    }
+    ASSERT_EQ(1u, component->submissions().size());
+    EXPECT_EQ(-1, component->submissions()[0].fence->get());
 }
 
 TEST_F(KorBufferSourceFramesTest, AcquiresFramesAtOnceBeforeItIsStarted) {
@@ -226,6 +232,14 @@ TEST_F(KorBufferSourceFramesTest, KeepsTheCodecBufferOfAFrameThatTheComponentRef
     EXPECT_EQ(2000, peer.lastFrameTimestampUs());
 }
 
+TEST_F(KorBufferSourceFramesTest, TellsWhyAFrameIsNotSubmitted) {
+    prepare(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    component->submitResult = NAME_NOT_FOUND;
+    EXPECT_EQ(NAME_NOT_FOUND, peer.submitBuffer(peer.availableBuffers().front()));
+    EXPECT_EQ(UNKNOWN_ERROR, peer.submitBuffer(peer.availableBuffers().front()));  // not later
+}
+
 TEST_F(KorBufferSourceFramesTest, GoesOnToTheNextParkedFrameWhenStartingWithARefusedOne) {
     prepare(1);
     for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
@@ -233,106 +247,6 @@ TEST_F(KorBufferSourceFramesTest, GoesOnToTheNextParkedFrameWhenStartingWithARef
     ASSERT_EQ(OK, source->start());
     EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
     EXPECT_EQ(2u, queue->releases().size());
-}
-
-// Codec buffers that come back.
-
-TEST_F(KorBufferSourceFramesTest, RefusesAnUnknownCodecBufferAndClosesItsFence) {
-    start(1);
-    ManualFence manual;
-    const int fd = manual.dup();
-    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, fd));  // free, not lent
-    EXPECT_TRUE(isClosed(fd));
-    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(7, -1));
-    EXPECT_THAT(log.lines(kTag),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
-                                    "onInputBufferEmptied: buffer not recognized (bufferId=0)"},
-                            LogLine{ANDROID_LOG_ERROR, kTag,
-                                    "onInputBufferEmptied: buffer not recognized (bufferId=7)"}));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
-}
-
-TEST_F(KorBufferSourceFramesTest, RefusesACodecBufferThatComesBackTwice) {
-    start(1);
-    ASSERT_GE(queueFrame(1 * kMs), 0);
-    EXPECT_EQ(OK, source->onInputBufferEmptied(0, -1));
-    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, -1));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
-}
-
-TEST_F(KorBufferSourceFramesTest, ReleasesAFrameThatWasReadWithoutAFence) {
-    start(1);
-    ManualFence manual;
-    const int slot = producer.queue({.timestampNs = 1 * kMs, .fence = manual.fence()});
-    ASSERT_GE(slot, 0);
-    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
-    ASSERT_EQ(1u, queue->releases().size());
-    EXPECT_EQ(slot, queue->releases()[0].slot);
-    EXPECT_EQ(1u, queue->releases()[0].frameNumber);
-    EXPECT_EQ(Fence::NO_FENCE, queue->releases()[0].fence);
-    EXPECT_EQ(OK, queue->releases()[0].result);
-    EXPECT_EQ(0, peer.outstandingAcquires());
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
-}
-
-TEST_F(KorBufferSourceFramesTest, ReleasesAFrameWithTheFenceThatItCameBackWith) {
-    start(1);
-    ManualFence manual;
-    const int fd = manual.dup();
-    ASSERT_GE(queueFrame(1 * kMs), 0);
-    ASSERT_EQ(OK, source->onInputBufferEmptied(0, fd));
-    ASSERT_EQ(1u, queue->releases().size());
-    EXPECT_EQ(fd, queue->releases()[0].fence->get());
-}
-
-TEST_F(KorBufferSourceFramesTest, ReleasesAFrameThatComesBackWhenNotExecutingWithItsOwnFence) {
-    start(1);
-    ManualFence acquire;
-    ManualFence release;
-    const sp<Fence> fence = acquire.fence();
-    const int fd = release.dup();
-    ASSERT_GE(producer.queue({.timestampNs = 1 * kMs, .fence = fence}), 0);
-    ASSERT_EQ(OK, configure());  // ends the execution
-    EXPECT_EQ(OK, source->onInputBufferEmptied(0, fd));
-    ASSERT_EQ(1u, queue->releases().size());
-    EXPECT_EQ(fence, queue->releases()[0].fence);
-    EXPECT_TRUE(isClosed(fd));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
-}
-
-TEST_F(KorBufferSourceFramesTest, RefusesALentCodecBufferWithoutAFrame) {
-    start(1);
-    ManualFence manual;
-    const int fd = manual.dup();
-    ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.forgetFrameOf(0);
-    log.clear();
-    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, fd));
-    EXPECT_THAT(log.lines(kTag),
-                ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
-                                    "onInputBufferEmptied: non-EOS null buffer (bufferId=0)"}));
-    EXPECT_TRUE(isClosed(fd));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
-}
-
-TEST_F(KorBufferSourceFramesTest, ReusesACodecBufferBehindThoseThatAreFree) {
-    start(2);
-    ASSERT_GE(queueFrame(1 * kMs), 0);
-    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
-    ASSERT_GE(queueFrame(2 * kMs), 0);
-    ASSERT_GE(queueFrame(3 * kMs), 0);
-    EXPECT_THAT(submittedIds(), ElementsAre(0, 1, 0));
-}
-
-TEST_F(KorBufferSourceFramesTest, GoesOnForManyFrames) {
-    start(2);
-    for (int i = 0; i < 100; ++i) {
-        ASSERT_GE(queueFrame((i + 1) * kMs), 0);
-        ASSERT_EQ(OK, source->onInputBufferEmptied(i % 2, -1));
-    }
-    EXPECT_EQ(100u, component->submissions().size());
-    EXPECT_EQ(100u, queue->releases().size());
-    EXPECT_EQ(0, peer.outstandingAcquires());
 }
 
 // A client out of order.

@@ -73,6 +73,15 @@ TEST_F(KorBufferSourcePacingTest, KeepsBackwardFramesWhenDroppingIsDisabled) {
     EXPECT_EQ(1u, log.count(ANDROID_LOG_WARN, kTag, kReceivedBackward));
 }
 
+TEST_F(KorBufferSourcePacingTest, DropsBackwardFramesUnderARateThatDropsNone) {
+    prepare(3);
+    ASSERT_EQ(OK, source->setMaxFps(2e6f));
+    ASSERT_EQ(OK, source->start());
+    for (int64_t ms : {5, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_TRUE(logged(ANDROID_LOG_WARN, kDroppingBackward));
+    EXPECT_THAT(submittedTimes(), ElementsAre(5000));
+}
+
 TEST_F(KorBufferSourcePacingTest, AddsTheTimeOffsetToEveryFrame) {
     start(2);
     peer.inputTimeOffsetUs() = -500;
@@ -90,6 +99,21 @@ TEST_F(KorBufferSourcePacingTest, SkipsFramesBeforeATimeAndCountsFromThere) {
     ASSERT_GE(queueFrame(12 * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(2000));
     EXPECT_EQ(12000, peer.lastFrameTimestampUs());  // unadjusted
+}
+
+TEST_F(KorBufferSourcePacingTest, GoesOnBehindSkippedFramesWhenStarted) {
+    prepare(2);
+    for (int64_t ms : {1, 2, 12}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    peer.skipFramesBeforeNs() = 10 * kMs;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000));
+}
+
+TEST_F(KorBufferSourcePacingTest, CountsFromTheVeryFirstNanosecond) {
+    start(1);
+    peer.skipFramesBeforeNs() = 1;
+    ASSERT_GE(queueFrame(2000), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(1));
 }
 
 TEST_F(KorBufferSourcePacingTest, SkipsFramesBeforeTimeZero) {
@@ -183,6 +207,7 @@ class TimeLapseTest : public FrameSourceTest {
 
 TEST_F(TimeLapseTest, PutsFramesOfASlowCaptureAtTheFasterRate) {
     startTimeLapse(1, 30);
+    peer.frameCount() = 7;  // of an earlier series
     queueTimes({3000000, 4000000, 5100000});
     // The first: 3 s * 1 / 30. Then a frame for each second captured.
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 133333, 166667));
@@ -220,6 +245,12 @@ TEST_F(TimeLapseTest, RoundsHalvesAwayFromZero) {
     EXPECT_EQ(250001 + 750000, submittedTimes()[2]);  // 2.5 frames are three
 }
 
+TEST_F(TimeLapseTest, RoundsHalvesBelowZeroAwayFromIt) {
+    startTimeLapse(1, 4);
+    queueTimes({-2});
+    EXPECT_THAT(submittedTimes(), ElementsAre(-1));
+}
+
 TEST_F(TimeLapseTest, AppliesOnlyToRatesMoreThanTwiceApart) {
     startTimeLapse(15, 30);
     queueTimes({1000000});
@@ -228,6 +259,12 @@ TEST_F(TimeLapseTest, AppliesOnlyToRatesMoreThanTwiceApart) {
     peer.fps() = 30.1;
     queueTimes({2000000});
     EXPECT_EQ(2000000, peer.prevCaptureUs());
+}
+
+TEST_F(TimeLapseTest, DoesNotApplyToACaptureOfNoRate) {
+    startTimeLapse(0, 30);
+    queueTimes({1000000});
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000000));
 }
 
 TEST_F(TimeLapseTest, DoesNotApplyToACaptureOfJustTwiceTheRate) {

@@ -51,6 +51,7 @@ TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForItsRepetition) {
     EXPECT_NE(nullptr, peer.latestBuffer().mBuffer);
     EXPECT_EQ(110 * kMs, peer.latestBuffer().mTimestampNs);
     EXPECT_EQ(10, peer.outstandingRepeatCount());
+    EXPECT_EQ(1, peer.repeatGeneration());  // for the frame: nobody is there to be told later
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(queue->releases(), IsEmpty());  // still held
 }
@@ -59,6 +60,13 @@ TEST_F(KorBufferSourceRepeatTest, KeepsNoFrameWithoutAnInterval) {
     start(1);
     ASSERT_GE(queueFrame(100 * kMs), 0);
     EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
+}
+
+TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForTheShortestInterval) {
+    startRepeating(1);
+    peer.repeatIntervalUs() = 1;
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    EXPECT_EQ(100 * kMs + 1000, peer.latestBuffer().mTimestampNs);
 }
 
 TEST_F(KorBufferSourceRepeatTest, LendsTheLatestFrameAgainAnIntervalLater) {
@@ -152,6 +160,39 @@ TEST_F(KorBufferSourceRepeatTest, IsBlockedWhilePausedAndGoesOnWhenResumed) {
     ASSERT_EQ(OK, source->setSuspend(false, -1));
     EXPECT_FALSE(peer.repeatBlocked());
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 110000));
+}
+
+TEST_F(KorBufferSourceRepeatTest, IsNoLongerBlockedOnceTheLastRepetitionWentOut) {
+    startRepeating(2);
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    peer.outstandingRepeatCount() = 1;
+    peer.repeatBlocked() = true;
+    ASSERT_EQ(OK, source->setSuspend(false, -1));
+    EXPECT_EQ(2u, component->submissions().size());
+    EXPECT_FALSE(peer.repeatBlocked());
+}
+
+TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingUnlessBlocked) {
+    startRepeating(2);
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(false, -1));
+    EXPECT_EQ(1u, component->submissions().size());
+}
+
+TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingBeforeTheStart) {
+    prepare(2);
+    peer.repeatBlocked() = true;
+    ASSERT_EQ(OK, source->setSuspend(false, -1));
+    EXPECT_TRUE(peer.repeatBlocked());
+}
+
+TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingWhileAFrameWaits) {
+    startRepeating(1);
+    for (int64_t ms : {100, 105}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    peer.repeatBlocked() = true;
+    ASSERT_EQ(OK, source->setSuspend(false, -1));
+    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_EQ(1u, component->submissions().size());
 }
 
 TEST_F(KorBufferSourceRepeatTest, StaysBlockedWhenItCannotRepeatOnResuming) {
@@ -271,6 +312,19 @@ TEST_F(RepeatLooperTest, RepeatsAFrameThatWasThereBeforeTheStart) {
     EXPECT_EQ(101000, submittedTimes()[1]);
 }
 
+TEST_F(RepeatLooperTest, RunsForTheShortestInterval) {
+    startRepeating(1, 1);
+}
+
+TEST_F(RepeatLooperTest, GoesOnWhenTheSourceIsStartedAgain) {
+    startRepeating(1, 1000000);
+    const sp<android::ALooper> looper = peer.looper();
+    ASSERT_EQ(OK, configure());
+    peer.repeatIntervalUs() = 1000000;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_EQ(looper, peer.looper());
+}
+
 TEST_F(RepeatLooperTest, RaisesTheGenerationWithEveryPostedRepetition) {
     startRepeating(2, 1000000000);
     ASSERT_GE(queueFrame(100 * kMs), 0);
@@ -280,7 +334,7 @@ TEST_F(RepeatLooperTest, RaisesTheGenerationWithEveryPostedRepetition) {
 }
 
 TEST_F(RepeatLooperTest, BeginsAnewWithANewFrame) {
-    startRepeating(2, 1000000);
+    startRepeating(2, 1000000000);
     ASSERT_GE(queueFrame(100 * kMs), 0);
     peer.repeatIntervalUs() = 1000;
     ASSERT_GE(queueFrame(200 * kMs), 0);

@@ -49,6 +49,22 @@ TEST_F(KorBufferSourceSlotsTest, ReplacesTheGraphicBufferOfASlot) {
     EXPECT_EQ(0, peer.outstandingAcquires());
 }
 
+TEST_F(KorBufferSourceSlotsTest, DoesNotReleaseTheFrameOfABufferThatWasReplaced) {
+    start(2);
+    ASSERT_EQ(0, queueFrame(1 * kMs));
+    // The queue fills the slot anew although its frame is lent.
+    queue->onAcquired = [](android::BufferItem* item) { item->mSlot = 0; };
+    ASSERT_EQ(1, queueFrame(2 * kMs));
+    EXPECT_EQ(1, peer.outstandingAcquires());
+    EXPECT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(queue->releases(), IsEmpty());
+    EXPECT_EQ(OK, source->onInputBufferEmptied(1, -1));
+    ASSERT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(0, queue->releases()[0].slot);
+    EXPECT_EQ(2u, queue->releases()[0].frameNumber);
+    EXPECT_EQ(0, peer.outstandingAcquires());
+}
+
 TEST_F(KorBufferSourceSlotsTest, LogsReleasedSlotsThatItNeverSaw) {
     queue->lessReleased = ~uint64_t{0x88};
     source->onBuffersReleased();  // a new queue says that all are
@@ -138,6 +154,20 @@ TEST_F(KorBufferSourceSlotsTest, ServesTheProducerThatConnectsNext) {
     EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
     ASSERT_EQ(1u, queue->releases().size());
     EXPECT_EQ(OK, queue->releases()[0].result);
+}
+
+TEST_F(KorBufferSourceSlotsTest, DoesNotReleaseAFrameWhoseSlotTheNextProducerUses) {
+    start(2);
+    ASSERT_EQ(0, queueFrame(1 * kMs));
+    ASSERT_EQ(OK, producer.disconnect());
+    ASSERT_EQ(OK, producer.connect(4));
+    ASSERT_EQ(0, queueFrame(2 * kMs));
+    EXPECT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(queue->releases(), IsEmpty());
+    EXPECT_EQ(OK, source->onInputBufferEmptied(1, -1));
+    ASSERT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(OK, queue->releases()[0].result);
+    EXPECT_EQ(0, peer.outstandingAcquires());
 }
 
 TEST_F(KorBufferSourceSlotsDeathTest, AbortsWhenAFenceComesForABufferThatTheQueueForgot) {

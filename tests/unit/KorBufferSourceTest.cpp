@@ -35,6 +35,7 @@ using KorBufferSourceTest = FrameSourceTest;
 using KorBufferSourceDeathTest = FrameSourceTest;
 
 TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication) {
+    EXPECT_FALSE(queue->isCompositors);
     EXPECT_THAT(queue->calls(), ElementsAre("consumerConnect", "setConsumerName"));
     EXPECT_FALSE(queue->controlledByApp);
     EXPECT_EQ("KorBufferSource", queue->name);
@@ -164,6 +165,8 @@ TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
     peer.fps() = peer.captureFps() = 1;
     peer.stopTimeUs() = 1;
     peer.actionQueue().push_back({0, 0});
+    peer.lastActionTimeUs() = 7;
+    peer.snapTimestamps() = false;
     ASSERT_EQ(OK, configure());
     EXPECT_FALSE(peer.executing());
     EXPECT_FALSE(peer.suspended());
@@ -186,6 +189,9 @@ TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
     EXPECT_EQ(-1.0, peer.captureFps());
     EXPECT_EQ(-1, peer.stopTimeUs());
     EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    // Not of one configuration: times never go back, and how to round is nobody's to change.
+    EXPECT_EQ(7, peer.lastActionTimeUs());
+    EXPECT_FALSE(peer.snapTimestamps());
 }
 
 TEST_F(KorBufferSourceTest, KeepsCodecBuffersAndParkedFramesWhenConfiguredAgain) {
@@ -219,6 +225,14 @@ TEST_F(KorBufferSourceTest, LendsTheParkedFramesWhenStarted) {
     EXPECT_THAT(submittedIds(), ElementsAre(0, 1));
     EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
     EXPECT_EQ(1u, peer.availableBuffers().size());
+}
+
+TEST_F(KorBufferSourceTest, GivesFramesBackWhenStartedWithoutAConfiguration) {
+    ASSERT_EQ(OK, source->start());
+    ASSERT_EQ(OK, producer.connect());
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(0, peer.unacquiredCount());
 }
 
 TEST_F(KorBufferSourceTest, StartsNoLooperUnlessItRepeats) {
@@ -276,6 +290,17 @@ TEST_F(KorBufferSourceTest, IgnoresItsQueueOnceItIsGone) {
     queue->listener->onFrameAvailable(android::BufferItem());
     queue->listener->onBuffersReleased();
     queue->listener->onSidebandStreamChanged();
+    EXPECT_THAT(queue->calls(), IsEmpty());
+}
+
+// As when the queue is just calling while the last reference drops.
+TEST_F(KorBufferSourceTest, IgnoresACallbackOnItsWayOnceItIsGone) {
+    const sp<android::BufferQueue::ConsumerListener> onItsWay = peer.consumerProxy();
+    source.clear();
+    queue->clear();
+    onItsWay->onFrameAvailable(android::BufferItem());
+    onItsWay->onBuffersReleased();
+    onItsWay->onSidebandStreamChanged();
     EXPECT_THAT(queue->calls(), IsEmpty());
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "support/DescriptorZero.h"
 #include "support/ProducerWrapperTest.h"
 
 namespace korvane::test {
@@ -14,6 +15,7 @@ namespace {
 
 TEST_F(ProducerWrapperTest, ConnectTellsTheQueuesStatusAndState) {
     EXPECT_EQ(NO_INIT, wrappedConnect(nullptr));
+    EXPECT_EQ(16666667, lastOutput.frameTimestamps.compositorTiming.intervalNs);
     ASSERT_EQ(NO_ERROR, connectConsumer());
     consumer->setDefaultBufferSize(64, 32);
     EXPECT_EQ(BAD_VALUE, wrappedConnect(nullptr, 9));
@@ -201,6 +203,7 @@ TEST_F(ProducerWrapperTest, QueueRefusesADamageThatIsNoRegion) {
               queueWithDamage({HRect{0, 0, 8, 8}, HRect{4, 0, 9, 8}, HRect{0, 0, 9, 8}}));
     EXPECT_EQ(BAD_VALUE, queueWithDamage(std::vector<HRect>(60000, HRect{0, 0, 1, 1})));
     EXPECT_EQ(0u, lastOutput.width);
+    EXPECT_EQ(0, lastOutput.frameTimestamps.compositorTiming.intervalNs);
     // The slot is still the client's.
     EXPECT_EQ(NO_ERROR, queueWithDamage({HRect{0, 0, -1, -1}}));
     ASSERT_EQ(NO_ERROR, acquire());
@@ -213,6 +216,7 @@ TEST_F(ProducerWrapperTest, QueueGivesTheQueuesRefusals) {
     HInput input = goodInput();
     input.scalingMode = 4;
     EXPECT_EQ(BAD_VALUE, wrappedQueue(input));
+    EXPECT_EQ(16666667, lastOutput.frameTimestamps.compositorTiming.intervalNs);
     input = goodInput();
     input.crop = {0, 0, INT_MAX, INT_MAX};
     EXPECT_EQ(BAD_VALUE, wrappedQueue(input));
@@ -261,8 +265,7 @@ TEST_F(ProducerWrapperTest, DescriptorsBelowTwoAreNoFencesOfTheServer) {
     prepareSlot();
     const unique_fd event = makeEvent();
     const BorrowingHandle handle({event.get()});
-    const unique_fd kept(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
-    close(STDIN_FILENO);
+    const DescriptorZero zero;
     // The duplicate that the server makes becomes descriptor 0.
     ASSERT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD));
     ASSERT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->cancelBuffer(slot, handle.get())));
@@ -285,7 +288,6 @@ TEST_F(ProducerWrapperTest, DescriptorsBelowTwoAreNoFencesOfTheServer) {
     // Before its number is given back.
     item = BufferItem();
     ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
-    dup2(kept.get(), STDIN_FILENO);
 }
 
 }  // namespace

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes descriptor 0, which is one like any other, turn up where it seldom does.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
+
+namespace korvane::test {
+
+/** While it lives, 0 is the first descriptor that is given out; whoever gets it closes it before.
+ */
+class DescriptorZero {
+  public:
+    DescriptorZero() { close(STDIN_FILENO); }
+    ~DescriptorZero() { dup2(mKept.get(), STDIN_FILENO); }
+    DescriptorZero(const DescriptorZero&) = delete;
+    DescriptorZero& operator=(const DescriptorZero&) = delete;
+
+  private:
+    const android::base::unique_fd mKept{fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)};
+};
+
+}  // namespace korvane::test
