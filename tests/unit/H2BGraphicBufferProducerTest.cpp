@@ -219,6 +219,23 @@ TEST_F(H2BGraphicBufferProducerTest, WhatTheQueueKnowsTheClientCanAsk) {
     EXPECT_EQ(2, dequeued.getCompositorTiming().interval);
 }
 
+TEST_F(H2BGraphicBufferProducerTest, OfAUsageTheLower32BitsTravel) {
+    LogRecorder log;
+    connectThroughClient();
+    constexpr uint64_t kHighBit = uint64_t{1} << 40;
+    ASSERT_EQ(kNeedsRequest, client->dequeueBuffer(&slot, &fence, 1, 1, 0, kCpuUsage | kHighBit,
+                                                   nullptr, nullptr));
+    ASSERT_EQ(NO_ERROR, request(slot));
+    EXPECT_EQ(kCpuUsage, buffer->getUsage());
+    client->allocateBuffers(1, 1, 0, kCpuUsage | kHighBit);
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    EXPECT_EQ(kCpuUsage, buffer->getUsage());
+    uint64_t usage = 0;
+    EXPECT_EQ(NO_ERROR, client->getConsumerUsage(&usage));
+    EXPECT_TRUE(log.has(ANDROID_LOG_WARN, "H2BGraphicBufferProducer",
+                        "getConsumerUsage: only the lower 32 bits are available"));
+}
+
 TEST_F(H2BGraphicBufferProducerTest, SettingsGoToTheQueue) {
     connectThroughClient();
     EXPECT_EQ(NO_ERROR, client->setMaxDequeuedBufferCount(2));

@@ -251,6 +251,28 @@ TEST_F(ProducerWrapperBufferTest, TheLastQueuedFrameIsKnown) {
     EXPECT_EQ((std::vector<float>{1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1}), matrix);
 }
 
+TEST_F(ProducerWrapperBufferTest, EveryReplyComesOnceAndBeforeTheCallReturns) {
+    int replies = 0;
+    const auto count = [&](auto&&...) { ++replies; };
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    // Of each call that has one, refused and granted.
+    for (int round : {1, 2}) {
+        replies = 0;
+        wrapper->dequeueBuffer(0, 0, kDefaultFormat, kCpuUsage, true, count);
+        wrapper->requestBuffer(0, count);
+        wrapper->queueBuffer(0, goodInput(), count);
+        wrapper->attachBuffer(wrapBuffer(foreignBuffer()), count);
+        wrapper->detachNextBuffer(count);
+        wrapper->query(NATIVE_WINDOW_WIDTH, count);
+        wrapper->connect(nullptr, NATIVE_WINDOW_API_CPU, false, count);
+        wrapper->getConsumerName(count);
+        wrapper->getLastQueuedBuffer(count);
+        wrapper->getFrameTimestamps(count);
+        wrapper->getUniqueId(count);
+        EXPECT_EQ(11, replies) << round;
+    }
+}
+
 TEST_F(ProducerWrapperBufferTest, TheSidebandStreamIsACopy) {
     connectClient();
     const unique_fd event = makeEvent();
