@@ -16,6 +16,7 @@
 
 #include "support/BufferHandles.h"
 #include "support/BufferQueueTest.h"
+#include "support/OpenDescriptors.h"
 
 namespace korvane::test {
 
@@ -38,12 +39,6 @@ using HRect = android::hardware::media::V1_0::Rect;
 
 inline unique_fd makeEvent() {
     return unique_fd(eventfd(0, EFD_CLOEXEC));
-}
-
-inline size_t openDescriptors() {
-    size_t count = 0;
-    for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-    return count;
 }
 
 constexpr auto kDefaultFormat = static_cast<HFormat>(0);

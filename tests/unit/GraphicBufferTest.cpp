@@ -15,6 +15,7 @@
 #include <ui/GraphicBuffer.h>
 
 #include "support/BufferHandles.h"
+#include "support/OpenDescriptors.h"
 
 using android::BAD_VALUE;
 using android::BufferLayout;
@@ -26,6 +27,7 @@ using android::sp;
 using android::status_t;
 using android::base::unique_fd;
 using korvane::test::cloneHandle;
+using korvane::test::countOpenDescriptors;
 using korvane::test::layoutOf;
 using korvane::test::makeMemory;
 using korvane::test::OwnedHandle;
@@ -70,12 +72,6 @@ uint8_t* lockBytes(GraphicBuffer& buffer) {
     void* address = nullptr;
     EXPECT_EQ(NO_ERROR, buffer.lock(kCpu, &address));
     return static_cast<uint8_t*>(address);
-}
-
-size_t openDescriptors() {
-    size_t count = 0;
-    for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-    return count;
 }
 
 struct Flat {
@@ -182,13 +178,13 @@ TEST(GraphicBufferTest, HasMemoryThatCanNotChangeItsSize) {
 }
 
 TEST(GraphicBufferTest, KeepsNothingOpenWhenItIsGone) {
-    const size_t before = openDescriptors();
+    const int before = countOpenDescriptors();
     sp<GraphicBuffer> buffer = allocate(64, 32, kRgba);
     sp<GraphicBuffer> imported = import(buffer->handle, *buffer);
-    EXPECT_EQ(before + 2, openDescriptors());
+    EXPECT_EQ(before + 2, countOpenDescriptors());
     buffer.clear();
     imported.clear();
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, countOpenDescriptors());
 }
 
 TEST(GraphicBufferTest, HasAnIdOfItsOwn) {
@@ -233,7 +229,7 @@ TEST(GraphicBufferTest, SharesItsPixelsWithWhoeverImportsIt) {
 
 TEST(GraphicBufferTest, TakesHandlesAsItIsTold) {
     const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
-    const size_t before = openDescriptors();
+    const int before = countOpenDescriptors();
     const auto make = [&](const native_handle_t* handle, GraphicBuffer::HandleWrapMethod method) {
         const sp<GraphicBuffer> made =
                 new GraphicBuffer(handle, method, 8, 8, kRgba, 1, kCpu, buffer->getStride());
@@ -243,11 +239,11 @@ TEST(GraphicBufferTest, TakesHandlesAsItIsTold) {
     OwnedHandle handle = cloneHandle(buffer->handle);
     make(handle.get(), GraphicBuffer::WRAP_HANDLE);
     make(handle.get(), GraphicBuffer::CLONE_HANDLE);
-    EXPECT_EQ(before + 1, openDescriptors());
+    EXPECT_EQ(before + 1, countOpenDescriptors());
     make(handle.release(), GraphicBuffer::TAKE_HANDLE);
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, countOpenDescriptors());
     make(native_handle_clone(buffer->handle), GraphicBuffer::TAKE_UNREGISTERED_HANDLE);
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, countOpenDescriptors());
 }
 
 TEST(GraphicBufferTest, LeavesAHandleThatItCanNotImport) {
@@ -354,10 +350,10 @@ TEST(GraphicBufferImportTest, RefusesMemoryOfHugePages) {
 
 TEST(GraphicBufferImportTest, RefusalKeepsNothingOpen) {
     const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
-    const size_t before = openDescriptors();
+    const int before = countOpenDescriptors();
     EXPECT_EQ(BAD_VALUE, importChanged(*buffer, [](BufferLayout& l) { ++l.height; }));
     EXPECT_EQ(BAD_VALUE, importMemory(*buffer, makeMemory(0, F_SEAL_SHRINK)));
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, countOpenDescriptors());
 }
 
 TEST(GraphicBufferFlattenTest, TravelsWithAllAttributes) {

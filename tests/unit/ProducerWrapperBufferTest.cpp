@@ -26,10 +26,10 @@ class ProducerWrapperBufferTest : public ProducerWrapperTest {
     }
 
     void expectRefused(const AnwBuffer& anw) {
-        const size_t before = openDescriptors();
+        const int before = countOpenDescriptors();
         EXPECT_EQ(BAD_VALUE, wrappedAttach(anw));
         EXPECT_EQ(-1, slot);
-        EXPECT_EQ(before, openDescriptors());
+        EXPECT_EQ(before, countOpenDescriptors());
     }
 };
 

@@ -129,12 +129,12 @@ TEST_F(ProducerWrapperTest, AbsurdSizesAreRefused) {
                                });
         return result;
     };
-    const size_t before = openDescriptors();
+    const int before = countOpenDescriptors();
     EXPECT_EQ(BAD_VALUE, dequeueSize(UINT32_MAX, UINT32_MAX));
     EXPECT_EQ(BAD_VALUE, dequeueSize(0x10000, 0x10000));
     EXPECT_EQ(BAD_VALUE, dequeueSize(640, 0));
     wrapper->allocateBuffers(UINT32_MAX, 1, kDefaultFormat, kCpuUsage);
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, countOpenDescriptors());
     EXPECT_EQ(kNeedsRequest, dequeueSize(640, 480));
 }
 
@@ -234,7 +234,7 @@ TEST_F(ProducerWrapperTest, OfAFenceHandleTheFirstDescriptorCounts) {
     const unique_fd second = makeEvent();
     const BorrowingHandle several({first.get(), second.get()}, 5);
     const BorrowingHandle none({}, 3);
-    const size_t before = openDescriptors();
+    const int before = countOpenDescriptors();
     prepareSlot();
     ASSERT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->cancelBuffer(slot, several.get())));
     ASSERT_EQ(NO_ERROR,
@@ -245,7 +245,7 @@ TEST_F(ProducerWrapperTest, OfAFenceHandleTheFirstDescriptorCounts) {
     fence.clear();
     lastBuffer = AnwBuffer();
     // All that is left is the buffer.
-    EXPECT_EQ(before + 1, openDescriptors());
+    EXPECT_EQ(before + 1, countOpenDescriptors());
 }
 
 TEST_F(ProducerWrapperTest, AFenceThatIsNoDescriptorIsRefused) {
