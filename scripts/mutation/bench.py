@@ -1,0 +1,461 @@
+"""Where mutants are tried: a copy of the tree, built as usual, in which one source at a time is
+compiled anew and the test programs that pin it are linked anew and run.
+"""
+
+import collections
+import gzip
+import hashlib
+import json
+import os
+import re
+import shlex
+import shutil
+import signal
+import subprocess
+import threading
+import time
+from pathlib import Path
+
+import switchboard
+from operators import mutants_of
+
+HERE = Path(__file__).resolve().parent
+CHANGED_FOLDERS = ('hardware', 'tests')  # each worker has its own copy of these
+LIBRARIES = ('libcameradesktop.a', 'libkorjsonutils.a')
+
+
+class BuildError(Exception):
+    pass
+
+
+def run(command, **options):
+    done = subprocess.run(command, capture_output=True, text=True, errors='replace', **options)
+    if done.returncode != 0:
+        raise BuildError(f'{shlex.join(map(str, command))}\n{done.stdout[-2000:]}'
+                         f'{done.stderr[-4000:]}')
+    return done.stdout
+
+
+class Unit:
+    """A source as it is compiled."""
+
+    def __init__(self, entry, bench):
+        self.source = Path(entry['file'])
+        words = shlex.split(entry['command'])
+        # Without the launcher in front and without debug information.
+        begin = next(i for i, word in enumerate(words) if re.search(r'(\+\+|g\+\+-\d+)$', word))
+        self.object = words[words.index('-o') + 1]
+        dropped = {'-o', self.object, '-c', entry['file']}
+        self.compiler = [w for w in words[begin:] if w not in dropped and
+                         not re.fullmatch(r'-[gO]\w*', w)]
+        self.bench = bench
+        self.lock = threading.Lock()
+        self.preambles = {}  # by the level of optimisation
+        self.optimised = None  # what it is compiled to for the comparison with mutants
+
+    @property
+    def name(self):
+        return self.object.replace('/', '_')
+
+    def dependencies(self):
+        """The project's headers that it includes, and itself."""
+        if not hasattr(self, '_dependencies'):
+            words = run([*self.compiler, '-MM', str(self.source)], cwd=self.bench.build).split()
+            tree = str(self.bench.tree) + '/'
+            self._dependencies = [Path(os.path.normpath(w)) for w in words if w.startswith(tree)]
+        return self._dependencies
+
+    def preamble(self, level):
+        """A precompiled header of all that comes from outside of the folders that change."""
+        with self.lock:
+            if level not in self.preambles:
+                header = self.bench.out / 'preambles' / f'{self.name}{level}.h'
+                header.parent.mkdir(exist_ok=True)
+                text = self.preamble_text()
+                compiled = Path(f'{header}.gch')
+                if not compiled.exists() or header.read_text() != text:
+                    header.write_text(text)
+                    run([*self.compiler, level, '-w', '-x', 'c++-header', str(header), '-o',
+                         str(compiled)], cwd=self.bench.build)
+                self.preambles[level] = header
+            return self.preambles[level]
+
+    def preamble_text(self):
+        changing = [path for path in self.dependencies() if self.bench.changes(path)]
+        own = {path.name for path in changing}
+        lines = [line for line in self.source.read_text().splitlines()
+                 if re.match(r'#define LOG_', line)]
+        for path in changing:
+            for line in path.read_text().splitlines():
+                match = re.match(r'#include <(.*/)?([^/>]+)>', line)
+                if match and match[2] not in own and line not in lines:
+                    lines.append(line)
+        return '\n'.join(lines) + '\n'
+
+    def compile(self, output, folder=None, level='-O0', options=()):
+        """Compiles it, as it stands in a worker's folder; returns why not, '' if all is well."""
+        words = [*self.compiler, level, *options, '-include', str(self.preamble(level)), '-c',
+                 str(self.source), '-o', str(output)]
+        if folder is not None:
+            words = [self.bench.relocate(word, folder) for word in words]
+        return self.call(words)
+
+    def compile_choice(self, source, output):
+        """Compiles a text in its stead that has all mutants."""
+        return self.call([*self.compiler, '-O0', '-include', str(self.preamble('-O0')), '-include',
+                          str(self.bench.out / 'choice.h'), '-c', str(source), '-o', str(output)])
+
+    def call(self, words):
+        done = subprocess.run(words, cwd=self.bench.build, capture_output=True, text=True)
+        return (done.stderr or 'no words') if done.returncode != 0 else ''
+
+
+class Program:
+    """A test program."""
+
+    def __init__(self, name, link):
+        self.name = name
+        self.link = link
+        self.seconds = 1.0  # of a run without mutants
+        self.spent = collections.Counter()  # seconds, with mutants of a source
+        self.kills = collections.Counter()
+
+    def link_command(self, output, replaced, others=()):
+        """The command that links it with new objects.
+
+        replaced: by the names of those that they stand for; others: linked in any case. The
+        members of libraries come as a library in front of the others, which then keep theirs.
+        """
+        words = [replaced.get(word, word) for word in self.link]
+        members = [new for old, new in replaced.items() if old not in self.link]
+        archive = f'{output}.a'
+        Path(archive).unlink(missing_ok=True)
+        if members:
+            run(['ar', 'qcs', archive, *members])
+            others = [*others, archive]
+        words[words.index('-o') + 1] = str(output)
+        first = next(i for i, word in enumerate(words) if word.endswith('.a'))
+        words[first:first] = others
+        return words
+
+
+class Choice:
+    """The test programs with all mutants of one source that can be chosen as they run."""
+
+    def __init__(self, bench, path, mutants):
+        self.folder = bench.out / 'choice' / path.name
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
+        self.bench = bench
+        self.unit = next(u for u in bench.units.values() if u.source == bench.tree / path)
+        self.board = switchboard.Switchboard(self.unit.source.read_text(), mutants)
+        self.usable = self.board.compile(self.attempt)
+        self.lock = threading.Lock()
+        self.linked = {}
+
+    def attempt(self, text):
+        source = self.folder / self.unit.source.name
+        source.write_text(text)
+        said = self.unit.compile_choice(source, self.folder / 'all.o')
+        own = '\n'.join(line for line in said.splitlines() if line.startswith(f'{source}:'))
+        return own or said
+
+    def number(self, mutant):
+        return self.board.numbers.get(mutant, 0) if self.usable else 0
+
+    def binary(self, program):
+        """None when the program fails even without a mutant."""
+        with self.lock:
+            if program.name not in self.linked:
+                output = self.folder / program.name
+                run(program.link_command(output, {self.unit.object: str(self.folder / 'all.o')},
+                                         [str(self.bench.out / 'choice.o')]), cwd=self.bench.build)
+                passed = self.bench.passes(output, 120)
+                self.linked[program.name] = output if passed else None
+            return self.linked[program.name]
+
+
+class Bench:
+    def __init__(self, root, out, say):
+        self.root, self.out, self.say = root, out, say
+        self.tree = out / 'tree'
+        self.build = self.tree / 'build'
+        self.lock = threading.Lock()
+        self.choices = {}
+
+    def relocate(self, word, folder):
+        for name in CHANGED_FOLDERS:
+            word = word.replace(f'{self.tree}/{name}/', f'{folder}/{name}/')
+            word = re.sub(rf'{re.escape(str(self.tree))}/{name}$', f'{folder}/{name}', word)
+        return word
+
+    def prepare(self):
+        self.copy()
+        self.say('building the copy')
+        run(['scripts/build', 'native_tests'], cwd=self.tree, env={**os.environ, 'BUILD': 'build'})
+        self.read_commands()
+        self.know_programs()
+        self.copy_changed(self.out / 'original')
+        (self.out / 'choice.h').write_text(switchboard.DECLARATION)
+        run(['g++', '-c', str(HERE / 'mutant_choice.cpp'), '-o', str(self.out / 'choice.o')])
+
+    def choice(self, path):
+        """The programs with all mutants of a source; None of a header."""
+        with self.lock:
+            if path not in self.choices:
+                self.choices[path] = None if path.suffix == '.h' else Choice(
+                    self, path, mutants_of((self.tree / path).read_text()))
+            return self.choices[path]
+
+    def copy_changed(self, folder):
+        shutil.rmtree(folder, ignore_errors=True)
+        for name in CHANGED_FOLDERS:
+            shutil.copytree(self.tree / name, folder / name)
+
+    def copy(self):
+        """Brings the copy up to date, touching only what differs."""
+        names = run(['git', 'ls-files', '-z'], cwd=self.root).split('\0')[:-1]
+        names = [n for n in names if (self.root / n).is_file()]
+        for name in names:
+            source, target = self.root / name, self.tree / name
+            if not target.exists() or source.read_bytes() != target.read_bytes():
+                target.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(source, target)
+        for folder in CHANGED_FOLDERS:
+            for path in (self.tree / folder).rglob('*'):
+                if path.is_file() and str(path.relative_to(self.tree)) not in names:
+                    path.unlink()
+        state = hashlib.sha256()
+        for name in sorted(names):
+            if not name.startswith(('docs/', 'scripts/')):
+                state.update(name.encode() + (self.tree / name).read_bytes())
+        self.state = state.hexdigest()[:16]
+
+    def read_commands(self):
+        entries = json.loads((self.build / 'compile_commands.json').read_text())
+        self.units = {}
+        for entry in entries:
+            unit = Unit(entry, self)
+            if unit.source.is_relative_to(self.tree):
+                self.units[unit.object] = unit
+        self.programs = {}
+        linker = ['-fuse-ld=lld', '-Wl,--strip-debug', '-Wl,--threads=1'] \
+            if shutil.which('ld.lld') else []
+        for line in run(['ninja', '-t', 'commands', 'native_tests'], cwd=self.build).splitlines():
+            match = re.search(r' -o tests/(\w+) ', line)
+            if match and any(library in line for library in LIBRARIES):
+                command = line.removeprefix(': && ').removesuffix(' && :')
+                self.programs[match[1]] = Program(match[1], shlex.split(command) + linker)
+
+    def units_of(self, path):
+        """Of a header or a source: what has to be compiled anew when it changes."""
+        path = self.tree / path
+        return [u for u in self.units.values() if path == u.source or
+                path.suffix == '.h' and u.source.suffix == '.cpp' and self.changes(u.source) and
+                path in u.dependencies()]
+
+    def changes(self, path):
+        return path.relative_to(self.tree).parts[0] in CHANGED_FOLDERS
+
+    def know_programs(self):
+        """Measures the programs, unless it was these that were measured last."""
+        stored = self.out / 'programs.json'
+        found = json.loads(stored.read_text()) if stored.exists() else {}
+        if found.get('state') != self.state:
+            self.say('measuring the test programs and what they execute')
+            found = {'state': self.state, 'seconds': self.measure(), 'covered': self.cover()}
+            stored.write_text(json.dumps(found))
+        self.covered = found['covered']
+        for program in list(self.programs.values()):
+            program.seconds = found['seconds'].get(program.name)
+            if program.seconds is None:
+                self.say(f'{program.name} fails without any mutant and is left out')
+                del self.programs[program.name]
+
+    def measure(self):
+        """How long each program takes; those that fail can tell nothing."""
+        seconds = {}
+        for program in self.programs.values():
+            begin = time.monotonic()
+            if self.passes(self.build / 'tests' / program.name, 120):
+                seconds[program.name] = time.monotonic() - begin
+        return seconds
+
+    def passes(self, binary, timeout, environment=None):
+        """Runs a test program up to its first failure."""
+        variables = {**os.environ, 'GTEST_FAIL_FAST': '1', 'GTEST_BRIEF': '1',
+                     **(environment or {})}
+        cwd = self.build / 'tests' / 'unit'
+        process = subprocess.Popen([str(binary)], cwd=cwd, env=variables, start_new_session=True,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
+        end = time.monotonic() + timeout
+        while os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT | os.WNOHANG) is None:
+            if time.monotonic() > end:
+                break
+            time.sleep(0.01)
+        os.killpg(process.pid, signal.SIGKILL)  # and what it may have left behind
+        return process.wait() == 0
+
+    # Which programs execute which lines.
+
+    def cover(self):
+        """Source to line to the programs that execute it."""
+        self.covered = {}
+        folder = self.out / 'coverage'
+        shutil.rmtree(folder, ignore_errors=True)
+        folder.mkdir()
+        objects = self.coverage_objects(folder)
+        for program in self.programs.values():
+            self.cover_by(program, objects, folder)
+        return self.covered
+
+    def coverage_objects(self, folder):
+        objects = {}
+        for unit in self.units.values():
+            if unit.source.relative_to(self.tree).parts[0] == 'hardware' and \
+                    unit.source.name != 'service.cpp':
+                output = folder / (unit.source.name + '.o')
+                refusal = unit.compile(output, options=['--coverage'])
+                if refusal:
+                    raise BuildError(refusal)
+                objects[unit.object] = str(output)
+        run(['g++', '-c', str(HERE / 'coverage_ending.cpp'), '-o',
+             str(folder / 'coverage_ending.o')])
+        return objects
+
+    def cover_by(self, program, objects, folder):
+        binary = folder / program.name
+        run([*program.link_command(binary, objects, [str(folder / 'coverage_ending.o')]),
+             '--coverage'], cwd=self.build)
+        counts = folder / (program.name + '.counts')
+        counts.mkdir()
+        for notes in folder.glob('*.gcno'):
+            (counts / notes.name).symlink_to(notes)
+        self.passes(binary, 120, {'GCOV_PREFIX': str(counts), 'GCOV_PREFIX_STRIP': '99'})
+        data = sorted(p.name for p in counts.glob('*.gcda'))
+        if data:
+            run(['gcov', '--json-format', *data], cwd=counts)
+        for report in counts.glob('*.gcov.json.gz'):
+            for file in json.loads(gzip.decompress(report.read_bytes()))['files']:
+                self.note(file, program)
+        binary.unlink()
+
+    def note(self, file, program):
+        path = Path(os.path.normpath(self.build / file['file']))
+        if not path.is_relative_to(self.tree / 'hardware'):
+            return
+        lines = self.covered.setdefault(str(path.relative_to(self.tree)), {})
+        for line in file['lines']:
+            programs = lines.setdefault(str(line['line_number']), [])
+            if line['count'] > 0 and program.name not in programs:
+                programs.append(program.name)
+
+    def pinning(self, path, lines):
+        """The programs that execute one of the lines; of lines without code, of the source."""
+        covered = self.covered.get(str(path), {})
+        with_code = [covered[str(line)] for line in lines if str(line) in covered]
+        names = set().union(*(with_code or covered.values()))
+        if not with_code and path.suffix == '.h':
+            for unit in self.units_of(path):
+                source = str(unit.source.relative_to(self.tree))
+                names.update(*self.covered.get(source, {}).values())
+        return [self.programs[n] for n in names if n in self.programs]
+
+
+class Worker:
+    """Tries mutants, one at a time, in folders of its own."""
+
+    def __init__(self, bench, number):
+        self.bench = bench
+        self.folder = bench.out / f'worker-{number}'
+        bench.copy_changed(self.folder)
+
+    def try_mutant(self, path, mutant):
+        """Returns what became of it and who found it: killed, survived, equivalent, refused."""
+        choice = self.bench.choice(path)
+        if choice is not None and mutant in choice.board.refused:
+            return 'refused', ''
+        chosen = choice is not None and choice.number(mutant) != 0
+        if chosen:
+            found = self.kill_chosen(path, mutant, choice)
+            if found:
+                return found
+        target = self.folder / path
+        original = target.read_text()
+        target.write_text(mutant.apply(original))
+        try:
+            return self.verdict(path, mutant, chosen)
+        finally:
+            target.write_text(original)
+
+    def programs(self, path, mutant):
+        """Those that pin it, the most promising first."""
+        programs = self.bench.pinning(path, mutant.lines)
+        return sorted(programs, key=lambda p: (p.seconds + p.spent[path]) / (1 + p.kills[path]))
+
+    def kill_chosen(self, path, mutant, choice):
+        for program in self.programs(path, mutant):
+            binary = choice.binary(program)
+            if binary is not None and not self.passes(program, path, binary, {
+                    'KORVANE_MUTANT': str(choice.number(mutant))}):
+                return 'killed', program.name
+        return None
+
+    def passes(self, program, path, binary, environment=None):
+        begin = time.monotonic()
+        passed = self.bench.passes(binary, 10 + 10 * program.seconds, environment)
+        program.spent[path] += time.monotonic() - begin
+        program.kills[path] += not passed
+        return passed
+
+    def verdict(self, path, mutant, survived):
+        units = [u for u in self.bench.units_of(path)]
+        service = [u for u in units if 'hardware' == u.source.relative_to(self.bench.tree).parts[0]]
+        replaced = {}
+        for unit in service:
+            output = self.folder / (unit.source.name + '.o')
+            if unit.compile(output, self.folder):
+                return 'refused', ''
+            replaced[unit.object] = str(output)
+        found = None if survived else \
+            self.kill(path, mutant, [u for u in units if u not in service], replaced)
+        if found:
+            return found
+        return ('equivalent', '') if self.folded(service) else ('survived', '')
+
+    def kill(self, path, mutant, others, replaced):
+        compiled = {}
+        for program in self.programs(path, mutant):
+            objects = dict(replaced)
+            for unit in others:
+                if unit.object not in program.link:
+                    continue
+                if unit.object not in compiled:
+                    compiled[unit.object] = str(self.folder / (unit.source.name + '.o'))
+                    if unit.compile(compiled[unit.object], self.folder):
+                        return 'refused', ''
+                objects[unit.object] = compiled[unit.object]
+            binary = self.folder / program.name
+            run(program.link_command(binary, objects), cwd=self.bench.build)
+            passed = self.passes(program, path, binary)
+            binary.unlink()
+            if not passed:
+                return 'killed', program.name
+        return None
+
+    def folded(self, units):
+        """Whether the optimiser makes the same of the mutant as of the original."""
+        return all(self.optimised(unit, self.folder) == self.original(unit) for unit in units)
+
+    def original(self, unit):
+        if unit.optimised is None:
+            unit.optimised = self.optimised(unit, self.bench.out / 'original')
+        return unit.optimised
+
+    def optimised(self, unit, folder):
+        output = self.folder / 'optimised.o'
+        refusal = unit.compile(output, folder, '-O2', ['-Wno-error'])
+        if refusal:
+            raise BuildError(refusal)
+        return output.read_bytes()

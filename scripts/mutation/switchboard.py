@@ -1,0 +1,144 @@
+"""All mutants of a source in one object: a variable decides, as the program runs, which one it is.
+
+A statement becomes `if (mutant == 1) { ... } else if (mutant == 2) { ... } else { ... }`, an
+expression the same with ?:. What can't be written like that, or is no C++ then, is left out, and
+has to be compiled by itself.
+"""
+
+import re
+from dataclasses import dataclass, field
+
+from cpp import Source
+
+# What all choices of a site stand in, one of them, and what stands between them.
+FORMS = {
+    'statement': ('{ %s else { %s }}', 'if (korvane_mutant == %d) {\n%s\n}', ' else '),
+    'condition': ('(%s : bool(%s))', 'korvane_mutant == %d ? bool(\n%s\n)', ' : '),
+    'value': ('(%s : (%s))', 'korvane_mutant == %d ? (\n%s\n)', ' : '),
+}
+DECLARATION = 'extern "C" volatile int korvane_mutant;\n'
+BEGIN, END = '/*<mutant %d*/', '/*mutant>*/'
+VARIANT = re.compile(r'/\*<mutant (\d+)\*/|/\*mutant>\*/')
+RECORDS = ('static_assert', 'using', 'typedef', 'static', 'constexpr')
+
+
+@dataclass
+class Site:
+    start: int
+    end: int
+    kind: str  # statement, condition or value
+    mutants: list = field(default_factory=list)  # (number, mutant)
+    inner: list = field(default_factory=list)  # sites
+
+    def holds(self, start, end):
+        return self.start <= start and end <= self.end
+
+
+def sites_of(source):
+    """The places where a choice can stand."""
+    tokens = source.tokens
+    for first, last in source.conditions:
+        if not source.declares(first, last):
+            yield Site(tokens[first].start, tokens[last].end, 'condition')
+    for statement in source.statements:
+        first, last = statement.first, statement.last
+        if statement.kind != 'declaration':
+            yield Site(tokens[first].start, tokens[last].end, 'statement')
+        elif tokens[first].text not in RECORDS:
+            for i in source.outside(first, last):
+                if tokens[i].text == '=' and tokens[i + 1].text not in ('{', '['):
+                    yield Site(tokens[i + 1].start, tokens[last - 1].end, 'value')
+                    break
+
+
+def nest(sites):
+    """Puts each site into the smallest one around it; returns the outermost ones."""
+    outermost, open_sites = [], []
+    for site in sorted(sites, key=lambda s: (s.start, -s.end)):
+        while open_sites and not open_sites[-1].holds(site.start, site.end):
+            open_sites.pop()
+        (open_sites[-1].inner if open_sites else outermost).append(site)
+        open_sites.append(site)
+    return outermost
+
+
+def place(sites, number, mutant):
+    """Gives a mutant to the smallest site around it; False where there is none."""
+    end = mutant.start + len(mutant.original)
+    for site in sites:
+        if site.holds(mutant.start, end):
+            if not place(site.inner, number, mutant):
+                site.mutants.append((number, mutant))
+            return True
+    return False
+
+
+class Switchboard:
+    def __init__(self, text, mutants):
+        self.text = text
+        self.outermost = nest(sites_of(Source(text)))
+        self.numbers = {}
+        self.refused = set()
+        for number, mutant in enumerate(mutants, 1):
+            if place(self.outermost, number, mutant):
+                self.numbers[mutant] = number
+        self.mutants = {number: mutant for mutant, number in self.numbers.items()}
+
+    def compile(self, attempt):
+        """Leaves out mutants until the text compiles; returns whether that came to be.
+
+        attempt(text): returns what the compiler says against it, '' if it takes it.
+        """
+        while self.numbers:
+            text = self.render(self.outermost, 0, len(self.text))
+            said = attempt(text)
+            if not said:
+                return True
+            if not self.leave_out(text, said):
+                return False
+        return False
+
+    def render(self, sites, start, end):
+        """The text from start to end, with these sites as choices."""
+        parts, position = [], start
+        for site in sites:
+            parts += [self.text[position:site.start], self.choice(site)]
+            position = site.end
+        return ''.join(parts) + self.text[position:end]
+
+    def choice(self, site):
+        original = self.render(site.inner, site.start, site.end)
+        alive = [(n, m) for n, m in site.mutants if m in self.numbers]
+        if not alive:
+            return original
+        around, one, between = FORMS[site.kind]
+        chosen = [one % (n, f'{BEGIN % n}{self.variant(site, m)}{END}') for n, m in alive]
+        return around % (between.join(chosen), original)
+
+    def variant(self, site, mutant):
+        end = mutant.start + len(mutant.original)
+        return self.text[site.start:mutant.start] + mutant.changed + self.text[end:site.end]
+
+    def leave_out(self, text, said):
+        """Takes out the mutants that the compiler speaks of; False if it speaks of none."""
+        by_line, current = {}, None
+        for number, line in enumerate(text.splitlines(), 1):
+            numbers = [match[1] for match in VARIANT.finditer(line)]
+            current = next((int(n) for n in numbers if n), current)
+            by_line[number] = current
+            if numbers and numbers[-1] is None:
+                current = None
+        found = False
+        for match in re.finditer(r'^[^\s:]+:(\d+):\d+:( error)?', said, re.MULTILINE):
+            mutant = self.mutants.get(by_line[int(match[1])])
+            if mutant is None or mutant not in self.numbers:
+                continue
+            found = True
+            if match[2] and self.in_statement(self.outermost, mutant):
+                self.refused.add(mutant)
+            del self.numbers[mutant]
+        return found
+
+    def in_statement(self, sites, mutant):
+        return any(site.kind == 'statement' if mutant in (m for _, m in site.mutants)
+                   else self.in_statement(site.inner, mutant) for site in sites)
