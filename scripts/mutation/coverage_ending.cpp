@@ -1,7 +1,7 @@
 // Linked into the programs whose coverage is measured: keeps what a process has executed that ends
 // itself, as the children of death tests do.
-#include <csignal>
 #include <unistd.h>
+#include <csignal>
 
 #include <sys/syscall.h>
 

@@ -12,8 +12,10 @@
 
 #include <gmock/gmock.h>
 
+#include "support/DescriptorZero.h"
 #include "support/UvcDeviceTest.h"
 
+using korvane::test::DescriptorZero;
 using korvane::test::KernelCall;
 using korvane::test::LogLine;
 using korvane::test::UvcDeviceTest;
@@ -186,8 +188,7 @@ TEST_F(UvcV4l2CtrlTest, DestructionOfAClosedDeviceTouchesNothing) {
 
 // A daemon that was started without a standard input gets its descriptor.
 TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
-    const int input = dup(STDIN_FILENO);
-    ::close(STDIN_FILENO);
+    const DescriptorZero zero;
     EXPECT_EQ(0, mCtrl->open());
     EXPECT_EQ(0, mCtrl->fd);
     EXPECT_EQ(0, mCtrl->close());
@@ -197,8 +198,6 @@ TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
     mCtrl.reset();
     EXPECT_EQ(0u, mKernel.openDescriptors());
     EXPECT_THAT(mLog.lines(), IsEmpty());
-    dup2(input, STDIN_FILENO);
-    ::close(input);
 }
 
 TEST_F(UvcV4l2CtrlTest, AFirstOpenWithDescriptorZeroIsRefusedToo) {
