@@ -27,6 +27,14 @@ capture() {
     [ "${PIPESTATUS[0]}" = 0 ] || { tail -n 5 "$CAPTURES/$name.log"; return 1; }
 }
 
+# start_capture FOURCC WIDTHxHEIGHT: begin a capture, by the name "capture", that receives frames and
+# keeps none, until it is stopped or the stream is taken away from it.
+start_capture() {
+    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 10)" \
+        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
+        --stream-count=100000 --stream-to=/dev/null
+}
+
 # keep_capture NAME: move what was captured to the shared folder, where it is checked natively.
 keep_capture() {
     mv "$CAPTURES/$1".* "$SHARE/"
@@ -42,6 +50,30 @@ daemon_cpu() {
 # daemon_private: the daemon's private memory in kB.
 daemon_private() {
     awk '/^Private_/ {sum += $2} END {print sum}' "/proc/${pids[daemon]}/smaps_rollup"
+}
+
+# daemon_wake_ups SECONDS: how often the daemon's threads were woken in that time.
+daemon_wake_ups() {
+    local before
+    before=$(daemon_switches)
+    read -rt "$1" -u "$never"
+    echo $(($(daemon_switches) - before))
+}
+
+# daemon_switches: how often its threads have left a processor so far, of their own will or not.
+daemon_switches() {
+    local file line sum=0
+    for file in "/proc/${pids[daemon]}"/task/*/status; do
+        while read -r line; do
+            [[ $line != *voluntary_ctxt_switches:* ]] || sum=$((sum + ${line##*[[:space:]]}))
+        done <"$file"
+    done
+    echo $sum
+}
+
+# daemon_rests: nothing has woken it for three seconds.
+daemon_rests() {
+    [ "$(daemon_wake_ups 3)" = 0 ]
 }
 
 # daemon_descriptors: how many the daemon has open.

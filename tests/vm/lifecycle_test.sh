@@ -37,11 +37,9 @@ short_stream() {
         capture short "$1" "$2" "$3" 8 30 && rm -f "$CAPTURES"/short.*
 }
 
-# long_stream: begin a capture that goes on until the stream is taken away from it.
+# long_stream: begin a capture and wait for its first frames.
 long_stream() {
-    start long_stream timeout 120 v4l2-ctl -d "$(wait_host_node 10)" \
-        --set-fmt-video=width=640,height=480,pixelformat=MJPG --stream-mmap=4 \
-        --stream-count=100000 --stream-to=/dev/null
+    start_capture MJPG 640x480
     wait_frames 5
 }
 
@@ -101,12 +99,16 @@ grown=$(($(daemon_private) - memory))
 echo "      private memory: $memory kB before, $grown kB more after fifty streams"
 check "fifty streams leave no memory in use" test $grown -le 256
 
+# ---- idleness -----------------------------------------------------------------------------------
+
+check "nothing wakes the daemon while nothing streams" wait_for 20 daemon_rests
+
 # ---- the cable ----------------------------------------------------------------------------------
 
 long_stream
 check "unbinding while streaming does not wait for anything" \
     wait_next 10 'removed device' unbind_at_once
-stop long_stream KILL
+stop capture KILL
 check "the daemon finds the node when it is bound again" \
     wait_next 10 'added device' gadget bind
 check "and streams again" short_stream MJPG 640x480 30
@@ -115,7 +117,7 @@ long_stream
 check "a disconnected cable ends the stream" wait_next 10 'Usb disconnected, close out v4l2' \
     raise_uevent change@/devices/virtual/android_usb/android0 ACTION=change \
     SUBSYSTEM=android_usb USB_STATE=DISCONNECTED
-stop long_stream KILL
+stop capture KILL
 check "unbinding then does not wait either" unbind_at_once
 check "the node comes back" wait_next 10 'added device' gadget bind
 check "and streams again after the disconnect" short_stream YUYV 640x480 30
@@ -125,7 +127,7 @@ check "and streams again after the disconnect" short_stream YUYV 640x480 30
 long_stream
 follows "the daemon notices a camera that is killed while it streams" 10 'Service died for 3' \
     stop camera KILL
-stop long_stream
+stop capture
 check "the daemon has survived it" daemon_lives
 follows "a new camera registers" 20 'Registering client 3' start_the_camera
 check "the next stream works with the new camera" short_stream MJPG 1280x720 30
@@ -142,7 +144,7 @@ found_again() {
     opened=$(lines 'added device')
     follows "the camera finds a daemon that was killed $1" 20 'Registering client 3' restart_daemon
     check "which opens the node" wait_log 20 "$daemon_log" 'added device' $((opened + 1))
-    stop long_stream KILL
+    stop capture KILL
     check "and streams" short_stream MJPG 640x480 30
 }
 found_again "while idle"
