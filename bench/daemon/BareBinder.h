@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// Calls over the binder driver with nothing of the HIDL runtime: the least that a call can cost.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <linux/android/binder.h>
+
+namespace korvane::bench {
+
+/**
+ * An open binder device with its mapped receive area. For one thread. Throws what can't be had.
+ *
+ * Used on /dev/vndbinder, the same driver as /dev/hwbinder's with a context manager of its own, so
+ * that the bare server and the register of HIDL services may both be one.
+ */
+class BareBinder {
+  public:
+    BareBinder();
+
+    /** Becomes the context manager and answers every call with an empty reply, for ever. */
+    [[noreturn]] void serve();
+
+    /** Calls the context manager with a text of that many bytes and waits for the reply. */
+    void call(const std::vector<uint8_t>& text);
+
+  private:
+    template <typename T>
+    void write(const T& value);
+    void writeTransaction(uint32_t command, const void* data, size_t size);
+    void writeFree(binder_uintptr_t buffer);
+    /** Sends what was written and waits until the driver brings `wanted`; its data. */
+    binder_transaction_data exchangeUntil(uint32_t wanted);
+
+    android::base::unique_fd mDevice;
+    std::vector<uint8_t> mOut;
+};
+
+}  // namespace korvane::bench
