@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cerrno>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -275,23 +274,6 @@ TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
     mWorld.command(R"({"stream-suspend":true})");
     ASSERT_GE(queueFrame(), 0);
     EXPECT_EQ(listener->released, 1);
-}
-
-TEST_F(FramePathTest, FramesQueuedBeforeTheSurfaceIsStartedAreHandedOver) {
-    mWorld.commit(1, 1);
-    // The camera is quicker than the reply: it takes the surface as soon as it is posted.
-    std::thread early;
-    mWorld.startStream();
-    ASSERT_EQ(mWorld.command(kNv12), "");
-    const sp<DaemonWorld::Surface> first = mWorld.surface();
-    early = std::thread([&] {
-        while (mWorld.surface() == first) std::this_thread::yield();
-        ASSERT_EQ(camera().connect(), android::OK);
-        ASSERT_GE(queueFrame(), 0);
-    });
-    ASSERT_EQ(mWorld.command(kNv12), "");
-    early.join();
-    EXPECT_TRUE(sentFrames(1));
 }
 
 TEST_F(FramePathTest, ASecondSurfaceReplacesTheFirst) {
