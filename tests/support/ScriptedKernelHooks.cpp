@@ -246,7 +246,8 @@ struct ScriptedKernel::Hooks {
                                      const timeval* timeout) {
         if (!scriptedWorld().active) return {};
         const FdSets wanted(r, w, e);
-        Waiter waiter;
+        // Kept, so that the number of open descriptors is the same in and outside of select.
+        static thread_local Waiter waiter;
         const Deadline deadline(timeout);
         while (true) {
             waiter.drain();
