@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
-#include <sys/eventfd.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include "support/DaemonWorld.h"
@@ -40,6 +40,8 @@ constexpr char kCreate[] = R"({"create-surface":{"width":640,"height":480,"consu
 constexpr char kPosted[] = "surface 4";
 constexpr char kCleared[] = "no surface 4";
 const std::string kTold = "told 3: ";
+
+std::function<void()> sWhileASourceIsMade;
 
 // Notes what the controller asks of the service; a test may act from within.
 class RecordingDesktop : public StubDesktop {
@@ -119,6 +121,7 @@ class FrameHandOverTest : public testing::Test {
         mWorld.services.provide("default", mDesktop);
         const sp<Handler> handler = makeHandler<Handler>();
         EXPECT_TRUE(mDesktop->waitFor("callback 4"));
+        EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));  // done with connecting
         mDesktop->clear();
         return handler;
     }
@@ -157,21 +160,37 @@ class FrameHandOverTest : public testing::Test {
     sp<UvcGadgetHandler> mHandler;
 };
 
-bool isOpen(int fd) {
-    return fcntl(fd, F_GETFD) != -1;
-}
+// The fence of a frame. Whether it was closed shows at its other end: its number may long be
+// another descriptor's.
+class WatchedFence {
+  public:
+    WatchedFence() { EXPECT_EQ(0, pipe2(mEnds, O_CLOEXEC)); }
+    ~WatchedFence() { close(mEnds[0]); }
+    WatchedFence(const WatchedFence&) = delete;
+    WatchedFence& operator=(const WatchedFence&) = delete;
+
+    /** Whoever gets it has to close it. */
+    int fd() const { return mEnds[1]; }
+    bool isOpen() const {
+        pollfd end = {mEnds[0], POLLIN, 0};
+        return poll(&end, 1, 0) == 0;
+    }
+
+  private:
+    int mEnds[2] = {-1, -1};
+};
 
 // --- A frame without a device ---
 
 TEST_F(FrameHandOverTest, AFrameWithoutADeviceEndsTheStream) {
     startWithoutDevice();
-    const int fence = eventfd(0, EFD_CLOEXEC);
+    const WatchedFence fence;
     mWorld.log.clear();
-    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence));
+    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence.fd()));
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kTold + DaemonWorld::kStop));
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag),
                 ElementsAre(error("No video device is setup for webcam mode")));
-    EXPECT_FALSE(isOpen(fence));
+    EXPECT_FALSE(fence.isOpen());
 }
 
 TEST_F(FrameHandOverTest, AFrameWithoutADeviceCallsWhateverStopTheControllerHas) {
@@ -222,17 +241,17 @@ TEST_F(FrameHandOverTest, ATimeIsSplitIntoSecondsAndMicroseconds) {
 
 TEST_F(FrameHandOverTest, AQueuedFramesFenceIsKept) {
     stream();
-    const int fence = eventfd(0, EFD_CLOEXEC);
-    EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence));
-    EXPECT_TRUE(isOpen(fence));
+    const WatchedFence fence;
+    EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence.fd()));
+    EXPECT_TRUE(fence.isOpen());
 }
 
 TEST_F(FrameHandOverTest, AFrameThatTheDriverRefusesIsAnErrorAndNoMore) {
     stream();
-    const int fence = eventfd(0, EFD_CLOEXEC);
+    const WatchedFence fence;
     mWorld.node.fail("VIDIOC_QBUF", EIO);
-    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence));
-    EXPECT_FALSE(isOpen(fence));
+    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence.fd()));
+    EXPECT_FALSE(fence.isOpen());
     EXPECT_THAT(mDesktop->calls(), IsEmpty());
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), IsEmpty());
     EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), 0, -1));
@@ -240,10 +259,10 @@ TEST_F(FrameHandOverTest, AFrameThatTheDriverRefusesIsAnErrorAndNoMore) {
 
 TEST_F(FrameHandOverTest, AFrameThatTheDeviceDropsIsAnErrorToo) {
     stream();
-    const int fence = eventfd(0, EFD_CLOEXEC);
+    const WatchedFence fence;
     const uint32_t capacity = 1280 * 720 * 2 + 1;
-    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makeBlob(capacity), 0, fence));
-    EXPECT_FALSE(isOpen(fence));
+    EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makeBlob(capacity), 0, fence.fd()));
+    EXPECT_FALSE(fence.isOpen());
     EXPECT_THAT(queued(), IsEmpty());
 }
 
@@ -269,22 +288,24 @@ TEST_F(FrameHandOverTest, EndsOfStreamAndDataSpacesAreIgnored) {
 TEST_F(FrameHandOverTest, AFrameThatComesBackGoesToTheSourceByItsIndex) {
     stream();
     ASSERT_EQ("", mHandler->handleCommand(kCreate));
+    const WatchedFence fence;
     UvcBufInfo info;
     info.index = 9;
-    info.fenceFd = eventfd(0, EFD_CLOEXEC);
+    info.fenceFd = fence.fd();
     mHandler->onFrameEmptied(&info);
     EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, "KorBufferSource",
                                "onInputBufferEmptied: buffer not recognized (bufferId=9)"));
-    EXPECT_FALSE(isOpen(info.fenceFd));
+    EXPECT_FALSE(fence.isOpen());
 }
 
 TEST_F(FrameHandOverTest, AFrameThatComesBackToNoSourceOnlyLosesItsFence) {
     startWithoutDevice();
     mWorld.log.clear();
+    const WatchedFence fence;
     UvcBufInfo info;
-    info.fenceFd = eventfd(0, EFD_CLOEXEC);
+    info.fenceFd = fence.fd();
     mHandler->onFrameEmptied(&info);
-    EXPECT_FALSE(isOpen(info.fenceFd));
+    EXPECT_FALSE(fence.isOpen());
     info.fenceFd = -1;
     mHandler->onFrameEmptied(&info);
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), IsEmpty());
@@ -351,6 +372,17 @@ TEST_F(FrameHandOverTest, WithoutAServiceASurfaceIsMadeAllTheSame) {
     EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_STREAMOFF", 1));
 }
 
+TEST_F(FrameHandOverTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
+    stream();
+    sWhileASourceIsMade = [&] {
+        mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
+        EXPECT_TRUE(mDesktop->waitFor(kTold + DaemonWorld::kStop));
+    };
+    EXPECT_EQ("not streaming", mHandler->handleCommand(kCreate));
+    sWhileASourceIsMade = nullptr;
+    EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kTold + DaemonWorld::kStop));
+}
+
 // The camera is there before the reply: its frames wait for the buffers, the rate and the start.
 TEST_F(FrameHandOverTest, ASurfaceIsPostedThenGetsItsBuffersAndItsRateAndIsStartedLast) {
     stream();
@@ -371,4 +403,20 @@ TEST_F(FrameHandOverTest, ASurfaceIsPostedThenGetsItsBuffersAndItsRateAndIsStart
 }
 
 }  // namespace
+
+// The linker leads the making of a frame source's queue here (--wrap).
+using ProducerPtr = sp<::android::IGraphicBufferProducer>;
+using ConsumerPtr = sp<::android::IGraphicBufferConsumer>;
+void realCreateBufferQueue(ProducerPtr*, ConsumerPtr*, bool) asm(
+        "__real__ZN7android11BufferQueue17createBufferQueueEPNS_2spINS_22IGraphicBufferProducerEEE"
+        "PNS1_INS_22IGraphicBufferConsumerEEEb");
+void createBufferQueue(ProducerPtr*, ConsumerPtr*, bool) asm(
+        "__wrap__ZN7android11BufferQueue17createBufferQueueEPNS_2spINS_22IGraphicBufferProducerEEE"
+        "PNS1_INS_22IGraphicBufferConsumerEEEb");
+
+void createBufferQueue(ProducerPtr* producer, ConsumerPtr* consumer, bool isSurfaceFlinger) {
+    if (sWhileASourceIsMade) sWhileASourceIsMade();
+    realCreateBufferQueue(producer, consumer, isSurfaceFlinger);
+}
+
 }  // namespace korvane::test

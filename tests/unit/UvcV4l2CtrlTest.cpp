@@ -19,6 +19,7 @@ using korvane::test::DescriptorZero;
 using korvane::test::KernelCall;
 using korvane::test::LogLine;
 using korvane::test::UvcDeviceTest;
+using korvane::test::UvcFunctionTree;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -93,6 +94,23 @@ TEST_F(UvcV4l2CtrlTest, OpenGoesOnWhenTheFormatIsRefused) {
     mKernel.fail("VIDIOC_S_FMT", EINVAL);
     EXPECT_EQ(0, mCtrl->open());
     EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcV4l2CtrlTest, AFunctionWithoutFormatsIsServedAllTheSame) {
+    mFiles.remove(UvcFunctionTree::path() + "/streaming");
+    mCtrl = std::make_unique<UvcV4l2Ctrl>(kPath);
+    EXPECT_EQ(0, mCtrl->open());
+    mLog.clear();
+    v4l2_format format = {};
+    format.type = 2;
+    format.fmt.pix.field = 1;
+    EXPECT_EQ(0, memcmp(&format, mKernel.calls("VIDIOC_S_FMT")[0].argument.data(), sizeof(format)));
+
+    select(kCommit, kUncompressed, kSmallFrame);
+    EXPECT_EQ(34, request(0xA1, 0x81, kCommit << 8, 1).length);
+    EXPECT_TRUE(mLog.has(ANDROID_LOG_ERROR, "UVC-Config", "Invalid format set: 1"));
+    EXPECT_TRUE(mLog.has(ANDROID_LOG_DEBUG, kTag,
+                         "handleData: commit with fmt: , size: 0x0, fps: 15.00"));
 }
 
 TEST_F(UvcV4l2CtrlTest, ANodeThatCannotBeOpenedIsNoDevice) {
