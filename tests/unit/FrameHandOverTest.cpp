@@ -298,6 +298,18 @@ TEST_F(FrameHandOverTest, AFrameThatComesBackGoesToTheSourceByItsIndex) {
     EXPECT_FALSE(fence.isOpen());
 }
 
+TEST_F(FrameHandOverTest, ASourceThatCouldNotBeConfiguredStaysInPlace) {
+    stream();
+    EXPECT_EQ("not configured",
+              mHandler->handleCommand(R"({"create-surface":{"width":640,"height":480,)"
+                                      R"("consumer-usage":3,"v4l2-format":"YUYV","fps":30}})"));
+    UvcBufInfo info;
+    mHandler->onFrameEmptied(&info);
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, "KorBufferSource",
+                               "onInputBufferEmptied: buffer not recognized (bufferId=0)"));
+    EXPECT_THAT(mDesktop->calls(), IsEmpty());
+}
+
 TEST_F(FrameHandOverTest, AFrameThatComesBackToNoSourceOnlyLosesItsFence) {
     startWithoutDevice();
     mWorld.log.clear();
