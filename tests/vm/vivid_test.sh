@@ -25,7 +25,7 @@ start_daemon
 need "the daemon opens its node, not vivid's" wait_log 20 "$SHARE/daemon.log" \
     "added device: $(gadget_node)"
 start_camera --source "v4l2src device=$camera"
-need "the camera registers" wait_log 20 "$SHARE/daemon.log" 'Registering client 3'
+need "the camera registers" wait_log 60 "$SHARE/daemon.log" 'Registering client 3'
 check "the host receives what vivid shows as YUYV" capture yuyv YUYV 640x480 15 20 90
 keep_capture yuyv
 stop camera
