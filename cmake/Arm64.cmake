@@ -13,7 +13,8 @@ set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(libraries ${CMAKE_SYSROOT}/usr/lib/aarch64-linux-gnu)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static
     -E GST_PLUGIN_SYSTEM_PATH=${libraries}/gstreamer-1.0 -E GST_REGISTRY=${CMAKE_SYSROOT}.gstreamer
-    ${CMAKE_SYSROOT}/lib/ld-linux-aarch64.so.1 --library-path ${libraries}:${libraries}/android)
+    ${CMAKE_SYSROOT}/lib/ld-linux-aarch64.so.1
+    --library-path ${libraries}:${libraries}/android:${CMAKE_SYSROOT}/usr/lib/p7zip)
 
 # Programs that the build runs are this machine's, all that goes into ours is the other one's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
