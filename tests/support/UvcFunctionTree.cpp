@@ -4,6 +4,7 @@
 namespace korvane::test {
 
 UvcFunctionTree::UvcFunctionTree(PrivateFiles& files) : mFiles(files) {
+    if (!mFiles.available()) return;
     set("streaming_interval", "1\n");
     set("streaming_maxburst", "0\n");
     set("streaming_maxpacket", "3072\n");

@@ -12,7 +12,8 @@ namespace korvane::test {
 
 /**
  * Builds /config/usb_gadget/g1/functions/uvc.0. A new one has the function's own attributes
- * (interval 1, burst 0, packet 3072, UVC 1.1) and no format.
+ * (interval 1, burst 0, packet 3072, UVC 1.1) and no format. Without private files there is
+ * nothing, and whatever adds to it throws.
  *
  * Formats are named by their folder: kUncompressed, kMjpeg or any other.
  */
