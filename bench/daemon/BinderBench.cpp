@@ -2,7 +2,8 @@
 // What calls between processes cost on a real driver: bare, through HIDL, relayed by the daemon
 // from one client to another, and answered by the daemon's controller; for texts of growing length.
 
-#include <memory>
+#include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 

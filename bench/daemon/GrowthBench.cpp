@@ -3,16 +3,14 @@
 // there is to read.
 
 #include <algorithm>
-#include <cmath>
+#include <cstdint>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
-#include "support/DaemonWorld.h"
-#include "support/LogRecorder.h"
+#include "ScriptedDaemon.h"
 #include "support/PrivateFiles.h"
 #include "support/Samples.h"
 #include "support/UvcFunctionTree.h"
@@ -22,7 +20,6 @@ namespace korvane::bench {
 namespace {
 
 using hardware::camera::desktop::V2_0::implementation::UvcConfig;
-using test::DaemonWorld;
 using test::PrivateFiles;
 using test::UvcFunctionTree;
 
@@ -30,7 +27,6 @@ using test::UvcFunctionTree;
 class Function {
   public:
     Function(int sizes, int intervals) {
-        if (!mFiles.available()) throw std::runtime_error(mFiles.whyNot());
         UvcFunctionTree tree(mFiles);
         tree.addUncompressed("YUY2");
         tree.addMjpeg();
@@ -50,7 +46,6 @@ class Function {
 };
 
 void readConfig(benchmark::State& state, int sizes, int intervals) {
-    const test::LogRecorder log;
     const Function function(sizes, intervals);
     Samples time;
     for (auto _ : state) {
@@ -67,19 +62,8 @@ void configIntervals(benchmark::State& state) {
     readConfig(state, 2, static_cast<int>(state.range(0)));
 }
 
-DaemonWorld& world() {
-    static DaemonWorld sWorld;
-    static const bool sStarted = [] {
-        if (!sWorld.available()) throw std::runtime_error(sWorld.whyNot());
-        sWorld.start();
-        return true;
-    }();
-    (void)sStarted;
-    return sWorld;
-}
-
 void sendCommand(benchmark::State& state, const std::string& command) {
-    DaemonWorld& daemon = world();
+    test::DaemonWorld& daemon = scriptedDaemon();
     if (daemon.command(command) != "OK_WEBCAM_HAL") state.SkipWithError("not understood");
     Samples time;
     for (auto _ : state) {
@@ -124,7 +108,5 @@ int main(int argc, char** argv) {
     grow("command_text", commandText, 16, 65536);
     grow("command_members", commandMembers, 4, 4096);
     grow("command_depth", commandDepth, 4, 16384);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runWithScriptedDaemon(argc, argv);
 }

@@ -2,7 +2,8 @@
 // A setup packet's way through the daemon, over a scripted node: from its arrival to the response
 // by the poll thread, and what of it is waking a thread, the scripted calls, and the daemon's own.
 
-#include <stdexcept>
+#include <atomic>
+#include <cstdint>
 #include <thread>
 
 #include <benchmark/benchmark.h>
@@ -14,8 +15,9 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-#include "support/DaemonWorld.h"
+#include "ScriptedDaemon.h"
 #include "support/Samples.h"
+#include "support/ScriptedKernel.h"
 #include "uvc/UvcV4l2Ctrl.h"
 
 namespace korvane::bench {
@@ -23,7 +25,6 @@ namespace {
 
 using hardware::camera::desktop::V2_0::implementation::PollableDev;
 using hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
-using test::DaemonWorld;
 using test::ScriptedKernel;
 
 constexpr uint8_t kGet = USB_DIR_IN | USB_TYPE_CLASS | USB_RECIP_INTERFACE;
@@ -86,26 +87,21 @@ class Answerer {
     std::thread mThread;
 };
 
-/** Through the poll thread of a whole daemon; until the response reaches the node. */
+/** Through the poll thread of the whole daemon; until the response reaches the node. */
 class PolledNode {
   public:
-    PolledNode() {
-        if (!mWorld.available()) throw std::runtime_error(mWorld.whyNot());
-        mWorld.start();
-    }
-
     void request() {
-        mWorld.node.answerNext("UVCIOC_SEND_RESPONSE", [this](void*) {
+        mNode.answerNext("UVCIOC_SEND_RESPONSE", [this](void*) {
             mResponded.ring();
             return 0;
         });
-        sendGetCur(mWorld.node);
+        sendGetCur(mNode);
         mResponded.take();
-        mWorld.node.clearCalls();
+        mNode.clearCalls();
     }
 
   private:
-    DaemonWorld mWorld;
+    ScriptedKernel& mNode = scriptedDaemon().node;
     Bell mResponded;
 };
 
@@ -170,4 +166,6 @@ BENCHMARK(setup)->Name("setup")->UseRealTime();
 }  // namespace
 }  // namespace korvane::bench
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    return korvane::bench::runWithScriptedDaemon(argc, argv);
+}
