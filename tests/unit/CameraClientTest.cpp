@@ -62,6 +62,7 @@ class FakeService : public test::StubDesktop {
         const std::lock_guard<std::mutex> guard(mLock);
         EXPECT_EQ(ClientType::WEBCAM_CONTROLLER, type);
         commands.emplace_back("getSurface");
+        mChanged.notify_all();
         return StubDesktop::getSurface(type);
     }
 
