@@ -55,7 +55,7 @@ DaemonWorld::DaemonWorld() : function(files), mWhyNot(files.whyNot()) {
 }
 
 DaemonWorld::~DaemonWorld() {
-    if (service == nullptr) return;
+    if (!mPolling) return;
     node.fail("select", EINTR);
     waitLog(ANDROID_LOG_ERROR, "select failed");
 }
@@ -64,8 +64,14 @@ void DaemonWorld::create() {
     services.hold();
     // For good: the poll thread uses it until the process ends.
     service = keepForGood(sp<CameraDesktop>(new CameraDesktop()));
+    mPolling = true;
     services.provide("default", service);
     services.release();
+}
+
+sp<DaemonWorld::Controller> DaemonWorld::createController() {
+    mPolling = true;
+    return keepForGood(sp<Controller>(new Controller()));
 }
 
 void DaemonWorld::start() {
@@ -85,12 +91,12 @@ sp<RecordingClient> DaemonWorld::addClient(int kind, RecordingClient::Answer ans
 }
 
 std::string DaemonWorld::command(const std::string& text) {
-    std::string reply = "no reply";
+    std::vector<std::string> replies;
     (void)service
             ->sendCommand(ClientType::WEBCAM_CONTROLLER, text,
-                          [&reply](const hidl_string& answer) { reply = answer; })
+                          [&replies](const hidl_string& reply) { replies.push_back(reply); })
             .isOk();
-    return reply;
+    return replies.size() == 1 ? replies[0] : std::to_string(replies.size()) + " replies";
 }
 
 sp<DaemonWorld::Surface> DaemonWorld::surface() {

@@ -34,6 +34,7 @@ namespace korvane::test {
 class DaemonWorld {
   public:
     using CameraDesktop = ::korvane::hardware::camera::desktop::V2_0::implementation::CameraDesktop;
+    using Controller = ::korvane::hardware::camera::desktop::V2_0::implementation::UvcGadgetHandler;
     using Surface = ::android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer;
 
     static constexpr char kStart[] = R"({"event":"stream-start"})";
@@ -50,12 +51,14 @@ class DaemonWorld {
     void start();
     /** Makes the service only. */
     void create();
+    /** Makes the controller without a service of its own: it finds what the test provides. */
+    ::android::sp<Controller> createController();
 
     /** Registers a client of a kind that answers every command with `reply`. */
     ::android::sp<RecordingClient> addClient(int kind, const std::string& reply);
     ::android::sp<RecordingClient> addClient(int kind, RecordingClient::Answer answer);
 
-    /** Sends a command to the controller, from this thread; its reply. */
+    /** Sends a command to the controller, from this thread; its reply, if there is just one. */
     std::string command(const std::string& text);
 
     /** The surface that the controller has posted, or null. */
@@ -98,6 +101,7 @@ class DaemonWorld {
     void raise(const std::string& action, const std::string& name);
 
     std::string mWhyNot;
+    bool mPolling = false;
     std::optional<UeventSender> mEvents;
 };
 

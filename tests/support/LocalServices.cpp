@@ -19,6 +19,7 @@ struct Register {
     std::condition_variable released;
     bool held = false;
     int lookUps = 0;
+    int hidden = 0;
     std::map<std::string, sp<IBase>> services;
 };
 
@@ -39,6 +40,10 @@ sp<IBase> lookUp(const std::string& /* descriptor */, const std::string& instanc
     theRegister().released.wait(guard, [] { return !theRegister().held; });
     ++theRegister().lookUps;
     theRegister().lookedUp.notify_all();
+    if (theRegister().hidden > 0) {
+        --theRegister().hidden;
+        return nullptr;
+    }
     const auto found = theRegister().services.find(instance);
     return found == theRegister().services.end() ? nullptr : found->second;
 }
@@ -46,6 +51,7 @@ sp<IBase> lookUp(const std::string& /* descriptor */, const std::string& instanc
 LocalServices::LocalServices() {
     std::lock_guard<std::mutex> guard(theRegister().lock);
     theRegister().lookUps = 0;
+    theRegister().hidden = 0;
 }
 
 LocalServices::~LocalServices() {
@@ -59,6 +65,11 @@ void LocalServices::provide(const std::string& instance, const sp<IBase>& servic
     std::lock_guard<std::mutex> guard(theRegister().lock);
     theRegister().services.erase(instance);
     if (service != nullptr) theRegister().services[instance] = service;
+}
+
+void LocalServices::hide(int lookUps) {
+    std::lock_guard<std::mutex> guard(theRegister().lock);
+    theRegister().hidden = lookUps;
 }
 
 void LocalServices::hold() {

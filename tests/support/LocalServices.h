@@ -25,6 +25,9 @@ class LocalServices {
     void provide(const std::string& instance,
                  const ::android::sp<::android::hidl::base::V1_0::IBase>& service);
 
+    /** The next look-ups, so many, find nothing, whatever is provided. */
+    void hide(int lookUps);
+
     /** Makes look-ups wait until release(). */
     void hold();
     void release();

@@ -5,14 +5,24 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <mutex>
 
 namespace korvane::test {
 namespace {
 
-std::atomic<bool> sActive{false};
-std::atomic<int> sSteppedOver{0};
+enum class Mode { kReal, kStepOver, kHold };
+
+std::atomic<Mode> sMode{Mode::kReal};
+std::mutex sLock;
+std::vector<std::chrono::nanoseconds>& steppedOverLengths() {
+    static auto* sLengths = new std::vector<std::chrono::nanoseconds>;  // for threads that go on
+    return *sLengths;
+}
+// What this thread last took for the time: a wait is reckoned from there.
+thread_local int64_t sNowNs = 0;
 // How far the process's monotonic clock is ahead of the machine's.
 std::atomic<int64_t> sAheadNs{0};
 
@@ -36,16 +46,22 @@ timespec toTimespec(int64_t ns) {
 }  // namespace
 
 ShortWaits::ShortWaits() {
-    sSteppedOver = 0;
-    sActive = true;
+    const std::lock_guard<std::mutex> guard(sLock);
+    steppedOverLengths().clear();
+    sMode = Mode::kStepOver;
 }
 
 ShortWaits::~ShortWaits() {
-    sActive = false;
+    sMode = Mode::kReal;
 }
 
-int ShortWaits::steppedOver() const {
-    return sSteppedOver;
+void ShortWaits::hold() {
+    sMode = Mode::kHold;
+}
+
+std::vector<std::chrono::nanoseconds> ShortWaits::steppedOver() const {
+    const std::lock_guard<std::mutex> guard(sLock);
+    return steppedOverLengths();
 }
 
 }  // namespace korvane::test
@@ -55,22 +71,26 @@ using namespace korvane::test;
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
     static const auto sReal = real<ClockGetTime>("clock_gettime");
     const int result = sReal(clock, time);
-    if (result == 0 && clock == CLOCK_MONOTONIC) *time = toTimespec(toNs(*time) + sAheadNs);
-    return result;
+    if (result != 0 || clock != CLOCK_MONOTONIC) return result;
+    sNowNs = toNs(*time) + sAheadNs;
+    *time = toTimespec(sNowNs);
+    return 0;
 }
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                       clockid_t clock, const timespec* until) {
     static const auto sReal = real<ClockWait>("pthread_cond_clockwait");
-    timespec now;
-    clock_gettime(clock, &now);
-    const int64_t left = toNs(*until) - toNs(now);
-    if (sActive && clock == CLOCK_MONOTONIC && left > 1000000000 && left < 3000000000) {
-        ++sSteppedOver;
+    if (clock != CLOCK_MONOTONIC) return sReal(condition, mutex, clock, until);
+    const int64_t left = toNs(*until) - sNowNs;
+    const bool meant = left > 1000000000 && left < 3000000000;
+    if (meant && sMode == Mode::kStepOver) {
+        const std::lock_guard<std::mutex> guard(sLock);
+        steppedOverLengths().emplace_back(left);
         sAheadNs += left;
         return ETIMEDOUT;
     }
-    const int64_t ahead = clock == CLOCK_MONOTONIC ? sAheadNs.load() : 0;
-    const timespec machineTime = toTimespec(toNs(*until) - ahead);
+    constexpr int64_t kForEver = INT64_C(1000000000) * 3600 * 24;
+    const bool held = meant && sMode == Mode::kHold;
+    const timespec machineTime = toTimespec(toNs(*until) - sAheadNs + (held ? kForEver : 0));
     return sReal(condition, mutex, clock, &machineTime);
 }

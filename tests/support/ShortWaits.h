@@ -2,7 +2,8 @@
 // Steps over the service's waits of two seconds.
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <vector>
 
 namespace korvane::test {
 
@@ -18,8 +19,11 @@ class ShortWaits {
     ShortWaits(const ShortWaits&) = delete;
     ShortWaits& operator=(const ShortWaits&) = delete;
 
-    /** How many waits were stepped over. */
-    int steppedOver() const;
+    /** From now on such a wait does not end with its time at all, only with what it waits for. */
+    void hold();
+
+    /** How long the waits would have been that were stepped over, oldest first. */
+    std::vector<std::chrono::nanoseconds> steppedOver() const;
 };
 
 }  // namespace korvane::test

@@ -1,23 +1,54 @@
 // SPDX-License-Identifier: Apache-2.0
-// The controller's connection to the service, its poll thread and its reactions to the node.
+// The controller's life, and its reactions to the node and to the cable.
 
 #include "uvc/UvcGadgetHandler.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <new>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/DaemonWorld.h"
+#include "support/KeepForGood.h"
+
+using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
+
+namespace {
+
+// What closing a device answers when it has been closed.
+std::atomic<int> sCloseResult{0};
+// Whether those get no memory who can do without.
+std::atomic<bool> sNoMemory{false};
+
+}  // namespace
+
+// The linker sends the controller's calls of UvcV4l2Ctrl::close here (--wrap).
+int realClose(UvcV4l2Ctrl* device) __asm__("__real_" CLOSE_DEVICE);
+int wrappedClose(UvcV4l2Ctrl* device) __asm__("__wrap_" CLOSE_DEVICE);
+
+int wrappedClose(UvcV4l2Ctrl* device) {
+    const int result = realClose(device);
+    return sCloseResult != 0 ? sCloseResult.load() : result;
+}
+
+void* operator new(size_t size, const std::nothrow_t& /* tag */) noexcept {
+    return sNoMemory ? nullptr : ::operator new(size);
+}
 
 namespace korvane::test {
 namespace {
+
+using ::android::sp;
 
 class UvcGadgetHandlerTest : public testing::Test {
   protected:
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
+        sCloseResult = 0;
     }
 
     bool waitDebug(const std::string& message) {
@@ -29,27 +60,6 @@ class UvcGadgetHandlerTest : public testing::Test {
 
     DaemonWorld mWorld;
 };
-
-TEST_F(UvcGadgetHandlerTest, SaysThatItIsThere) {
-    mWorld.start();
-    EXPECT_TRUE(waitDebug("UvcGadgetHandler E"));
-}
-
-TEST_F(UvcGadgetHandlerTest, FindsTheServiceAndRegistersAsItsWebcamController) {
-    mWorld.start();
-    EXPECT_TRUE(waitDebug("Trying to get service"));
-    EXPECT_EQ(mWorld.services.lookUps(), 1);
-    EXPECT_EQ(mWorld.waits.steppedOver(), 1);
-    EXPECT_EQ(mWorld.command("{}"), "OK_WEBCAM_HAL");
-}
-
-TEST_F(UvcGadgetHandlerTest, TriesThreeTimesToFindTheServiceBeforeItWatchesForDevices) {
-    mWorld.create();
-    mWorld.services.provide("default", nullptr);
-    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
-    EXPECT_LE(mWorld.services.lookUps(), 3);
-    EXPECT_EQ(mWorld.services.lookUps(), mWorld.waits.steppedOver());
-}
 
 TEST_F(UvcGadgetHandlerTest, OpensANodeThatIsThereAtStart) {
     mWorld.start();
@@ -178,21 +188,115 @@ TEST_F(UvcGadgetHandlerTest, AHostThatDisconnectsLeavesTheNodeClosedButKnown) {
     EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 2));
 }
 
-TEST_F(UvcGadgetHandlerTest, AFailingSelectEndsThePollThread) {
+TEST_F(UvcGadgetHandlerTest, DeletesADeviceThatWasRemovedWhateverClosingItSays) {
     mWorld.start();
-    mWorld.node.fail("select", EINTR);
-    EXPECT_TRUE(waitError("select failed"));
+    sCloseResult = -EIO;
+    mWorld.raiseRemove();
+    EXPECT_TRUE(waitError("Unable to handle close for video0"));
+    mWorld.raiseAdd();
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 2));
+    EXPECT_EQ(mWorld.node.openDescriptors(), 1u);
 }
 
-TEST_F(UvcGadgetHandlerTest, IsGoneQuicklyWhileItStillWaitsForTheService) {
-    mWorld.services.hold();
-    ::android::sp<::korvane::hardware::camera::desktop::V2_0::implementation::UvcGadgetHandler>
-            handler = new ::korvane::hardware::camera::desktop::V2_0::implementation::
-                    UvcGadgetHandler();
-    mWorld.services.release();
-    handler.clear();
-    EXPECT_TRUE(waitDebug("~UvcGadgetHandler E"));
+TEST_F(UvcGadgetHandlerTest, DeletesADisconnectedDeviceWhateverClosingItSays) {
+    mWorld.start();
+    mWorld.startStream();
+    sCloseResult = -EIO;
+    mWorld.raiseDisconnected();
+    EXPECT_TRUE(waitError("Unable to handle close"));
+    mWorld.raiseAdd();
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 2));
+    EXPECT_EQ(mWorld.node.openDescriptors(), 1u);
+}
+
+// While its poll thread waits to begin, a controller is this thread's alone.
+class UvcGadgetReactionsTest : public UvcGadgetHandlerTest {
+  protected:
+    void SetUp() override {
+        UvcGadgetHandlerTest::SetUp();
+        mWorld.waits.hold();
+        mHandler = new DaemonWorld::Controller();
+    }
+
+    bool isStillThere() { return mHandler->onUvcV4l2Added("/dev/video0") == -12; }
+
+    sp<DaemonWorld::Controller> mHandler;
+};
+
+TEST_F(UvcGadgetReactionsTest, ReportsWhatBecomesOfAnAddedNode) {
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video1"), -12);
+    EXPECT_EQ(mWorld.node.openDescriptors(), 1u);
+    EXPECT_EQ(mWorld.log.lines(DaemonWorld::kTag),
+              (std::vector<LogLine>{
+                      {ANDROID_LOG_DEBUG, DaemonWorld::kTag, "UvcGadgetHandler E"},
+                      {ANDROID_LOG_DEBUG, DaemonWorld::kTag, "added device: /dev/video0"},
+                      {ANDROID_LOG_DEBUG, DaemonWorld::kTag, "added device: /dev/video1"},
+                      {ANDROID_LOG_WARN, DaemonWorld::kTag, "uvc v4l2 already exists"}}));
+}
+
+TEST_F(UvcGadgetReactionsTest, KeepsADeviceThatItCannotOpen) {
+    mWorld.node.fail("open", EACCES);
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), -5);
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, "failed to open uvc v4l2"));
+    EXPECT_TRUE(isStillThere());
+    EXPECT_EQ(mWorld.node.calls("open").size(), 1u);
+}
+
+TEST_F(UvcGadgetReactionsTest, SaysThatThereIsNoMemoryForADevice) {
+    sNoMemory = true;
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), -12);
+    sNoMemory = false;
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, "out of memory"));
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+}
+
+TEST_F(UvcGadgetReactionsTest, TakesTheRemovalOfANodeWithoutADevice) {
+    EXPECT_EQ(mHandler->onV4l2Removed("video3"), 0);
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_DEBUG, DaemonWorld::kTag, "removed device: video3"));
+    EXPECT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+}
+
+TEST_F(UvcGadgetReactionsTest, RemovesADeviceWhateverNodeHasGone) {
+    ASSERT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+    EXPECT_EQ(mHandler->onV4l2Removed("v4l-subdev3"), 0);
     EXPECT_EQ(mWorld.node.openDescriptors(), 0u);
+    EXPECT_FALSE(isStillThere());
+}
+
+TEST_F(UvcGadgetReactionsTest, ADisconnectionLeavesADeviceThatDoesNotStream) {
+    EXPECT_EQ(mHandler->onUsbDisconnected(), 0);
+    ASSERT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+    EXPECT_EQ(mHandler->onUsbDisconnected(), 0);
+    EXPECT_TRUE(isStillThere());
+    EXPECT_EQ(mWorld.node.openDescriptors(), 1u);
+}
+
+TEST_F(UvcGadgetReactionsTest, TakesItsDeviceAlongWhenItIsDestroyed) {
+    ASSERT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
+    mHandler.clear();
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_DEBUG, DaemonWorld::kTag, "~UvcGadgetHandler E"));
+    EXPECT_EQ(mWorld.node.openDescriptors(), 0u);
+    EXPECT_EQ(mWorld.services.lookUps(), 0);
+}
+
+TEST_F(UvcGadgetReactionsTest, IgnoresTheEndOfAStreamAndChangesOfColour) {
+    EXPECT_EQ(mHandler->submitEos(0), android::OK);
+    mHandler->dispatchDataSpaceChanged(1, 2, 3);
+    EXPECT_EQ(mWorld.log.lines().size(), 1u);
+}
+
+TEST(UvcGadgetHandlerDeathTest, EndsTheProcessWhenItIsDestroyedWhileItPolls) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    DaemonWorld world;
+    if (!world.available()) GTEST_SKIP() << world.whyNot();
+    sp<DaemonWorld::Controller> handler = new DaemonWorld::Controller();
+    // The node is looked at behind the point of no return.
+    ASSERT_TRUE(world.node.waitForCalls("VIDIOC_S_FMT", 1));
+    EXPECT_EXIT(handler.clear(), testing::KilledBySignal(SIGABRT), "terminate called");
+    keepForGood(handler);
+    world.node.fail("select", EINTR);
+    EXPECT_TRUE(world.waitLog(ANDROID_LOG_ERROR, "select failed"));
 }
 
 }  // namespace
