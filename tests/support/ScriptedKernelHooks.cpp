@@ -53,10 +53,12 @@ struct FdSets {
         FD_ZERO(&write);
         FD_ZERO(&except);
     }
-    FdSets(const fd_set* r, const fd_set* w, const fd_set* e) : FdSets() {
+    // As the kernel, they leave out what is not below the width.
+    FdSets(int width, const fd_set* r, const fd_set* w, const fd_set* e) : FdSets() {
         if (r != nullptr) read = *r;
         if (w != nullptr) write = *w;
         if (e != nullptr) except = *e;
+        for (int fd = width; fd < FD_SETSIZE; ++fd) clear(fd);
     }
     void clear(int fd) {
         FD_CLR(fd, &read);
@@ -245,7 +247,7 @@ struct ScriptedKernel::Hooks {
     static std::optional<int> select(int width, fd_set* r, fd_set* w, fd_set* e,
                                      const timeval* timeout) {
         if (!scriptedWorld().active) return {};
-        const FdSets wanted(r, w, e);
+        const FdSets wanted(width, r, w, e);
         // Kept, so that the number of open descriptors is the same in and outside of select.
         static thread_local Waiter waiter;
         const Deadline deadline(timeout);

@@ -136,8 +136,7 @@ class UvcGadgetConnectionTest : public testing::Test {
 
     DaemonWorld mWorld;
     // The controller keeps what it has found for good.
-    const sp<RecordingDesktop> mService =
-            keepForGood(sp<RecordingDesktop>(new RecordingDesktop()));
+    const sp<RecordingDesktop> mService = keepForGood(sp<RecordingDesktop>(new RecordingDesktop()));
 };
 
 TEST_F(UvcGadgetConnectionTest, FindsTheServiceAfterTwoSecondsAndRegistersAsItsWebcamController) {
