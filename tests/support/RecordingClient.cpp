@@ -24,11 +24,18 @@ Return<void> RecordingClient::onCommand(const hidl_string& command, onCommand_cb
     return Return<void>(status);
 }
 
-Return<bool> RecordingClient::linkToDeath(const sp<hidl_death_recipient>& /* recipient */,
+Return<bool> RecordingClient::linkToDeath(const sp<hidl_death_recipient>& recipient,
                                           uint64_t cookie) {
     std::lock_guard<std::mutex> guard(mLock);
     mDeathLinks.push_back(cookie);
+    mMourners.push_back(recipient);
     return mLinksToDeath;
+}
+
+Return<bool> RecordingClient::unlinkToDeath(const sp<hidl_death_recipient>& /* recipient */) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mUnlinked = true;
+    return true;
 }
 
 std::vector<std::string> RecordingClient::commands() const {
@@ -52,6 +59,18 @@ bool RecordingClient::waitForCount(size_t count) const {
 std::vector<uint64_t> RecordingClient::deathLinks() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mDeathLinks;
+}
+
+bool RecordingClient::wasUnlinked() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mUnlinked;
+}
+
+void RecordingClient::die() {
+    for (size_t i = 0; i < mMourners.size(); ++i) {
+        const sp<hidl_death_recipient> mourner = mMourners[i].promote();
+        if (mourner != nullptr) mourner->serviceDied(mDeathLinks[i], this);
+    }
 }
 
 void RecordingClient::refuseDeathLinks() {

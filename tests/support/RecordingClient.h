@@ -29,6 +29,8 @@ class RecordingClient : public ::korvane::hardware::camera::desktop::V1_0::ICame
     ::android::hardware::Return<bool> linkToDeath(
             const ::android::sp<::android::hardware::hidl_death_recipient>& recipient,
             uint64_t cookie) override;
+    ::android::hardware::Return<bool> unlinkToDeath(
+            const ::android::sp<::android::hardware::hidl_death_recipient>& recipient) override;
 
     /** What it was told, oldest first. */
     std::vector<std::string> commands() const;
@@ -42,6 +44,12 @@ class RecordingClient : public ::korvane::hardware::camera::desktop::V1_0::ICame
     /** The cookies of the death links that were made, oldest first. */
     std::vector<uint64_t> deathLinks() const;
 
+    /** Whether a death link was taken back. */
+    bool wasUnlinked() const;
+
+    /** Tells all who follow its death that it has died, as the runtime does. */
+    void die();
+
     /** What linkToDeath answers from now on. */
     void refuseDeathLinks();
 
@@ -54,6 +62,8 @@ class RecordingClient : public ::korvane::hardware::camera::desktop::V1_0::ICame
     mutable std::condition_variable mTold;
     std::vector<std::string> mCommands;
     std::vector<uint64_t> mDeathLinks;
+    std::vector<::android::wp<::android::hardware::hidl_death_recipient>> mMourners;
+    bool mUnlinked = false;
     bool mLinksToDeath = true;
     ::android::hardware::Status mStatus;
 };

@@ -59,8 +59,8 @@ void configure(size_t threads, bool callerWillJoin) {
     log("configureRpcThreadpool " + std::to_string(threads) + (callerWillJoin ? " joining" : ""));
 }
 
-android::status_t registerService(ICameraDesktop* service, const std::string& name) __asm__(
-        "__wrap_" REGISTER_SERVICE);
+android::status_t registerService(ICameraDesktop* service,
+                                  const std::string& name) __asm__("__wrap_" REGISTER_SERVICE);
 android::status_t registerService(ICameraDesktop* service, const std::string& name) {
     log("registerAsService " + name);
     sRegistered = service;
