@@ -40,6 +40,18 @@ TEST_F(CommandChannelTest, ATextThatIsNoJsonIsAParseError) {
     EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=1 at 0"),
               1u);
     EXPECT_EQ(mWorld.command(R"({"a":1)"), "PARSE_ERR");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=6 at 6"),
+              1u);
+    EXPECT_EQ(mWorld.command("{} {}"), "PARSE_ERR");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=2 at 3"),
+              1u);
+    EXPECT_EQ(mWorld.log.lines("JsonUtils").size(), 0u);
+}
+
+TEST_F(CommandChannelTest, AMemberCountsOnlyInTheRoot) {
+    EXPECT_EQ(mWorld.command(R"({"in":{"get-stream-config":1,"create-surface":{}}})"),
+              "OK_WEBCAM_HAL");
+    EXPECT_EQ(mWorld.command(R"(["get-stream-config"])"), "OK_WEBCAM_HAL");
 }
 
 TEST_F(CommandChannelTest, ARootThatIsNoObjectIsAnsweredOkWithALineForEachLookUp) {
@@ -100,6 +112,20 @@ TEST_F(CommandChannelTest, OnlyTheFirstKnownMemberCounts) {
     EXPECT_EQ(mWorld.surface(), nullptr);
 }
 
+TEST_F(CommandChannelTest, ASurfaceComesBeforeASuspension) {
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":1,"create-surface":{}})"), "not streaming");
+    EXPECT_TRUE(mWorld.log.lines("JsonUtils").empty());
+}
+
+TEST_F(CommandChannelTest, TheNumberOfBuffersIsTheDevicesWhateverTheDriverGranted) {
+    mWorld.node.setGrant(6);
+    mWorld.commit(2, 1);
+    mWorld.startStream();
+    const std::string config = mWorld.command(R"({"get-stream-config":false})");
+    EXPECT_THAT(config, testing::HasSubstr(R"("v4l2-format":"MJPG","fps":30.000030517578126,)"));
+    EXPECT_THAT(config, testing::EndsWith(R"("buffer-count":4})"));
+}
+
 TEST_F(CommandChannelTest, WithoutADeviceThereIsNoConfiguration) {
     mWorld.raiseRemove();
     mWorld.settle();
@@ -121,6 +147,32 @@ TEST_F(CommandChannelTest, ASuspendThatIsNoBoolDoesNothing) {
 TEST_F(CommandChannelTest, AnEmptyReplyToTheStartHasTheLauncherStartTheWebcam) {
     const auto launcher = mWorld.addClient(1, "ignored");
     mWorld.streamClient = mWorld.addClient(3, "");
+    mWorld.startStream();
+    EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
+}
+
+TEST_F(CommandChannelTest, TheLauncherIsToldAfterTheStreamClientAndOfStartsOnly) {
+    std::vector<std::string> told;
+    const auto noting = [&told](const std::string& kind) {
+        return [&told, kind](const std::string& command) {
+            told.push_back(kind + " " + command);
+            return "";
+        };
+    };
+    const auto launcher = mWorld.addClient(1, noting("1"));
+    mWorld.streamClient = mWorld.addClient(3, noting("3"));
+    mWorld.startStream();
+    ASSERT_TRUE(launcher->waitForCount(1));
+    mWorld.stopStream();
+    EXPECT_THAT(told, testing::ElementsAre(std::string("3 ") + DaemonWorld::kStart,
+                                           R"(1 {"webcam-start":true})",
+                                           std::string("3 ") + DaemonWorld::kStop));
+}
+
+TEST_F(CommandChannelTest, AStreamClientThatCannotBeReachedIsAsGoodAsNone) {
+    const auto launcher = mWorld.addClient(1, "ignored");
+    mWorld.streamClient->failCommands(
+            ::android::hardware::Status::fromStatusT(::android::DEAD_OBJECT));
     mWorld.startStream();
     EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
 }
