@@ -246,6 +246,7 @@ TEST_F(UvcGadgetPollTest, WatchesADeviceWhoseDescriptorIsTheLowerOne) {
     mWorld.node.setDriver("uvcvideo");
     mWorld.create();
     ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));
+    mWorld.settle();  // the thread has all the other descriptors that it needs
     mWorld.streamClient = mWorld.addClient(3, "camera");
     const int number = low.get();
     low.reset();
