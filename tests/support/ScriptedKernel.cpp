@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <thread>
 #include <utility>
 
 #include <endian.h>
@@ -89,6 +90,7 @@ void ScriptedKernel::answerNext(const std::string& name, Answer answer) {
 void ScriptedKernel::sendEvent(const v4l2_event& event) {
     Guard guard(scriptedWorld().lock);
     mEvents.push_back(event);
+    countUntaken_l();
     scriptedWorld().changed_l();
 }
 
@@ -126,7 +128,8 @@ bool ScriptedKernel::send() {
     Guard guard(scriptedWorld().lock);
     if (mQueued.empty()) return false;
     mSent.push_back(mQueued.front());
-    mQueued.pop_front();
+    mQueued.erase(mQueued.begin());
+    countUntaken_l();
     scriptedWorld().changed_l();
     return true;
 }
@@ -134,6 +137,11 @@ bool ScriptedKernel::send() {
 void ScriptedKernel::setAutoSend(bool automatic) {
     Guard guard(scriptedWorld().lock);
     mAutoSend = automatic;
+}
+
+void ScriptedKernel::setQuiet(bool quiet) {
+    Guard guard(scriptedWorld().lock);
+    mQuiet = quiet;
 }
 
 void ScriptedKernel::remove() {
@@ -172,6 +180,11 @@ bool ScriptedKernel::waitForCalls(const std::string& name, size_t count) const {
     return scriptedWorld().called.wait_for(guard, std::chrono::seconds(10), [&] {
         return static_cast<size_t>(std::count_if(mCalls.begin(), mCalls.end(), named)) >= count;
     });
+}
+
+void ScriptedKernel::waitUntilIdle() const {
+    // Without the lock, for which the thread that is waited for would have to wait in its turn.
+    while (mUntaken != 0 || scriptedWorld().idle == 0) std::this_thread::yield();
 }
 
 std::vector<std::vector<uint8_t>> ScriptedKernel::sentFrames() const {
@@ -213,7 +226,12 @@ bool ScriptedKernel::isStreaming() const {
     return mStreaming;
 }
 
+bool ScriptedKernel::isQuiet_l(unsigned long request) const {
+    return mQuiet && mPresent && (request == VIDIOC_QBUF || request == VIDIOC_DQBUF);
+}
+
 int ScriptedKernel::ioctl_l(int fd, unsigned long request, void* argument) {
+    if (isQuiet_l(request)) return behave_l(request, argument);
     const std::string name = nameOf(request);
     const auto* block = static_cast<const uint8_t*>(argument);
     std::vector<uint8_t> before(block, block + _IOC_SIZE(request));
@@ -275,6 +293,7 @@ int ScriptedKernel::requestBuffers_l(v4l2_requestbuffers* request) {
     if (mStreaming) return failWith(EBUSY);
     mQueued.clear();
     mSent.clear();
+    countUntaken_l();
     mBufferCount = request->count > 0 ? mGrant.value_or(request->count) : 0;
     if (mBufferCount > 0 && ftruncate(mMemory, offsetOf_l(mBufferCount)) != 0) abort();
     return static_cast<int>(mBufferCount);
@@ -289,15 +308,20 @@ int ScriptedKernel::queryBuffer_l(v4l2_buffer* buffer) const {
 
 int ScriptedKernel::queueBuffer_l(const v4l2_buffer& buffer) {
     if (buffer.index >= mBufferCount) return failWith(EINVAL);
-    mFrames.push_back(read_l(buffer.index, std::min(buffer.bytesused, mBufferLength)));
+    if (!mQuiet) {
+        mFrames.push_back(read_l(buffer.index, std::min(buffer.bytesused, mBufferLength)));
+    }
     (mAutoSend ? mSent : mQueued).push_back(buffer);
+    countUntaken_l();
+    if (mAutoSend) scriptedWorld().changed_l();
     return 0;
 }
 
 int ScriptedKernel::dequeueBuffer_l(v4l2_buffer* buffer) {
     if (mSent.empty()) return failWith(EAGAIN);
     *buffer = mSent.front();
-    mSent.pop_front();
+    mSent.erase(mSent.begin());
+    countUntaken_l();
     return 0;
 }
 
@@ -305,6 +329,7 @@ int ScriptedKernel::dequeueEvent_l(v4l2_event* event) {
     if (mEvents.empty()) return failWith(ENOENT);
     *event = mEvents.front();
     mEvents.pop_front();
+    countUntaken_l();
     return 0;
 }
 
@@ -313,6 +338,7 @@ int ScriptedKernel::setStreaming_l(bool streaming) {
     if (!streaming) {
         mQueued.clear();
         mSent.clear();
+        countUntaken_l();
     }
     return 0;
 }
@@ -320,6 +346,11 @@ int ScriptedKernel::setStreaming_l(bool streaming) {
 void ScriptedKernel::forget_l() {
     setStreaming_l(false);
     mEvents.clear();
+    countUntaken_l();
+}
+
+void ScriptedKernel::countUntaken_l() {
+    mUntaken = mEvents.size() + mSent.size();
 }
 
 bool ScriptedKernel::failsNow_l(const std::string& name, int* error) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -126,6 +127,13 @@ class ScriptedKernel {
     /** Whether a queued buffer counts as sent at once. */
     void setAutoSend(bool automatic);
 
+    /**
+     * Whether VIDIOC_QBUF and VIDIOC_DQBUF leave no trace: they behave as ever, but are neither
+     * recorded nor scripted, keep no frame's bytes and allocate nothing, so that what is counted
+     * or timed is the caller's.
+     */
+    void setQuiet(bool quiet);
+
     /** Unplugs the node: its path is gone, its open descriptors answer ENODEV. */
     void remove();
 
@@ -141,6 +149,9 @@ class ScriptedKernel {
     void clearCalls();
     /** Waits until there are count calls of that name; false after ten seconds. */
     bool waitForCalls(const std::string& name, size_t count) const;
+
+    /** Waits until all that was sent has been taken and a thread waits in `select` for more. */
+    void waitUntilIdle() const;
 
     /** The bytes used of every buffer that was queued, oldest first. */
     std::vector<std::vector<uint8_t>> sentFrames() const;
@@ -173,6 +184,9 @@ class ScriptedKernel {
     int queryCapability_l(v4l2_capability* capability) const;
     int requestBuffers_l(v4l2_requestbuffers* request);
     int queryBuffer_l(v4l2_buffer* buffer) const;
+    bool isQuiet_l(unsigned long request) const;
+    /** To be called when events or sent buffers have come or gone. */
+    void countUntaken_l();
     int queueBuffer_l(const v4l2_buffer& buffer);
     int dequeueBuffer_l(v4l2_buffer* buffer);
     int dequeueEvent_l(v4l2_event* event);
@@ -202,9 +216,11 @@ class ScriptedKernel {
     uint32_t mBufferCount = 0;
     bool mStreaming = false;
     bool mAutoSend = false;
+    bool mQuiet = false;
     std::deque<v4l2_event> mEvents;
-    std::deque<v4l2_buffer> mQueued;
-    std::deque<v4l2_buffer> mSent;
+    std::vector<v4l2_buffer> mQueued;
+    std::vector<v4l2_buffer> mSent;
+    std::atomic<size_t> mUntaken{0};  // what mEvents and mSent hold
     std::vector<std::vector<uint8_t>> mFrames;
 };
 

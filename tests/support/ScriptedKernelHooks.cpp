@@ -76,7 +76,7 @@ void copyBack(const FdSets& ready, fd_set* r, fd_set* w, fd_set* e) {
     if (e != nullptr) *e = ready.except;
 }
 
-// A thread in select, woken through a descriptor of its own.
+// A thread that calls select, woken through a descriptor of its own.
 class Waiter {
   public:
     Waiter() : mEvent(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
@@ -262,8 +262,10 @@ struct ScriptedKernel::Hooks {
             FD_SET(waiter.fd(), &others.read);
             timeval left = {0, 0};
             timeval* wait = count > 0 ? &left : deadline.left(&left);
+            if (count == 0) ++scriptedWorld().idle;
             const int found = libc().select(std::max(width, waiter.fd() + 1), &others.read,
                                             &others.write, &others.except, wait);
+            if (count == 0) --scriptedWorld().idle;
             if (found < 0) return found;
             const bool woken = FD_ISSET(waiter.fd(), &others.read);
             const int otherCount = found - (woken ? 1 : 0);

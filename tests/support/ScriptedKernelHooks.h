@@ -24,6 +24,8 @@ struct ScriptedWorld {
     std::condition_variable called;
     /** Event descriptors of the threads that wait in select. */
     std::set<int> waiters;
+    /** Threads that wait in select, having found nothing of any node. */
+    std::atomic<int> idle{0};
 
     /** Lets the waiting threads look again. */
     void changed_l();

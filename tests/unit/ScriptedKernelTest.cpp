@@ -234,4 +234,37 @@ TEST_F(ScriptedKernelTest, AnUnpluggedNodeIsGone) {
     EXPECT_EQ(2, wait({0, 0}));
 }
 
+TEST_F(ScriptedKernelTest, LeavesNoTraceOfFramesWhileItIsQuiet) {
+    mKernel.setQuiet(true);
+    request(2);
+    stream(true);
+    mKernel.clearCalls();
+    EXPECT_EQ(0, queue(1, 5));
+    EXPECT_TRUE(mKernel.send());
+    v4l2_buffer buffer = makeBuffer(0);
+    EXPECT_EQ(0, ioctl(mFd, VIDIOC_DQBUF, &buffer));
+    EXPECT_EQ(1u, buffer.index);
+    EXPECT_EQ(-1, ioctl(mFd, VIDIOC_DQBUF, &buffer));
+    EXPECT_EQ(EAGAIN, errno);
+    EXPECT_THAT(mKernel.calls(), IsEmpty());
+    EXPECT_THAT(mKernel.sentFrames(), IsEmpty());
+}
+
+TEST_F(ScriptedKernelTest, IsIdleOnceAllIsTakenAndSomebodyWaits) {
+    request(1);
+    stream(true);
+    ASSERT_EQ(0, queue(0, 1));
+    ASSERT_TRUE(mKernel.send());
+    std::thread taker([this] {
+        v4l2_buffer buffer = makeBuffer(0);
+        while (wait({10, 0}) == 1 && ioctl(mFd, VIDIOC_DQBUF, &buffer) == 0) {
+        }
+    });
+    mKernel.waitUntilIdle();
+    EXPECT_EQ(1u, mKernel.calls("VIDIOC_DQBUF").size());
+    EXPECT_EQ(0, mKernel.calls("VIDIOC_DQBUF").front().result);
+    mKernel.fail("select", EINTR);
+    taker.join();
+}
+
 }  // namespace
