@@ -3,7 +3,6 @@
 
 #include <gui/BufferQueueConsumer.h>
 
-#include <iterator>
 #include <utility>
 
 #include <gui/BufferQueue.h>
@@ -27,7 +26,7 @@ bool BufferQueueConsumer::mayAcquire_l() const {
 int BufferQueueConsumer::dropLateFrames_l(nsecs_t expectedPresent, uint64_t maxFrameNumber) {
     int dropped = 0;
     while (mCore->mQueue.size() > 1 && !mCore->mQueue.front().mIsAutoTimestamp) {
-        const BufferItem& next = *std::next(mCore->mQueue.begin());
+        const BufferItem& next = mCore->mQueue[1];
         if (maxFrameNumber != 0 && next.mFrameNumber > maxFrameNumber) break;
         if (next.mTimestamp < expectedPresent - kMaxReasonableNs ||
             next.mTimestamp > expectedPresent) {
@@ -38,7 +37,7 @@ int BufferQueueConsumer::dropLateFrames_l(nsecs_t expectedPresent, uint64_t maxF
             mCore->freeActiveBuffer_l(front.mSlot);
             ++dropped;
         }
-        mCore->mQueue.pop_front();
+        mCore->mQueue.erase(mCore->mQueue.begin());
     }
     return dropped;
 }
@@ -51,8 +50,8 @@ bool BufferQueueConsumer::isFrontDue_l(nsecs_t expectedPresent, uint64_t maxFram
 }
 
 void BufferQueueConsumer::takeFront_l(BufferItem* outBuffer) {
-    *outBuffer = mCore->mQueue.front();
-    mCore->mQueue.pop_front();
+    *outBuffer = std::move(mCore->mQueue.front());
+    mCore->mQueue.erase(mCore->mQueue.begin());
     if (!outBuffer->mIsStale) {
         BufferSlot& slot = mCore->mSlots[outBuffer->mSlot];
         slot.mAcquireCalled = true;
@@ -101,15 +100,9 @@ status_t BufferQueueConsumer::detachBuffer(int slot) {
 }
 
 int BufferQueueConsumer::takeSlotForAttach_l() {
-    int slot = BufferQueueCore::INVALID_BUFFER_SLOT;
-    if (!mCore->mFreeSlots.empty()) {
-        slot = *mCore->mFreeSlots.begin();
-        mCore->mFreeSlots.erase(mCore->mFreeSlots.begin());
-    } else if (!mCore->mFreeBuffers.empty()) {
-        slot = mCore->mFreeBuffers.front();
-        mCore->mFreeBuffers.pop_front();
-    }
-    return slot;
+    if (!mCore->mFreeSlots.empty()) return mCore->mFreeSlots.takeFirst();
+    if (!mCore->mFreeBuffers.empty()) return mCore->takeFreeBuffer_l();
+    return BufferQueueCore::INVALID_BUFFER_SLOT;
 }
 
 status_t BufferQueueConsumer::attachBuffer(int* outSlot, const sp<GraphicBuffer>& buffer) {

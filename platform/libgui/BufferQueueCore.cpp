@@ -51,9 +51,9 @@ int BufferQueueCore::bufferCount_l(bool asyncMode, bool dequeueCannotBlock,
 }
 
 int BufferQueueCore::count_l(BufferState state) const {
-    return static_cast<int>(
-            std::count_if(mActiveBuffers.begin(), mActiveBuffers.end(),
-                          [&](int slot) { return mSlots[slot].mBufferState == state; }));
+    int count = 0;
+    for (int slot : mActiveBuffers) count += mSlots[slot].mBufferState == state ? 1 : 0;
+    return count;
 }
 
 bool BufferQueueCore::isSlot(int slot) {
@@ -66,7 +66,7 @@ bool BufferQueueCore::isDequeued_l(int slot) const {
 }
 
 bool BufferQueueCore::adjustAvailableSlots_l(int delta) {
-    const auto spare = static_cast<int>(mFreeSlots.size() + mFreeBuffers.size());
+    const int spare = mFreeSlots.size() + static_cast<int>(mFreeBuffers.size());
     if (delta > static_cast<int>(mUnusedSlots.size()) || -delta > spare) return false;
     for (; delta > 0; --delta) {
         mFreeSlots.insert(mUnusedSlots.front());
@@ -75,8 +75,7 @@ bool BufferQueueCore::adjustAvailableSlots_l(int delta) {
     for (; delta < 0; ++delta) {
         int slot;
         if (!mFreeSlots.empty()) {
-            slot = *mFreeSlots.begin();
-            mFreeSlots.erase(mFreeSlots.begin());
+            slot = mFreeSlots.takeFirst();
         } else {
             slot = mFreeBuffers.back();
             mFreeBuffers.pop_back();
@@ -103,6 +102,12 @@ void BufferQueueCore::freeActiveBuffer_l(int slot) {
     mSlots[slot].mBufferState = BufferState::Free;
     mActiveBuffers.erase(slot);
     mFreeBuffers.push_back(slot);
+}
+
+int BufferQueueCore::takeFreeBuffer_l() {
+    const int slot = mFreeBuffers.front();
+    mFreeBuffers.erase(mFreeBuffers.begin());
+    return slot;
 }
 
 void BufferQueueCore::freeAllBuffers_l() {

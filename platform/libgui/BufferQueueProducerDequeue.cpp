@@ -52,14 +52,10 @@ int BufferQueueProducer::takeFreeSlot_l(FreeSlotCaller caller) {
                               (caller == FreeSlotCaller::Attach ||
                                (mCore->mFreeBuffers.empty() && mCore->mAllowAllocation));
     if (mayTakeEmpty) {
-        const int slot = *mCore->mFreeSlots.begin();
-        mCore->mFreeSlots.erase(mCore->mFreeSlots.begin());
-        return slot;
+        return mCore->mFreeSlots.takeFirst();
     }
     if (mCore->mFreeBuffers.empty()) return BufferQueueCore::INVALID_BUFFER_SLOT;
-    const int slot = mCore->mFreeBuffers.front();
-    mCore->mFreeBuffers.pop_front();
-    return slot;
+    return mCore->takeFreeBuffer_l();
 }
 
 status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller,
@@ -231,12 +227,11 @@ bool BufferQueueProducer::preallocateOne(const Request& request) {
     // The consumer has changed its defaults meanwhile: this buffer would not suit.
     if (!(filled == preallocationRequest_l(request))) return true;
     if (mCore->mFreeSlots.empty()) return false;
-    const int slot = *mCore->mFreeSlots.begin();
-    mCore->mFreeSlots.erase(mCore->mFreeSlots.begin());
+    const int slot = mCore->mFreeSlots.takeFirst();
     mCore->clearSlot_l(slot);
     buffer->setGenerationNumber(mCore->mGenerationNumber);
     mCore->mSlots[slot].mGraphicBuffer = buffer;
-    mCore->mFreeBuffers.push_front(slot);
+    mCore->mFreeBuffers.insert(mCore->mFreeBuffers.begin(), slot);
     return true;
 }
 
@@ -276,8 +271,7 @@ status_t BufferQueueProducer::detachNextBuffer(sp<GraphicBuffer>* outBuffer, sp<
         if (status != NO_ERROR) return status;
         mCore->waitWhileAllocating_l(lock);
         if (mCore->mFreeBuffers.empty()) return NO_MEMORY;
-        const int slot = mCore->mFreeBuffers.front();
-        mCore->mFreeBuffers.pop_front();
+        const int slot = mCore->takeFreeBuffer_l();
         mCore->mFreeSlots.insert(slot);
         *outBuffer = mCore->mSlots[slot].mGraphicBuffer;
         *outFence = mCore->mSlots[slot].mFence;

@@ -41,7 +41,8 @@ BufferItem BufferQueueProducer::makeItem_l(int slot, const QueueBufferInput& inp
     BufferItem item;
     item.mGraphicBuffer = queued.mGraphicBuffer;
     item.mFence = input.fence;
-    item.mFenceTime = std::make_shared<FenceTime>(input.fence);
+    item.mFenceTime =
+            input.fence->isValid() ? std::make_shared<FenceTime>(input.fence) : FenceTime::NO_FENCE;
     item.mCrop = input.crop;
     item.mTransform =
             input.transform & ~static_cast<uint32_t>(NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY);

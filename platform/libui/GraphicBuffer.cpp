@@ -163,7 +163,7 @@ bool GraphicBuffer::contains(const Rect& rect) const {
 }
 
 status_t GraphicBuffer::prepareLock(uint64_t lockUsage, int fenceFd) const {
-    const sp<Fence> fence = new Fence(fenceFd);
+    const sp<Fence> fence = fenceFd == -1 ? Fence::NO_FENCE : sp<Fence>(new Fence(fenceFd));
     if (mMapping == nullptr) return NO_INIT;
     if ((lockUsage & USAGE_SOFTWARE_MASK) == 0 || (usage & USAGE_SOFTWARE_MASK) == 0) {
         ALOGE("lock: usage %#llx of a buffer for %#llx", static_cast<unsigned long long>(lockUsage),

@@ -94,23 +94,24 @@ const Region Region::INVALID_REGION{Rect(0, 0, -1, -1)};
 
 Region::Region() : Region(Rect(0, 0, 0, 0)) {}
 
-Region::Region(const Rect& rect) : mRects{rect}, mBounds(rect) {}
+Region::Region(const Rect& rect) : mBounds(rect) {}
 
-Region::Region(std::vector<Rect> rects)
-    : mRects(std::move(rects)), mBounds(boundsOf(mRects.data(), mRects.size())) {}
+Region::Region(std::vector<Rect> rects) : mBounds(boundsOf(rects.data(), rects.size())) {
+    if (rects.size() > 1) mRects = std::move(rects);
+}
 
 Region& Region::orSelf(const Region& other) {
     if (!mBounds.isValid() || !other.mBounds.isValid()) return *this = INVALID_REGION;
     if (other.isEmpty()) return *this;
     if (isEmpty()) return *this = other;
-    std::vector<Rect> all = mRects;
+    std::vector<Rect> all(begin(), end());
     all.insert(all.end(), other.begin(), other.end());
     Region sum(unionOf(all));
     return *this = sum.size() > kMaxRects ? Region(sum.getBounds()) : sum;
 }
 
 std::vector<Rect> Region::flatten() const {
-    std::vector<Rect> rects = mRects;
+    std::vector<Rect> rects(begin(), end());
     if (rects.size() > 1) rects.push_back(mBounds);
     return rects;
 }

@@ -4,6 +4,7 @@
 #include <gui/bufferqueue/1.0/Conversion.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <vector>
 
@@ -33,9 +34,9 @@ Rect convertRect(const HRect& from) {
 bool convertRegion(::android::Region* to, const Region& from) {
     // What comes after as many could not be part of any region.
     if (from.size() > ::android::Region::kMaxRects + 1) return false;
-    std::vector<Rect> rects(from.size());
+    std::array<Rect, ::android::Region::kMaxRects + 1> rects;  // no memory for one in every frame
     std::transform(from.begin(), from.end(), rects.begin(), convertRect);
-    return to->unflatten(rects.data(), rects.size()) == NO_ERROR;
+    return to->unflatten(rects.data(), from.size()) == NO_ERROR;
 }
 
 // Whether the counts are such as a handle can have; the rest of it is then there.
@@ -119,13 +120,13 @@ BorrowedHandle wrapAs(hidl_handle* to, const Fence& from, FenceSide side) {
 bool convertTo(sp<Fence>* to, const hidl_handle& from, FenceSide side) {
     const native_handle_t* const handle = from.getNativeHandle();
     if (handle == nullptr || handle->numFds == 0) {
-        *to = new Fence();
+        *to = Fence::NO_FENCE;
         return true;
     }
     if (!isWellFormed(handle)) return false;
     const sp<Fence> borrowed = new Fence(fcntl(handle->data[0], F_DUPFD_CLOEXEC, 0));
     if (!borrowed->isValid()) return false;
-    *to = borrowed->get() >= static_cast<int>(side) ? borrowed : sp<Fence>(new Fence());
+    *to = borrowed->get() >= static_cast<int>(side) ? borrowed : Fence::NO_FENCE;
     return true;
 }
 

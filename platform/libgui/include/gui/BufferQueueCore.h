@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <list>
 #include <mutex>
-#include <set>
 #include <vector>
 
 #include <sys/types.h>
@@ -16,6 +15,7 @@
 #include <gui/BufferSlot.h>
 #include <gui/IConsumerListener.h>
 #include <gui/IProducerListener.h>
+#include <gui/SlotSet.h>
 #include <system/graphics.h>
 #include <ui/PixelFormat.h>
 #include <ui/Rect.h>
@@ -31,7 +31,7 @@ namespace android {
  *
  * Each slot is in exactly one of four containers: mFreeSlots (free, without a buffer),
  * mFreeBuffers (free, with one; the oldest first), mActiveBuffers (not free) or mUnusedSlots
- * (beyond the number that the counts allow).
+ * (beyond the number that the counts allow). Those that change with every frame keep their memory.
  */
 class BufferQueueCore : public virtual RefBase {
     friend class BufferQueueProducer;
@@ -73,6 +73,8 @@ class BufferQueueCore : public virtual RefBase {
     void emptyActiveSlot_l(int slot);
     /** An active slot's buffer becomes the last to be taken again. */
     void freeActiveBuffer_l(int slot);
+    /** Takes the buffer that has been free for longest; there has to be one. */
+    int takeFreeBuffer_l();
     /** Clears all slots; queued frames become stale. */
     void freeAllBuffers_l();
     /** Clears the free buffers, telling the producer first. */
@@ -101,11 +103,11 @@ class BufferQueueCore : public virtual RefBase {
     bool mBufferReleasedCbEnabled = false;
 
     BufferQueueDefs::SlotsType mSlots;
-    std::list<BufferItem> mQueue;
-    std::set<int> mFreeSlots;
-    std::list<int> mFreeBuffers;
+    std::vector<BufferItem> mQueue;
+    SlotSet mFreeSlots;
+    std::vector<int> mFreeBuffers;
     std::list<int> mUnusedSlots;
-    std::set<int> mActiveBuffers;
+    SlotSet mActiveBuffers;
 
     int mMaxBufferCount = BufferQueueDefs::NUM_BUFFER_SLOTS;
     int mMaxAcquiredBufferCount = 1;

@@ -24,17 +24,19 @@ class Region {
     explicit Region(const Rect& rect);
 
     bool isEmpty() const { return mBounds.isEmpty(); }
-    bool isRect() const { return mRects.size() == 1; }
+    bool isRect() const { return mRects.empty(); }
 
     const Rect& getBounds() const { return mBounds; }
     const Rect& bounds() const { return mBounds; }
 
     /** The rectangles; never fewer than one. */
-    const Rect* begin() const { return mRects.data(); }
-    const Rect* end() const { return mRects.data() + mRects.size(); }
-    size_t size() const { return mRects.size(); }
+    const Rect* begin() const { return isRect() ? &mBounds : mRects.data(); }
+    const Rect* end() const { return begin() + size(); }
+    size_t size() const { return isRect() ? 1 : mRects.size(); }
 
-    bool operator==(const Region& other) const { return mRects == other.mRects; }
+    bool operator==(const Region& other) const {
+        return mBounds == other.mBounds && mRects == other.mRects;
+    }
 
     /** Adds the pixels of `other`; invalid if one of the two is. */
     Region& orSelf(const Region& other);
@@ -61,8 +63,8 @@ class Region {
   private:
     explicit Region(std::vector<Rect> rects);
 
-    std::vector<Rect> mRects;
     Rect mBounds;
+    std::vector<Rect> mRects;  // two or more; a single one is mBounds, and takes no memory
 };
 
 }  // namespace android
