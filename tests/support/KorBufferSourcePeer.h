@@ -25,10 +25,10 @@ class KorBufferSourcePeer {
     /** What the queue's callbacks go through. */
     sp<BufferQueue::ConsumerListener> consumerProxy() const { return mSource.mConsumerProxy; }
     const sp<ComponentWrapper>& component() const { return mSource.mComponent; }
-    std::list<VideoBuffer>& availableBuffers() { return mSource.mAvailableBuffers; }
+    std::vector<VideoBuffer>& availableBuffers() { return mSource.mAvailableBuffers; }
     int32_t& unacquiredCount() { return mSource.mUnacquiredCount; }
     int32_t outstandingAcquires() const { return mSource.mOutstandingAcquires; }
-    std::list<int>& freeCodecBuffers() { return mSource.mFreeCodecBuffers; }
+    std::vector<int>& freeCodecBuffers() { return mSource.mFreeCodecBuffers; }
     bool& endOfStream() { return mSource.mEndOfStream; }
     bool& endOfStreamSent() { return mSource.mEndOfStreamSent; }
     uint32_t lastDataSpace() const { return mSource.mLastDataSpace; }
@@ -59,7 +59,7 @@ class KorBufferSourcePeer {
     /** Makes a lent codec buffer look like one without a frame. */
     void forgetFrameOf(int bufferId) {
         Mutex::Autolock lock(mSource.mMutex);
-        mSource.mSubmittedCodecBuffers.replaceValueFor(bufferId, nullptr);
+        mSource.findSubmitted_l(bufferId)->mBuffer.reset();
     }
 
     bool fillCodecBuffer() {

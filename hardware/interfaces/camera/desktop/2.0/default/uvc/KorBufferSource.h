@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <vector>
 
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
 #include <gui/BufferQueue.h>
@@ -20,6 +21,7 @@
 
 #include "uvc/CachedBuffer.h"
 #include "uvc/ComponentWrapper.h"
+#include "uvc/RecyclingAllocator.h"
 
 namespace android {
 
@@ -121,6 +123,12 @@ class KorBufferSource : public RefBase {
         uint32_t mDataSpace = 0;   // the queue item's
     };
 
+    struct SubmittedBuffer {
+        int mCodecBuffer;
+        std::shared_ptr<AcquiredBuffer> mBuffer;  // null with the end of stream
+    };
+    using SubmittedBuffers = std::vector<SubmittedBuffer>;
+
     struct ActionItem {
         enum Type { PAUSE = 0, RESUME = 1, STOP = 2 };
         int mAction;
@@ -169,6 +177,9 @@ class KorBufferSource : public RefBase {
     bool fillCodecBuffer_l();
     /** Lends the frame; UNKNOWN_ERROR when its time refuses it, or the component's error. */
     status_t submitBuffer_l(const VideoBuffer& buffer);
+    /** Notes that the first free codec buffer is the component's now, with this frame. */
+    void lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer);
+    SubmittedBuffers::iterator findSubmitted_l(int bufferId);
     void announceDataSpace_l(const VideoBuffer& buffer);
     /** Sends the end of stream if a codec buffer is free. */
     void submitEndOfInputStream_l();
@@ -202,14 +213,14 @@ class KorBufferSource : public RefBase {
     mutable Mutex mMutex;  // guards everything below
     status_t mInitCheck = UNKNOWN_ERROR;
 
-    BufferSlots mBufferSlots;                  // by queue slot
-    std::list<VideoBuffer> mAvailableBuffers;  // parked, oldest first
-    int32_t mUnacquiredCount = 0;              // announced by the queue, not acquired yet
-    int32_t mOutstandingAcquires = 0;          // acquired from the queue, not released yet
+    BufferSlots mBufferSlots;                    // by queue slot
+    std::vector<VideoBuffer> mAvailableBuffers;  // parked, oldest first
+    int32_t mUnacquiredCount = 0;                // announced by the queue, not acquired yet
+    int32_t mOutstandingAcquires = 0;            // acquired from the queue, not released yet
 
-    std::list<int> mFreeCodecBuffers;
-    // By codec buffer; null for the one that went with the end of stream.
-    KeyedVector<int, std::shared_ptr<AcquiredBuffer>> mSubmittedCodecBuffers;
+    std::vector<int> mFreeCodecBuffers;  // the next to be used first
+    SubmittedBuffers mSubmittedCodecBuffers;
+    RecyclingAllocator<AcquiredBuffer> mAcquiredBufferAllocator;
 
     bool mEndOfStream = false;
     bool mEndOfStreamSent = false;

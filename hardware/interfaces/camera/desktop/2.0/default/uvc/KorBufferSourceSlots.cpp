@@ -78,8 +78,9 @@ std::shared_ptr<CachedBuffer> KorBufferSource::cacheBuffer_l(const BufferItem& i
 
 std::shared_ptr<AcquiredBuffer> KorBufferSource::makeAcquiredBuffer_l(
         const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item) {
-    return std::make_shared<AcquiredBuffer>(
-            cachedBuffer, item.mFence, [this, frameNumber = item.mFrameNumber](AcquiredBuffer* b) {
+    return std::allocate_shared<AcquiredBuffer>(
+            mAcquiredBufferAllocator, cachedBuffer, item.mFence,
+            [this, frameNumber = item.mFrameNumber](AcquiredBuffer* b) {
                 releaseBuffer_l(b, frameNumber);
             });
 }

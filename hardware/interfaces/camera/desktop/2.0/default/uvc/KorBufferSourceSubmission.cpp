@@ -2,6 +2,7 @@
 // The traffic with the component: frames lent in codec buffers, and codec buffers coming back.
 #define LOG_TAG "KorBufferSource"
 
+#include <algorithm>
 #include <utility>
 
 #include <unistd.h>
@@ -44,7 +45,7 @@ void KorBufferSource::onBufferAcquired_l(const VideoBuffer& buffer) {
 bool KorBufferSource::takeAvailableBuffer_l(VideoBuffer* buffer) {
     if (!mAvailableBuffers.empty()) {
         *buffer = std::move(mAvailableBuffers.front());
-        mAvailableBuffers.pop_front();
+        mAvailableBuffers.erase(mAvailableBuffers.begin());
         return true;
     }
     if (acquireBuffer_l(buffer) == OK) return true;
@@ -88,9 +89,24 @@ status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
         ALOGW("WARNING: emptyGraphicBuffer failed: 0x%x", err);
         return err;
     }
-    mFreeCodecBuffers.pop_front();
-    mSubmittedCodecBuffers.add(bufferId, buffer.mBuffer);
+    lend_l(bufferId, buffer.mBuffer);
     return OK;
+}
+
+void KorBufferSource::lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer) {
+    mFreeCodecBuffers.erase(mFreeCodecBuffers.begin());
+    const auto entry = findSubmitted_l(bufferId);
+    if (entry == mSubmittedCodecBuffers.end()) {
+        mSubmittedCodecBuffers.push_back({bufferId, buffer});
+    } else {
+        entry->mBuffer = buffer;
+    }
+}
+
+KorBufferSource::SubmittedBuffers::iterator KorBufferSource::findSubmitted_l(int bufferId) {
+    return std::find_if(
+            mSubmittedCodecBuffers.begin(), mSubmittedCodecBuffers.end(),
+            [bufferId](const SubmittedBuffer& entry) { return entry.mCodecBuffer == bufferId; });
 }
 
 void KorBufferSource::announceDataSpace_l(const VideoBuffer& buffer) {
@@ -104,14 +120,14 @@ void KorBufferSource::announceDataSpace_l(const VideoBuffer& buffer) {
 
 status_t KorBufferSource::onInputBufferEmptied(int32_t bufferId, int fenceFd) {
     Mutex::Autolock lock(mMutex);
-    const ssize_t index = mSubmittedCodecBuffers.indexOfKey(bufferId);
-    if (index < 0) {
+    const auto entry = findSubmitted_l(bufferId);
+    if (entry == mSubmittedCodecBuffers.end()) {
         ALOGE("onInputBufferEmptied: buffer not recognized (bufferId=%u)", bufferId);
         closeFence(fenceFd);
         return BAD_VALUE;
     }
-    std::shared_ptr<AcquiredBuffer> buffer = mSubmittedCodecBuffers.valueAt(index);
-    mSubmittedCodecBuffers.removeItemsAt(index);
+    std::shared_ptr<AcquiredBuffer> buffer = std::move(entry->mBuffer);
+    mSubmittedCodecBuffers.erase(entry);
     mFreeCodecBuffers.push_back(bufferId);
 
     if (buffer == nullptr) {
@@ -153,8 +169,7 @@ void KorBufferSource::submitEndOfInputStream_l() {
         ALOGW("emptyDirectBuffer EOS failed: 0x%x", err);
         return;
     }
-    mFreeCodecBuffers.pop_front();
-    mSubmittedCodecBuffers.add(bufferId, nullptr);
+    lend_l(bufferId, nullptr);
     mLatestBuffer = {};
     mEndOfStreamSent = true;
     ++mRepeatGeneration;
