@@ -49,60 +49,35 @@ class Unit:
         self.compiler = [w for w in words[begin:] if w not in dropped and
                          not re.fullmatch(r'-[gO]\w*', w)]
         self.bench = bench
-        self.lock = threading.Lock()
-        self.preambles = {}  # by the level of optimisation
+        self.dependencies = [self.source]  # and the project's headers that it includes
         self.optimised = None  # what it is compiled to for the comparison with mutants
 
-    @property
-    def name(self):
-        return self.object.replace('/', '_')
-
-    def dependencies(self):
-        """The project's headers that it includes, and itself."""
-        if not hasattr(self, '_dependencies'):
-            words = run([*self.compiler, '-MM', str(self.source)], cwd=self.bench.build).split()
-            tree = str(self.bench.tree) + '/'
-            self._dependencies = [Path(os.path.normpath(w)) for w in words if w.startswith(tree)]
-        return self._dependencies
-
     def preamble(self, level):
-        """A precompiled header of all that comes from outside of the folders that change."""
-        with self.lock:
-            if level not in self.preambles:
-                header = self.bench.out / 'preambles' / f'{self.name}{level}.h'
-                header.parent.mkdir(exist_ok=True)
-                text = self.preamble_text()
-                compiled = Path(f'{header}.gch')
-                if not compiled.exists() or header.read_text() != text:
-                    header.write_text(text)
-                    run([*self.compiler, level, '-w', '-x', 'c++-header', str(header), '-o',
-                         str(compiled)], cwd=self.bench.build)
-                self.preambles[level] = header
-            return self.preambles[level]
+        """The options that include what comes from outside of the project, compiled already."""
+        defined = [line for line in self.source.read_text().splitlines()
+                   if re.match(r'#define LOG_(?!TAG)', line)]
+        return self.bench.preamble((tuple(self.compiler), tuple(defined), level))
 
-    def preamble_text(self):
-        changing = [path for path in self.dependencies() if self.bench.changes(path)]
-        own = {path.name for path in changing}
-        lines = [line for line in self.source.read_text().splitlines()
-                 if re.match(r'#define LOG_', line)]
-        for path in changing:
+    def includes(self):
+        """What it and the project's headers include from outside of the project."""
+        own = {path.name for path in self.dependencies}
+        for path in self.dependencies:
             for line in path.read_text().splitlines():
                 match = re.match(r'#include <(.*/)?([^/>]+)>', line)
-                if match and match[2] not in own and line not in lines:
-                    lines.append(line)
-        return '\n'.join(lines) + '\n'
+                if match and match[2] not in own:
+                    yield line
 
     def compile(self, output, folder=None, level='-O0', options=()):
         """Compiles it, as it stands in a worker's folder; returns why not, '' if all is well."""
-        words = [*self.compiler, level, *options, '-include', str(self.preamble(level)), '-c',
-                 str(self.source), '-o', str(output)]
+        words = [*self.compiler, level, *options, *self.preamble(level), '-c', str(self.source),
+                 '-o', str(output)]
         if folder is not None:
             words = [self.bench.relocate(word, folder) for word in words]
         return self.call(words)
 
     def compile_choice(self, source, output):
         """Compiles a text in its stead that has all mutants."""
-        return self.call([*self.compiler, '-O0', '-include', str(self.preamble('-O0')), '-include',
+        return self.call([*self.compiler, '-O0', *self.preamble('-O0'), '-include',
                           str(self.bench.out / 'choice.h'), '-c', str(source), '-o', str(output)])
 
     def call(self, words):
@@ -182,6 +157,8 @@ class Bench:
         self.build = self.tree / 'build'
         self.lock = threading.Lock()
         self.choices = {}
+        self.preamble_lock = threading.Lock()
+        self.preambles = {}
 
     def relocate(self, word, folder):
         for name in CHANGED_FOLDERS:
@@ -192,8 +169,11 @@ class Bench:
     def prepare(self):
         self.copy()
         self.say('building the copy')
-        run(['scripts/build', 'native_tests'], cwd=self.tree, env={**os.environ, 'BUILD': 'build'})
+        build = {'cwd': self.tree, 'env': {**os.environ, 'BUILD': 'build'}}
+        run(['scripts/build', 'libkorjsonutils'], **build)  # for the commands
         self.read_commands()
+        run(['scripts/build', *self.programs], **build)
+        self.read_dependencies()
         self.know_programs()
         self.copy_changed(self.out / 'original')
         (self.out / 'choice.h').write_text(switchboard.DECLARATION)
@@ -247,12 +227,45 @@ class Bench:
                 command = line.removeprefix(': && ').removesuffix(' && :')
                 self.programs[match[1]] = Program(match[1], shlex.split(command) + linker)
 
+    def read_dependencies(self):
+        unit = None
+        for line in run(['ninja', '-t', 'deps'], cwd=self.build).splitlines():
+            if not line.startswith(' '):
+                unit = self.units.get(line.split(':')[0])
+            elif unit is not None:
+                path = Path(os.path.normpath(self.build / line.strip()))
+                if path != unit.source and path.is_relative_to(self.tree) and \
+                        not path.is_relative_to(self.build):
+                    unit.dependencies.append(path)
+
+    def preamble(self, key):
+        with self.preamble_lock:
+            if key not in self.preambles:
+                self.preambles[key] = self.make_preamble(key)
+            return self.preambles[key]
+
+    def make_preamble(self, key):
+        compiler, defined, level = key
+        lines = {line: None for unit in self.units.values()
+                 if tuple(unit.compiler) == compiler and self.changes(unit.source)
+                 for line in unit.includes()}
+        text = '\n'.join([*defined, *lines, '#undef LOG_TAG', ''])
+        mark = hashlib.sha256(f'{key}{text}'.encode()).hexdigest()[:16]
+        header = self.out / 'preambles' / f'{mark}.h'
+        header.parent.mkdir(exist_ok=True)
+        if not Path(f'{header}.gch').exists():
+            header.write_text(text)
+            command = [*compiler, level, '-w', '-x', 'c++-header', str(header), '-o', f'{header}.gch']
+            if subprocess.run(command, cwd=self.build, capture_output=True).returncode != 0:
+                return []  # they don't go together: without, then
+        return ['-include', str(header)]
+
     def units_of(self, path):
         """Of a header or a source: what has to be compiled anew when it changes."""
         path = self.tree / path
         return [u for u in self.units.values() if path == u.source or
                 path.suffix == '.h' and u.source.suffix == '.cpp' and self.changes(u.source) and
-                path in u.dependencies()]
+                path in u.dependencies]
 
     def changes(self, path):
         return path.relative_to(self.tree).parts[0] in CHANGED_FOLDERS
@@ -371,21 +384,23 @@ class Worker:
         self.folder = bench.out / f'worker-{number}'
         bench.copy_changed(self.folder)
 
-    def try_mutant(self, path, mutant):
-        """Returns what became of it and who found it: killed, survived, equivalent, refused."""
+    def try_chosen(self, path, mutant):
+        """What became of it and who found it (killed, survived, refused); None where it has to be
+        compiled to know."""
         choice = self.bench.choice(path)
-        if choice is not None and mutant in choice.board.refused:
+        if choice is None:
+            return None
+        if mutant in choice.board.refused:
             return 'refused', ''
-        chosen = choice is not None and choice.number(mutant) != 0
-        if chosen:
-            found = self.kill_chosen(path, mutant, choice)
-            if found:
-                return found
+        return self.kill_chosen(path, mutant, choice) if choice.number(mutant) else None
+
+    def try_compiled(self, path, mutant, survived):
+        """The same, or equivalent. survived: whether the programs have been run already."""
         target = self.folder / path
         original = target.read_text()
         target.write_text(mutant.apply(original))
         try:
-            return self.verdict(path, mutant, chosen)
+            return self.verdict(path, mutant, survived)
         finally:
             target.write_text(original)
 
@@ -400,7 +415,7 @@ class Worker:
             if binary is not None and not self.passes(program, path, binary, {
                     'KORVANE_MUTANT': str(choice.number(mutant))}):
                 return 'killed', program.name
-        return None
+        return 'survived', ''
 
     def passes(self, program, path, binary, environment=None):
         begin = time.monotonic()

@@ -27,6 +27,10 @@ LOG = re.compile(r'ALOG[VDIWE]$')
 OPERATORS = set(SWAPPED) | ASSIGNMENTS | {'(', '[', '{', ',', ';', '?', ':', '!', 'return', 'case'}
 
 
+def one_line(text):
+    return ' '.join(text.split())
+
+
 @dataclass(frozen=True)
 class Mutant:
     line: int
@@ -36,14 +40,14 @@ class Mutant:
     original: str
     changed: str
     lines: tuple = ()  # of the statement that it is in
+    before: str = ''  # the whole lines, spaces as one: what a list of mutants says
+    after: str = ''
 
     def apply(self, text):
         return text[:self.start] + self.changed + text[self.start + len(self.original):]
 
     def __str__(self):
-        def short(words):
-            return ' '.join(words.split())
-        return f'{self.line}: {short(self.original)} -> {short(self.changed) or "(nothing)"}'
+        return f'{self.line}: {one_line(self.original)} -> {one_line(self.changed) or "(nothing)"}'
 
 
 class Finder:
@@ -63,9 +67,13 @@ class Finder:
         """Tokens first to last become `changed`."""
         start = self.tokens[first].start
         original = self.source.text[start:self.tokens[last].end]
-        line_start = self.source.text.rfind('\n', 0, start)
-        mutant = Mutant(self.tokens[first].line, start - line_start, operator, start, original,
-                        changed, self.lines_around(first))
+        text = self.source.text
+        line_start = text.rfind('\n', 0, start) + 1
+        line_end = text.find('\n', start + len(original))
+        after = text[line_start:start] + changed + text[start + len(original):line_end]
+        mutant = Mutant(self.tokens[first].line, start - line_start + 1, operator, start, original,
+                        changed, self.lines_around(first), one_line(text[line_start:line_end]),
+                        one_line(after))
         self.mutants.setdefault((start, original, changed), mutant)
 
     def lines_around(self, i):

@@ -2,9 +2,22 @@
 
 import csv
 from collections import Counter
+from pathlib import Path
+
+from operators import mutants_of
 
 OUTCOMES = ('killed', 'survived', 'equivalent', 'refused')
 FIELDS = ('outcome', 'line', 'column', 'operator', 'original', 'changed', 'killer')
+EQUIVALENT = Path(__file__).resolve().parent / 'equivalent.tsv'
+
+
+def listed_equivalents():
+    """Those that nobody can observe, for the reasons in the list: (source, line, mutated line)."""
+    listed = set()
+    for line in EQUIVALENT.read_text().splitlines():
+        if line and not line.startswith('#'):
+            listed.add(tuple(line.split('\t')[:3]))
+    return listed
 
 
 class Results:
@@ -13,6 +26,9 @@ class Results:
         self.folder.mkdir(parents=True, exist_ok=True)
         self.survivors = out / 'survivors.tsv'
         self.texts = texts
+        self.mutants = {path: {(m.line, m.column, m.original, m.changed): m
+                               for m in mutants_of(text)} for path, text in texts.items()}
+        self.listed = listed_equivalents()
         self.rows = {path: self._read(path) if keep else {} for path in texts}
         if write:
             for path in texts:
@@ -43,8 +59,9 @@ class Results:
             writer.writerows(self.rows[path].values())
 
     def settled(self, path, mutant):
+        """Whether there is nothing left to find out about it."""
         row = self.rows[path].get((mutant.line, mutant.column, mutant.original, mutant.changed))
-        return row is not None and row['outcome'] != 'survived'
+        return row is not None and self._outcome(path, row) != 'survived'
 
     def add(self, path, mutant, outcome, killer):
         row = {'outcome': outcome, 'line': mutant.line, 'column': mutant.column,
@@ -54,22 +71,29 @@ class Results:
         with self._file(path).open('a', newline='') as file:
             csv.DictWriter(file, FIELDS, delimiter='\t').writerow(row)
 
+    def _outcome(self, path, row):
+        if row['outcome'] != 'survived':
+            return row['outcome']
+        mutant = self.mutants[path].get(self._key(row))
+        key = mutant and (path.name, mutant.before, mutant.after)
+        return 'listed' if key in self.listed else 'survived'
+
     def report(self):
         """Shows the counts, writes the survivors; returns how large a part they are."""
-        print(f'\n{"source":45}{"mutants":>9}{"killed":>9}{"survived":>9}{"%":>7}'
-              f'{"equivalent":>12}{"refused":>9}')
+        print(f'\n{"source":36}{"mutants":>8}{"killed":>8}{"survived":>9}{"%":>6}'
+              f'{"equivalent":>12}{"listed":>8}{"refused":>9}')
         total = Counter()
         with self.survivors.open('w') as file:
             for path, rows in self.rows.items():
-                counts = Counter(row['outcome'] for row in rows.values())
+                counts = Counter(self._outcome(path, row) for row in rows.values())
                 total += counts
                 if counts:
                     self._line(path.name, counts)
                 for row in sorted(rows.values(), key=lambda r: int(r['line'])):
-                    if row['outcome'] == 'survived':
-                        words = [' '.join(row[f].split()) for f in ('operator', 'original',
-                                                                    'changed')]
-                        file.write(f'{path}:{row["line"]}\t' + '\t'.join(words) + '\n')
+                    mutant = self.mutants[path].get(self._key(row))
+                    if mutant and self._outcome(path, row) == 'survived':
+                        words = [path.name, mutant.before, mutant.after, str(mutant.line)]
+                        file.write('\t'.join(words) + '\n')
         self._line('all', total)
         return self._part(total)
 
@@ -79,5 +103,6 @@ class Results:
 
     def _line(self, name, counts):
         mutants = counts['survived'] + counts['killed']
-        print(f'{name:45}{mutants:9}{counts["killed"]:9}{counts["survived"]:9}'
-              f'{100 * self._part(counts):7.1f}{counts["equivalent"]:12}{counts["refused"]:9}')
+        print(f'{name:36}{mutants:8}{counts["killed"]:8}{counts["survived"]:9}'
+              f'{100 * self._part(counts):6.1f}{counts["equivalent"]:12}{counts["listed"]:8}'
+              f'{counts["refused"]:9}')
