@@ -124,6 +124,21 @@ TEST_F(ConfigfsAttributeTest, SaysThatANumberIsOutOfRangeBeforeItThrows) {
     }
 }
 
+TEST_F(ConfigfsAttributeTest, TakesNoLetterForADigit) {
+    EXPECT_THROW(readUnsigned("a1\n"), std::invalid_argument);
+    EXPECT_THROW(readInt("a1\n"), std::invalid_argument);
+    const LogLine line{ANDROID_LOG_ERROR, "UVC-Config",
+                       "/config/attribute: no usable number in \"a1\n\" (it does not begin with a "
+                       "decimal digit), cannot go on"};
+    EXPECT_EQ((std::vector<LogLine>{line, line}), mLog.lines());
+}
+
+TEST_F(ConfigfsAttributeTest, TakesEveryNumberThatAnIntHolds) {
+    EXPECT_EQ(2147483647, readInt("2147483647\n"));
+    EXPECT_EQ(-2147483647 - 1, readInt("-2147483648\n"));
+    EXPECT_TRUE(mLog.lines().empty());
+}
+
 TEST_F(ConfigfsAttributeTest, ReadsOneNumberALine) {
     EXPECT_EQ((std::vector<uint32_t>{333333, 666666}), readLines("333333\n666666\n"));
     EXPECT_EQ((std::vector<uint32_t>{666666, 333333}), readLines("666666\n333333\n"));

@@ -277,6 +277,13 @@ TEST_F(HotPlugCtrlTest, FindsTheGadgetNodesUpToTheFirstMissingOne) {
     EXPECT_TRUE(mLog.lines().empty());
 }
 
+TEST_F(HotPlugCtrlTest, FindsNodesOfOtherNames) {
+    const ScriptedKernel node("/dev/video0");
+    setName("video0", "korvane webcam\n");
+    EXPECT_CALL(mListener, onUvcV4l2Added(StrEq("/dev/video0"))).WillOnce(Return(0));
+    EXPECT_EQ(0, mHotPlug.initCheck());
+}
+
 TEST_F(HotPlugCtrlTest, FindsNothingWithoutNodes) {
     EXPECT_EQ(0, mHotPlug.initCheck());
     EXPECT_TRUE(sSleeps.empty());
@@ -389,6 +396,12 @@ TEST_F(ReadTextFileTest, EndsAtTheFirstNul) {
     EXPECT_EQ("name", text);
     EXPECT_FALSE(read(std::string("\0rest", 5), &text));
     EXPECT_EQ("", text);
+}
+
+TEST_F(ReadTextFileTest, ReadsASingleCharacter) {
+    std::string text;
+    EXPECT_TRUE(read("x", &text));
+    EXPECT_EQ("x", text);
 }
 
 TEST_F(ReadTextFileTest, Reads511BytesAtMost) {

@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/DescriptorZero.h"
 #include "support/LogRecorder.h"
 #include "support/MockHotPlugListener.h"
 #include "support/UeventSender.h"
@@ -24,6 +25,7 @@ namespace {
 
 // Results that the kernel cannot be brought to give; the receive calls take them before its own.
 std::deque<ssize_t> sResults;
+std::string sReceived;  // what these put into the buffer
 std::vector<size_t> sLengths;
 
 }  // namespace
@@ -35,6 +37,7 @@ extern "C" ssize_t __wrap_uevent_kernel_multicast_recv(int socket, void* buffer,
     if (sResults.empty()) return __real_uevent_kernel_multicast_recv(socket, buffer, length);
     const ssize_t result = sResults.front();
     sResults.pop_front();
+    memcpy(buffer, sReceived.data(), sReceived.size());
     errno = ENOBUFS;
     return result;
 }
@@ -42,6 +45,7 @@ extern "C" ssize_t __wrap_uevent_kernel_multicast_recv(int socket, void* buffer,
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
+using test::DescriptorZero;
 using test::enterPrivateNetwork;
 using test::LogLine;
 using test::LogRecorder;
@@ -75,6 +79,7 @@ class HotPlugSocketTest : public testing::Test {
             GTEST_SKIP() << "needs root to make a network namespace: " << strerror(errno);
         }
         sResults.clear();
+        sReceived.clear();
         sLengths.clear();
         ASSERT_EQ(0, mHotPlug.open());
     }
@@ -118,6 +123,16 @@ TEST_F(HotPlugSocketTest, ClosesTheSocketInTheEnd) {
         ASSERT_NE(-1, fcntl(fd, F_GETFD));
     }
     EXPECT_EQ(-1, fcntl(fd, F_GETFD));
+}
+
+TEST_F(HotPlugSocketTest, DescriptorZeroIsASocketLikeAnyOther) {
+    const DescriptorZero zero;
+    {
+        HotPlugCtrl other(&mListener);
+        EXPECT_EQ(0, other.open());
+        EXPECT_EQ(O_RDWR | O_NONBLOCK, fcntl(STDIN_FILENO, F_GETFL));
+    }
+    EXPECT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD));
 }
 
 TEST_F(HotPlugSocketTest, ReportsThatTheSocketCannotBeOpened) {
@@ -226,6 +241,19 @@ TEST_F(HotPlugSocketTest, TakesAnEmptyMessageForNone) {
     expectOnlyError("no msg received " + std::to_string(ENOBUFS));
 }
 
+TEST_F(HotPlugSocketTest, TakesAMessageOfOneByteForOneWithoutEvents) {
+    sResults = {1};
+    EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
+    EXPECT_TRUE(mLog.lines().empty());
+}
+
+TEST_F(HotPlugSocketTest, HandlesNothingOfATooLongMessage) {
+    sResults = {1025, 0};
+    for (const std::string& field : kDisconnected) sReceived += field + '\0';
+    EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
+    expectOnlyError("overflow message, discard.");
+}
+
 TEST_F(HotPlugSocketTest, DiscardsAllThatIsPendingBehindATooLongMessage) {
     sResults = {1025, 10, 1024, 1, 0, 10};
     EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
@@ -248,7 +276,7 @@ TEST_F(HotPlugSocketTest, TakesAMessageAsLongAsTheBufferForComplete) {
 TEST_F(HotPlugSocketTest, ReadsMessagesEvenWithoutAListener) {
     HotPlugCtrl alone(nullptr);
     ASSERT_EQ(0, alone.open());
-    send(kDisconnected);
+    send(removed("video5"));  // which would be logged if it was handled
     EXPECT_EQ(0, alone.handlePendingData(kReadable));
     EXPECT_EQ((std::vector<LogLine>{{ANDROID_LOG_DEBUG, "UVC-HotPlugCtrl", "no listener"}}),
               mLog.lines());

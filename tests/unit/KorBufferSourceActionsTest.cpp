@@ -48,8 +48,11 @@ TEST_F(KorBufferSourceActionsTest, GivesAllWaitingFramesBackWhenPaused) {
     ASSERT_GE(queueFrame(2 * kMs), 0);  // parked
     ASSERT_EQ(OK, source->start());
     ASSERT_GE(queueFrame(3 * kMs), 0);  // in the queue
+    ASSERT_GE(queueFrame(4 * kMs), 0);
+    log.clear();
     EXPECT_EQ(OK, source->setSuspend(true, -1));
-    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_THAT(log.lines(kTag), IsEmpty());
+    EXPECT_EQ(3u, queue->releases().size());
     EXPECT_EQ(0, peer.unacquiredCount());
     EXPECT_EQ(1, peer.outstandingAcquires());
 }

@@ -53,6 +53,14 @@ TEST_F(KorBufferSourceFramesTest, LendsAFinishedFrameWithoutAFence) {
     EXPECT_EQ(-1, component->submissions()[0].fence->get());
 }
 
+TEST_F(KorBufferSourceFramesTest, LendsAFrameThatComesWithoutAFenceOfItsOwn) {
+    start(1);
+    queue->onAcquired = [](android::BufferItem* item) { item->mFence.clear(); };
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(-1, component->submissions()[0].fence->get());
+    EXPECT_EQ(OK, source->onInputBufferEmptied(0, -1));
+}
+
 TEST_F(KorBufferSourceFramesTest, LendsAnUnfinishedFrameWithADuplicateOfItsFence) {
     start(1);
     ManualFence manual;
@@ -182,6 +190,12 @@ TEST_F(KorBufferSourceFramesTest, AnnouncesTheDataspaceOfTheFirstFrame) {
     EXPECT_EQ(kDataSpace, change.dataSpace);
     EXPECT_EQ(0, change.aspects);
     EXPECT_EQ(35, change.pixelFormat);
+}
+
+TEST_F(KorBufferSourceFramesTest, AnnouncesTheLowestDataspaceOfAFirstFrameToo) {
+    start(1);
+    ASSERT_GE(producer.queue({.timestampNs = 1 * kMs, .dataSpace = 1}), 0);
+    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "got buffer with new dataSpace #1"));
 }
 
 TEST_F(KorBufferSourceFramesTest, AnnouncesADataspaceOnlyWhenItChanges) {

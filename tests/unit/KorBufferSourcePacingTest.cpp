@@ -143,6 +143,15 @@ TEST_F(KorBufferSourcePacingTest, DropsFramesBeyondTheMaximumRate) {
     EXPECT_EQ(1u, queue->releases().size());
 }
 
+// A frame may be 2 ms too soon.
+TEST_F(KorBufferSourcePacingTest, JudgesTheRateToTheMicrosecond) {
+    prepare(4);
+    ASSERT_EQ(OK, source->setMaxFps(10));
+    ASSERT_EQ(OK, source->start());
+    for (int64_t us : {0, 97999, 98000}) ASSERT_GE(queueFrame(us * 1000), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(0, 98000));
+}
+
 TEST_F(KorBufferSourcePacingTest, CountsAFrameBeyondTheRateAsHandled) {
     prepare(4);
     ASSERT_EQ(OK, source->setMaxFps(30));

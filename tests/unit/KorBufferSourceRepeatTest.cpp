@@ -57,8 +57,11 @@ TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForItsRepetition) {
 }
 
 TEST_F(KorBufferSourceRepeatTest, KeepsNoFrameWithoutAnInterval) {
-    start(1);
+    start(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
+    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
+    peer.repeatIntervalUs() = 0;
+    ASSERT_GE(queueFrame(200 * kMs), 0);
     EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
 }
 

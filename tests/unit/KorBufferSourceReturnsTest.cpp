@@ -110,6 +110,16 @@ TEST_F(KorBufferSourceReturnsTest, RefusesALentCodecBufferWithoutAFrame) {
     EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
 }
 
+TEST_F(KorBufferSourceReturnsTest, LogsALentCodecBufferWithoutAFrameUnlessItEndedTheStream) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.forgetFrameOf(0);
+    peer.endOfStream() = true;  // asked for, but not sent
+    log.clear();
+    EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, -1));
+    EXPECT_EQ(1u, log.lines(kTag).size());
+}
+
 TEST_F(KorBufferSourceReturnsTest, ReusesACodecBufferBehindThoseThatAreFree) {
     start(2);
     ASSERT_GE(queueFrame(1 * kMs), 0);

@@ -198,6 +198,15 @@ TEST_F(UvcConfigTest, KeepsProbeAndCommitApart) {
     EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_F(UvcConfigTest, SelectsForProbeBeforeTheFirstSelector) {
+    UvcConfig config;
+    ASSERT_TRUE(config.setVideoStreamConfig(2, 2, 111111));
+    config.setControlSelector(kProbe);
+    EXPECT_EQ(1920u, config.getWidth());
+    config.setControlSelector(kCommit);
+    EXPECT_EQ(640u, config.getWidth());
+}
+
 TEST_F(UvcConfigTest, TakesAnUnknownSelectorForProbeAndLogsIt) {
     UvcConfig config;
     config.setControlSelector(kProbe);

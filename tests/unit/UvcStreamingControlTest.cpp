@@ -266,6 +266,7 @@ using Sizes = std::array<uint32_t, 3>;
 TEST_F(FrameSizeTest, IsThePixelCountTimesTheFactor) {
     EXPECT_EQ((Sizes{3110400, 3110400, 3110400}), sizesOf(1920, 1080, "12"));
     EXPECT_EQ((Sizes{1843200, 1843200, 1843200}), sizesOf(1280, 720, "16"));
+    EXPECT_EQ((Sizes{1, 1, 1}), sizesOf(1, 1, "8"));
 }
 
 TEST_F(FrameSizeTest, TruncatesToWholeBytes) {
@@ -285,6 +286,8 @@ TEST_F(FrameSizeTest, TakesAPixelCountFrom2To31OnForSignedOnlyInTheSelection) {
 
 TEST_F(FrameSizeTest, StaysWithin32Bits) {
     EXPECT_EQ((Sizes{4294967295, 4294967295, 0}), sizesOf(60000, 60000, "16"));
+    // 4294967295 pixels, in single precision one more.
+    EXPECT_EQ((Sizes{4294967295, 4294967295, 0}), sizesOf(65535, 65537, "8"));
     EXPECT_EQ((Sizes{0, 0, 0}), sizesOf(640, 480, "-8"));
 }
 
