@@ -175,7 +175,7 @@ class Finder:
                 self.swap(statement, following)
 
     def drop(self, statement):
-        if statement.kind in ('call', 'assignment', 'expression', 'break', 'continue', 'throw'):
+        if statement.kind in ('call', 'assignment', 'expression', 'continue', 'throw'):
             self.add('drop', statement.first, statement.last, '{}')
         elif statement.kind == 'return':
             function = self.source.function_of(statement.first)
