@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <endian.h>
+#include <linux/android/binder.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -17,14 +18,26 @@ namespace {
 
 using Guard = std::unique_lock<std::mutex>;
 
-// Only what the service asks of a gadget's node.
+// Only what the service asks of a gadget's node, and the port of the binder driver.
 const std::map<unsigned long, std::string>& ioctlNames() {
     static const auto* sNames = new std::map<unsigned long, std::string>{
 #define NAMED(request) {request, #request}
-            NAMED(VIDIOC_QUERYCAP),  NAMED(VIDIOC_S_FMT),         NAMED(VIDIOC_SUBSCRIBE_EVENT),
-            NAMED(VIDIOC_DQEVENT),   NAMED(VIDIOC_REQBUFS),       NAMED(VIDIOC_QUERYBUF),
-            NAMED(VIDIOC_QBUF),      NAMED(VIDIOC_DQBUF),         NAMED(VIDIOC_STREAMON),
-            NAMED(VIDIOC_STREAMOFF), NAMED(UVCIOC_SEND_RESPONSE),
+            NAMED(VIDIOC_QUERYCAP),
+            NAMED(VIDIOC_S_FMT),
+            NAMED(VIDIOC_SUBSCRIBE_EVENT),
+            NAMED(VIDIOC_DQEVENT),
+            NAMED(VIDIOC_REQBUFS),
+            NAMED(VIDIOC_QUERYBUF),
+            NAMED(VIDIOC_QBUF),
+            NAMED(VIDIOC_DQBUF),
+            NAMED(VIDIOC_STREAMON),
+            NAMED(VIDIOC_STREAMOFF),
+            NAMED(UVCIOC_SEND_RESPONSE),
+            NAMED(BINDER_VERSION),
+            NAMED(BINDER_WRITE_READ),
+            NAMED(BINDER_SET_MAX_THREADS),
+            NAMED(BINDER_SET_CONTEXT_MGR_EXT),
+            NAMED(BINDER_THREAD_EXIT),
 #undef NAMED
     };
     return *sNames;
@@ -85,6 +98,11 @@ void ScriptedKernel::fail(const std::string& name, int error, int passing, int t
 void ScriptedKernel::answerNext(const std::string& name, Answer answer) {
     Guard guard(scriptedWorld().lock);
     mAnswers[name].push_back(std::move(answer));
+}
+
+void ScriptedKernel::answerAll(const std::string& name, Answer answer) {
+    Guard guard(scriptedWorld().lock);
+    mStandingAnswers[name] = std::move(answer);
 }
 
 void ScriptedKernel::sendEvent(const v4l2_event& event) {
@@ -234,7 +252,8 @@ int ScriptedKernel::ioctl_l(int fd, unsigned long request, void* argument) {
     if (isQuiet_l(request)) return behave_l(request, argument);
     const std::string name = nameOf(request);
     const auto* block = static_cast<const uint8_t*>(argument);
-    std::vector<uint8_t> before(block, block + _IOC_SIZE(request));
+    std::vector<uint8_t> before;
+    if (block != nullptr) before.assign(block, block + _IOC_SIZE(request));
     int error = 0;
     int result = -1;
     if (!failsNow_l(name, &error)) {
@@ -247,10 +266,14 @@ int ScriptedKernel::ioctl_l(int fd, unsigned long request, void* argument) {
 
 int ScriptedKernel::answer_l(const std::string& name, unsigned long request, void* argument) {
     auto& answers = mAnswers[name];
-    if (answers.empty()) return mPresent ? behave_l(request, argument) : failWith(ENODEV);
-    const Answer answer = std::move(answers.front());
-    answers.pop_front();
-    return answer(argument);
+    if (!answers.empty()) {
+        const Answer answer = std::move(answers.front());
+        answers.pop_front();
+        return answer(argument);
+    }
+    const auto standing = mStandingAnswers.find(name);
+    if (standing != mStandingAnswers.end()) return standing->second(argument);
+    return mPresent ? behave_l(request, argument) : failWith(ENODEV);
 }
 
 int ScriptedKernel::behave_l(unsigned long request, void* argument) {

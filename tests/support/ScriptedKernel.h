@@ -112,6 +112,8 @@ class ScriptedKernel {
      * use this object.
      */
     void answerNext(const std::string& name, Answer answer);
+    /** The same for every ioctl of that name which answerNext() has no answer for. */
+    void answerAll(const std::string& name, Answer answer);
 
     /** Queues an event; a subscription isn't needed. */
     void sendEvent(const v4l2_event& event);
@@ -205,6 +207,7 @@ class ScriptedKernel {
     std::string mDriver = "g_uvc";
     std::map<std::string, std::vector<Failure>> mFailures;
     std::map<std::string, std::deque<Answer>> mAnswers;
+    std::map<std::string, Answer> mStandingAnswers;
     bool mPresent = true;
 
     std::vector<KernelCall> mCalls;

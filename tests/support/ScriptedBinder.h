@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// A binder driver that a test scripts: it says what the test gives it to say, keeps what it is
+// told.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <linux/android/binder.h>
+
+#include "support/ScriptedKernel.h"
+
+namespace korvane::test {
+
+/** One command to the driver or from it. */
+struct BinderCommand {
+    uint32_t number = 0;
+    /** What follows the number; its size is in the number. */
+    std::vector<uint8_t> argument;
+    /** Of a BC_REPLY that carries a status in place of contents, the status. */
+    int32_t status = 0;
+
+    BinderCommand() = default;
+    explicit BinderCommand(uint32_t command) : number(command) {}
+    template <typename T>
+    BinderCommand(uint32_t command, const T& value) : number(command), argument(sizeof(value)) {
+        memcpy(argument.data(), &value, sizeof(value));
+    }
+
+    template <typename T>
+    T as() const {
+        T value{};
+        memcpy(&value, argument.data(), std::min(sizeof(value), argument.size()));
+        return value;
+    }
+};
+
+/**
+ * A ScriptedKernel that opens, maps and exchanges commands as the binder driver does. A read gets
+ * the oldest batch of give(); where the driver would wait, since there is none, it fails with EIO
+ * instead, so that no test hangs. All operations may be called from any thread, but not while
+ * another is in the driver.
+ */
+class ScriptedBinder {
+  public:
+    explicit ScriptedBinder(const std::string& path);
+
+    /** The one at /dev/hwbinder, which a process opens once: to be made before anything uses it. */
+    static ScriptedBinder& ofThisProcess();
+
+    /** For faults: the ioctls by their names, such as "BINDER_WRITE_READ". */
+    ScriptedKernel& kernel() { return mKernel; }
+
+    /** Lets one read bring these commands. */
+    void give(const std::vector<BinderCommand>& commands);
+    /** Lets one read bring these bytes, whatever they are. */
+    void giveBytes(std::vector<uint8_t> bytes) { mToGive.push_back(std::move(bytes)); }
+
+    /** How many batches have not been read. */
+    size_t left() const { return mToGive.size(); }
+
+    /** Forgets them and everything written. */
+    void clear();
+
+    /** Lets the driver take no more than so many bytes of the next write. */
+    void takeNoMoreThan(size_t size) { mLimit = size; }
+
+    /** The commands written so far, oldest first; forgets them. */
+    std::vector<BinderCommand> take();
+    /** The numbers alone. */
+    std::vector<uint32_t> takeNumbers();
+
+  private:
+    int exchange(binder_write_read* exchange);
+    void record(const uint8_t* bytes, size_t size);
+
+    ScriptedKernel mKernel;
+    std::deque<std::vector<uint8_t>> mToGive;
+    std::vector<BinderCommand> mTaken;
+    size_t mLimit = SIZE_MAX;
+};
+
+}  // namespace korvane::test
