@@ -68,8 +68,11 @@ status_t DriverEvents::deferRelease(uint32_t command) {
 status_t DriverEvents::attemptAcquire() {
     binder_pri_ptr_cookie node;
     if (!mChannel.in().read(&node)) return BAD_VALUE;
-    const int32_t isAcquired = mProcess.localNodes().incStrong(node.ptr) ? 1 : 0;
-    mChannel.out().write(BC_ACQUIRE_RESULT, isAcquired);
+    LocalNodes& nodes = mProcess.localNodes();
+    const bool isAcquired = nodes.incStrong(node.ptr);
+    // Told that it has no reference, the driver will never give one back.
+    if (!isAcquired) nodes.decStrong(node.ptr);
+    mChannel.out().write(BC_ACQUIRE_RESULT, int32_t{isAcquired});
     return OK;
 }
 

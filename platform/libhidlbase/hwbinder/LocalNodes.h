@@ -29,7 +29,10 @@ class LocalNodes {
     /** The object of that name; null if there is none or it is being destroyed. */
     sp<BHwBinder> find(uint64_t name) const;
 
-    /** The driver takes a reference. False if there is no such living object. */
+    /**
+     * The driver takes a reference, which is to be given back in any case. False if there is no
+     * such living object.
+     */
     bool incWeak(uint64_t name);
     bool incStrong(uint64_t name);
 
