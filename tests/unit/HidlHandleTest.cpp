@@ -100,6 +100,30 @@ TEST(HidlHandleTest, MoveTransfersOwnership) {
     EXPECT_FALSE(isOpen(fd));
 }
 
+TEST(HidlHandleTest, MoveAssignmentClosesWhatItOwnedAndLeavesNothingBehind) {
+    hidl_handle source;
+    source.setTo(makeHandle(), true);
+    const int moved = source->data[0];
+    hidl_handle target;
+    target.setTo(makeHandle(), true);
+    const int closed = target->data[0];
+    target = std::move(source);
+    EXPECT_FALSE(isOpen(closed));
+    EXPECT_EQ(moved, target->data[0]);
+    EXPECT_EQ(nullptr, source.getNativeHandle());  // NOLINT: what is left behind is the test
+    hidl_handle& alias = target;
+    target = std::move(alias);
+    EXPECT_EQ(moved, target->data[0]);
+    EXPECT_TRUE(isOpen(moved));
+}
+
+TEST(HidlHandleTest, AnOwnedNullIsNothingToClose) {
+    hidl_handle handle;
+    handle.setTo(nullptr, true);
+    handle.setTo(nullptr, true);
+    EXPECT_EQ(nullptr, handle.getNativeHandle());
+}
+
 TEST(HidlHandleTest, ClosesOnlyWhatItIsToldToOwn) {
     native_handle_t* const kept = makeHandle();
     hidl_handle handle;

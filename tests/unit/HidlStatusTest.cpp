@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <hidl/Status.h>
 
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -51,6 +52,57 @@ TEST(HidlStatusTest, ForgetsTheFormerErrorWhenSet) {
     EXPECT_EQ(Status::EX_SECURITY, status.exceptionCode());
 }
 
+TEST(HidlStatusTest, DescribesEveryExceptionByItsName) {
+    const std::pair<int32_t, const char*> names[] = {
+            {Status::EX_SECURITY, "Status(EX_SECURITY): 'why'"},
+            {Status::EX_BAD_PARCELABLE, "Status(EX_BAD_PARCELABLE): 'why'"},
+            {Status::EX_ILLEGAL_ARGUMENT, "Status(EX_ILLEGAL_ARGUMENT): 'why'"},
+            {Status::EX_NULL_POINTER, "Status(EX_NULL_POINTER): 'why'"},
+            {Status::EX_ILLEGAL_STATE, "Status(EX_ILLEGAL_STATE): 'why'"},
+            {Status::EX_NETWORK_MAIN_THREAD, "Status(EX_NETWORK_MAIN_THREAD): 'why'"},
+            {Status::EX_UNSUPPORTED_OPERATION, "Status(EX_UNSUPPORTED_OPERATION): 'why'"},
+            {Status::EX_HAS_REPLY_HEADER, "Status(EX_HAS_REPLY_HEADER): 'why'"},
+            {-8, "Status(-8): 'why'"}};
+    for (const auto& [exception, description] : names) {
+        EXPECT_EQ(description, Status::fromExceptionCode(exception, "why").description());
+    }
+    EXPECT_EQ("No error", Status::ok().description());
+}
+
+TEST(HidlStatusTest, DescribesEveryTransactionErrorByItsName) {
+    const std::pair<status_t, const char*> names[] = {{DEAD_OBJECT, "DEAD_OBJECT"},
+                                                      {FAILED_TRANSACTION, "FAILED_TRANSACTION"},
+                                                      {UNKNOWN_TRANSACTION, "UNKNOWN_TRANSACTION"},
+                                                      {UNKNOWN_ERROR, "UNKNOWN_ERROR"},
+                                                      {BAD_TYPE, "BAD_TYPE"},
+                                                      {NOT_ENOUGH_DATA, "NOT_ENOUGH_DATA"},
+                                                      {BAD_VALUE, "Invalid argument (-22)"}};
+    for (const auto& [error, name] : names) {
+        std::ostringstream stream;
+        stream << Status::fromStatusT(error);
+        EXPECT_EQ(std::string("Status(EX_TRANSACTION_FAILED): '") + name + ": '", stream.str());
+    }
+}
+
+TEST(HidlStatusTest, AnExceptionOfTheTransportIsAFailedTransaction) {
+    const Status status = Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED);
+    EXPECT_EQ(FAILED_TRANSACTION, status.transactionError());
+    EXPECT_FALSE(Status::fromExceptionCode(Status::EX_NONE).transactionError());
+}
+
+TEST(HidlStatusTest, ExceptionsHaveTheirNumbersOnTheWire) {
+    EXPECT_EQ(0, Status::EX_NONE);
+    EXPECT_EQ(-1, Status::EX_SECURITY);
+    EXPECT_EQ(-2, Status::EX_BAD_PARCELABLE);
+    EXPECT_EQ(-3, Status::EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(-4, Status::EX_NULL_POINTER);
+    EXPECT_EQ(-5, Status::EX_ILLEGAL_STATE);
+    EXPECT_EQ(-6, Status::EX_NETWORK_MAIN_THREAD);
+    EXPECT_EQ(-7, Status::EX_UNSUPPORTED_OPERATION);
+    EXPECT_EQ(-128, Status::EX_HAS_REPLY_HEADER);
+    EXPECT_EQ(-129, Status::EX_TRANSACTION_FAILED);
+}
+
 TEST(HidlReturnTest, GivesItsValue) {
     Return<int> result = 5;
     EXPECT_TRUE(result.isOk());
@@ -95,6 +147,19 @@ TEST(HidlReturnTest, CarriesItsCheckAlongWhenMoved) {
     EXPECT_FALSE(first.isOk());
     const Return<void> second(std::move(first));
     EXPECT_FALSE(second.isOkUnchecked());
+}
+
+TEST(HidlReturnTest, SurvivesAMoveToItself) {
+    Return<void> result = failed(DEAD_OBJECT);
+    Return<void>& alias = result;
+    result = std::move(alias);
+    EXPECT_TRUE(result.isDeadObject());
+}
+
+TEST(HidlReturnTest, TakesTheErrorOfAnotherTypeAndItsCheckWithIt) {
+    const Return<void> first = failed(DEAD_OBJECT);
+    const Return<bool> second = details::StatusOf<void, bool>(first);
+    EXPECT_TRUE(second.isDeadObject());
 }
 
 TEST(HidlReturnTest, HasNothingLeftToCheckOnceMovedFrom) {

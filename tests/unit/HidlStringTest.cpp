@@ -66,6 +66,9 @@ TEST(HidlStringTest, CanBeAssignedAPartOfItself) {
     const hidl_string& alias = string;
     string = alias;
     EXPECT_STREQ("text", string.c_str());
+    hidl_string& movable = string;
+    string = std::move(movable);
+    EXPECT_STREQ("text", string.c_str());
 }
 
 TEST(HidlStringTest, AssigningNullEmptiesIt) {
@@ -91,6 +94,10 @@ TEST(HidlStringTest, ComparesUpToTheFirstNul) {
     EXPECT_TRUE(hidl_string("b") > hidl_string("a"));
     EXPECT_TRUE(hidl_string("b") >= hidl_string("b"));
     EXPECT_TRUE("b" != hidl_string("a"));
+    EXPECT_TRUE("a" == hidl_string("a\0b", 3));
+    EXPECT_FALSE("b" == hidl_string("a"));
+    EXPECT_TRUE(hidl_string("a") != hidl_string("b"));
+    EXPECT_FALSE(hidl_string("a\0b", 3) != hidl_string("a"));
 }
 
 TEST(HidlStringTest, EqualsNoNullPointer) {

@@ -37,6 +37,17 @@ TEST(HidlToStringTest, WritesHandles) {
     native_handle_delete(native);
 }
 
+struct SilentRecipient : hidl_death_recipient {
+    void serviceDied(uint64_t, const wp<hidl::base::V1_0::IBase>&) override {}
+};
+
+TEST(HidlToStringTest, WritesWhatHasNoTextOfItsOwn) {
+    EXPECT_EQ("0x1f", toString(reinterpret_cast<const void*>(0x1f)));
+    EXPECT_EQ("memory", toString(hidl_memory()));
+    EXPECT_EQ("nullptr", toString(sp<hidl_death_recipient>()));
+    EXPECT_EQ("death recipient", toString(sp<hidl_death_recipient>(new SilentRecipient())));
+}
+
 TEST(HidlToStringTest, WritesEnumsByNameAndUnknownValuesInHex) {
     using ::korvane::hardware::camera::desktop::V2_0::toString;
     EXPECT_EQ("WEBCAM_CONTROLLER", toString(ClientType::WEBCAM_CONTROLLER));

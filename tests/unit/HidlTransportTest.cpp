@@ -11,6 +11,7 @@
 #include <android/hidl/base/1.0/BnHwBase.h>
 #include <android/hidl/base/1.0/BpHwBase.h>
 #include <hidl/Static.h>
+#include <hwbinder/ProcessState.h>
 #include <korvane/hardware/camera/desktop/1.0/BnHwCameraDesktop.h>
 #include <korvane/hardware/camera/desktop/1.0/BnHwCameraDesktopCallback.h>
 #include <korvane/hardware/camera/desktop/1.0/BpHwCameraDesktop.h>
@@ -117,6 +118,14 @@ TEST(HidlLocalObjectTest, NobodyChecksThatItReplies) {
                                      [&](const hidl_string& text) { reply = text; })
                         .isOk());
     EXPECT_EQ("unchanged", reply);
+}
+
+TEST(HidlLocalObjectTest, CannotBeRegisteredWithoutTheDriver) {
+    if (ProcessState::self()->hasDriver()) GTEST_SKIP() << "This machine has the driver";
+    const sp<StubDesktop> desktop = new StubDesktop();
+    EXPECT_EQ(INVALID_OPERATION, desktop->registerAsService());
+    EXPECT_EQ(UNEXPECTED_NULL, details::registerAsServiceInternal(nullptr, "default"));
+    EXPECT_EQ(nullptr, ICameraDesktop::tryGetService());
 }
 
 // Their binder objects.
