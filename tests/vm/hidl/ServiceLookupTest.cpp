@@ -155,6 +155,35 @@ TEST_F(ServiceLookupTest, GetServiceWaitsForTheService) {
     EXPECT_EQ(0, client.wait());
 }
 
+/** Says on which instance it could wait for another service. */
+struct Waiting : StubDesktop {
+    Return<void> sendCommand(ClientType, const hidl_string& instance,
+                             sendCommand_cb _hidl_cb) override {
+        toTest->say('w');
+        const auto other = desktop_v2::ICameraDesktop::getService(instance);
+        _hidl_cb(other->isRemote() ? "found" : "own");
+        return ::android::hardware::Void();
+    }
+    Line* toTest = nullptr;
+};
+
+TEST_F(ServiceLookupTest, TheOnlyThreadOfAServiceCanWaitForAnotherService) {
+    mServer = std::make_unique<ForkedProcess>([](Line& test) {
+        ::android::hardware::configureRpcThreadpool(1, true /* callerWillJoin */);
+        const sp<Waiting> service = new Waiting();
+        service->toTest = &test;
+        ASSERT_EQ(::android::OK, service->registerAsService());
+        test.say('r');
+        ::android::hardware::joinRpcThreadpool();
+    });
+    ASSERT_EQ('r', mServer->line().hear());
+    ForkedProcess client([](Line&) { EXPECT_EQ("found", send(find(), "other")); });
+    ASSERT_EQ('w', mServer->line().hear());
+    const std::unique_ptr<ForkedProcess> first = std::move(mServer);
+    serve<StubDesktop>("other");
+    EXPECT_EQ(0, client.wait());
+}
+
 TEST_F(ServiceLookupTest, ListsWhatIsRegistered) {
     serve<StubDesktop>();
     const int32_t server = mServer->pid();

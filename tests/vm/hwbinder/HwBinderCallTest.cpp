@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <linux/android/binder.h>
 #include <unistd.h>
 
 #include <hwbinder/IPCThreadState.h>
@@ -226,6 +227,42 @@ sp<IBinder> makeRecursive() {
     return self;
 }
 
+TEST_F(HwBinderCallTest, ACallBackByAThirdProcessRunsOnTheThreadThatWaits) {
+    // Passes what it gets on to the third, which calls it.
+    Server second([](const Call& fromFirst) {
+        sp<IBinder> callback;
+        EXPECT_EQ(OK, fromFirst.data.readStrongBinder(&callback));
+        Parcel data;
+        data.writeStrongBinder(callback);
+        return Directory::get("third")->transact(1, data, nullptr);
+    });
+    Event isReady;
+    TestProcess third([&] {
+        Directory::put("third", new TestObject([](const Call& fromSecond) {
+                           sp<IBinder> callback;
+                           EXPECT_EQ(OK, fromSecond.data.readStrongBinder(&callback));
+                           return call(callback);
+                       }));
+        isReady.signal();
+        serveAlone();
+    });
+    ASSERT_TRUE(isReady.wait());
+    const pid_t thirdPid = third.pid();
+    runInProcess([thirdPid] {
+        // No pool: nobody else could serve it.
+        const pid_t waiting = gettid();
+        pid_t serving = -1;
+        Parcel data;
+        data.writeStrongBinder(new TestObject([&](const Call&) {
+            serving = gettid();
+            EXPECT_EQ(thirdPid, IPCThreadState::self()->getCallingPid());
+            return OK;
+        }));
+        EXPECT_EQ(OK, Server::find()->transact(1, data, nullptr));
+        EXPECT_EQ(waiting, serving);
+    });
+}
+
 TEST_F(HwBinderCallTest, CallsGoBackAndForthBetweenTwoWaitingThreads) {
     Event isReady;
     TestProcess server([&] {
@@ -243,45 +280,6 @@ TEST_F(HwBinderCallTest, CallsGoBackAndForthBetweenTwoWaitingThreads) {
         int32_t sum = 0;
         reply.readInt32(&sum);
         EXPECT_EQ(210, sum);
-    });
-}
-
-TEST_F(HwBinderCallTest, OnewayCallsReturnBeforeTheyAreServedAndKeepTheirOrder) {
-    constexpr int kCalls = 200;
-    Event isSent;
-    Event isServed;
-    int next = 0;
-    Server server([&](const Call& call) {
-        EXPECT_EQ(IBinder::FLAG_ONEWAY, call.flags & IBinder::FLAG_ONEWAY);
-        if (next == 0) {
-            EXPECT_TRUE(isSent.wait());
-        }
-        int32_t number = -1;
-        call.data.readInt32(&number);
-        EXPECT_EQ(next++, number);
-        if (next == kCalls) isServed.signal();
-        return OK;
-    });
-    runInProcess([&] {
-        const sp<IBinder> object = Server::find();
-        for (int i = 0; i < kCalls; i++) {
-            Parcel data;
-            data.writeInt32(i);
-            ASSERT_EQ(OK, object->transact(1, data, nullptr, IBinder::FLAG_ONEWAY));
-        }
-        isSent.signal();
-        EXPECT_TRUE(isServed.wait());
-    });
-}
-
-TEST_F(HwBinderCallTest, AOnewayCallThatFailsDoesNotShowAtItsCaller) {
-    Server server([](const Call& call) {
-        return call.code == 1 ? android::UNKNOWN_TRANSACTION : call.reply->writeInt32(3);
-    });
-    runInProcess([] {
-        const sp<IBinder> object = Server::find();
-        EXPECT_EQ(OK, call(object, 1, IBinder::FLAG_ONEWAY));
-        EXPECT_EQ(3, ask(object, 2));
     });
 }
 
@@ -310,8 +308,20 @@ status_t answerExchange(const Call& call) {
     return OK;
 }
 
+constexpr size_t kArea = 1024 * 1024 - 2 * 4096;
+// Two sizes, one buffer object and its place in the table, besides the buffer's bytes.
+constexpr size_t kOverhead = 2 * sizeof(uint64_t) + sizeof(binder_buffer_object) + sizeof(uint64_t);
 constexpr size_t kAlmostAll = 1024 * 1024 - 4 * 4096;
 constexpr size_t kTooMuch = 1024 * 1024;
+
+TEST_F(HwBinderCallTest, TheReceiveAreaIsAMegabyteLessTwoPages) {
+    Server server(answerExchange);
+    runInProcess([] {
+        const sp<IBinder> object = Server::find();
+        EXPECT_EQ(OK, exchange(object, kArea - kOverhead, 8));
+        EXPECT_EQ(android::FAILED_TRANSACTION, exchange(object, kArea - kOverhead + 8, 8));
+    });
+}
 
 TEST_F(HwBinderCallTest, ACallMayFillTheReceiveAreaButNotPassIt) {
     Server server(answerExchange);
