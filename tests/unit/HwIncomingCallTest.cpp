@@ -54,6 +54,22 @@ TEST_F(HwIncomingCallTest, ACallServedKnowsItsCallerAndIsAnswered) {
     EXPECT_EQ(BC_FREE_BUFFER, said[1].number);
 }
 
+TEST_F(HwIncomingCallTest, AClearedIdentityComesBackByItsToken) {
+    const sp<BHwBinder> object = new AnsweringObject([&](const Parcel&, Parcel*, const auto&) {
+        const int64_t token = mThread->clearCallingIdentity();
+        EXPECT_EQ(getpid(), mThread->getCallingPid());
+        EXPECT_EQ(getuid(), mThread->getCallingUid());
+        mThread->restoreCallingIdentity(token);
+        EXPECT_EQ(42, mThread->getCallingPid());
+        EXPECT_EQ(43u, mThread->getCallingUid());
+        return OK;
+    });
+    mBinder.give({{BR_TRANSACTION, incoming(publish(object), contentsOf(mWords))}});
+    mBinder.give({BinderCommand(BR_TRANSACTION_COMPLETE)});
+    EXPECT_EQ(OK, serve());
+    EXPECT_EQ(getpid(), mThread->getCallingPid());
+}
+
 TEST_F(HwIncomingCallTest, ALabelledCallIsServedLikeAnyOther) {
     int calls = 0;
     const sp<BHwBinder> object = new AnsweringObject([&](const Parcel&, Parcel*, const auto&) {

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <hwbinder/IPCThreadState.h>
+
 #include "support/LogRecorder.h"
 #include "support/StubDesktop.h"
 
@@ -19,6 +21,7 @@ namespace {
 using hardware::hidl_death_recipient;
 using hardware::hidl_string;
 using hardware::hidl_vec;
+using hardware::IPCThreadState;
 using hardware::Return;
 using hardware::Status;
 using hardware::Void;
@@ -121,6 +124,40 @@ TEST_F(ServiceManagerTest, RefusesBadNames) {
 
 TEST_F(ServiceManagerTest, RefusesNoService) {
     EXPECT_FALSE(mManager->add("default", nullptr));
+    EXPECT_TRUE(logged("registers no service"));
+}
+
+/** Makes this thread serve a call of process 5 of that user. */
+class CallerOfUser {
+  public:
+    explicit CallerOfUser(uid_t uid) {
+        IPCThreadState::self()->restoreCallingIdentity(static_cast<int64_t>(uid) << 32 | 5);
+    }
+    ~CallerOfUser() { IPCThreadState::self()->clearCallingIdentity(); }
+};
+
+TEST_F(ServiceManagerTest, TakesServicesOfRootAndOfItsOwnUserAlone) {
+    {
+        const CallerOfUser stranger(getuid() + 1234);
+        EXPECT_FALSE(mManager->add("default", mDesktop));
+        EXPECT_TRUE(logged("Process 5 of user " + std::to_string(getuid() + 1234) +
+                           " may not register a service"));
+        EXPECT_EQ((Names{}), list());
+    }
+    {
+        const CallerOfUser root(0);
+        EXPECT_TRUE(mManager->add("default", mDesktop));
+    }
+    const CallerOfUser own(getuid());
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+}
+
+TEST_F(ServiceManagerTest, EverybodyMayLookUpAndListen) {
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    const CallerOfUser stranger(getuid() + 1234);
+    EXPECT_EQ(mDesktop, get(ICameraDesktop::descriptor, "default"));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    EXPECT_EQ(3u, list().size());
 }
 
 TEST_F(ServiceManagerTest, RefusesAServiceWithBadInterfaces) {
@@ -184,6 +221,43 @@ TEST_F(ServiceManagerTest, ForgetsAListenerThatDies) {
     mManager->serviceDied(1 /* a listener */, sp<IBase>(mListener));
     EXPECT_TRUE(mManager->add("default", mDesktop));
     EXPECT_TRUE(mListener->told.empty());
+}
+
+/** A listener whose process has died, noticed or not. */
+struct BadListener : StubListener {
+    Return<void> onRegistration(const hidl_string&, const hidl_string&, bool) override {
+        return Status::fromStatusT(DEAD_OBJECT);
+    }
+    Return<bool> linkToDeath(const sp<hidl_death_recipient>&, uint64_t) override {
+        return linkable;
+    }
+    bool linkable = true;
+};
+
+TEST_F(ServiceManagerTest, AListenerThatCannotBeToldKeepsNobodyElseFromBeingTold) {
+    const sp<BadListener> bad = new BadListener();
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", bad));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    EXPECT_EQ(1u, mListener->told.size());
+    EXPECT_TRUE(logged(std::string("Can't tell a listener of ") + ICameraDesktop::descriptor));
+}
+
+TEST_F(ServiceManagerTest, RefusesAListenerThatHasDied) {
+    const sp<BadListener> bad = new BadListener();
+    bad->linkable = false;
+    EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", bad));
+}
+
+TEST_F(ServiceManagerTest, ADeathNoticeOfAnObjectThatHasGoneChangesNothing) {
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    mManager->serviceDied(0 /* a service */, wp<IBase>());
+    EXPECT_EQ(3u, list().size());
+}
+
+TEST_F(ServiceManagerTest, KeepsNoAccountOfLibraries) {
+    EXPECT_TRUE(mManager->registerPassthroughClient(ICameraDesktop::descriptor, "default").isOk());
+    EXPECT_EQ((Names{}), list());
 }
 
 TEST_F(ServiceManagerTest, RefusesListenersOfNothing) {
