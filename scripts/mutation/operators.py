@@ -1,7 +1,8 @@
 """What is changed: every mutant that a source has, each one a small mistake that compiles."""
 
 import re
-from dataclasses import dataclass
+from collections import Counter
+from dataclasses import dataclass, replace
 
 from cpp import ASSIGNMENTS, Source
 
@@ -41,7 +42,7 @@ class Mutant:
     changed: str
     lines: tuple = ()  # of the statement that it is in
     before: str = ''  # the whole lines, spaces as one: what a list of mutants says
-    after: str = ''
+    after: str = ''  # numbered where the same change of the same lines is there before
 
     def apply(self, text):
         return text[:self.start] + self.changed + text[self.start + len(self.original):]
@@ -61,7 +62,14 @@ class Finder:
         self.conditions()
         self.statements()
         self.arguments()
-        return sorted(self.mutants.values(), key=lambda m: (m.start, m.operator))
+        found = sorted(self.mutants.values(), key=lambda m: (m.start, m.operator))
+        seen = Counter()
+        for i, mutant in enumerate(found):
+            key = mutant.before, mutant.after
+            seen[key] += 1
+            if seen[key] > 1:
+                found[i] = replace(mutant, after=f'{mutant.after} ({seen[key]})')
+        return found
 
     def add(self, operator, first, last, changed):
         """Tokens first to last become `changed`."""

@@ -94,6 +94,9 @@ TEST_F(JsonUtilsTest, RefusesAnIndexBehindTheLastElement) {
     EXPECT_EQ(&object["x"], &JsonUtils::getValue(status, object, "x", 2));
     EXPECT_EQ(kOverflow, status);
     expectError("getValue: 'x' array insufficient size=2, index=2");
+    mLog.clear();
+    JsonUtils::getValue(status, object, "x", 5);
+    expectError("getValue: 'x' array insufficient size=2, index=5");
 }
 
 TEST_F(JsonUtilsTest, RefusesAnyIndexIntoAnEmptyArray) {

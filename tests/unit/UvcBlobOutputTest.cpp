@@ -31,8 +31,9 @@ TEST_F(UvcBlobOutputTest, AFrameWithoutAStreamIsNotTaken) {
 TEST_F(UvcBlobOutputTest, AJpegIsCopiedUpToItsSizeAndQueued) {
     streamJpeg();
     const auto blob = makeJpeg(1000, 600);
+    const Bytes bytes = blobBytes(blob, 600);
     EXPECT_TRUE(queue(2, blob, {12, 345678}));
-    EXPECT_EQ(blobBytes(blob, 600), lastFrame());
+    EXPECT_EQ(bytes, lastFrame());
     EXPECT_EQ(0, mKernel.bufferContents(2)[600]);
 
     v4l2_buffer expected = {};

@@ -8,8 +8,10 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
+#include "support/DescriptorZero.h"
 #include "support/UvcBufferOutputTest.h"
 
 using namespace korvane::test;
@@ -101,6 +103,40 @@ TEST_F(UvcBufferReturnTest, AFenceThatWasHandedOnIsLeftAlone) {
     EXPECT_EQ(fence, mListener.emptied[0].fenceFd);
     mCtrl->close();
     EXPECT_EQ(0, close(fence));
+}
+
+TEST_F(UvcBufferReturnTest, AFenceIsHandedOnOnce) {
+    streamJpeg();
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    queue(0, makeJpeg(100, 50), {0, 0}, fence);
+    sendOne();
+    EXPECT_EQ(0, giveBack(0));
+    ASSERT_EQ(2u, mListener.emptied.size());
+    EXPECT_EQ(-1, mListener.emptied[1].fenceFd);
+    EXPECT_EQ(0, close(fence));
+}
+
+TEST_F(UvcBufferReturnTest, AFenceOfDescriptorZeroIsClosedWhenTheStreamStops) {
+    streamJpeg();
+    const auto blob = makeJpeg(100, 50);
+    const android::base::unique_fd event(eventfd(0, EFD_CLOEXEC));
+    const DescriptorZero zero;
+    ASSERT_EQ(0, dup(event.get()));
+    queue(0, blob, {0, 0}, 0);
+    mCtrl->close();
+    EXPECT_EQ(-1, fcntl(0, F_GETFD));
+}
+
+TEST_F(UvcBufferReturnTest, ARecordKeepsItsIndexWhenTheListenerEndsTheStream) {
+    streamJpeg();
+    queue(2, makeJpeg(100, 50));
+    uint32_t index = 0;
+    mListener.onEmptied = [&](UvcBufInfo* record) {
+        mCtrl->close();
+        index = record->index;
+    };
+    sendOne();
+    EXPECT_EQ(2u, index);
 }
 
 TEST_F(UvcBufferReturnTest, TheNextFrameMayBeQueuedFromWithinTheListener) {
