@@ -120,7 +120,7 @@ BENCHMARK(command)
         ->UseRealTime()
         ->ArgName("n")
         ->RangeMultiplier(4)
-        ->Range(16, 256 * 1024);
+        ->Range(16, 64 * 1024);
 
 }  // namespace
 }  // namespace korvane::bench

@@ -101,7 +101,7 @@ void grow(const char* name, void (*measure)(benchmark::State&), int least, int m
 
 int main(int argc, char** argv) {
     using namespace korvane::bench;
-    grow("config_sizes", configSizes, 2, 2048);
+    grow("config_sizes", configSizes, 4, 1024);
     grow("config_intervals", configIntervals, 2, 8192);
     // Texts of up to some 64 kB. From twice that on the allocator fetches a command's memory from
     // the system and gives it back each time, which doubles the cost once.

@@ -90,6 +90,11 @@ need "the daemon opens its node" wait_log 20 "$SHARE/daemon.log" 'added device: 
 need "the host sees a camera" wait_host_node 20
 quiet open
 video=$(host_node)
+start_capture MJPG 640x480
+need "the host streams" wait_log 20 "$SHARE/daemon.log" 'commit with fmt'
+quiet starved
+stop capture
+need "until it stops" wait_log 20 "$SHARE/daemon.log" 'Registering surface ptr: .nil.'
 bench "$seconds" daemon-usb.json UsbRequestBench "$(usb_node "$video")" "$video"
 stream MJPG 1280x720
 stream MJPG 1920x1080
