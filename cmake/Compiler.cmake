@@ -19,6 +19,15 @@ if(SANITIZE)
     endif()
 endif()
 
+option(COVERAGE "Count which lines and branches run: scripts/coverage" OFF)
+if(COVERAGE)
+    add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
+    add_library(korvane_coverage STATIC ${CMAKE_SOURCE_DIR}/tests/support/coverage/CoverageDump.cpp)
+    target_link_options(korvane_coverage INTERFACE --coverage -Wl,--undefined=korvane_coverage_dump
+        -Wl,--wrap=_exit -Wl,--wrap=kill)
+    link_libraries(korvane_coverage)
+endif()
+
 find_program(CCACHE ccache)
 if(CCACHE)
     # Paths relative to the checkout, so that build folders beside each other share the cache.
