@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,6 +27,7 @@ namespace {
 using ::android::sp;
 using ::android::hardware::hidl_string;
 using ::android::hardware::Return;
+using ::android::hardware::Status;
 using ::android::hardware::Void;
 using test::FrameCollector;
 
@@ -44,6 +46,9 @@ class FakeService : public test::StubDesktop {
   public:
     std::string config = kConfigNv12;
     std::string refusal;  // the answer to "create-surface"; empty: a surface is posted
+    bool postsSurface = true;
+    // A command with this in it fails on its way; none if it is empty.
+    std::string failingCommand;
 
     Return<void> registerCallback(ClientType type, const Callback& callback) override {
         const std::lock_guard<std::mutex> guard(mLock);
@@ -54,7 +59,9 @@ class FakeService : public test::StubDesktop {
     Return<void> sendCommand(ClientType type, const hidl_string& command,
                              sendCommand_cb reply) override {
         EXPECT_EQ(ClientType::WEBCAM_CONTROLLER, type);
-        reply(answer(command));
+        const std::optional<std::string> given = answer(command);
+        if (!given) return Return<void>(Status::fromStatusT(android::DEAD_OBJECT));
+        reply(*given);
         return Void();
     }
 
@@ -69,7 +76,7 @@ class FakeService : public test::StubDesktop {
     /** Tells a client; its answer. */
     std::string tell(ClientType type, const std::string& command) {
         std::string reply;
-        sp<hardware::camera::desktop::V1_0::ICameraDesktopCallback> callback = callbacks[type];
+        const Callback callback = callbackOf(type);
         EXPECT_NE(nullptr, callback.get());
         callback->onCommand(command, [&](const hidl_string& given) { reply = given; });
         return reply;
@@ -92,20 +99,26 @@ class FakeService : public test::StubDesktop {
     std::vector<std::string> commands;
 
   private:
+    Callback callbackOf(ClientType type) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return callbacks[type];
+    }
+
     template <typename Condition>
     bool wait(const Condition& condition) {
         std::unique_lock<std::mutex> guard(mLock);
         return mChanged.wait_for(guard, std::chrono::seconds(10), condition);
     }
 
-    std::string answer(const std::string& command) {
+    std::optional<std::string> answer(const std::string& command) {
         const std::lock_guard<std::mutex> guard(mLock);
         commands.push_back(command);
         mChanged.notify_all();
+        if (!failingCommand.empty() && command.find(failingCommand) != std::string::npos) return {};
         if (command == kGetStreamConfig) return config;
         if (!refusal.empty()) return refusal;
         mSurface = std::make_shared<FrameCollector>();
-        surfaces[ClientType::WEBCAM_CONTROLLER] = mSurface->hidlProducer();
+        surfaces[ClientType::WEBCAM_CONTROLLER] = postsSurface ? mSurface->hidlProducer() : nullptr;
         return "";
     }
 
@@ -210,6 +223,47 @@ TEST_F(CameraClientTest, GoesOnAfterARefusal) {
                              "no stream: asked for a surface, the controller says "
                              "\"not streaming\""));
     mService->refusal.clear();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, GoesOnWithoutASurface) {
+    startBoth();
+    mService->postsSurface = false;
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera", "no stream: there is no surface"));
+    mService->postsSurface = true;
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, GoesOnWhenTheServiceFailsInTheMiddle) {
+    startBoth();
+    mService->failingCommand = "get-stream-config";
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(1));
+    mService->failingCommand = "create-surface";
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(3));
+    EXPECT_EQ((std::vector<std::string>{kGetStreamConfig, kGetStreamConfig, kCreateNv12}),
+              mService->commands);
+    mService->failingCommand.clear();
+    mService->tell(ClientType::STREAM, kStart);
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
+TEST_F(CameraClientTest, GoesOnWhenTheSourceCannotDrawAStream) {
+    startBoth();
+    mService->config =
+            "{\"width\":64,\"height\":64,\"v4l2-format\":\"NV12\",\"fps\":100.0,\"buffer-count\":"
+            "4}";
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_ERROR, "desktop-camera",
+                             "the test card cannot be drawn in 64x64"));
+    mService->config = kConfigNv12;
     mService->tell(ClientType::STREAM, kStart);
     ASSERT_TRUE(mService->waitForCommands(6));
     EXPECT_TRUE(mService->surface()->waitForFrames(1));

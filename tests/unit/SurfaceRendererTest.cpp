@@ -261,6 +261,20 @@ TEST(FrameJournalTest, SaysWhyItCannotBeOpened) {
     EXPECT_EQ("/nowhere/log: No such file or directory", error);
 }
 
+TEST(FrameJournalTest, SaysOnceWhyItEndsAndGoesOnCounting) {
+    const test::LogRecorder log;
+    FrameJournal journal;
+    std::string error;
+    ASSERT_TRUE(journal.open("/dev/full", &error)) << error;
+    for (int i = 0; i < 3; ++i) journal.queued({{1, 1}, "NV12", 320, 240, 1, 1});
+    EXPECT_FALSE(journal.isOpen());
+    EXPECT_EQ(4u, journal.nextNumber());
+    EXPECT_EQ((std::vector<test::LogLine>{
+                      {ANDROID_LOG_ERROR, "desktop-camera",
+                       "the log of the frames ends here: No space left on device"}}),
+              log.lines());
+}
+
 TEST(TestCardSourceTest, SaysThatASizeIsTooSmall) {
     const test::LogRecorder log;
     TestCardSource source;
