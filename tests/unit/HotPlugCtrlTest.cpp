@@ -284,6 +284,13 @@ TEST_F(HotPlugCtrlTest, FindsNodesOfOtherNames) {
     EXPECT_EQ(0, mHotPlug.initCheck());
 }
 
+TEST_F(HotPlugCtrlTest, EndsTheScanAtAMissingNodeOfAnotherDriver) {
+    const ScriptedKernel behind("/dev/video1");
+    setName("video0", "korvane webcam");
+    EXPECT_EQ(0, mHotPlug.initCheck());
+    EXPECT_TRUE(behind.calls().empty());
+}
+
 TEST_F(HotPlugCtrlTest, FindsNothingWithoutNodes) {
     EXPECT_EQ(0, mHotPlug.initCheck());
     EXPECT_TRUE(sSleeps.empty());

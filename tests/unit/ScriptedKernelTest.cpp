@@ -215,6 +215,20 @@ TEST_F(ScriptedKernelTest, SelectStillWatchesOtherDescriptors) {
     close(ends[1]);
 }
 
+TEST_F(ScriptedKernelTest, SelectLooksBelowItsWidthOnly) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    ASSERT_EQ(1, write(ends[1], "x", 1));
+    fd_set read;
+    FD_ZERO(&read);
+    FD_SET(ends[0], &read);
+    timeval none = {0, 0};
+    EXPECT_EQ(0, select(ends[0], &read, nullptr, nullptr, &none));
+    EXPECT_FALSE(FD_ISSET(ends[0], &read));
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST_F(ScriptedKernelTest, SelectFailsWhenScriptedTo) {
     mKernel.fail("select", EINTR);
     errno = 0;

@@ -165,8 +165,8 @@ TEST_F(ServiceConnectionTest, HasNoSurfaceOfADeadService) {
 TEST_F(ServiceConnectionTest, SaysThatTheServiceHasDied) {
     ASSERT_TRUE(mConnection.connect());
     mService->mourner->serviceDied(0, nullptr);
-    EXPECT_EQ((std::vector<LogLine>{{ANDROID_LOG_WARN, "desktop-camera",
-                                     "the desktop-camera service has died"}}),
+    EXPECT_EQ((std::vector<LogLine>{
+                      {ANDROID_LOG_WARN, "desktop-camera", "the desktop-camera service has died"}}),
               complaints());
     uint64_t stream = 0;
     EXPECT_EQ(StreamDemand::Work::kReconnect, mDemand.waitForWork(&stream));
