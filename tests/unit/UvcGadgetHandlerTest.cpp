@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <new>
 #include <string>
 #include <vector>
@@ -13,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include "support/DaemonWorld.h"
-#include "support/KeepForGood.h"
 
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
@@ -274,19 +272,6 @@ TEST_F(UvcGadgetReactionsTest, IgnoresTheEndOfAStreamAndChangesOfColour) {
     EXPECT_EQ(mHandler->submitEos(0), android::OK);
     mHandler->dispatchDataSpaceChanged(1, 2, 3);
     EXPECT_EQ(mWorld.log.lines().size(), 1u);
-}
-
-TEST(UvcGadgetHandlerDeathTest, EndsTheProcessWhenItIsDestroyedWhileItPolls) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    DaemonWorld world;
-    if (!world.available()) GTEST_SKIP() << world.whyNot();
-    sp<DaemonWorld::Controller> handler = new DaemonWorld::Controller();
-    // The node is looked at behind the point of no return.
-    ASSERT_TRUE(world.node.waitForCalls("VIDIOC_S_FMT", 1));
-    EXPECT_EXIT(handler.clear(), testing::KilledBySignal(SIGABRT), "terminate called");
-    keepForGood(handler);
-    world.node.fail("select", EINTR);
-    EXPECT_TRUE(world.waitLog(ANDROID_LOG_ERROR, "select failed"));
 }
 
 }  // namespace
