@@ -44,27 +44,31 @@ class BufferQueueAllocationTest : public BufferQueueTest {
         gBeforeMemory = before;
     }
 
-    /** Starts a dequeue that allocates, and comes back when it is in the middle of that. */
-    PendingCall<status_t> dequeueHalfway() {
+    /** Starts a call that allocates, and comes back when it is in the middle of that. */
+    PendingCall<status_t> halfway(const std::function<status_t()>& call) {
         setBeforeMemory([this] {
             mReached.set_value();
             mGoOn.get_future().wait();
             return 0;
         });
-        PendingCall<status_t> later([this] { return dequeue(); });
+        PendingCall<status_t> later(call);
         mReached.get_future().wait();
         setBeforeMemory(nullptr);
         return later;
     }
 
-    void finishDequeue() { mGoOn.set_value(); }
+    PendingCall<status_t> dequeueHalfway() {
+        return halfway([this] { return dequeue(); });
+    }
+
+    void goOn() { mGoOn.set_value(); }
 
     /** Runs a call during an allocation: it has to wait for its end. Gives its result. */
     status_t resultOfWaiting(const std::function<status_t()>& call) {
         auto allocating = dequeueHalfway();
         PendingCall<status_t> waiting(call);
         EXPECT_TRUE(waiting.isHeldUp());
-        finishDequeue();
+        goOn();
         EXPECT_EQ(kNeedsRequest, allocating.get());
         return waiting.get();
     }
@@ -109,12 +113,39 @@ TEST_F(BufferQueueAllocationTest, PreallocationFollowsTheConsumersChanges) {
     EXPECT_EQ(3, calls);
 }
 
+TEST_F(BufferQueueAllocationTest, PreallocationEndsWhenTheConsumerHasTakenTheSlots) {
+    connect();
+    int calls = 0;
+    setBeforeMemory([&] {
+        if (++calls > 1) return 0;
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(NO_ERROR, consumer->attachBuffer(&slot, foreignBuffer()));
+        return 0;
+    });
+    producer->allocateBuffers(1, 1, 0, kCpuUsage);
+    EXPECT_EQ(3, calls);  // its own and the consumer's two
+    EXPECT_EQ(TIMED_OUT, dequeue());
+}
+
+TEST_F(BufferQueueAllocationTest, PreallocationIsWaitedForAsWell) {
+    connect();
+    auto preallocating = halfway([this] {
+        producer->allocateBuffers(1, 1, 0, kCpuUsage);
+        return NO_ERROR;
+    });
+    PendingCall<status_t> waiting([this] { return producer->disconnect(NATIVE_WINDOW_API_CPU); });
+    EXPECT_TRUE(waiting.isHeldUp());
+    goOn();
+    EXPECT_EQ(NO_ERROR, preallocating.get());
+    EXPECT_EQ(NO_ERROR, waiting.get());
+}
+
 TEST_F(BufferQueueAllocationTest, TheQueueIsNotLockedMeanwhile) {
     connect();
     auto allocating = dequeueHalfway();
     EXPECT_FALSE(isQueueLocked());
     EXPECT_EQ(IGraphicBufferConsumer::NO_BUFFER_AVAILABLE, acquire());
-    finishDequeue();
+    goOn();
     EXPECT_EQ(kNeedsRequest, allocating.get());
 }
 
@@ -156,6 +187,14 @@ TEST_F(BufferQueueAllocationTest, DetachingTheNextFreeBufferWaits) {
               }));
 }
 
+TEST_F(BufferQueueAllocationTest, APreallocationWaits) {
+    connect();
+    EXPECT_EQ(NO_ERROR, resultOfWaiting([this] {
+                  producer->allocateBuffers(1, 1, 0, kCpuUsage);
+                  return NO_ERROR;
+              }));
+}
+
 TEST_F(BufferQueueAllocationTest, AnotherDequeueWaits) {
     connect();
     EXPECT_EQ(kNeedsRequest, resultOfWaiting([this] {
@@ -168,11 +207,26 @@ TEST_F(BufferQueueAllocationTest, AnotherDequeueWaits) {
               }));
 }
 
+TEST_F(BufferQueueAllocationTest, AFreeBufferIsGivenMeanwhile) {
+    connect();
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    auto allocating = dequeueHalfway();
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
+    int other = -1;
+    sp<Fence> otherFence;
+    EXPECT_EQ(NO_ERROR,
+              producer->dequeueBuffer(&other, &otherFence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(0, other);
+    goOn();
+    EXPECT_EQ(kNeedsRequest, allocating.get());
+    EXPECT_EQ(1, slot);
+}
+
 TEST_F(BufferQueueAllocationTest, TheEndOfTheConsumerMakesItUseless) {
     connect();
     auto allocating = dequeueHalfway();
     EXPECT_EQ(NO_ERROR, consumer->consumerDisconnect());
-    finishDequeue();
+    goOn();
     EXPECT_EQ(NO_INIT, allocating.get());
 }
 
@@ -183,9 +237,21 @@ TEST_F(BufferQueueAllocationTest, TheSlotIsNobodysMeanwhile) {
     EXPECT_EQ(BAD_VALUE, queue(0));
     EXPECT_EQ(BAD_VALUE, producer->cancelBuffer(0, Fence::NO_FENCE));
     EXPECT_EQ(BAD_VALUE, producer->detachBuffer(0));
-    finishDequeue();
+    goOn();
     EXPECT_EQ(kNeedsRequest, allocating.get());
     EXPECT_EQ(NO_ERROR, request(0));
+}
+
+TEST_F(BufferQueueAllocationTest, TheBufferThatDidNotFitIsGoneMeanwhile) {
+    connect();
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
+    buffer.clear();
+    auto allocating = halfway([this] { return dequeue(64, 32); });
+    EXPECT_EQ(BAD_VALUE, request(0));
+    EXPECT_EQ(nullptr, buffer);
+    goOn();
+    EXPECT_EQ(kNeedsRequest, allocating.get());
 }
 
 }  // namespace

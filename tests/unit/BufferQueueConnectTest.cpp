@@ -2,6 +2,7 @@
 // The buffer queue: connecting, disconnecting, settings and queries of both ends.
 #include <climits>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -134,7 +135,9 @@ TEST_F(BufferQueueConnectTest, IsAbandonedForEverWhenTheConsumerDisconnects) {
     int value = 0;
     EXPECT_EQ(NO_INIT, producer->query(NATIVE_WINDOW_WIDTH, &value));
     EXPECT_EQ(NO_INIT, connectProducer());
-    EXPECT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    for (int api : std::vector<int>{NATIVE_WINDOW_API_CPU, NATIVE_WINDOW_API_EGL, 9}) {
+        EXPECT_EQ(NO_ERROR, producer->disconnect(api)) << api;
+    }
     uint64_t mask = 0;
     EXPECT_EQ(NO_INIT, consumer->getReleasedBuffers(&mask));
     EXPECT_EQ(BufferQueue::NO_BUFFER_AVAILABLE, acquire());
@@ -161,6 +164,9 @@ TEST_F(BufferQueueConnectTest, SomeCallsWorkAbandonedAndUnconnected) {
     EXPECT_EQ(NO_ERROR, producer->getConsumerUsage(&number));
     EXPECT_EQ(NO_ERROR, producer->setSidebandStream(nullptr));
     producer->allocateBuffers(1, 1, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage);
+    FrameEventHistoryDelta delta;
+    producer->getFrameTimestamps(&delta);
+    EXPECT_EQ(16666667, delta.getCompositorTiming().interval);
     EXPECT_EQ(NO_ERROR, consumer->setDefaultBufferSize(2, 2));
 }
 
@@ -174,7 +180,7 @@ TEST_F(BufferQueueConnectTest, NamesAndIdsAreTheQueuesOwn) {
     ASSERT_EQ(NO_ERROR, connectConsumer());
     ASSERT_EQ(NO_ERROR, connectProducer());
     EXPECT_EQ(0u, std::string(producer->getConsumerName().c_str()).find("unnamed-" + pid + "-"));
-    consumer->setConsumerName(String8("webcam"));
+    EXPECT_EQ(NO_ERROR, consumer->setConsumerName(String8("webcam")));
     EXPECT_STRNE("webcam", producer->getConsumerName().c_str());
     ASSERT_EQ(BufferQueue::NUM_BUFFER_SLOTS, 64);
     ASSERT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION, dequeue());
@@ -196,11 +202,12 @@ TEST_F(BufferQueueConnectTest, QueriesTellTheConsumersDefaults) {
     EXPECT_EQ(0, query(NATIVE_WINDOW_CONSUMER_USAGE_BITS));
     EXPECT_EQ(0, query(NATIVE_WINDOW_DEFAULT_DATASPACE));
     EXPECT_EQ(0, query(NATIVE_WINDOW_CONSUMER_IS_PROTECTED));
-    consumer->setDefaultBufferSize(64, 32);
-    consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_BLOB);
-    consumer->setConsumerUsageBits(uint64_t{1} << 40 | 0x33);
-    consumer->setDefaultBufferDataSpace(HAL_DATASPACE_V0_JFIF);
-    consumer->setConsumerIsProtected(true);
+    EXPECT_EQ(NO_ERROR, consumer->setDefaultBufferSize(64, 32));
+    EXPECT_EQ(NO_ERROR, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_BLOB));
+    EXPECT_EQ(NO_ERROR, consumer->setConsumerUsageBits(uint64_t{1} << 40 | 0x33));
+    EXPECT_EQ(NO_ERROR, consumer->setDefaultBufferDataSpace(HAL_DATASPACE_V0_JFIF));
+    EXPECT_EQ(NO_ERROR, consumer->setConsumerIsProtected(true));
+    EXPECT_EQ(NO_ERROR, consumer->setTransformHint(0));
     EXPECT_EQ(64, query(NATIVE_WINDOW_WIDTH));
     EXPECT_EQ(32, query(NATIVE_WINDOW_HEIGHT));
     EXPECT_EQ(HAL_PIXEL_FORMAT_BLOB, query(NATIVE_WINDOW_FORMAT));
@@ -306,12 +313,23 @@ TEST_F(BufferQueueConnectTest, BoundsTheBufferCount) {
     ASSERT_EQ(NO_ERROR, consumer->setMaxAcquiredBufferCount(3));
     EXPECT_EQ(BAD_VALUE, consumer->setMaxBufferCount(2));
     EXPECT_EQ(NO_ERROR, consumer->setMaxBufferCount(5));
+    EXPECT_EQ(BAD_VALUE, consumer->setMaxAcquiredBufferCount(5));
     EXPECT_EQ(BAD_VALUE, producer->setMaxDequeuedBufferCount(3));
     EXPECT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
     EXPECT_EQ(BAD_VALUE, producer->setAsyncMode(true));
     ASSERT_EQ(NO_ERROR, connectProducer());
     EXPECT_EQ(5, output.maxBufferCount);
     EXPECT_EQ(INVALID_OPERATION, consumer->setMaxBufferCount(6));
+}
+
+TEST_F(BufferQueueConnectTest, FewerBuffersNeedFreeSlots) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(NO_ERROR, consumer->attachBuffer(&slot, foreignBuffer()));
+    }
+    EXPECT_EQ(BAD_VALUE, consumer->setMaxBufferCount(1));
+    ASSERT_EQ(NO_ERROR, consumer->detachBuffer(slot));
+    EXPECT_EQ(NO_ERROR, consumer->setMaxBufferCount(1));
 }
 
 TEST_F(BufferQueueConnectTest, BoundsTheDequeuedCount) {
@@ -329,6 +347,25 @@ TEST_F(BufferQueueConnectTest, BoundsTheDequeuedCount) {
     EXPECT_EQ(BAD_VALUE, producer->setMaxDequeuedBufferCount(1));
     EXPECT_EQ(NO_ERROR, producer->cancelBuffer(slot, Fence::NO_FENCE));
     EXPECT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(1));
+}
+
+TEST_F(BufferQueueConnectTest, FewerDequeuedNeedFreeSlotsToo) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(3));
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(NO_ERROR, queueFrame());
+    EXPECT_EQ(BAD_VALUE, producer->setMaxDequeuedBufferCount(1));
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, release(item));
+    EXPECT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(1));
+}
+
+TEST_F(BufferQueueConnectTest, WhatIsSetAlreadyNeedsNoRoom) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    ASSERT_EQ(NO_ERROR, consumer->setMaxBufferCount(1));
+    EXPECT_EQ(NO_ERROR, producer->setAsyncMode(false));
+    EXPECT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(1));
+    EXPECT_EQ(NO_ERROR, consumer->setMaxAcquiredBufferCount(1));
+    EXPECT_EQ(BAD_VALUE, producer->setAsyncMode(true));
 }
 
 TEST_F(BufferQueueConnectTest, ShrinkingNeedsFreeSlots) {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue: how a producer comes by slots and buffers, and when it waits.
 #include <climits>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "support/BufferQueueTest.h"
 
@@ -60,6 +62,38 @@ TEST_F(BufferQueueDequeueTest, DefaultsFillInWhatIsNotGiven) {
     EXPECT_EQ(0x133u, buffer->getUsage());
     EXPECT_EQ(NO_ERROR, again(0, 0, 0, 0));
     EXPECT_EQ(kNeedsRequest, again(64, 33, 0, 0));
+}
+
+TEST_F(BufferQueueDequeueTest, AReallocatedBufferHasNothingOfTheOneBefore) {
+    connect();
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, release(item.mSlot, item.mFrameNumber, new Fence()));
+    ASSERT_EQ(kNeedsRequest, dequeue(64, 32));
+    EXPECT_EQ(0, slot);
+    EXPECT_EQ(Fence::NO_FENCE, fence);
+    EXPECT_EQ(0u, age);
+    EXPECT_EQ(0, query(NATIVE_WINDOW_BUFFER_AGE));
+    EXPECT_EQ(BAD_VALUE, queue(0));  // not requested
+    ASSERT_EQ(NO_ERROR, request(0));
+    EXPECT_EQ(NO_ERROR, queue(0));
+}
+
+TEST_F(BufferQueueDequeueTest, BuffersAreNamedAfterTheConsumer) {
+    connect();
+    consumer->setConsumerName(String8("webcam"));
+    const auto nameOf = [](const GraphicBuffer& named) {
+        char name[64] = {};
+        const std::string path = "/proc/self/fd/" + std::to_string(named.handle->data[0]);
+        EXPECT_LT(0, readlink(path.c_str(), name, sizeof(name) - 1));
+        return std::string(name);
+    };
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    EXPECT_EQ("/memfd:webcam (deleted)", nameOf(*buffer));
+    consumer->setConsumerName(String8("encoder"));
+    producer->allocateBuffers(1, 1, 0, kCpuUsage);
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    EXPECT_EQ("/memfd:encoder (deleted)", nameOf(*buffer));
 }
 
 TEST_F(BufferQueueDequeueTest, WidthAndHeightComeTogether) {
@@ -178,6 +212,7 @@ TEST_F(BufferQueueDequeueTest, WithoutAllocationOnlyFittingBuffersAreGiven) {
     EXPECT_EQ(TIMED_OUT, dequeue());
     ASSERT_EQ(NO_ERROR, producer->allowAllocation(true));
     EXPECT_EQ(kNeedsRequest, dequeue());
+    EXPECT_EQ(0, slot);
 }
 
 TEST_F(BufferQueueDequeueTest, GenerationMarksBuffersAllocatedLater) {
@@ -187,6 +222,11 @@ TEST_F(BufferQueueDequeueTest, GenerationMarksBuffersAllocatedLater) {
     ASSERT_EQ(NO_ERROR, producer->setGenerationNumber(5));
     dequeueMany(1);
     EXPECT_EQ(5u, buffer->getGenerationNumber());
+    ASSERT_EQ(NO_ERROR, producer->detachBuffer(slot));
+    ASSERT_EQ(NO_ERROR, producer->setGenerationNumber(6));
+    producer->allocateBuffers(1, 1, 0, kCpuUsage);
+    dequeueMany(1);
+    EXPECT_EQ(6u, buffer->getGenerationNumber());
 }
 
 TEST_F(BufferQueueDequeueTest, TimestampsComeFromTheConsumer) {
@@ -275,6 +315,8 @@ TEST_F(BufferQueueDequeueTest, DetachNextTakesTheOldestFreeBuffer) {
     EXPECT_EQ(EventList{"released"}, listener->events.take());
     EXPECT_EQ(NO_ERROR, dequeue());
     EXPECT_EQ(0, slot);
+    EXPECT_EQ(kNeedsRequest, dequeue());
+    EXPECT_EQ(1, slot);
 }
 
 TEST_F(BufferQueueDequeueTest, AttachPutsAForeignBufferIntoAnEmptySlot) {
@@ -301,6 +343,35 @@ TEST_F(BufferQueueDequeueTest, AttachTakesAFreeBuffersSlotWhenNoneIsEmpty) {
     slot = 77;
     EXPECT_EQ(TIMED_OUT, producer->attachBuffer(&slot, foreignBuffer()));
     EXPECT_EQ(77, slot);
+}
+
+TEST_F(BufferQueueDequeueTest, AnAttachedBufferIsTheProducersLikeAnyOther) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->attachBuffer(&slot, foreignBuffer()));
+    ASSERT_EQ(NO_ERROR, queue(slot));
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, release(item));
+    EXPECT_EQ(NO_ERROR, dequeue());
+    EXPECT_EQ(0, slot);
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(slot, Fence::NO_FENCE));
+    ASSERT_EQ(NO_ERROR, producer->attachBuffer(&slot, foreignBuffer()));
+    EXPECT_EQ(INVALID_OPERATION, dequeue());  // it holds all that it may
+}
+
+TEST_F(BufferQueueDequeueTest, AnAttachedBufferIsNewToTheConsumer) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
+    dequeueMany(3);
+    ASSERT_EQ(NO_ERROR, queue(0));
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, release(item));
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(1, Fence::NO_FENCE));
+    const sp<GraphicBuffer> foreign = foreignBuffer();
+    ASSERT_EQ(NO_ERROR, producer->attachBuffer(&slot, foreign));
+    ASSERT_EQ(0, slot);  // whose buffer the consumer has had
+    ASSERT_EQ(NO_ERROR, queue(0));
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_EQ(foreign, item.mGraphicBuffer);
 }
 
 TEST_F(BufferQueueDequeueTest, AttachChecksTheGeneration) {

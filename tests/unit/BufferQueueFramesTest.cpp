@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 
 #include "support/BufferQueueTest.h"
 
@@ -95,6 +96,19 @@ TEST_F(BufferQueueFramesTest, AFrameCarriesWhatTheProducerSaid) {
     EXPECT_FALSE(item.mIsDroppable);
     EXPECT_FALSE(item.mIsStale);
     EXPECT_FALSE(item.mAutoRefresh);
+}
+
+TEST_F(BufferQueueFramesTest, AFramesFenceIsToldWithTheFrameAndItsTimes) {
+    connect();
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    QueueBufferInput fenced = input();
+    fenced.fence = new Fence(eventfd(0, EFD_CLOEXEC));
+    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, fenced, &output));
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_EQ(fenced.fence, item.mFence);
+    EXPECT_TRUE(item.mFenceTime->isValid());
+    ASSERT_EQ(1u, listener->timestamps.size());
+    EXPECT_EQ(item.mFenceTime, listener->timestamps[0].acquireFence);
 }
 
 TEST_F(BufferQueueFramesTest, AnUnknownDataspaceIsTheConsumersDefault) {
@@ -276,6 +290,27 @@ TEST_F(BufferQueueFramesTest, AppsFramesAreDroppableUnlessTheyOptOut) {
     EXPECT_FALSE(listener->lastItem.mIsDroppable);
 }
 
+TEST_F(BufferQueueFramesTest, AppsFramesStayDroppableWithoutATimeToWait) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    for (nsecs_t timeout : {-1, 0}) {
+        ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(timeout));
+        ASSERT_EQ(NO_ERROR, queueFrame());
+        EXPECT_TRUE(listener->lastItem.mIsDroppable) << timeout;
+    }
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    // The time outlives the connection, and decides about the next.
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    EXPECT_TRUE(listener->lastItem.mIsDroppable);
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(1));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    EXPECT_FALSE(listener->lastItem.mIsDroppable);
+}
+
 TEST_F(BufferQueueFramesTest, TheCompositorsQueueAlwaysDropsForApps) {
     createQueue(true);
     ASSERT_EQ(NO_ERROR, connectConsumer(true));
@@ -297,46 +332,6 @@ TEST_F(BufferQueueFramesTest, DamageOfReplacedFramesAddsUp) {
     ASSERT_EQ(NO_ERROR, acquire());
     EXPECT_EQ(Region::INVALID_REGION, item.mSurfaceDamage);
     EXPECT_EQ(Region(Rect(0, 0, 8, 8)), damageAfter(Region(Rect(0, 0, 8, 8))));
-}
-
-TEST_F(BufferQueueFramesTest, LateFramesAreSkippedWhenAFrameIsWantedForATime) {
-    connect();
-    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(5));
-    const nsecs_t second = 1000000000;
-    for (nsecs_t time : {second, 2 * second, 3 * second, 4 * second}) {
-        ASSERT_EQ(NO_ERROR, queueFrame(time));
-    }
-    EXPECT_EQ(IGraphicBufferConsumer::PRESENT_LATER, acquire(second - 1));
-    EXPECT_EQ(NO_ERROR, acquire(2 * second));
-    EXPECT_EQ(2u, item.mFrameNumber);
-    EXPECT_EQ(1, producerListener->released);
-    ASSERT_EQ(NO_ERROR, release(item));
-    // The last one up to number 3, though number 4 is due as well.
-    EXPECT_EQ(NO_ERROR, acquire(4 * second, 3));
-    EXPECT_EQ(3u, item.mFrameNumber);
-    ASSERT_EQ(NO_ERROR, release(item));
-    EXPECT_EQ(IGraphicBufferConsumer::PRESENT_LATER, acquire(4 * second, 3));
-    EXPECT_EQ(NO_ERROR, acquire(0, 3));
-    EXPECT_EQ(4u, item.mFrameNumber);
-}
-
-TEST_F(BufferQueueFramesTest, AFrameTooFarAheadIsDueNow) {
-    connect();
-    ASSERT_EQ(NO_ERROR, queueFrame(5000000000));
-    EXPECT_EQ(IGraphicBufferConsumer::PRESENT_LATER, acquire(4000000000));
-    EXPECT_EQ(NO_ERROR, acquire(3999999999));
-}
-
-TEST_F(BufferQueueFramesTest, AutomaticTimesAreNotPassedOver) {
-    connect();
-    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
-    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
-    QueueBufferInput automatic = input(100);
-    automatic.isAutoTimestamp = 1;
-    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, automatic, &output));
-    ASSERT_EQ(NO_ERROR, queueFrame(200));
-    EXPECT_EQ(NO_ERROR, acquire(300));
-    EXPECT_EQ(1u, item.mFrameNumber);
 }
 
 TEST_F(BufferQueueFramesTest, TheLastQueuedFrameIsKnown) {
@@ -368,6 +363,25 @@ TEST_F(BufferQueueFramesTest, TheLastQueuedFrameIsKnown) {
     ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
     EXPECT_EQ(NO_ERROR, producer->getLastQueuedBuffer(&buffer, &fence, matrix));
     EXPECT_EQ(nullptr, buffer);
+}
+
+TEST_F(BufferQueueFramesTest, TheLastQueuedFrameIsForgottenWithItsSlotOnly) {
+    connect();
+    float matrix[16];
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    const sp<GraphicBuffer> queued = buffer;
+    QueueBufferInput last = input();
+    last.fence = new Fence();
+    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, last, &output));
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    ASSERT_EQ(NO_ERROR, producer->detachBuffer(slot));
+    ASSERT_EQ(NO_ERROR, producer->getLastQueuedBuffer(&buffer, &fence, matrix));
+    EXPECT_EQ(queued, buffer);
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, consumer->detachBuffer(item.mSlot));
+    ASSERT_EQ(NO_ERROR, producer->getLastQueuedBuffer(&buffer, &fence, matrix));
+    EXPECT_EQ(nullptr, buffer);
+    EXPECT_EQ(Fence::NO_FENCE, fence);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // The buffer queue: which of its buffers a consumer may keep, and what becomes of frames whose
 // producer has gone.
 #include <climits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -63,6 +64,7 @@ TEST_F(BufferQueueSlotsTest, DisconnectingFreesHeldSlotsAndMakesFramesStale) {
     EXPECT_TRUE(item.mIsStale);
     EXPECT_EQ(2u, item.mFrameNumber);
     EXPECT_NE(nullptr, item.mGraphicBuffer);
+    EXPECT_EQ(kAll, releasedMask());  // the slot has nothing to do with it
     EXPECT_EQ(IGraphicBufferConsumer::STALE_BUFFER_SLOT, release(item));
     EXPECT_EQ(0, producerListener->released);
     EXPECT_EQ(IGraphicBufferConsumer::NO_BUFFER_AVAILABLE, acquire());
@@ -159,6 +161,39 @@ TEST_F(BufferQueueSlotsTest, FreeBuffersCanBeDiscarded) {
     EXPECT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION, dequeue());
 }
 
+TEST_F(BufferQueueSlotsTest, FreeBuffersAreDiscardedThoughNobodyListens) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    ASSERT_EQ(NO_ERROR, producer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(slot, Fence::NO_FENCE));
+    EXPECT_EQ(NO_ERROR, consumer->discardFreeBuffers());
+    EXPECT_EQ(kNeedsRequest, dequeue());
+}
+
+TEST_F(BufferQueueSlotsTest, FreeBuffersDoNotOutliveAConnection) {
+    connect();
+    dequeueMany(2);
+    for (int held : {0, 1}) ASSERT_EQ(NO_ERROR, producer->cancelBuffer(held, Fence::NO_FENCE));
+    ASSERT_EQ(NO_ERROR, disconnect());
+    ASSERT_EQ(NO_ERROR, connectProducer());
+    EXPECT_EQ((std::vector<status_t>{1, 1, TIMED_OUT}), dequeueMany(3));
+    EXPECT_EQ(1, slot);
+}
+
+TEST_F(BufferQueueSlotsTest, FewerSlotsLoseTheNewestFreeBuffer) {
+    connect();
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
+    dequeueMany(3);
+    for (int held : {0, 1, 2}) ASSERT_EQ(NO_ERROR, producer->cancelBuffer(held, Fence::NO_FENCE));
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(1));
+    EXPECT_EQ((std::vector<status_t>{0, 0, TIMED_OUT}), dequeueMany(3));
+    EXPECT_EQ(1, slot);
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(1, Fence::NO_FENCE));
+    ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(2));
+    // Of more slots again, the last has no buffer.
+    EXPECT_EQ((std::vector<status_t>{0, 1, TIMED_OUT}), dequeueMany(3));
+}
+
 TEST_F(BufferQueueSlotsTest, DiscardingLeavesBuffersInUse) {
     connect();
     holdOneAndQueueOne();
@@ -195,6 +230,8 @@ TEST_F(BufferQueueSlotsTest, TheConsumerAttachesAForeignBuffer) {
     EXPECT_EQ(0, slot);
     ASSERT_EQ(NO_ERROR, request(0));
     EXPECT_EQ(foreign, buffer);
+    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
+    EXPECT_EQ(NO_ERROR, dequeue());  // and once is enough
 }
 
 TEST_F(BufferQueueSlotsTest, TheConsumerAttachesNoMoreThanItMayHoldOrThereIsRoomFor) {
@@ -216,6 +253,8 @@ TEST_F(BufferQueueSlotsTest, TheConsumersAttachTakesTheOldestFreeBuffersSlot) {
     ASSERT_EQ(NO_ERROR, producer->cancelBuffer(0, Fence::NO_FENCE));
     EXPECT_EQ(NO_ERROR, consumer->attachBuffer(&slot, foreignBuffer()));
     EXPECT_EQ(1, slot);
+    EXPECT_EQ(NO_ERROR, dequeue());
+    EXPECT_EQ(0, slot);
 }
 
 }  // namespace

@@ -28,6 +28,16 @@ TEST_F(BufferQueueWaitTest, NeverWaitsWhenBothEndsAreAnApps) {
     EXPECT_EQ((std::vector<status_t>{1, 1, 1, WOULD_BLOCK}), dequeueMany(4));
 }
 
+TEST_F(BufferQueueWaitTest, MayWaitUnlessBothEndsAreAnApps) {
+    ASSERT_EQ(NO_ERROR, connectConsumer(true));
+    ASSERT_EQ(NO_ERROR, connectProducer(false));
+    EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    ASSERT_EQ(NO_ERROR, connectConsumer(false));
+    ASSERT_EQ(NO_ERROR, connectProducer(true));
+    EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+}
+
 TEST_F(BufferQueueWaitTest, ATimeoutEndsTheAppsModeAndItsExtraBuffer) {
     ASSERT_EQ(NO_ERROR, connectConsumer(true));
     ASSERT_EQ(NO_ERROR, connectProducer(true));
@@ -125,6 +135,18 @@ TEST_F(BufferQueueWaitTest, ReleasingWakesWhoWaits) {
     EXPECT_EQ(NO_ERROR, later.get());
 }
 
+TEST_F(BufferQueueWaitTest, AcquiringAFrameOfAnEarlierConnectionWakesWhoWaits) {
+    connect();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(NO_ERROR, queueFrame());
+        ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+        ASSERT_EQ(NO_ERROR, connectProducer());
+    }
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_EQ(kNeedsRequest, later.get());
+}
+
 TEST_F(BufferQueueWaitTest, DetachingWakesWhoWaits) {
     connect();
     dequeueMany(2);
@@ -171,6 +193,19 @@ TEST_F(BufferQueueWaitTest, TheEndOfTheConsumerEndsTheWait) {
     connect();
     dequeueMany(2);
     auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    EXPECT_EQ(NO_INIT, later.get());
+}
+
+TEST_F(BufferQueueWaitTest, TheEndOfTheConsumerEndsTheWaitToAttach) {
+    connect();
+    dequeueMany(2);
+    ASSERT_EQ(NO_ERROR, producer->setDequeueTimeout(-1));
+    PendingCall<status_t> later([this] {
+        int attached = -1;
+        return producer->attachBuffer(&attached, foreignBuffer());
+    });
+    EXPECT_TRUE(later.isHeldUp());
     ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
     EXPECT_EQ(NO_INIT, later.get());
 }

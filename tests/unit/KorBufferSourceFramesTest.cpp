@@ -76,15 +76,16 @@ TEST_F(KorBufferSourceFramesTest, LendsAnUnfinishedFrameWithADuplicateOfItsFence
 }
 
 TEST_F(KorBufferSourceFramesTest, LendsAnUnfinishedFrameWithoutAFenceWhenThereIsNoDescriptorForIt) {
-    prepare(1);
+    start(1);
     ManualFence manual;
-    ASSERT_GE(producer.queue({.timestampNs = kMs, .fence = manual.fence()}), 0);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    ASSERT_GE(producer.queue({.timestampNs = 2 * kMs, .fence = manual.fence()}), 0);
     {
         const NoMoreDescriptors none;
-        ASSERT_EQ(OK, source->start());
+        ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     }
-    ASSERT_EQ(1u, component->submissions().size());
-    EXPECT_EQ(-1, component->submissions()[0].fence->get());
+    ASSERT_EQ(2u, component->submissions().size());
+    EXPECT_EQ(-1, component->submissions()[1].fence->get());
 }
 
 TEST_F(KorBufferSourceFramesTest, AcquiresFramesAtOnceBeforeItIsStarted) {

@@ -248,6 +248,22 @@ TEST_F(ProducerWrapperTest, OfAFenceHandleTheFirstDescriptorCounts) {
     EXPECT_EQ(before + 1, countOpenDescriptors());
 }
 
+TEST_F(ProducerWrapperTest, OfAFramesFenceTheFirstDescriptorCounts) {
+    connectClient();
+    prepareSlot();
+    const unique_fd first = makeEvent();
+    const unique_fd second = makeEvent();
+    const BorrowingHandle several({first.get(), second.get()}, 5);
+    HInput input = goodInput();
+    input.fence = several.get();
+    const int before = countOpenDescriptors();
+    ASSERT_EQ(NO_ERROR, wrappedQueue(input));
+    EXPECT_EQ(before + 1, countOpenDescriptors());
+    ASSERT_EQ(NO_ERROR, acquire());
+    eventfd_write(first.get(), 1);
+    EXPECT_EQ(NO_ERROR, item.mFence->wait(0));
+}
+
 TEST_F(ProducerWrapperTest, AFenceThatIsNoDescriptorIsRefused) {
     connectClient();
     prepareSlot();
