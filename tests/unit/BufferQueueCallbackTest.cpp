@@ -80,6 +80,33 @@ TEST_F(BufferQueueCallbackTest, TheProducerIsAskedUnderTheLockAndToldWithoutIt) 
     EXPECT_TRUE(wasLocked("discarded"));
 }
 
+TEST_F(BufferQueueCallbackTest, AProxyPassesEverythingOnWhileTheConsumerLives) {
+    sp<RecordingConsumerListener> real = new RecordingConsumerListener();
+    const wp<RecordingConsumerListener> weak = real;
+    const sp<IConsumerListener> proxy = new BufferQueue::ProxyConsumerListener(real);
+    ASSERT_EQ(NO_ERROR, consumer->consumerConnect(proxy, false));
+    const auto callAll = [this] {
+        ASSERT_EQ(NO_ERROR, connectProducer());
+        ASSERT_EQ(NO_ERROR, producer->setAsyncMode(true));
+        for (int i = 0; i < 2; ++i) ASSERT_EQ(NO_ERROR, queueFrame());
+        ASSERT_EQ(NO_ERROR, producer->setSidebandStream(nullptr));
+        ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+        ASSERT_EQ(NO_ERROR, producer->cancelBuffer(slot, Fence::NO_FENCE));
+        ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+        ASSERT_EQ(NO_ERROR, producer->detachBuffer(slot));
+        ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    };
+    callAll();
+    EXPECT_EQ(
+            (EventList{"dequeued", "available 1", "dequeued", "replaced 2", "sideband", "dequeued",
+                       "cancelled", "dequeued", "detached", "released", "released", "disconnect"}),
+            real->events.take());
+    EXPECT_EQ(2u, real->timestamps.size());
+    real.clear();
+    EXPECT_EQ(nullptr, weak.promote());
+    callAll();
+}
+
 TEST_F(BufferQueueCallbackTest, FramesAreAnnouncedOnTheQueueingThreadWithoutTheirBuffer) {
     connect();
     std::thread::id thread;

@@ -392,27 +392,5 @@ TEST_F(BufferQueueConnectTest, SidebandStreamReachesTheConsumer) {
     EXPECT_EQ(nullptr, received);
 }
 
-TEST_F(BufferQueueConnectTest, ProxyDoesNotKeepTheConsumer) {
-    sp<RecordingConsumerListener> real = new RecordingConsumerListener();
-    const wp<RecordingConsumerListener> weak = real;
-    const sp<IConsumerListener> proxy = new BufferQueue::ProxyConsumerListener(real);
-    ASSERT_EQ(NO_ERROR, consumer->consumerConnect(proxy, false));
-    ASSERT_EQ(NO_ERROR, connectProducer());
-    ASSERT_EQ(NO_ERROR, queueFrame());
-    ASSERT_EQ(NO_ERROR, producer->setSidebandStream(nullptr));
-    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
-    ASSERT_EQ(NO_ERROR, producer->cancelBuffer(slot, Fence::NO_FENCE));
-    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
-    ASSERT_EQ(NO_ERROR, producer->detachBuffer(slot));
-    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
-    EXPECT_EQ((EventList{"dequeued", "available 1", "sideband", "dequeued", "cancelled", "dequeued",
-                         "detached", "released", "released", "disconnect"}),
-              real->events.take());
-    real.clear();
-    EXPECT_EQ(nullptr, weak.promote());
-    ASSERT_EQ(NO_ERROR, connectProducer());
-    EXPECT_EQ(NO_ERROR, queueFrame());
-}
-
 }  // namespace
 }  // namespace korvane::test

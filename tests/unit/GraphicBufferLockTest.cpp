@@ -148,6 +148,10 @@ TEST(GraphicBufferLockTest, RefusesUsesThatAreNotTheCpus) {
     const sp<GraphicBuffer> cpu = allocate(8, 8, HAL_PIXEL_FORMAT_RGBA_8888);
     EXPECT_EQ(BAD_VALUE, cpu->lock(GraphicBuffer::USAGE_HW_TEXTURE, &address));
     EXPECT_EQ(nullptr, address);
+    android_ycbcr planes = {};
+    const sp<GraphicBuffer> camera = allocate(8, 8, kFlexible, GraphicBuffer::USAGE_HW_TEXTURE);
+    EXPECT_EQ(BAD_VALUE, camera->lockYCbCr(kCpu, &planes));
+    EXPECT_EQ(nullptr, planes.y);
 }
 
 TEST(GraphicBufferLockTest, PlanesAreOnlyToldByTheirOwnLock) {
@@ -210,6 +214,11 @@ TEST(GraphicBufferLockTest, UnlockWithoutALockIsOnlyLogged) {
     EXPECT_TRUE(log.lines("GraphicBuffer").empty());
     EXPECT_EQ(NO_ERROR, buffer->unlock());
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "GraphicBuffer", "unlock: the buffer isn't locked"));
+    log.clear();
+    const sp<GraphicBuffer> planes = allocate(8, 8, kFlexible);
+    lockPlanes(*planes);
+    EXPECT_EQ(NO_ERROR, planes->unlock());
+    EXPECT_TRUE(log.lines("GraphicBuffer").empty());
 }
 
 TEST_F(GraphicBufferLayoutTest, IsNv12WithoutPaddingForWebcamSizes) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Graphic buffers: what is allocated, what is imported and what is refused.
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <string>
 #include <utility>
@@ -74,30 +75,14 @@ uint8_t* lockBytes(GraphicBuffer& buffer) {
     return static_cast<uint8_t*>(address);
 }
 
-struct Flat {
-    std::vector<uint32_t> words;
-    std::vector<int> fds;
-};
-
-Flat flatten(const GraphicBuffer& buffer) {
-    Flat flat = {std::vector<uint32_t>(buffer.getFlattenedSize() / 4),
-                 std::vector<int>(buffer.getFdCount())};
-    void* data = flat.words.data();
-    size_t size = flat.words.size() * 4;
-    int* fds = flat.fds.data();
-    size_t count = flat.fds.size();
-    EXPECT_EQ(NO_ERROR, buffer.flatten(data, size, fds, count));
-    EXPECT_EQ(0u, size);
-    EXPECT_EQ(0u, count);
-    return flat;
-}
-
-status_t unflatten(GraphicBuffer& buffer, const Flat& flat) {
-    const void* data = flat.words.data();
-    size_t size = flat.words.size() * 4;
-    const int* fds = flat.fds.data();
-    size_t count = flat.fds.size();
-    return buffer.unflatten(data, size, fds, count);
+/** Of the buffers that allocate() makes. */
+int countMappings() {
+    std::ifstream maps("/proc/self/maps");
+    int count = 0;
+    for (std::string line; std::getline(maps, line);) {
+        count += line.find("/memfd:test") != std::string::npos;
+    }
+    return count;
 }
 
 }  // namespace
@@ -177,14 +162,17 @@ TEST(GraphicBufferTest, HasMemoryThatCanNotChangeItsSize) {
     EXPECT_EQ(64 * 32 * 4, file.st_size);
 }
 
-TEST(GraphicBufferTest, KeepsNothingOpenWhenItIsGone) {
+TEST(GraphicBufferTest, KeepsNothingOpenOrMappedWhenItIsGone) {
     const int before = countOpenDescriptors();
+    const int mappedBefore = countMappings();
     sp<GraphicBuffer> buffer = allocate(64, 32, kRgba);
     sp<GraphicBuffer> imported = import(buffer->handle, *buffer);
     EXPECT_EQ(before + 2, countOpenDescriptors());
+    EXPECT_EQ(mappedBefore + 2, countMappings());
     buffer.clear();
     imported.clear();
     EXPECT_EQ(before, countOpenDescriptors());
+    EXPECT_EQ(mappedBefore, countMappings());
 }
 
 TEST(GraphicBufferTest, HasAnIdOfItsOwn) {
@@ -262,6 +250,9 @@ TEST(GraphicBufferImportTest, RefusesWhatIsNoHandleOfABuffer) {
     handle->data[1] ^= 1;
     EXPECT_EQ(BAD_VALUE, import(handle.get(), *buffer)->initCheck());
     handle = cloneHandle(buffer->handle);
+    handle->version = 0;
+    EXPECT_EQ(BAD_VALUE, import(handle.get(), *buffer)->initCheck());
+    handle->version = sizeof(native_handle_t);
     --handle->numInts;
     EXPECT_EQ(BAD_VALUE, import(handle.get(), *buffer)->initCheck());
     handle = cloneHandle(buffer->handle);
@@ -296,6 +287,7 @@ TEST(GraphicBufferImportTest, RefusesALayoutBeyondItsMemory) {
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { --l.size; }));
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { --l.stride; }));
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { l.width = 0; }));
+    EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { l.height = 0; }));
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { l.stride = UINT32_MAX; }));
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { l.size += 4096; }));
     EXPECT_EQ(BAD_VALUE, importChanged(*rgba, [](BufferLayout& l) { l.size = UINT32_MAX; }));
@@ -331,6 +323,27 @@ TEST(GraphicBufferImportTest, RefusesMemoryThatCouldFault) {
     EXPECT_EQ(BAD_VALUE, importMemory(*buffer, unique_fd(open("/dev/zero", O_RDWR | O_CLOEXEC))));
 }
 
+TEST(GraphicBufferImportTest, RefusesMoreMemoryThanABufferEverHas) {
+    const sp<GraphicBuffer> buffer = allocate(100, 1, kBlob);
+    BufferLayout layout = layoutOf(buffer->handle);
+    for (uint32_t size : {256u << 20, (256u << 20) + 1}) {
+        layout.size = size;
+        const OwnedHandle handle = withMemory(withLayout(buffer->handle, layout).get(),
+                                              makeMemory(size, F_SEAL_SHRINK));
+        EXPECT_EQ(size > 256u << 20 ? BAD_VALUE : NO_ERROR,
+                  import(handle.get(), *buffer)->initCheck());
+    }
+}
+
+TEST(GraphicBufferImportTest, CannotLockWhatItRefused) {
+    const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
+    const sp<GraphicBuffer> refused =
+            new GraphicBuffer(buffer->handle, GraphicBuffer::CLONE_HANDLE, 9, 8, kRgba, 1, kCpu, 8);
+    void* address = nullptr;
+    EXPECT_EQ(NO_INIT, refused->lock(kCpu, &address));
+    EXPECT_EQ(nullptr, address);
+}
+
 TEST(GraphicBufferImportTest, RefusesMemoryThatItMayNotWrite) {
     const sp<GraphicBuffer> buffer = allocate(64, 64, kRgba);
     const uint64_t size = layoutOf(buffer->handle).size;
@@ -354,65 +367,4 @@ TEST(GraphicBufferImportTest, RefusalKeepsNothingOpen) {
     EXPECT_EQ(BAD_VALUE, importChanged(*buffer, [](BufferLayout& l) { ++l.height; }));
     EXPECT_EQ(BAD_VALUE, importMemory(*buffer, makeMemory(0, F_SEAL_SHRINK)));
     EXPECT_EQ(before, countOpenDescriptors());
-}
-
-TEST(GraphicBufferFlattenTest, TravelsWithAllAttributes) {
-    const sp<GraphicBuffer> buffer = allocate(64, 32, kNv12, kCpu | uint64_t{1} << 50);
-    buffer->setGenerationNumber(7);
-    const Flat flat = flatten(*buffer);
-    const sp<GraphicBuffer> received = new GraphicBuffer();
-    EXPECT_EQ(NO_INIT, received->initCheck());
-    ASSERT_EQ(NO_ERROR, unflatten(*received, flat));
-    EXPECT_EQ(NO_ERROR, received->initCheck());
-    EXPECT_EQ(buffer->getId(), received->getId());
-    EXPECT_EQ(7u, received->getGenerationNumber());
-    EXPECT_EQ(kCpu | uint64_t{1} << 50, received->getUsage());
-    EXPECT_EQ(buffer->getBounds(), received->getBounds());
-    EXPECT_EQ(buffer->getStride(), received->getStride());
-    EXPECT_EQ(kNv12, received->getPixelFormat());
-    EXPECT_NE(buffer->handle->data[0], received->handle->data[0]);
-}
-
-TEST(GraphicBufferFlattenTest, WithoutAHandleIsEmpty) {
-    const sp<GraphicBuffer> received = allocate(8, 8, kRgba);
-    const sp<GraphicBuffer> empty = new GraphicBuffer();
-    ASSERT_EQ(NO_ERROR, unflatten(*received, flatten(*empty)));
-    EXPECT_EQ(nullptr, received->handle);
-    EXPECT_EQ(android::Rect(0, 0), received->getBounds());
-    void* address = this;
-    EXPECT_NE(NO_ERROR, received->lock(kCpu, &address));
-    EXPECT_EQ(this, address);
-}
-
-TEST(GraphicBufferFlattenTest, RefusesDataThatIsCutOff) {
-    const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
-    const Flat whole = flatten(*buffer);
-    for (size_t words = 0; words < whole.words.size(); ++words) {
-        Flat cut = whole;
-        cut.words.resize(words);
-        const sp<GraphicBuffer> received = new GraphicBuffer();
-        EXPECT_EQ(NO_MEMORY, unflatten(*received, cut)) << words;
-    }
-    Flat cut = whole;
-    cut.fds.clear();
-    const sp<GraphicBuffer> received = new GraphicBuffer();
-    EXPECT_EQ(NO_MEMORY, unflatten(*received, cut));
-}
-
-TEST(GraphicBufferFlattenTest, RefusesDataThatIsNoBuffer) {
-    const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
-    const auto check = [&](size_t word, uint32_t value) {
-        Flat changed = flatten(*buffer);
-        changed.words[word] = value;
-        const sp<GraphicBuffer> received = new GraphicBuffer();
-        const status_t status = unflatten(*received, changed);
-        EXPECT_EQ(nullptr, received->handle);
-        return status;
-    };
-    EXPECT_EQ(BAD_VALUE, check(0, 'GBFR'));
-    EXPECT_EQ(BAD_VALUE, check(1, 9));
-    EXPECT_EQ(BAD_VALUE, check(10, 1025));
-    EXPECT_EQ(BAD_VALUE, check(10, UINT32_MAX));
-    EXPECT_EQ(BAD_VALUE, check(11, UINT32_MAX));
-    EXPECT_EQ(BAD_VALUE, check(11, 0));
 }

@@ -160,6 +160,47 @@ TEST_F(H2BGraphicBufferProducerTest, AFrameGoesRound) {
     EXPECT_EQ(NO_ERROR, client->disconnect(NATIVE_WINDOW_API_CPU));
 }
 
+TEST_F(H2BGraphicBufferProducerTest, AllThatIsSaidOfAFrameTravels) {
+    connectThroughClient();
+    consumer->setDefaultBufferSize(64, 32);
+    consumer->setTransformHint(7);
+    ASSERT_EQ(kNeedsRequest, clientDequeue());
+    ASSERT_EQ(NO_ERROR, client->requestBuffer(slot, &buffer));
+    QueueBufferInput frame(99, true, HAL_DATASPACE_V0_JFIF, Rect(1, 2, 30, 20), 2, 4,
+                           Fence::NO_FENCE, 3, true);
+    ASSERT_EQ(NO_ERROR, client->queueBuffer(slot, frame, &output));
+    EXPECT_EQ(7u, output.transformHint);
+    EXPECT_EQ(1, output.frameTimestamps.getCompositorTiming().deadline);
+    EXPECT_EQ(2, output.frameTimestamps.getCompositorTiming().interval);
+    EXPECT_EQ(3, output.frameTimestamps.getCompositorTiming().presentLatency);
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_TRUE(item.mIsAutoTimestamp);
+    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, item.mDataSpace);
+    EXPECT_EQ(Rect(1, 2, 30, 20), item.mCrop);
+    EXPECT_EQ(2u, item.mScalingMode);
+    EXPECT_EQ(4u, item.mTransform);
+    EXPECT_EQ(3, query(NATIVE_WINDOW_STICKY_TRANSFORM));
+}
+
+TEST_F(H2BGraphicBufferProducerTest, ThatAFrameWasReplacedComesThrough) {
+    connectThroughClient();
+    ASSERT_EQ(NO_ERROR, client->setAsyncMode(true));
+    for (bool replaced : {false, true}) {
+        ASSERT_EQ(kNeedsRequest, clientDequeue());
+        ASSERT_EQ(NO_ERROR, client->requestBuffer(slot, &buffer));
+        ASSERT_EQ(NO_ERROR, client->queueBuffer(slot, input(), &output));
+        EXPECT_EQ(replaced, output.bufferReplaced);
+    }
+}
+
+TEST_F(H2BGraphicBufferProducerTest, NoListenerStaysNone) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    ASSERT_EQ(NO_ERROR, client->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_EQ(NO_ERROR, release(item));
+}
+
 TEST_F(H2BGraphicBufferProducerTest, TheQueuesStatusComesThrough) {
     EXPECT_EQ(NO_INIT, client->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
     EXPECT_EQ(NO_INIT, clientDequeue());
@@ -248,7 +289,9 @@ TEST_F(H2BGraphicBufferProducerTest, SettingsGoToTheQueue) {
     EXPECT_EQ(NO_ERROR, client->allowAllocation(false));
     EXPECT_EQ(kNeedsRequest, dequeue(8, 8));
     EXPECT_EQ(NO_ERROR, client->setGenerationNumber(4));
+    slot = 77;
     EXPECT_EQ(BAD_VALUE, client->attachBuffer(&slot, foreignBuffer(3)));
+    EXPECT_EQ(77, slot);
     const sp<NativeHandle> stream = NativeHandle::create(native_handle_create(0, 1), true);
     EXPECT_EQ(NO_ERROR, client->setSidebandStream(stream));
     sp<NativeHandle> received;
@@ -309,6 +352,20 @@ TEST_F(H2BGraphicBufferProducerTest, OutputsAreSetWhateverHappens) {
     EXPECT_EQ(DEAD_OBJECT, clientDequeue());
     ASSERT_NE(nullptr, fence);
     EXPECT_FALSE(fence->isValid());
+    const auto expectEmpty = [this] {
+        ASSERT_NE(nullptr, buffer);
+        EXPECT_EQ(nullptr, buffer->handle);
+        ASSERT_NE(nullptr, fence);
+        EXPECT_FALSE(fence->isValid());
+        buffer.clear();
+        fence.clear();
+    };
+    expectEmpty();
+    EXPECT_EQ(DEAD_OBJECT, client->detachNextBuffer(&buffer, &fence));
+    expectEmpty();
+    float matrix[16];
+    EXPECT_EQ(DEAD_OBJECT, client->getLastQueuedBuffer(&buffer, &fence, matrix));
+    expectEmpty();
 }
 
 TEST_F(H2BGraphicBufferProducerTest, AResultThatDoesNotConvertSpoilsOnlySuccess) {

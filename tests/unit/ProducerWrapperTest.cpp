@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "support/DescriptorZero.h"
+#include "support/LogRecorder.h"
 #include "support/ProducerWrapperTest.h"
 
 namespace korvane::test {
@@ -74,6 +75,16 @@ TEST_F(ProducerWrapperTest, ADeadClientDoesNotTakeTheQueueWithIt) {
     ASSERT_EQ(NO_ERROR, wrappedQueue(goodInput()));
     ASSERT_EQ(NO_ERROR, acquire());
     EXPECT_EQ(NO_ERROR, release(item));
+}
+
+TEST_F(ProducerWrapperTest, AClientThatIsDeadWhenItIsAskedIsNotTold) {
+    LogRecorder log;
+    connectClient(new DeadListener());
+    prepareSlot();
+    ASSERT_EQ(NO_ERROR, wrappedQueue(goodInput()));
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, release(item));
+    EXPECT_EQ(1u, log.lines("LWProducerListener").size());  // of the question
 }
 
 TEST_F(ProducerWrapperTest, DequeueGivesStatusFlagsAndSlot) {
@@ -274,6 +285,19 @@ TEST_F(ProducerWrapperTest, AFenceThatIsNoDescriptorIsRefused) {
     EXPECT_EQ(BAD_VALUE, static_cast<int32_t>(wrapper->cancelBuffer(slot, closed.get())));
     EXPECT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->cancelBuffer(slot, hidl_handle())));
     EXPECT_EQ(BAD_VALUE, static_cast<int32_t>(wrapper->cancelBuffer(64, hidl_handle())));
+}
+
+TEST_F(ProducerWrapperTest, FencesAndStreamsWithCountsNoHandleHasAreRefused) {
+    connectClient();
+    prepareSlot();
+    const BorrowingHandle handle({}, 1);
+    for (int count : {-1, 1025, INT_MAX, INT_MIN}) {
+        handle.get()->numFds = count;
+        EXPECT_EQ(BAD_VALUE, static_cast<int32_t>(wrapper->cancelBuffer(slot, handle.get())));
+        EXPECT_EQ(BAD_VALUE, static_cast<int32_t>(wrapper->setSidebandStream(handle.get())));
+    }
+    handle.get()->numFds = 0;
+    EXPECT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->cancelBuffer(slot, handle.get())));
 }
 
 TEST_F(ProducerWrapperTest, DescriptorsBelowTwoAreNoFencesOfTheServer) {
