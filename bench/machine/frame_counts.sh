@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # What the daemon asks of the kernel and of the heap for each frame of a real stream, as the kernel
 # notes it. Runs in the test machine; leaves $SHARE/frame-FORMAT.trace, which bench/machine/count reads.
+# shellcheck source=tests/vm/lib.sh
 . "$(dirname "$0")/../../tests/vm/lib.sh"
 . "$(dirname "$0")/../../tests/vm/host.sh"
 
