@@ -113,7 +113,7 @@ RegisterProcess::~RegisterProcess() {
 }
 
 bool RegisterProcess::waitForLog(const std::string& text) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
     while (mLog.find(text) == std::string::npos) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 end - std::chrono::steady_clock::now());

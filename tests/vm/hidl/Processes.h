@@ -62,7 +62,7 @@ class RegisterProcess {
     RegisterProcess(const RegisterProcess&) = delete;
     RegisterProcess& operator=(const RegisterProcess&) = delete;
 
-    /** Waits until it has logged a line with this text; false after ten seconds. */
+    /** Waits until it has logged a line with this text; false after a minute. */
     bool waitForLog(const std::string& text);
 
   private:
