@@ -103,8 +103,8 @@ int main(int argc, char** argv) {
     using namespace korvane::bench;
     grow("config_sizes", configSizes, 4, 1024);
     grow("config_intervals", configIntervals, 2, 8192);
-    // Texts of up to some 64 kB. From twice that on the allocator fetches a command's memory from
-    // the system and gives it back each time, which doubles the cost once.
+    // Texts of up to some 64 kB. From twice that on the allocator fetches the memory of a nested
+    // one from the system and gives it back each time, which can double the cost once.
     grow("command_text", commandText, 16, 65536);
     grow("command_members", commandMembers, 4, 4096);
     grow("command_depth", commandDepth, 4, 16384);
