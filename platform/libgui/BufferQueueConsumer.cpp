@@ -65,6 +65,7 @@ void BufferQueueConsumer::takeFront_l(BufferItem* outBuffer) {
 status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expectedPresent,
                                             uint64_t maxFrameNumber) {
     int dropped = 0;
+    bool wasTooLong = false;
     sp<IProducerListener> listener;
     {
         std::lock_guard<std::mutex> lock(mCore->mMutex);
@@ -78,10 +79,12 @@ status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expec
             dropped = dropLateFrames_l(expectedPresent, maxFrameNumber);
             if (!isFrontDue_l(expectedPresent, maxFrameNumber)) return PRESENT_LATER;
         }
+        wasTooLong = static_cast<int>(mCore->mQueue.size()) > mCore->bufferCount_l();
         takeFront_l(outBuffer);
-        mCore->mDequeueCondition.notify_all();
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
     }
+    // Taking a frame frees no slot: nobody is woken in vain.
+    if (dropped > 0 || wasTooLong) mCore->mDequeueCondition.notify_all();
     for (; listener != nullptr && dropped > 0; --dropped) listener->onBufferReleased();
     return NO_ERROR;
 }
@@ -141,8 +144,9 @@ status_t BufferQueueConsumer::releaseBuffer(int slot, uint64_t frameNumber, EGLD
         mCore->mSlots[slot].mFence = releaseFence;
         mCore->freeActiveBuffer_l(slot);
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
-        mCore->mDequeueCondition.notify_all();
     }
+    // Not under the lock, which a producer that waits for the buffer takes as soon as it is woken.
+    mCore->mDequeueCondition.notify_all();
     if (listener != nullptr) listener->onBufferReleased();
     return NO_ERROR;
 }

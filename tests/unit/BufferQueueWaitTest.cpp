@@ -220,5 +220,31 @@ TEST_F(BufferQueueWaitTest, RaisingTheAcquiredCountWakesNobody) {
     EXPECT_EQ(NO_INIT, later.get());
 }
 
+TEST_F(BufferQueueWaitTest, TakingAStaleFrameEndsTheWaitForAShorterQueue) {
+    connect();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(NO_ERROR, queueFrame());
+        ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+        ASSERT_EQ(NO_ERROR, connectProducer());
+    }
+    ASSERT_EQ(TIMED_OUT, dequeue());
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, acquire());
+    EXPECT_TRUE(item.mIsStale);
+    EXPECT_LE(0, later.get());
+}
+
+TEST_F(BufferQueueWaitTest, DroppingALateFrameEndsTheWaitForItsBuffer) {
+    connect();
+    dequeueMany(2);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(NO_ERROR, producer->queueBuffer(i, input(100 + i), &output));
+    }
+    auto later = dequeueLater();
+    ASSERT_EQ(NO_ERROR, acquire(1000));
+    EXPECT_EQ(1, item.mSlot);
+    EXPECT_LE(0, later.get());
+}
+
 }  // namespace
 }  // namespace korvane::test
