@@ -14,12 +14,18 @@
 namespace android {
 namespace hardware {
 
-Parcel::Parcel() : mWriter(std::make_unique<ParcelWriter>()) {}
+Parcel::Parcel() = default;
 
 Parcel::~Parcel() = default;
 
 ParcelView Parcel::view() const {
-    return mBlock != nullptr ? mBlock->view() : mWriter->view();
+    if (mBlock != nullptr) return mBlock->view();
+    return mWriter != nullptr ? mWriter->view() : ParcelView();
+}
+
+ParcelWriter& Parcel::writer() {
+    if (mWriter == nullptr) mWriter = std::make_unique<ParcelWriter>();
+    return *mWriter;
 }
 
 ParcelReader Parcel::reader() const {
@@ -48,7 +54,7 @@ void Parcel::setDataPosition(size_t position) const {
 
 void Parcel::freeData() {
     mBlock = nullptr;
-    mWriter = std::make_unique<ParcelWriter>();
+    mWriter = nullptr;
     mPosition = 0;
 }
 
@@ -78,12 +84,12 @@ size_t Parcel::ipcObjectsCount() const {
 }
 
 size_t Parcel::ipcBufferSize() const {
-    return mWriter->buffersSize();
+    return mWriter != nullptr ? mWriter->buffersSize() : 0;
 }
 
 status_t Parcel::writeBytes(const void* bytes, size_t size) {
     if (mBlock != nullptr) return INVALID_OPERATION;
-    return mWriter->write(bytes, size);
+    return writer().write(bytes, size);
 }
 
 template <typename T>

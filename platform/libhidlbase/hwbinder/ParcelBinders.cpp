@@ -26,7 +26,7 @@ status_t resolveRemote(const flat_binder_object& object, sp<IBinder>* binder) {
 
 status_t Parcel::writeStrongBinder(const sp<IBinder>& binder) {
     if (mBlock != nullptr) return INVALID_OPERATION;
-    return mWriter->writeBinder(binder);
+    return writer().writeBinder(binder);
 }
 
 status_t Parcel::readNullableStrongBinder(sp<IBinder>* binder) const {

@@ -23,14 +23,14 @@ binder_buffer_object describe(const void* buffer, size_t length) {
 
 status_t Parcel::writeBuffer(const void* buffer, size_t length, size_t* handle) {
     if (mBlock != nullptr) return INVALID_OPERATION;
-    return mWriter->writeBuffer(describe(buffer, length), handle);
+    return writer().writeBuffer(describe(buffer, length), handle);
 }
 
 status_t Parcel::writeEmbeddedBuffer(const void* buffer, size_t length, size_t* handle,
                                      size_t parentHandle, size_t parentOffset) {
     if (mBlock != nullptr) return INVALID_OPERATION;
     binder_buffer_object parent;
-    if (!ObjectTable(mWriter->view()).getBuffer(parentHandle, &parent)) return BAD_VALUE;
+    if (!ObjectTable(writer().view()).getBuffer(parentHandle, &parent)) return BAD_VALUE;
     if (parent.length < sizeof(uint64_t) || parentOffset > parent.length - sizeof(uint64_t)) {
         return BAD_VALUE;
     }
@@ -38,7 +38,7 @@ status_t Parcel::writeEmbeddedBuffer(const void* buffer, size_t length, size_t* 
     object.flags = BINDER_BUFFER_FLAG_HAS_PARENT;
     object.parent = parentHandle;
     object.parent_offset = parentOffset;
-    return mWriter->writeBuffer(object, handle);
+    return writer().writeBuffer(object, handle);
 }
 
 status_t Parcel::readNullableBuffer(size_t length, size_t* handle, const void** buffer) const {

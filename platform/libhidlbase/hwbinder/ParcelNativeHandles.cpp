@@ -54,7 +54,7 @@ status_t Parcel::writeNativeHandleNoDup(const native_handle_t* handle, bool embe
     array.num_fds = handle->numFds;
     array.parent = index;
     array.parent_offset = offsetof(native_handle_t, data);
-    return mWriter->writeObject(array);
+    return writer().writeObject(array);
 }
 
 status_t Parcel::readNullableNativeHandleNoDup(const native_handle_t** handle) const {

@@ -14,11 +14,20 @@ namespace {
 
 constexpr size_t kMaxSize = INT32_MAX & ~7;  // so that padding never passes it
 
+// What nearly every call and reply keeps within.
+constexpr size_t kUsualSize = 512;
+constexpr size_t kUsualObjects = 16;
+
 constexpr size_t padded(size_t size, size_t unit) {
     return (size + unit - 1) / unit * unit;
 }
 
 }  // namespace
+
+ParcelWriter::ParcelWriter() {
+    mBytes.reserve(kUsualSize);
+    mObjects.reserve(kUsualObjects);
+}
 
 ParcelWriter::~ParcelWriter() {
     for (const uint64_t name : mPublished) ProcessState::self()->localNodes().withdraw(name);

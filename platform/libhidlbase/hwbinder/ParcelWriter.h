@@ -20,7 +20,7 @@ namespace hardware {
  */
 class ParcelWriter {
   public:
-    ParcelWriter() = default;
+    ParcelWriter();
     ~ParcelWriter();
     ParcelWriter(const ParcelWriter&) = delete;
     ParcelWriter& operator=(const ParcelWriter&) = delete;

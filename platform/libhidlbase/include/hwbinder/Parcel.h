@@ -170,8 +170,9 @@ class Parcel {
     status_t writeBytes(const void* bytes, size_t size);
     ParcelView view() const;
     ParcelReader reader() const;
+    ParcelWriter& writer();
 
-    std::unique_ptr<ParcelWriter> mWriter;  // what has been written here
+    std::unique_ptr<ParcelWriter> mWriter;  // what has been written here, if anything
     std::unique_ptr<ReceivedBlock> mBlock;  // or, if not null, what has been received
     mutable size_t mPosition = 0;
 };
