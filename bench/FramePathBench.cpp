@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -175,6 +176,10 @@ void registerAll() {
 }  // namespace korvane::bench
 
 int main(int argc, char** argv) {
+    if (const std::string whyNot = korvane::test::DaemonWorld().whyNot(); !whyNot.empty()) {
+        fprintf(stderr, "%s\n", whyNot.c_str());
+        return 77;
+    }
     korvane::bench::registerAll();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
