@@ -10,7 +10,7 @@ namespace korvane::test {
 /**
  * While it lives, a timed wait on a condition for one second to three ends at once, and the
  * process's monotonic clock jumps over the time. Other waits stay as they are. A test program has
- * this by linking `korvane_short_waits`. One at a time.
+ * this by compiling ShortWaits.cpp in. One at a time.
  */
 class ShortWaits {
   public:
