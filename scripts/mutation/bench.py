@@ -144,10 +144,12 @@ class Choice:
         """None when the program fails even without a mutant."""
         with self.lock:
             if program.name not in self.linked:
-                output = self.folder / program.name
+                output = self.bench.place_for(self.folder, program)
                 run(program.link_command(output, {self.unit.object: str(self.folder / 'all.o')},
                                          [str(self.bench.out / 'choice.o')]), cwd=self.bench.build)
                 passed = self.bench.passes(output, 120)
+                if not passed:
+                    self.bench.say(f'{program.name} fails without any mutant: it tells nothing')
                 self.linked[program.name] = output if passed else None
             return self.linked[program.name]
 
@@ -188,6 +190,13 @@ class Bench:
                 self.choices[path] = None if path.suffix == '.h' else Choice(
                     self, path, mutants_of((self.tree / path).read_text()))
             return self.choices[path]
+
+    def place_for(self, folder, program):
+        """Where a program finds those that it starts, as in the build folder."""
+        (folder / 'tests').mkdir(exist_ok=True)
+        if not (folder / 'bin').exists():
+            (folder / 'bin').symlink_to(self.build / 'bin')
+        return folder / 'tests' / program.name
 
     def copy_changed(self, folder):
         shutil.rmtree(folder, ignore_errors=True)
@@ -341,7 +350,7 @@ class Bench:
         return objects
 
     def cover_by(self, program, objects, folder):
-        binary = folder / program.name
+        binary = self.place_for(folder, program)
         run([*program.link_command(binary, objects, [str(folder / 'coverage_ending.o')]),
              '--coverage'], cwd=self.build)
         counts = folder / (program.name + '.counts')
@@ -454,7 +463,7 @@ class Worker:
                     if unit.compile(compiled[unit.object], self.folder):
                         return 'refused', ''
                 objects[unit.object] = compiled[unit.object]
-            binary = self.folder / program.name
+            binary = self.bench.place_for(self.folder, program)
             run(program.link_command(binary, objects), cwd=self.bench.build)
             passed = self.passes(program, path, binary)
             binary.unlink()

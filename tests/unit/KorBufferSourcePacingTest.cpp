@@ -281,6 +281,9 @@ TEST_F(TimeLapseTest, DoesNotApplyToACaptureOfJustTwiceTheRate) {
     queueTimes({1000000});
     EXPECT_THAT(submittedTimes(), ElementsAre(1000000));
     EXPECT_EQ(-1, peer.prevCaptureUs());
+    peer.captureFps() = 60.1;
+    queueTimes({2000000});
+    EXPECT_EQ(2000000, peer.prevCaptureUs());
 }
 
 TEST_F(TimeLapseTest, ScalesTimesWhenItDoesNotSnap) {

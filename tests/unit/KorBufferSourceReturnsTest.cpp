@@ -120,6 +120,19 @@ TEST_F(KorBufferSourceReturnsTest, LogsALentCodecBufferWithoutAFrameUnlessItEnde
     EXPECT_EQ(1u, log.lines(kTag).size());
 }
 
+TEST_F(KorBufferSourceReturnsTest, GivesAFrameBackWhoseCodecBufferIsLentAgain) {
+    prepare(1);
+    ASSERT_EQ(OK, source->onInputBufferAdded(0));  // which is there already
+    ASSERT_EQ(OK, source->start());
+    for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(submittedIds(), ElementsAre(0, 0));
+    ASSERT_EQ(1u, queue->releases().size());
+    EXPECT_EQ(1u, queue->releases()[0].frameNumber);
+    EXPECT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    ASSERT_EQ(2u, queue->releases().size());
+    EXPECT_EQ(2u, queue->releases()[1].frameNumber);
+}
+
 TEST_F(KorBufferSourceReturnsTest, ReusesACodecBufferBehindThoseThatAreFree) {
     start(2);
     ASSERT_GE(queueFrame(1 * kMs), 0);
