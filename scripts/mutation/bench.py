@@ -21,6 +21,8 @@ from operators import mutants_of
 
 HERE = Path(__file__).resolve().parent
 CHANGED_FOLDERS = ('hardware', 'tests')  # each worker has its own copy of these
+# It takes a member from the first library that has it, wherever the need for it comes up.
+LINKER = ('-fuse-ld=lld', '-Wl,--strip-debug', '-Wl,--threads=1')
 LIBRARIES = ('libcameradesktop.a', 'libkorjsonutils.a')
 
 
@@ -97,6 +99,10 @@ class Program:
         self.spent = collections.Counter()  # seconds, with mutants of a source
         self.kills = collections.Counter()
 
+    @property
+    def timeout(self):
+        return 10 + 10 * self.seconds
+
     def link_command(self, output, replaced, others=()):
         """The command that links it with new objects.
 
@@ -147,7 +153,7 @@ class Choice:
                 output = self.bench.place_for(self.folder, program)
                 run(program.link_command(output, {self.unit.object: str(self.folder / 'all.o')},
                                          [str(self.bench.out / 'choice.o')]), cwd=self.bench.build)
-                passed = self.bench.passes(output, 120)
+                passed = self.bench.passes(output, program.timeout)
                 if not passed:
                     self.bench.say(f'{program.name} fails without any mutant: it tells nothing')
                 self.linked[program.name] = output if passed else None
@@ -225,15 +231,13 @@ class Bench:
     def read_commands(self):
         self.programs = {}
         used = set()  # objects that come into a program, by themselves or in a library
-        linker = ['-fuse-ld=lld', '-Wl,--strip-debug', '-Wl,--threads=1'] \
-            if shutil.which('ld.lld') else []
         for line in run(['ninja', '-t', 'commands', 'native_tests'], cwd=self.build).splitlines():
             match = re.search(r' -o tests/(\w+) ', line)
             if any(library in line for library in LIBRARIES) and (match or '/ar qc ' in line):
                 command = shlex.split(line.removeprefix(': && ').removesuffix(' && :'))
                 used.update(command)
                 if match:
-                    self.programs[match[1]] = Program(match[1], command + linker)
+                    self.programs[match[1]] = Program(match[1], [*command, *LINKER])
         self.units = {}
         for entry in json.loads((self.build / 'compile_commands.json').read_text()):
             unit = Unit(entry, self)
@@ -431,7 +435,7 @@ class Worker:
 
     def passes(self, program, path, binary, environment=None):
         begin = time.monotonic()
-        passed = self.bench.passes(binary, 10 + 10 * program.seconds, environment)
+        passed = self.bench.passes(binary, program.timeout, environment)
         program.spent[path] += time.monotonic() - begin
         program.kills[path] += not passed
         return passed

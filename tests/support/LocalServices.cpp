@@ -35,11 +35,12 @@ sp<IBase> lookUp(const std::string& descriptor, const std::string& instance, boo
                  bool getStub) __asm__(LOCAL_SERVICES_WRAPPED);
 
 sp<IBase> lookUp(const std::string& /* descriptor */, const std::string& instance, bool /* retry */,
-                 bool /* getStub */) {
+                 bool getStub) {
     std::unique_lock<std::mutex> guard(theRegister().lock);
     theRegister().released.wait(guard, [] { return !theRegister().held; });
     ++theRegister().lookUps;
     theRegister().lookedUp.notify_all();
+    if (getStub) return nullptr;
     if (theRegister().hidden > 0) {
         --theRegister().hidden;
         return nullptr;

@@ -11,8 +11,8 @@ namespace korvane::test {
 
 /**
  * While it lives, looking a service up finds what the test provides, as a process finds its own
- * services: the implementation itself. A test program has this by linking `korvane_local_services`.
- * One at a time; thread-safe.
+ * services: the implementation itself. There are no passthrough ones. A test program has this by
+ * linking `korvane_local_services`. One at a time; thread-safe.
  */
 class LocalServices {
   public:

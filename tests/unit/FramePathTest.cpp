@@ -235,6 +235,25 @@ TEST_F(FramePathTest, SuspendingDropsFramesAndResumingLetsThemThrough) {
     EXPECT_TRUE(sentFrames(1));
 }
 
+TEST_F(FramePathTest, SuspendingGivesTheFramesThatWaitBackAtOnce) {
+    streamWithCamera();
+    for (int i = 0; i < 20 && queueFrame() >= 0; ++i) {
+    }
+    ASSERT_LT(queueFrame(), 0);  // every buffer of the queue waits or is lent
+    EXPECT_EQ(mWorld.command(R"({"stream-suspend":true})"), "OK_WEBCAM_HAL");
+    EXPECT_GE(queueFrame(), 0);
+}
+
+TEST_F(FramePathTest, OtherCommandsLeaveASuspendedStreamAlone) {
+    streamWithCamera();
+    mWorld.command(R"({"stream-suspend":true})");
+    for (const char* other : {"{}", R"({"stream-suspend":0})", R"({"stream-resume":true})"}) {
+        EXPECT_EQ(mWorld.command(other), "OK_WEBCAM_HAL");
+        ASSERT_GE(queueFrame(), 0);
+    }
+    EXPECT_TRUE(mWorld.node.calls("VIDIOC_QBUF").empty());
+}
+
 TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
     streamWithCamera();
     ASSERT_GE(queueFrame(new Fence(eventfd(0, EFD_CLOEXEC))), 0);

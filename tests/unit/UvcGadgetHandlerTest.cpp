@@ -131,6 +131,9 @@ TEST_F(UvcGadgetHandlerTest, ADisconnectedCableEndsTheStreamAndClosesTheDevice) 
     EXPECT_EQ(mWorld.node.openDescriptors(), 0u);
     mWorld.settle();
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":1})"), "no v4l2 control");
+    for (const char* failure : {"Unable to handle close", "hot plug ctrl handle data failed"}) {
+        EXPECT_FALSE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, failure));
+    }
 }
 
 TEST_F(UvcGadgetHandlerTest, ADisconnectedCableLeavesAnIdleDeviceOpen) {
@@ -248,6 +251,8 @@ TEST_F(UvcGadgetReactionsTest, TakesTheRemovalOfANodeWithoutADevice) {
 TEST_F(UvcGadgetReactionsTest, RemovesADeviceWhateverNodeHasGone) {
     ASSERT_EQ(mHandler->onUvcV4l2Added("/dev/video0"), 0);
     EXPECT_EQ(mHandler->onV4l2Removed("v4l-subdev3"), 0);
+    EXPECT_FALSE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag,
+                                "Unable to handle close for v4l-subdev3"));
     EXPECT_EQ(mWorld.node.openDescriptors(), 0u);
     EXPECT_FALSE(isStillThere());
 }
