@@ -177,6 +177,16 @@ TEST_F(CameraDesktopTest, ANullSurfaceClearsTheSlot) {
     EXPECT_EQ(surface(4), nullptr);
 }
 
+TEST_F(CameraDesktopTest, NothingOfAnUnknownKindIsHeldOrFound) {
+    for (int kind = 0; kind < 8; ++kind) registerClient(kind, new RecordingClient(""));
+    EXPECT_EQ(surface(8), nullptr);
+    sp<Surface> posted = makeSurface();
+    const ::android::wp<Surface> watched = posted;
+    setSurface(8, posted);
+    posted.clear();
+    EXPECT_EQ(watched.promote(), nullptr);
+}
+
 TEST_F(CameraDesktopTest, AnUnknownKindHasNoSurface) {
     setSurface(8, makeSurface());
     EXPECT_EQ(surface(8), nullptr);

@@ -236,7 +236,9 @@ TEST_F(KorBufferSourceTest, GivesFramesBackWhenStartedWithoutAConfiguration) {
 }
 
 TEST_F(KorBufferSourceTest, StartsNoLooperUnlessItRepeats) {
-    start(1);
+    prepare(1);
+    peer.repeatIntervalUs() = 0;
+    ASSERT_EQ(OK, source->start());
     EXPECT_EQ(nullptr, peer.looper());
 }
 
