@@ -52,7 +52,8 @@ stream() {
     capture "$1" "$2" "$3" 30 100 100 >/dev/null &
     need "$1: frames arrive" wait_for 60 test -s "$CAPTURES/$1.raw"
     check "$1: the kernel notes what the daemon does" note "$1"
-    check "$1: every frame arrives" wait $!
+    wait $!
+    check_equal "$1: every frame arrives" 0 $?
     stop camera
 }
 
