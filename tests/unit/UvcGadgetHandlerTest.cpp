@@ -131,7 +131,8 @@ TEST_F(UvcGadgetHandlerTest, ADisconnectedCableEndsTheStreamAndClosesTheDevice) 
     EXPECT_EQ(mWorld.node.openDescriptors(), 0u);
     mWorld.settle();
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":1})"), "no v4l2 control");
-    for (const char* failure : {"Unable to handle close", "hot plug ctrl handle data failed"}) {
+    for (const char* failure : {"Unable to handle close", "hot plug ctrl handle data failed",
+                                "uvc ctrl handle data failed"}) {
         EXPECT_FALSE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, failure));
     }
 }

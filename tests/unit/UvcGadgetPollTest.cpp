@@ -21,6 +21,7 @@
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 
 #include "support/DaemonWorld.h"
+#include "support/DescriptorZero.h"
 #include "support/FrameProducer.h"
 
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
@@ -167,6 +168,23 @@ class UvcGadgetPollTest : public testing::Test {
         return names;
     }
 
+    // Its thread has all the descriptors that it needs, but for the device's.
+    void startWithoutDevice() {
+        mWorld.node.setDriver("uvcvideo");
+        mWorld.create();
+        ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));
+        mWorld.settle();
+        mWorld.streamClient = mWorld.addClient(3, "camera");
+    }
+
+    // The number is the lowest that is free.
+    void startDeviceAs(int number) {
+        mWorld.node.setDriver("g_uvc");
+        mWorld.raiseAdd();
+        ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
+        ASSERT_EQ(mWorld.node.calls("VIDIOC_S_FMT")[0].fd, number);
+    }
+
     DaemonWorld mWorld;
     std::optional<FrameProducer> mCamera;
 };
@@ -243,20 +261,23 @@ TEST_F(UvcGadgetPollTest, GoesOnAfterAKernelEventThatFailed) {
 
 TEST_F(UvcGadgetPollTest, WatchesADeviceWhoseDescriptorIsTheLowerOne) {
     android::base::unique_fd low(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    mWorld.node.setDriver("uvcvideo");
-    mWorld.create();
-    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));
-    mWorld.settle();  // the thread has all the other descriptors that it needs
-    mWorld.streamClient = mWorld.addClient(3, "camera");
+    startWithoutDevice();
     const int number = low.get();
     low.reset();
-    mWorld.node.setDriver("g_uvc");
-    mWorld.raiseAdd();
-    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
-    ASSERT_EQ(mWorld.node.calls("VIDIOC_S_FMT")[0].fd, number);
+    startDeviceAs(number);
     mWorld.startStream();
     mWorld.settle();
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+}
+
+TEST_F(UvcGadgetPollTest, WatchesADeviceWhoseDescriptorIsZero) {
+    startWithoutDevice();
+    const DescriptorZero zero;
+    startDeviceAs(0);
+    mWorld.startStream();
+    mWorld.stopStream();
+    EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
+    mWorld.settle();  // which closes it
 }
 
 TEST_F(UvcGadgetPollTest, ServesTheDeviceWithoutTheKernelsEvents) {
