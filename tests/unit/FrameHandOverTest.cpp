@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "support/ControllerTest.h"
+#include "support/DescriptorZero.h"
 #include "support/UvcFrames.h"
 
 namespace korvane::test {
@@ -56,6 +57,28 @@ TEST_F(FrameHandOverTest, AFrameWithoutADeviceEndsTheStream) {
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag),
                 ElementsAre(error("No video device is setup for webcam mode")));
     EXPECT_FALSE(fence.isOpen());
+}
+
+TEST_F(FrameHandOverTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {
+    const auto duplicate = [](const WatchedFence& fence) {
+        const int lowest = dup(fence.fd());
+        close(fence.fd());
+        return lowest;
+    };
+    startWithoutDevice();
+    const auto picture = makePicture(64, 32);
+    const WatchedFence refused;
+    const WatchedFence returned;
+    const DescriptorZero zero;
+    ASSERT_EQ(0, duplicate(refused));
+    mHandler->submitBuffer(0, picture, 0, 0);
+    EXPECT_FALSE(refused.isOpen());
+
+    ASSERT_EQ(0, duplicate(returned));
+    UvcBufInfo info;
+    info.fenceFd = 0;
+    mHandler->onFrameEmptied(&info);
+    EXPECT_FALSE(returned.isOpen());
 }
 
 TEST_F(FrameHandOverTest, AFrameWithoutADeviceCallsWhateverStopTheControllerHas) {
