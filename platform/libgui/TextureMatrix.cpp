@@ -17,7 +17,7 @@ struct Affine {
 constexpr Affine kIdentity = {1, 0, 0, 0, 1, 0};
 constexpr Affine kFlipH = {-1, 0, 1, 0, 1, 0};
 constexpr Affine kFlipV = {1, 0, 0, 0, -1, 1};
-constexpr Affine kRotate90 = {0, 1, 0, -1, 0, 1};
+constexpr Affine kRotate90 = {0, -1, 1, 1, 0, 0};
 
 // First `second`, then `first`.
 Affine operator*(const Affine& first, const Affine& second) {

@@ -365,6 +365,32 @@ TEST_F(BufferQueueFramesTest, TheLastQueuedFrameIsKnown) {
     EXPECT_EQ(nullptr, buffer);
 }
 
+// Which corner of the buffer, whose first row is at 0, is drawn at the top left: for a frame turned
+// clockwise by 90 degrees the one at the bottom left, and so on.
+TEST_F(BufferQueueFramesTest, TheLastQueuedFramesMatrixTurnsClockwise) {
+    connect();
+    const struct {
+        uint32_t transform;
+        float x, y;
+    } turns[] = {{0, 0, 0},
+                 {NATIVE_WINDOW_TRANSFORM_ROT_90, 0, 1},
+                 {NATIVE_WINDOW_TRANSFORM_ROT_180, 1, 1},
+                 {NATIVE_WINDOW_TRANSFORM_ROT_270, 1, 0}};
+    for (const auto& turn : turns) {
+        ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+        QueueBufferInput turned = input();
+        turned.transform = turn.transform;
+        ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, turned, &output));
+        float matrix[16];
+        ASSERT_EQ(NO_ERROR, producer->getLastQueuedBuffer(&buffer, &fence, matrix));
+        // The top left of what is drawn is (0, 1).
+        EXPECT_EQ(turn.x, matrix[4] + matrix[12]) << turn.transform;
+        EXPECT_EQ(turn.y, matrix[5] + matrix[13]) << turn.transform;
+        ASSERT_EQ(NO_ERROR, acquire());
+        ASSERT_EQ(NO_ERROR, release(item));
+    }
+}
+
 TEST_F(BufferQueueFramesTest, TheLastQueuedFrameIsForgottenWithItsSlotOnly) {
     connect();
     float matrix[16];
