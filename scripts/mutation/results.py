@@ -6,7 +6,6 @@ from pathlib import Path
 
 from operators import mutants_of
 
-OUTCOMES = ('killed', 'survived', 'equivalent', 'refused')
 FIELDS = ('outcome', 'line', 'column', 'operator', 'original', 'changed', 'killer')
 EQUIVALENT = Path(__file__).resolve().parent / 'equivalent.tsv'
 
