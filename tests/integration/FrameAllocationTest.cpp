@@ -4,6 +4,7 @@
 #include <optional>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include "support/AllocationCounter.h"
 #include "support/DaemonWorld.h"
@@ -72,6 +73,11 @@ class FrameAllocationTest : public testing::Test {
         return allocations() - before;
     }
 
+    static size_t bytesInUse() {
+        const struct mallinfo2 heap = mallinfo2();
+        return heap.uordblks + heap.hblkhd;
+    }
+
     DaemonWorld mWorld;
     std::optional<SurfaceCamera> mCamera;
 };
@@ -80,6 +86,16 @@ TEST_F(FrameAllocationTest, AConvertedFrameAllocatesNothing) {
     stream(1, kNv12);
     warmUp();
     EXPECT_EQ(0u, allocationsOf(kFrames));
+}
+
+TEST_F(FrameAllocationTest, TheScratchBufferOfAConversionGoesWithItsStream) {
+    constexpr size_t kScratch = 640 * 480 * 2;
+    stream(1, kNv12);
+    const size_t before = bytesInUse();
+    passFrames(1);
+    EXPECT_GE(bytesInUse(), before + kScratch);
+    mWorld.stopStream();
+    EXPECT_LT(bytesInUse(), before + kScratch / 2);
 }
 
 TEST_F(FrameAllocationTest, ABlobAllocatesNothing) {

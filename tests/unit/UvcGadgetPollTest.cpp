@@ -29,6 +29,7 @@ using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 namespace {
 
 std::atomic<bool> sSocketFails{false};
+std::atomic<bool> sSocketIsZero{false};
 std::atomic<bool> sEventsFail{false};
 
 /** Where the poll thread can be stopped: it sleeps while it waits for an added node's file. */
@@ -84,7 +85,12 @@ class DeviceWithFailingEvents : public UvcV4l2Ctrl {
 
 extern "C" int __real_uevent_open_socket(int bufferSize, bool passCredentials);
 extern "C" int __wrap_uevent_open_socket(int bufferSize, bool passCredentials) {
-    return sSocketFails ? -1 : __real_uevent_open_socket(bufferSize, passCredentials);
+    if (sSocketFails) return -1;
+    const int socket = __real_uevent_open_socket(bufferSize, passCredentials);
+    if (!sSocketIsZero) return socket;
+    dup3(socket, STDIN_FILENO, O_CLOEXEC);
+    close(socket);
+    return STDIN_FILENO;
 }
 
 extern "C" int __wrap_usleep(useconds_t /* microseconds */) {
@@ -124,6 +130,7 @@ class UvcGadgetPollTest : public testing::Test {
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
         sSocketFails = false;
+        sSocketIsZero = false;
         sEventsFail = false;
     }
 
@@ -278,6 +285,28 @@ TEST_F(UvcGadgetPollTest, WatchesADeviceWhoseDescriptorIsZero) {
     mWorld.stopStream();
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
     mWorld.settle();  // which closes it
+}
+
+TEST_F(UvcGadgetPollTest, WatchesASocketWhoseDescriptorIsZero) {
+    sSocketIsZero = true;
+    startWithoutDevice();
+    mWorld.node.setDriver("g_uvc");
+    mWorld.raiseAdd();
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
+}
+
+TEST_F(UvcGadgetPollTest, WaitsForNothingOfADeviceThatWentWithAnEvent) {
+    android::base::unique_fd low(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    startWithoutDevice();
+    const int number = low.get();
+    low.reset();
+    startDeviceAs(number);
+    stopPollThread();
+    mWorld.node.sendEvent(UVC_EVENT_CONNECT);
+    mWorld.raiseRemove();
+    gate().open();
+    startDeviceAs(number);
+    EXPECT_EQ(countError("select failed"), 0u);
 }
 
 TEST_F(UvcGadgetPollTest, ServesTheDeviceWithoutTheKernelsEvents) {
