@@ -30,13 +30,20 @@ base::unique_fd duplicate(int fd) {
 
 }  // namespace
 
-FenceMerger& FenceMerger::instance() {
+FenceMerger* FenceMerger::instance() {
+    static std::mutex mutex;
     // Never destroyed: its thread runs until the process ends.
-    static FenceMerger* const merger = new FenceMerger();
-    return *merger;
+    static FenceMerger* merger = nullptr;
+    std::lock_guard<std::mutex> lock(mutex);
+    if (merger == nullptr) {
+        base::unique_fd wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (wake.get() == -1) return nullptr;
+        merger = new FenceMerger(std::move(wake));
+    }
+    return merger;
 }
 
-FenceMerger::FenceMerger() : mWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+FenceMerger::FenceMerger(base::unique_fd wake) : mWake(std::move(wake)) {
     std::thread([this] { run(); }).detach();
 }
 

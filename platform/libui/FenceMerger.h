@@ -21,7 +21,8 @@ class FenceMerger {
     /** Merges that may wait at a time: fences come from other processes and may never signal. */
     static constexpr size_t kMaxMerges = 64;
 
-    static FenceMerger& instance();
+    /** Null with errno when there is no descriptor to wake the thread by; the next call retries. */
+    static FenceMerger* instance();
 
     /**
      * A new descriptor that polls readable once both `fd1` and `fd2` have signalled or failed.
@@ -36,7 +37,7 @@ class FenceMerger {
         base::unique_fd result;
     };
 
-    FenceMerger();
+    explicit FenceMerger(base::unique_fd wake);
     [[noreturn]] void run();
     void waitForAny();
     static bool advance(Merge& merge);

@@ -55,7 +55,8 @@ int sync_merge(const char* name, int fd1, int fd2) {
     strncpy(data.name, name, sizeof(data.name) - 1);
     data.fd2 = fd2;
     if (ioctl(fd1, SYNC_IOC_MERGE, &data) == 0) return data.fence;
-    return android::FenceMerger::instance().merge(fd1, fd2);
+    android::FenceMerger* const merger = android::FenceMerger::instance();
+    return merger == nullptr ? -1 : merger->merge(fd1, fd2);
 }
 
 bool sync_signal_time(int fd, int64_t* outTimeNs) {

@@ -16,6 +16,7 @@
 #include <ui/FenceTime.h>
 
 #include "support/LogRecorder.h"
+#include "support/NoMoreDescriptors.h"
 
 using android::Fence;
 using android::FenceTime;
@@ -23,6 +24,7 @@ using android::NO_ERROR;
 using android::sp;
 using android::base::unique_fd;
 using korvane::test::LogRecorder;
+using korvane::test::NoMoreDescriptors;
 
 namespace {
 
@@ -214,6 +216,21 @@ TEST(FenceMergeTest, MergesAgain) {
         EXPECT_EQ(-ETIME, merged->wait(0));
         work.finish();
     }
+    EXPECT_EQ(NO_ERROR, merged->wait(kPlentyMs));
+}
+
+// The process's first merge in particular.
+TEST(FenceMergeTest, FailsWithoutDescriptorsAndWorksOnceThereAreSome) {
+    const Work first;
+    const Work second;
+    const sp<Fence> fences[] = {first.fence(), second.fence()};
+    {
+        const NoMoreDescriptors none;
+        EXPECT_FALSE(Fence::merge("none", fences[0], fences[1])->isValid());
+    }
+    const sp<Fence> merged = Fence::merge("both", fences[0], fences[1]);
+    first.finish();
+    second.finish();
     EXPECT_EQ(NO_ERROR, merged->wait(kPlentyMs));
 }
 
