@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -98,17 +99,21 @@ TEST_F(StreamSurfaceTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kToldStop));
 }
 
-// The camera is there before the reply: its frames wait for the buffers, the rate and the start.
+// The camera, whose thread isn't the controller's, is there before the reply: its frames wait for
+// the buffers, the rate and the start.
 TEST_F(StreamSurfaceTest, ASurfaceIsPostedThenGetsItsBuffersAndItsRateAndIsStartedLast) {
     stream();
     std::vector<size_t> handedOver;
-    mDesktop->onSurface = [&](const StubDesktop::SurfaceV1& surface) {
+    const auto render = [&](const StubDesktop::SurfaceV1& surface) {
         FrameProducer camera(new H2BGraphicBufferProducer(surface));
         ASSERT_EQ(OK, camera.connect());
         for (int64_t frame = 0; frame < 3; ++frame) {
             ASSERT_GE(camera.queue({frame * 1000000}), 0);
             handedOver.push_back(queued().size());
         }
+    };
+    mDesktop->onSurface = [&](const StubDesktop::SurfaceV1& surface) {
+        std::thread(render, surface).join();
         mDesktop->onSurface = nullptr;
     };
     EXPECT_EQ("", mHandler->handleCommand(kCreate));
