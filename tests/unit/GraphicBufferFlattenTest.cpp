@@ -7,6 +7,8 @@
 
 #include <ui/GraphicBuffer.h>
 
+#include "support/GraphicBuffers.h"
+
 using android::BAD_VALUE;
 using android::GraphicBuffer;
 using android::NO_ERROR;
@@ -14,16 +16,13 @@ using android::NO_INIT;
 using android::NO_MEMORY;
 using android::sp;
 using android::status_t;
+using korvane::test::allocate;
+using korvane::test::kCpu;
 
 namespace {
 
-constexpr uint64_t kCpu = GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kNv12 = HAL_PIXEL_FORMAT_YCbCr_420_888;
 constexpr int kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
-
-sp<GraphicBuffer> allocate(uint32_t width, uint32_t height, int format, uint64_t usage = kCpu) {
-    return new GraphicBuffer(width, height, format, 1, usage, "test");
-}
 
 struct Flat {
     std::vector<uint32_t> words;

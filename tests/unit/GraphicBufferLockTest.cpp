@@ -15,6 +15,7 @@
 #include <ui/GraphicBuffer.h>
 
 #include "support/BufferHandles.h"
+#include "support/GraphicBuffers.h"
 #include "support/LogRecorder.h"
 
 using android::BAD_VALUE;
@@ -24,17 +25,14 @@ using android::NO_ERROR;
 using android::Rect;
 using android::sp;
 using Chroma = android::BufferLayoutOptions::Chroma;
+using korvane::test::allocate;
+using korvane::test::kCpu;
 using korvane::test::layoutOf;
 using korvane::test::LogRecorder;
 
 namespace {
 
-constexpr uint64_t kCpu = GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kFlexible = HAL_PIXEL_FORMAT_YCbCr_420_888;
-
-sp<GraphicBuffer> allocate(uint32_t width, uint32_t height, int format, uint64_t usage = kCpu) {
-    return new GraphicBuffer(width, height, format, 1, usage, "test");
-}
 
 /** Where a plane begins, in bytes from the luma plane. */
 ptrdiff_t offset(const android_ycbcr& planes, const void* plane) {

@@ -16,6 +16,7 @@
 #include <ui/GraphicBuffer.h>
 
 #include "support/BufferHandles.h"
+#include "support/GraphicBuffers.h"
 #include "support/OpenDescriptors.h"
 
 using android::BAD_VALUE;
@@ -27,8 +28,10 @@ using android::NO_MEMORY;
 using android::sp;
 using android::status_t;
 using android::base::unique_fd;
+using korvane::test::allocate;
 using korvane::test::cloneHandle;
 using korvane::test::countOpenDescriptors;
+using korvane::test::kCpu;
 using korvane::test::layoutOf;
 using korvane::test::makeMemory;
 using korvane::test::OwnedHandle;
@@ -37,14 +40,9 @@ using korvane::test::withMemory;
 
 namespace {
 
-constexpr uint64_t kCpu = GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kNv12 = HAL_PIXEL_FORMAT_YCbCr_420_888;
 constexpr int kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
 constexpr int kBlob = HAL_PIXEL_FORMAT_BLOB;
-
-sp<GraphicBuffer> allocate(uint32_t width, uint32_t height, int format, uint64_t usage = kCpu) {
-    return new GraphicBuffer(width, height, format, 1, usage, "test");
-}
 
 sp<GraphicBuffer> import(const native_handle_t* handle, const GraphicBuffer& like) {
     return new GraphicBuffer(handle, GraphicBuffer::CLONE_HANDLE, like.getWidth(), like.getHeight(),
