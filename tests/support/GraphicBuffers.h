@@ -9,8 +9,8 @@
 
 namespace korvane::test {
 
-constexpr uint64_t kCpu = android::GraphicBuffer::USAGE_SW_READ_OFTEN |
-                          android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
+constexpr uint64_t kCpu =
+        android::GraphicBuffer::USAGE_SW_READ_OFTEN | android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 
 inline android::sp<android::GraphicBuffer> allocate(uint32_t width, uint32_t height, int format,
                                                     uint64_t usage = kCpu) {
