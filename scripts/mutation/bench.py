@@ -349,14 +349,14 @@ class Bench:
                 if refusal:
                     raise BuildError(refusal)
                 objects[unit.object] = str(output)
-        run(['g++', '-c', str(HERE / 'coverage_ending.cpp'), '-o',
-             str(folder / 'coverage_ending.o')])
+        dump = self.tree / 'tests' / 'support' / 'coverage' / 'CoverageDump.cpp'
+        run(['g++', '-c', str(dump), '-o', str(folder / 'CoverageDump.o')])
         return objects
 
     def cover_by(self, program, objects, folder):
         binary = self.place_for(folder, program)
-        run([*program.link_command(binary, objects, [str(folder / 'coverage_ending.o')]),
-             '--coverage'], cwd=self.build)
+        run([*program.link_command(binary, objects, [str(folder / 'CoverageDump.o')]),
+             '--coverage', '-Wl,--wrap=_exit', '-Wl,--wrap=kill'], cwd=self.build)
         counts = folder / (program.name + '.counts')
         counts.mkdir()
         for notes in folder.glob('*.gcno'):
