@@ -81,14 +81,17 @@ class Load {
     std::vector<std::thread> mThreads;
 };
 
-// Frames with a pause between them, in which the processor turns to other things, as in a stream.
+// Frames with a pause before each, in which the processor turns to other things, as in a stream;
+// and the copies likewise, since a processor that wakes up is slower for a while.
 void latency(benchmark::State& state, const StreamMode& mode, bool busy) {
     FrameStream stream(mode);
     const Load load(busy);
+    const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(3)); };
     Samples frames, copies;
     for (auto _ : state) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        pause();
         frames.add(stream.pass().latency);
+        pause();
         copies.add(stream.copy().wall);
     }
     state.counters["copy_median"] = copies.median();
