@@ -17,6 +17,15 @@ using android::hardware::Parcel;
 
 class HwBinderOnewayTest : public HwBinderTest {};
 
+/** As many oneway calls, numbered from 0. */
+void sendNumbers(const sp<IBinder>& object, int count) {
+    for (int i = 0; i < count; i++) {
+        Parcel data;
+        data.writeInt32(i);
+        ASSERT_EQ(OK, object->transact(1, data, nullptr, IBinder::FLAG_ONEWAY));
+    }
+}
+
 TEST_F(HwBinderOnewayTest, OnewayCallsReturnBeforeTheyAreServedAndKeepTheirOrder) {
     constexpr int kCalls = 200;
     Event isSent;
@@ -34,12 +43,7 @@ TEST_F(HwBinderOnewayTest, OnewayCallsReturnBeforeTheyAreServedAndKeepTheirOrder
         return OK;
     });
     runInProcess([&] {
-        const sp<IBinder> object = Server::find();
-        for (int i = 0; i < kCalls; i++) {
-            Parcel data;
-            data.writeInt32(i);
-            ASSERT_EQ(OK, object->transact(1, data, nullptr, IBinder::FLAG_ONEWAY));
-        }
+        sendNumbers(Server::find(), kCalls);
         isSent.signal();
         EXPECT_TRUE(isServed.wait());
     });
@@ -108,12 +112,7 @@ TEST_F(HwBinderOnewayTest, ThoseOfOneObjectAreServedOneAtATimeByAPoolOfAnySize) 
     });
     ASSERT_TRUE(isReady.wait());
     runInProcess([&] {
-        const sp<IBinder> object = Server::find();
-        for (int i = 0; i < kCalls; i++) {
-            Parcel data;
-            data.writeInt32(i);
-            ASSERT_EQ(OK, object->transact(1, data, nullptr, IBinder::FLAG_ONEWAY));
-        }
+        sendNumbers(Server::find(), kCalls);
         EXPECT_TRUE(isServed.wait());
     });
 }
