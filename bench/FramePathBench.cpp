@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 
 #include "support/AllocationCounter.h"
+#include "support/BareNode.h"
 #include "support/FrameStream.h"
 #include "support/Samples.h"
 
@@ -57,6 +58,14 @@ void cost(benchmark::State& state, const StreamMode& mode) {
     frameWall.report(state, "wall");
     copyCpu.report(state, "memcpy_cpu");
     copyWall.report(state, "memcpy_wall");
+}
+
+// What of a frame's cost is the scripted node's, whoever uses it.
+void node(benchmark::State& state) {
+    BareNode bare;
+    Samples cpu;
+    for (auto _ : state) cpu.add(bare.pass());
+    cpu.report(state, "cpu");
 }
 
 /** Keeps every processor busy. */
@@ -161,6 +170,7 @@ void counts(benchmark::State& state, const StreamMode& mode) {
 }
 
 void registerAll() {
+    benchmark::RegisterBenchmark("node/bare", node)->UseRealTime();
     for (const auto& [name, mode] : kModes) {
         const auto add = [name = std::string(name)](const std::string& kind, auto run) {
             benchmark::RegisterBenchmark((kind + "/" + name).c_str(), run)->UseRealTime();
