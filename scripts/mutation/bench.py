@@ -316,7 +316,9 @@ class Bench:
         variables = {**os.environ, 'GTEST_FAIL_FAST': '1', 'GTEST_BRIEF': '1',
                      **(environment or {})}
         cwd = self.build / 'tests' / 'unit'
-        process = subprocess.Popen([str(binary)], cwd=cwd, env=variables, start_new_session=True,
+        # A mutant may run for ever: not longer than the thread that runs it.
+        process = subprocess.Popen(['setpriv', '--pdeathsig', 'KILL', str(binary)], cwd=cwd,
+                                   env=variables, start_new_session=True,
                                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL)
         end = time.monotonic() + timeout
