@@ -186,10 +186,21 @@ class UvcGadgetPollTest : public testing::Test {
 
     // The number is the lowest that is free.
     void startDeviceAs(int number) {
+        const size_t earlier = mWorld.node.calls("VIDIOC_S_FMT").size();
         mWorld.node.setDriver("g_uvc");
         mWorld.raiseAdd();
-        ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
-        ASSERT_EQ(mWorld.node.calls("VIDIOC_S_FMT")[0].fd, number);
+        ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", earlier + 1));
+        ASSERT_EQ(mWorld.node.calls("VIDIOC_S_FMT")[earlier].fd, number);
+    }
+
+    // Returns the device's number, which is lower than the socket's.
+    int startDeviceBelowTheSocket() {
+        android::base::unique_fd low(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        startWithoutDevice();
+        const int number = low.get();
+        low.reset();
+        startDeviceAs(number);
+        return number;
     }
 
     DaemonWorld mWorld;
@@ -267,11 +278,7 @@ TEST_F(UvcGadgetPollTest, GoesOnAfterAKernelEventThatFailed) {
 }
 
 TEST_F(UvcGadgetPollTest, WatchesADeviceWhoseDescriptorIsTheLowerOne) {
-    android::base::unique_fd low(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    startWithoutDevice();
-    const int number = low.get();
-    low.reset();
-    startDeviceAs(number);
+    startDeviceBelowTheSocket();
     mWorld.startStream();
     mWorld.settle();
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
@@ -296,11 +303,7 @@ TEST_F(UvcGadgetPollTest, WatchesASocketWhoseDescriptorIsZero) {
 }
 
 TEST_F(UvcGadgetPollTest, WaitsForNothingOfADeviceThatWentWithAnEvent) {
-    android::base::unique_fd low(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    startWithoutDevice();
-    const int number = low.get();
-    low.reset();
-    startDeviceAs(number);
+    const int number = startDeviceBelowTheSocket();
     stopPollThread();
     mWorld.node.sendEvent(UVC_EVENT_CONNECT);
     mWorld.raiseRemove();
