@@ -10,6 +10,9 @@ if(NOT CMAKE_BUILD_TYPE)
 endif()
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1")
 
+# The annotations of locks are clang's, which checks them (scripts/check).
+add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-attributes>)
+
 set(SANITIZE "" CACHE STRING "Sanitizers for everything that is built: address,undefined or thread")
 if(SANITIZE)
     add_compile_options(-fsanitize=${SANITIZE} -fno-omit-frame-pointer)

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include <android-base/thread_annotations.h>
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
 #include <gui/BufferQueue.h>
 #include <media/stagefright/bqhelper/FrameDropper.h>
@@ -65,13 +66,13 @@ class KorBufferSource : public RefBase {
      */
     status_t configure(const sp<ComponentWrapper>& component, int maxAcquiredBufferCount,
                        uint32_t width, uint32_t height, uint32_t v4l2PixelFormat,
-                       uint32_t consumerUsage);
+                       uint32_t consumerUsage) EXCLUDES(mMutex);
 
     /** A new endpoint of the queue for a client to render into. Takes no lock. */
     sp<HGraphicBufferProducer> getHGraphicBufferProducer_V1_0() const;
 
     /** Adds a free codec buffer. INVALID_OPERATION once started. */
-    status_t onInputBufferAdded(int32_t bufferId);
+    status_t onInputBufferAdded(int32_t bufferId) EXCLUDES(mMutex);
 
     /**
      * Drops frames beyond this rate, in frames per second; a negative one lets through even those
@@ -79,10 +80,10 @@ class KorBufferSource : public RefBase {
      *
      * @return INVALID_OPERATION once started, BAD_VALUE for 0, which drops none
      */
-    status_t setMaxFps(float maxFps);
+    status_t setMaxFps(float maxFps) EXCLUDES(mMutex);
 
     /** Starts to lend frames, with those already waiting. Fatal the second time. */
-    status_t start();
+    status_t start() EXCLUDES(mMutex);
 
     /**
      * Takes a codec buffer back from the component.
@@ -90,7 +91,7 @@ class KorBufferSource : public RefBase {
      * @param fenceFd signals when the frame has been read, -1 for now; taken over in any case
      * @return BAD_VALUE for a codec buffer that isn't lent and for the one that ended the stream
      */
-    status_t onInputBufferEmptied(int32_t bufferId, int fenceFd);
+    status_t onInputBufferEmptied(int32_t bufferId, int fenceFd) EXCLUDES(mMutex);
 
     /**
      * Pauses or resumes; frames that come while paused go straight back to the queue.
@@ -100,14 +101,14 @@ class KorBufferSource : public RefBase {
      *                           once
      * @return INVALID_OPERATION for another time or when a stop is pending
      */
-    status_t setSuspend(bool suspend, int64_t suspendStartTimeUs);
+    status_t setSuspend(bool suspend, int64_t suspendStartTimeUs) EXCLUDES(mMutex);
 
     // Called by the queue: not for others.
 
     /** A frame waits in the queue, not necessarily this one. */
-    void onFrameAvailable(const BufferItem& item);
+    void onFrameAvailable(const BufferItem& item) EXCLUDES(mMutex);
     /** Slots have lost their buffers. */
-    void onBuffersReleased();
+    void onBuffersReleased() EXCLUDES(mMutex);
 
   protected:
     /** Fatal when a frame is still held elsewhere. */
@@ -150,113 +151,120 @@ class KorBufferSource : public RefBase {
 
     using BufferSlots = KeyedVector<int, std::shared_ptr<CachedBuffer>>;
 
-    // Configuration; all `_l` need mMutex.
-    status_t setDefaultFormat_l(uint32_t v4l2PixelFormat, android_dataspace* dataSpace);
-    void setDefaultDataSpace_l(android_dataspace dataSpace);
-    void resetPacing_l();
+    // Configuration.
+    status_t setDefaultFormat_l(uint32_t v4l2PixelFormat, android_dataspace* dataSpace)
+            REQUIRES(mMutex);
+    void setDefaultDataSpace_l(android_dataspace dataSpace) REQUIRES(mMutex);
+    void resetPacing_l() REQUIRES(mMutex);
 
     // From the queue to the table of slots, and back.
     /** Takes the queue's next frame; the queue's error, or NAME_NOT_FOUND for an unknown buffer. */
-    status_t acquireBuffer_l(VideoBuffer* buffer);
-    std::shared_ptr<CachedBuffer> cacheBuffer_l(const BufferItem& item);
+    status_t acquireBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
+    std::shared_ptr<CachedBuffer> cacheBuffer_l(const BufferItem& item) REQUIRES(mMutex);
     std::shared_ptr<AcquiredBuffer> makeAcquiredBuffer_l(
-            const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item);
-    void releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber);
-    void discardBufferAtSlotIndex_l(ssize_t index);
+            const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item)
+            REQUIRES(mMutex);
+    /** Fatal when the lock is free: somebody let go of a frame without it. */
+    void checkLocked() const ASSERT_CAPABILITY(mMutex);
+    void releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber) REQUIRES(mMutex);
+    void discardBufferAtSlotIndex_l(ssize_t index) REQUIRES(mMutex);
     /** Gives back every frame that waits, parked or in the queue. */
-    void releaseAllAvailableBuffers_l();
+    void releaseAllAvailableBuffers_l() REQUIRES(mMutex);
 
     // From there to the component.
-    void onBufferAcquired_l(const VideoBuffer& buffer);
+    void onBufferAcquired_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Whether frames wait, parked or in the queue. */
-    bool haveAvailableBuffers_l() const;
+    bool haveAvailableBuffers_l() const REQUIRES(mMutex);
     /** Whether frames that come are not wanted. */
-    bool isDiscarding_l() const;
-    bool takeAvailableBuffer_l(VideoBuffer* buffer);
+    bool isDiscarding_l() const REQUIRES(mMutex);
+    bool takeAvailableBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
     /** Deals with the next waiting frame; true when it is worth calling again. */
-    bool fillCodecBuffer_l();
+    bool fillCodecBuffer_l() REQUIRES(mMutex);
     /** Lends the frame; UNKNOWN_ERROR when its time refuses it, or the component's error. */
-    status_t submitBuffer_l(const VideoBuffer& buffer);
+    status_t submitBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Notes that the first free codec buffer is the component's now, with this frame. */
-    void lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer);
-    SubmittedBuffers::iterator findSubmitted_l(int bufferId);
-    void announceDataSpace_l(const VideoBuffer& buffer);
+    void lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer) REQUIRES(mMutex);
+    SubmittedBuffers::iterator findSubmitted_l(int bufferId) REQUIRES(mMutex);
+    void announceDataSpace_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Sends the end of stream if a codec buffer is free. */
-    void submitEndOfInputStream_l();
+    void submitEndOfInputStream_l() REQUIRES(mMutex);
     /** Once one has come back: lends the next frame in it, ends the stream, or repeats. */
-    void useFreeCodecBuffer_l();
+    void useFreeCodecBuffer_l() REQUIRES(mMutex);
 
     // Pacing.
     /** Carries out the actions that are due at this frame; true when that was a stop. */
-    bool applyActions_l(int64_t itemTimeUs);
-    ActionItem takeDueAction_l(int64_t itemTimeUs);
-    void stop_l();
-    status_t scheduleSuspend_l(bool suspend, int64_t timeUs);
-    void resume_l();
+    bool applyActions_l(int64_t itemTimeUs) REQUIRES(mMutex);
+    ActionItem takeDueAction_l(int64_t itemTimeUs) REQUIRES(mMutex);
+    void stop_l() REQUIRES(mMutex);
+    status_t scheduleSuspend_l(bool suspend, int64_t timeUs) REQUIRES(mMutex);
+    void resume_l() REQUIRES(mMutex);
     /** The time to submit the frame with; false to drop it. */
-    bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs);
-    bool calculateTimeLapseTimestamp_l(int64_t timeUs, int64_t* codecTimeUs);
-    bool snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs);
-    bool isTimeLapse_l() const;
+    bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs) REQUIRES(mMutex);
+    bool calculateTimeLapseTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) REQUIRES(mMutex);
+    bool snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) REQUIRES(mMutex);
+    bool isTimeLapse_l() const REQUIRES(mMutex);
     /** Whether to keep a frame that isn't later than the one before. */
-    bool keepBackwardFrame_l() const;
-    void startRepeatLooper_l();
-    void setLatestBuffer_l(const VideoBuffer& buffer);
+    bool keepBackwardFrame_l() const REQUIRES(mMutex);
+    void startRepeatLooper_l() REQUIRES(mMutex);
+    void setLatestBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Lends the latest frame again; false when that isn't possible now. */
-    bool repeatLatestBuffer_l();
-    void queueFrameRepeat_l();
+    bool repeatLatestBuffer_l() REQUIRES(mMutex);
+    void queueFrameRepeat_l() REQUIRES(mMutex);
     /** Called on the looper's thread. */
-    void onMessageReceived(const sp<AMessage>& msg);
+    void onMessageReceived(const sp<AMessage>& msg) EXCLUDES(mMutex);
 
-    // Released in the reverse order.
+    // Released in the reverse order. Up to the mutex: set by the constructor and never again.
     sp<ConsumerProxy> mConsumerProxy;
-    mutable Mutex mMutex;  // guards everything below
-    status_t mInitCheck = UNKNOWN_ERROR;
-
-    BufferSlots mBufferSlots;                    // by queue slot
-    std::vector<VideoBuffer> mAvailableBuffers;  // parked, oldest first
-    int32_t mUnacquiredCount = 0;                // announced by the queue, not acquired yet
-    int32_t mOutstandingAcquires = 0;            // acquired from the queue, not released yet
-
-    std::vector<int> mFreeCodecBuffers;  // the next to be used first
-    SubmittedBuffers mSubmittedCodecBuffers;
-    RecyclingAllocator<AcquiredBuffer> mAcquiredBufferAllocator;
-
-    bool mEndOfStream = false;
-    bool mEndOfStreamSent = false;
-    uint32_t mLastDataSpace = 0;
-    int32_t mAspects = 0;
-    sp<ComponentWrapper> mComponent;
-    bool mExecuting = false;
-    bool mSuspended = false;
-    int64_t mLastFrameTimestampUs = -1;  // for the debugger's eyes
-
     sp<IGraphicBufferProducer> mProducer;
     sp<IGraphicBufferConsumer> mConsumer;
+    status_t mInitCheck = UNKNOWN_ERROR;
+    mutable Mutex mMutex;
 
-    int64_t mStopTimeUs = -1;
-    int64_t mLastActionTimeUs = -1;
-    std::list<ActionItem> mActionQueue;
-    int64_t mSkipFramesBeforeNs = -1;
-    sp<FrameDropper> mFrameDropper;
+    BufferSlots mBufferSlots GUARDED_BY(mMutex);                    // by queue slot
+    std::vector<VideoBuffer> mAvailableBuffers GUARDED_BY(mMutex);  // parked, oldest first
+    // Announced by the queue, not acquired yet.
+    int32_t mUnacquiredCount GUARDED_BY(mMutex) = 0;
+    // Acquired from the queue, not released yet.
+    int32_t mOutstandingAcquires GUARDED_BY(mMutex) = 0;
 
-    sp<ALooper> mLooper;
-    sp<AHandlerReflector<KorBufferSource>> mReflector;
-    int64_t mRepeatIntervalUs = -1;
-    int32_t mRepeatGeneration = 0;  // a posted repeat of another generation is void
-    int32_t mOutstandingRepeatCount = 0;
-    bool mRepeatBlocked = false;  // a repeat was due when no codec buffer was free
-    VideoBuffer mLatestBuffer;
+    std::vector<int> mFreeCodecBuffers GUARDED_BY(mMutex);  // the next to be used first
+    SubmittedBuffers mSubmittedCodecBuffers GUARDED_BY(mMutex);
+    RecyclingAllocator<AcquiredBuffer> mAcquiredBufferAllocator GUARDED_BY(mMutex);
 
-    double mFps = -1.0;
-    double mCaptureFps = -1.0;
-    bool mSnapTimestamps = true;
-    int64_t mBaseCaptureUs = -1;
-    int64_t mBaseFrameUs = -1;
-    int64_t mFrameCount = 0;
-    int64_t mPrevCaptureUs = -1;
-    int64_t mPrevFrameUs = -1;
-    int64_t mInputTimeOffsetUs = 0;
+    bool mEndOfStream GUARDED_BY(mMutex) = false;
+    bool mEndOfStreamSent GUARDED_BY(mMutex) = false;
+    uint32_t mLastDataSpace GUARDED_BY(mMutex) = 0;
+    int32_t mAspects GUARDED_BY(mMutex) = 0;
+    sp<ComponentWrapper> mComponent GUARDED_BY(mMutex);
+    bool mExecuting GUARDED_BY(mMutex) = false;
+    bool mSuspended GUARDED_BY(mMutex) = false;
+    int64_t mLastFrameTimestampUs GUARDED_BY(mMutex) = -1;  // for the debugger's eyes
+
+    int64_t mStopTimeUs GUARDED_BY(mMutex) = -1;
+    int64_t mLastActionTimeUs GUARDED_BY(mMutex) = -1;
+    std::list<ActionItem> mActionQueue GUARDED_BY(mMutex);
+    int64_t mSkipFramesBeforeNs GUARDED_BY(mMutex) = -1;
+    sp<FrameDropper> mFrameDropper GUARDED_BY(mMutex);
+
+    sp<ALooper> mLooper GUARDED_BY(mMutex);
+    sp<AHandlerReflector<KorBufferSource>> mReflector GUARDED_BY(mMutex);
+    int64_t mRepeatIntervalUs GUARDED_BY(mMutex) = -1;
+    // A posted repeat of another generation is void.
+    int32_t mRepeatGeneration GUARDED_BY(mMutex) = 0;
+    int32_t mOutstandingRepeatCount GUARDED_BY(mMutex) = 0;
+    // A repeat was due when no codec buffer was free.
+    bool mRepeatBlocked GUARDED_BY(mMutex) = false;
+    VideoBuffer mLatestBuffer GUARDED_BY(mMutex);
+
+    double mFps GUARDED_BY(mMutex) = -1.0;
+    double mCaptureFps GUARDED_BY(mMutex) = -1.0;
+    bool mSnapTimestamps GUARDED_BY(mMutex) = true;
+    int64_t mBaseCaptureUs GUARDED_BY(mMutex) = -1;
+    int64_t mBaseFrameUs GUARDED_BY(mMutex) = -1;
+    int64_t mFrameCount GUARDED_BY(mMutex) = 0;
+    int64_t mPrevCaptureUs GUARDED_BY(mMutex) = -1;
+    int64_t mPrevFrameUs GUARDED_BY(mMutex) = -1;
+    int64_t mInputTimeOffsetUs GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace android

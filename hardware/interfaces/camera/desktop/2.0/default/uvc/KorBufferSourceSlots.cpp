@@ -81,12 +81,16 @@ std::shared_ptr<AcquiredBuffer> KorBufferSource::makeAcquiredBuffer_l(
     return std::allocate_shared<AcquiredBuffer>(
             mAcquiredBufferAllocator, cachedBuffer, item.mFence,
             [this, frameNumber = item.mFrameNumber](AcquiredBuffer* b) {
+                checkLocked();
                 releaseBuffer_l(b, frameNumber);
             });
 }
 
+void KorBufferSource::checkLocked() const {
+    if (mMutex.tryLock() == OK) KOR_TRESPASS(992, "");
+}
+
 void KorBufferSource::releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber) {
-    if (mMutex.tryLock() == OK) KOR_TRESPASS(992, "");  // the lock wasn't held
     const CachedBuffer& cachedBuffer = *buffer->cachedBuffer();
     if (!cachedBuffer.isCached()) return;  // the queue has forgotten the slot
     --mOutstandingAcquires;
