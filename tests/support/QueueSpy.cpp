@@ -97,6 +97,7 @@ void QueueSpy::clear() {
 }
 
 status_t QueueSpy::call(const std::string& name, const std::function<status_t()>& action) {
+    duringCall(name);
     {
         std::lock_guard<std::mutex> guard(mLock);
         mCalls.push_back(name);
@@ -165,7 +166,6 @@ status_t QueueSpy::setMaxBufferCount(int bufferCount) {
 
 status_t QueueSpy::setMaxAcquiredBufferCount(int maxAcquiredBuffers) {
     maxAcquired = maxAcquiredBuffers;
-    duringSetMaxAcquired();
     return call("setMaxAcquiredBufferCount",
                 [&] { return mConsumer->setMaxAcquiredBufferCount(maxAcquiredBuffers); });
 }

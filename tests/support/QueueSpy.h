@@ -73,8 +73,8 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     uint64_t maxFrameNumber = 1;
     int64_t presentWhen = 1;
 
-    /** Run in the middle of setMaxAcquiredBufferCount(). */
-    std::function<void()> duringSetMaxAcquired = [] {};
+    /** Run in every call, with its name, before the queue hears of it. */
+    std::function<void(const std::string&)> duringCall = [](const std::string&) {};
     /** Changes what acquireBuffer() gives out. */
     std::function<void(android::BufferItem*)> onAcquired = [](android::BufferItem*) {};
     /** Run in the middle of releaseBuffer(). */

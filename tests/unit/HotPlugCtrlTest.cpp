@@ -155,6 +155,18 @@ TEST_F(HotPlugCtrlTest, IgnoresAddedNodesThatAreNoVideoNodes) {
     EXPECT_TRUE(node.calls().empty());
 }
 
+TEST_F(HotPlugCtrlTest, ReportsAnAddedNodeWithVideoAnywhereInItsName) {
+    const ScriptedKernel node("/dev/my-video-5");
+    EXPECT_CALL(mListener, onUvcV4l2Added(StrEq("/dev/my-video-5"))).WillOnce(Return(0));
+    EXPECT_EQ(0, add("my-video-5"));
+}
+
+TEST_F(HotPlugCtrlTest, WaitsForTheFileOfANodeBeforeItLooksAtItsName) {
+    setName("video5", "msm-cam");
+    EXPECT_EQ(-5, add("video5"));
+    EXPECT_EQ(21u, sSleeps.size());
+}
+
 TEST_F(HotPlugCtrlTest, IgnoresAddedNodesOfThePhonesOwnDrivers) {
     const ScriptedKernel node("/dev/video5");
     setName("video5", "msm_vidc_decoder\n");
@@ -176,6 +188,12 @@ TEST_F(HotPlugCtrlTest, IgnoresAddedNodesWhileNotWatching) {
     EXPECT_EQ(0, add("video5"));
     EXPECT_TRUE(mLog.lines().empty());
     EXPECT_TRUE(node.calls().empty());
+}
+
+TEST_F(HotPlugCtrlTest, ReportsRemovedNodesWhileNotWatching) {
+    mHotPlug.watchVideoAdd = false;
+    EXPECT_CALL(mListener, onV4l2Removed(StrEq("video5"))).WillOnce(Return(0));
+    EXPECT_EQ(0, remove("video5"));
 }
 
 TEST_F(HotPlugCtrlTest, OnlyLogsNodesWithoutAListener) {
@@ -369,8 +387,14 @@ TEST_F(HotPlugCtrlTest, KnowsThePhonesOwnDriversByPartOfTheirName) {
     EXPECT_FALSE(mHotPlug.isBlacklistedDevice(kPath));
     setName("video0", "msm");
     EXPECT_TRUE(mHotPlug.isBlacklistedDevice(kPath));
-    setName("video0", "cam-msm-req-mgr\n");
+    for (const char* own : {"cam-msm-req-mgr\n", "camera_msm", "camera\nmsm\n"}) {
+        setName("video0", own);
+        EXPECT_TRUE(mHotPlug.isBlacklistedDevice(kPath)) << own;
+    }
+    setName("video0", std::string(508, 'x') + "msm");
     EXPECT_TRUE(mHotPlug.isBlacklistedDevice(kPath));
+    setName("video0", std::string(509, 'x') + "msm");  // beyond what is read
+    EXPECT_FALSE(mHotPlug.isBlacklistedDevice(kPath));
     for (const char* other : {"MSM", "ms m", "", "\n"}) {
         setName("video0", other);
         EXPECT_FALSE(mHotPlug.isBlacklistedDevice(kPath)) << other;

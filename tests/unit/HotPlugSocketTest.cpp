@@ -285,6 +285,14 @@ TEST_F(HotPlugSocketTest, ReadsMessagesEvenWithoutAListener) {
     expectOnlyError("no msg received " + std::to_string(EAGAIN));
 }
 
+TEST_F(HotPlugSocketTest, DiscardsATooLongMessageEvenWithoutAListener) {
+    HotPlugCtrl alone(nullptr);
+    sResults = {1025, 10, 0};
+    EXPECT_EQ(0, alone.handlePendingData(kReadable));
+    expectOnlyError("overflow message, discard.");
+    EXPECT_EQ(3u, sLengths.size());
+}
+
 // --- Parsing ---
 
 class UEventTest : public testing::Test {

@@ -107,6 +107,21 @@ TEST_F(KorBufferSourceActionsTest, CanBePausedBeforeItIsStarted) {
     EXPECT_EQ(1u, queue->releases().size());
     EXPECT_EQ(OK, source->start());
     EXPECT_THAT(component->submissions(), IsEmpty());
+    EXPECT_TRUE(peer.suspended());
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_EQ(2u, queue->releases().size());
+    EXPECT_THAT(component->submissions(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceActionsTest, CanBeResumedBeforeItIsStarted) {
+    prepare(2);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(OK, source->setSuspend(false, -1));
+    ASSERT_GE(queueFrame(2 * kMs), 0);  // parked
+    EXPECT_EQ(OK, source->start());
+    ASSERT_GE(queueFrame(3 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000, 3000));
 }
 
 // Pause and resume at a time.
@@ -142,6 +157,17 @@ TEST_F(KorBufferSourceActionsTest, RefusesATimeBeforeThatOfTheLastAction) {
 TEST_F(KorBufferSourceActionsTest, TakesAnyPastTimeForTheFirstAction) {
     EXPECT_EQ(OK, source->setSuspend(true, -5));
     EXPECT_EQ(-5, peer.lastActionTimeUs());
+}
+
+TEST_F(KorBufferSourceActionsTest, LeavesScheduledActionsAloneWhenPausedAndResumedAtOnce) {
+    ASSERT_EQ(OK, source->setSuspend(true, 5000));
+    for (bool suspend : {true, false}) {
+        EXPECT_EQ(OK, source->setSuspend(suspend, -1));
+        ASSERT_EQ(1u, peer.actionQueue().size());
+        EXPECT_EQ(PAUSE, peer.actionQueue().front().mAction);
+        EXPECT_EQ(5000, peer.actionQueue().front().mActionTimeUs);
+        EXPECT_EQ(5000, peer.lastActionTimeUs());
+    }
 }
 
 TEST_F(KorBufferSourceActionsTest, RefusesToPauseOrResumeWhileAStopIsPending) {
@@ -181,6 +207,45 @@ TEST_F(KorBufferSourceActionsTest, KeepsFramesForAScheduledResumeWhileAllCodecBu
     ASSERT_EQ(OK, source->setSuspend(false, 2000));
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_EQ(1, peer.unacquiredCount());
+}
+
+TEST_F(KorBufferSourceActionsTest, GoesOnWithAFrameKeptForAResumeOnceACodecBufferIsFree) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_EQ(OK, source->setSuspend(false, 3000));
+    for (int64_t ms : {2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    ASSERT_EQ(2, peer.unacquiredCount());
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_EQ(1, peer.unacquiredCount());
+    EXPECT_EQ(2u, queue->releases().size());  // the one that was lent, and one from before the time
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000));
+    EXPECT_TRUE(peer.suspended());
+
+    ASSERT_GE(queueFrame(4 * kMs), 0);  // sets the next one going, which resumes
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000, 3000));
+    EXPECT_FALSE(peer.suspended());
+    EXPECT_EQ(2u, queue->releases().size());
+}
+
+TEST_F(KorBufferSourceActionsTest, ResumesWithTheFrameThatACodecBufferComesBackFor) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_EQ(OK, source->setSuspend(false, 2000));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
+}
+
+TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeCutTowardsZero) {
+    start(4);
+    peer.prevFrameUs() = INT64_MIN;
+    peer.actionQueue().push_back({PAUSE, -1});
+    ASSERT_GE(queueFrame(-2000), 0);
+    ASSERT_GE(queueFrame(-1999), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(-2));
+    EXPECT_TRUE(peer.suspended());
 }
 
 TEST_F(KorBufferSourceActionsTest, AppliesTheLastOfSeveralActionsThatAreDue) {
@@ -243,6 +308,15 @@ TEST_F(KorBufferSourceActionsTest, EndsTheStreamWithAStop) {
     EXPECT_EQ(generation + 2, peer.repeatGeneration());  // for the frame and for the end
 }
 
+TEST_F(KorBufferSourceActionsTest, StaysPausedWithAStop) {
+    start(2);
+    peer.actionQueue().push_back({STOP, 2000});
+    ASSERT_EQ(OK, source->setSuspend(true, -1));
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
+    EXPECT_TRUE(peer.suspended());
+}
+
 TEST_F(KorBufferSourceActionsTest, IsDoneWithAFrameThatStops) {
     prepare(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
@@ -291,6 +365,31 @@ TEST_F(KorBufferSourceActionsTest, GivesFramesBehindTheEndBackEvenWithAllCodecBu
     EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
     EXPECT_EQ(2u, queue->releases().size());
     EXPECT_EQ(0, peer.unacquiredCount());
+}
+
+TEST_F(KorBufferSourceActionsTest, StillLendsFramesBeforeTheEndIsSent) {
+    start(2);
+    component->eosResult = UNKNOWN_ERROR;
+    peer.actionQueue().push_back({STOP, 0});
+    ASSERT_GE(queueFrame(1 * kMs), 0);  // asks for the end, which is refused
+    ASSERT_TRUE(peer.endOfStream());
+    ASSERT_FALSE(peer.endOfStreamSent());
+    log.clear();
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(2000));
+    EXPECT_EQ(0u,
+              log.count(ANDROID_LOG_WARN, kTag, "onFrameAvailable: EOS is sent, ignoring frame"));
+}
+
+TEST_F(KorBufferSourceActionsTest, LeavesFramesInTheQueueBeforeTheEndIsSent) {
+    start(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.endOfStream() = true;
+    const int32_t generation = peer.repeatGeneration();
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    EXPECT_EQ(1, peer.unacquiredCount());
+    EXPECT_EQ(generation + 1, peer.repeatGeneration());
+    EXPECT_THAT(peer.availableBuffers(), IsEmpty());
 }
 
 TEST_F(KorBufferSourceActionsTest, ReturnsTheCodecBufferOfTheEndWithAnErrorButQuietly) {

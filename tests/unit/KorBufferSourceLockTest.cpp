@@ -119,6 +119,18 @@ TEST_F(KorBufferSourceLockTest, SetsTheBufferCountBeforeItTakesIt) {
     EXPECT_EQ(OK, configuring.get());
 }
 
+TEST_F(KorBufferSourceLockTest, HoldsItOverTheRestOfItsConfiguration) {
+    std::vector<std::string> unlocked;
+    queue->clear();
+    queue->duringCall = [&](const std::string& name) {
+        if (!isLocked()) unlocked.push_back(name);
+    };
+    EXPECT_EQ(OK, configure());
+    queue->duringCall = [](const std::string&) {};
+    EXPECT_EQ(5u, queue->calls().size());
+    EXPECT_THAT(unlocked, ElementsAre("setMaxAcquiredBufferCount"));
+}
+
 TEST_F(KorBufferSourceLockTest, LogsTheMaximumRateBeforeItTakesIt) {
     peer.mutex().lock();
     PendingCall<status_t> setting([this] { return source->setMaxFps(30); });

@@ -33,6 +33,14 @@ TEST_F(KorBufferSourcePacingTest, CutsNanosecondsToMicroseconds) {
     EXPECT_THAT(submittedTimes(), ElementsAre(1, 2));
 }
 
+TEST_F(KorBufferSourcePacingTest, CutsTimesBelowZeroTowardsIt) {
+    start(2);
+    peer.prevFrameUs() = INT64_MIN;
+    ASSERT_GE(queueFrame(-2999), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(-2));
+    EXPECT_EQ(-2, peer.lastFrameTimestampUs());
+}
+
 TEST_F(KorBufferSourcePacingTest, DropsAFrameOfTheSameTime) {
     start(3);
     ASSERT_GE(queueFrame(1 * kMs), 0);
@@ -101,6 +109,28 @@ TEST_F(KorBufferSourcePacingTest, SkipsFramesBeforeATimeAndCountsFromThere) {
     EXPECT_EQ(12000, peer.lastFrameTimestampUs());  // unadjusted
 }
 
+TEST_F(KorBufferSourcePacingTest, RepeatsAFrameByTheTimeThatItIsCountedTo) {
+    start(1);
+    peer.skipFramesBeforeNs() = 10 * kMs;
+    peer.repeatIntervalUs() = 1000000;
+    ASSERT_GE(queueFrame(12 * kMs), 0);
+    EXPECT_EQ(1002 * kMs, peer.latestBuffer().mTimestampNs);
+}
+
+TEST_F(KorBufferSourcePacingTest, DoesNotCountFramesThatArePausedOrSkipped) {
+    start(3);
+    ASSERT_GE(queueFrame(11 * kMs), 0);
+    ASSERT_EQ(11000, peer.lastFrameTimestampUs());
+    peer.skipFramesBeforeNs() = 20 * kMs;
+    ASSERT_GE(queueFrame(12 * kMs), 0);
+    EXPECT_EQ(11000, peer.lastFrameTimestampUs());
+    peer.skipFramesBeforeNs() = -1;
+    ASSERT_EQ(OK, source->setSuspend(true, 13000));  // with the frame that it takes effect with
+    ASSERT_GE(queueFrame(13 * kMs), 0);
+    EXPECT_EQ(11000, peer.lastFrameTimestampUs());
+    EXPECT_EQ(2u, queue->releases().size());
+}
+
 TEST_F(KorBufferSourcePacingTest, GoesOnBehindSkippedFramesWhenStarted) {
     prepare(2);
     for (int64_t ms : {1, 2, 12}) ASSERT_GE(queueFrame(ms * kMs), 0);
@@ -150,6 +180,38 @@ TEST_F(KorBufferSourcePacingTest, JudgesTheRateToTheMicrosecond) {
     ASSERT_EQ(OK, source->start());
     for (int64_t us : {0, 97999, 98000}) ASSERT_GE(queueFrame(us * 1000), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(0, 98000));
+}
+
+TEST_F(KorBufferSourcePacingTest, JudgesTheRateByTimesBelowZeroCutTowardsIt) {
+    prepare(4);
+    ASSERT_EQ(OK, source->setMaxFps(10));
+    peer.prevFrameUs() = INT64_MIN;
+    ASSERT_EQ(OK, source->start());
+    for (int64_t ns : {-100000000, -2001000, -2000999}) ASSERT_GE(queueFrame(ns), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(-100000, -2000));
+}
+
+TEST_F(KorBufferSourcePacingTest, ComparesTimesWithTheLastFrameThatKeptToTheRate) {
+    prepare(4);
+    ASSERT_EQ(OK, source->setMaxFps(30));
+    ASSERT_EQ(OK, source->start());
+    for (int64_t ms : {1000, 1016}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_EQ(1000000, peer.prevFrameUs());
+    peer.frameDropper().clear();
+    ASSERT_GE(queueFrame(1010 * kMs), 0);  // before the one that was dropped
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000000, 1010000));
+}
+
+TEST_F(KorBufferSourcePacingTest, JudgesTheRateOfAFrameBeforeItsDirection) {
+    prepare(4);
+    ASSERT_EQ(OK, source->setMaxFps(30));
+    ASSERT_EQ(OK, source->start());
+    ASSERT_GE(queueFrame(1000 * kMs), 0);
+    log.clear();
+    ASSERT_GE(queueFrame(990 * kMs), 0);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_EQ(990000, peer.lastFrameTimestampUs());  // too soon, which counts as handled
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000000));
 }
 
 TEST_F(KorBufferSourcePacingTest, CountsAFrameBeyondTheRateAsHandled) {
@@ -310,6 +372,19 @@ TEST_F(TimeLapseTest, KeepsBackwardFramesWhenDroppingIsDisabledAndItDoesNotSnap)
     queueTimes({4000000, 3000000});
     EXPECT_THAT(submittedTimes(), ElementsAre(1000000, 750000));
     EXPECT_TRUE(logged(ANDROID_LOG_WARN, kReceivedBackward));
+    EXPECT_EQ(3000000, peer.prevCaptureUs());
+    queueTimes({3500000});  // forward from there
+    EXPECT_EQ(1u, log.count(ANDROID_LOG_WARN, kTag, kReceivedBackward));
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000000, 750000, 875000));
+}
+
+// A capture below zero is none that a frame could be counted from.
+TEST_F(TimeLapseTest, BeginsAnewWithEachFrameUntilOneWasCapturedAtZeroOrLater) {
+    startTimeLapse(1, 4);
+    queueTimes({-3300000, -4, 0, 1000000});
+    EXPECT_THAT(submittedTimes(), ElementsAre(-825000, -1, 0, 250000));
+    EXPECT_EQ(0, peer.baseCaptureUs());
+    EXPECT_EQ(1, peer.frameCount());
 }
 
 }  // namespace

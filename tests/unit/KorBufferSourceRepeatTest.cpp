@@ -294,6 +294,23 @@ class RepeatLooperTest : public FrameSourceTest {
         (new AMessage(0, barrier))->post(delayUs);
         barrier->reached.get_future().wait();
     }
+
+    /** Told when a message has come, how many frames the component had been lent by then. */
+    class Counter : public android::AHandler {
+      public:
+        explicit Counter(const sp<korvane::test::RecordingComponent>& component)
+            : mComponent(component) {}
+        size_t get() { return mCount.get_future().get(); }
+
+      protected:
+        void onMessageReceived(const sp<AMessage>&) override {
+            mCount.set_value(mComponent->submissions().size());
+        }
+
+      private:
+        const sp<korvane::test::RecordingComponent> mComponent;
+        std::promise<size_t> mCount;
+    };
 };
 
 TEST_F(RepeatLooperTest, RepeatsAFrameTenTimes) {
@@ -313,6 +330,21 @@ TEST_F(RepeatLooperTest, RepeatsAFrameThatWasThereBeforeTheStart) {
     ASSERT_EQ(OK, source->start());
     ASSERT_EQ(2u, component->waitFor(2).size());
     EXPECT_EQ(101000, submittedTimes()[1]);
+}
+
+// What is posted with the same delay is handled in the order in which it was posted.
+TEST_F(RepeatLooperTest, RepeatsAFrameWhenTheIntervalIsOver) {
+    constexpr int64_t kDelayUs = 20000;
+    startRepeating(3, kDelayUs);
+    const sp<Counter> before = new Counter(component);
+    const sp<Counter> after = new Counter(component);
+    peer.looper()->registerHandler(before);
+    peer.looper()->registerHandler(after);
+    (new AMessage(0, before))->post(kDelayUs);
+    ASSERT_GE(queueFrame(100 * kMs), 0);
+    (new AMessage(0, after))->post(kDelayUs);
+    EXPECT_EQ(1u, before->get());
+    EXPECT_EQ(2u, after->get());
 }
 
 TEST_F(RepeatLooperTest, RunsForTheShortestInterval) {

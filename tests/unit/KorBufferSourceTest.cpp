@@ -30,6 +30,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 using KorBufferSourceTest = FrameSourceTest;
 using KorBufferSourceDeathTest = FrameSourceTest;
@@ -41,6 +42,43 @@ TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication
     EXPECT_EQ("KorBufferSource", queue->name);
     EXPECT_EQ(OK, peer.initCheck());
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, HasNothingToDoWhenItIsNew) {
+    EXPECT_EQ(nullptr, peer.component());
+    EXPECT_FALSE(peer.executing());
+    EXPECT_THAT(peer.availableBuffers(), IsEmpty());
+    EXPECT_EQ(0, peer.unacquiredCount());
+    EXPECT_EQ(0, peer.outstandingAcquires());
+    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
+    EXPECT_FALSE(peer.endOfStream());
+    EXPECT_FALSE(peer.endOfStreamSent());
+    EXPECT_EQ(0u, peer.lastDataSpace());
+    EXPECT_EQ(-1, peer.lastFrameTimestampUs());
+    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
+    EXPECT_EQ(0u, peer.latestBuffer().mDataSpace);
+}
+
+TEST_F(KorBufferSourceTest, KeepsFramesAsTheyComeWhenItIsNew) {
+    EXPECT_FALSE(peer.suspended());
+    EXPECT_EQ(-1, peer.stopTimeUs());
+    EXPECT_EQ(-1, peer.lastActionTimeUs());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    EXPECT_EQ(-1, peer.skipFramesBeforeNs());
+    EXPECT_EQ(nullptr, peer.frameDropper());
+    EXPECT_EQ(-1, peer.repeatIntervalUs());
+    EXPECT_EQ(0, peer.repeatGeneration());
+    EXPECT_EQ(0, peer.outstandingRepeatCount());
+    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_EQ(-1.0, peer.fps());
+    EXPECT_EQ(-1.0, peer.captureFps());
+    EXPECT_TRUE(peer.snapTimestamps());
+    EXPECT_EQ(-1, peer.baseCaptureUs());
+    EXPECT_EQ(-1, peer.baseFrameUs());
+    EXPECT_EQ(0, peer.frameCount());
+    EXPECT_EQ(-1, peer.prevCaptureUs());
+    EXPECT_EQ(-1, peer.prevFrameUs());
+    EXPECT_EQ(0, peer.inputTimeOffsetUs());
 }
 
 TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
@@ -146,7 +184,9 @@ TEST_F(KorBufferSourceTest, IgnoresThatUsageAndDataspaceAreRefused) {
 
 // The queue does so when it gives up slots.
 TEST_F(KorBufferSourceTest, CanBeCalledBackWhileItSetsTheBufferCount) {
-    queue->duringSetMaxAcquired = [this] { source->onBuffersReleased(); };
+    queue->duringCall = [this](const std::string& name) {
+        if (name == "setMaxAcquiredBufferCount") source->onBuffersReleased();
+    };
     EXPECT_EQ(OK, configure());
     EXPECT_EQ(1u, queue->count("getReleasedBuffers"));
 }
@@ -192,6 +232,44 @@ TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
     // Not of one configuration: times never go back, and how to round is nobody's to change.
     EXPECT_EQ(7, peer.lastActionTimeUs());
     EXPECT_FALSE(peer.snapTimestamps());
+}
+
+TEST_F(KorBufferSourceTest, KeepsItsPacingWhenItsConfigurationFails) {
+    const sp<android::FrameDropper> dropper = new android::FrameDropper;
+    peer.suspended() = true;
+    peer.frameDropper() = dropper;
+    peer.repeatIntervalUs() = peer.skipFramesBeforeNs() = peer.prevFrameUs() = 7;
+    peer.actionQueue().push_back({0, 0});
+    const auto expectKept = [&](const char* why) {
+        EXPECT_TRUE(peer.suspended()) << why;
+        EXPECT_EQ(dropper, peer.frameDropper()) << why;
+        EXPECT_EQ(7, peer.repeatIntervalUs()) << why;
+        EXPECT_EQ(7, peer.skipFramesBeforeNs()) << why;
+        EXPECT_EQ(7, peer.prevFrameUs()) << why;
+        EXPECT_EQ(1u, peer.actionQueue().size()) << why;
+    };
+    EXPECT_EQ(BAD_VALUE, source->configure(nullptr, 4, kWidth, kHeight, kNv12, 0));
+    expectKept("no component");
+    EXPECT_EQ(BAD_VALUE, configure(kNv12, 0));
+    expectKept("a refused count");
+    EXPECT_EQ(BAD_VALUE, source->configure(component, 4, 0, kHeight, kNv12, 0));
+    expectKept("a refused size");
+    EXPECT_EQ(BAD_VALUE, configure(0x56595559));
+    expectKept("an unknown format");
+    queue->setResult("setDefaultBufferFormat", NO_INIT);
+    EXPECT_EQ(NO_INIT, configure());
+    expectKept("a refused format");
+}
+
+TEST_F(KorBufferSourceTest, LendsToTheComponentOfItsLastConfiguration) {
+    const sp<korvane::test::RecordingComponent> second = new korvane::test::RecordingComponent;
+    prepare(1);
+    ASSERT_EQ(OK, source->configure(second, 4, kWidth, kHeight, kNv12, 0));
+    EXPECT_EQ(second, peer.component());
+    ASSERT_EQ(OK, source->start());
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    EXPECT_EQ(1u, second->submissions().size());
+    EXPECT_THAT(component->submissions(), IsEmpty());
 }
 
 TEST_F(KorBufferSourceTest, KeepsCodecBuffersAndParkedFramesWhenConfiguredAgain) {
@@ -275,6 +353,7 @@ TEST_F(KorBufferSourceTest, LogsThatDisconnectingFails) {
 TEST_F(KorBufferSourceDeathTest, AbortsWhenItEndsWhileAFrameIsHeld) {
     prepare(1);
     ASSERT_GE(queueFrame(0), 0);
+    queue->setResult("consumerDisconnect", BAD_VALUE);  // which would be logged if it was called
     EXPECT_DEATH(
             {
                 __android_log_set_logger(__android_log_stderr_logger);
@@ -282,7 +361,8 @@ TEST_F(KorBufferSourceDeathTest, AbortsWhenItEndsWhileAFrameIsHeld) {
                 source.clear();
             },
             AllOf(HasSubstr("KorBufferSource W "),
-                  HasSubstr(" potential buffer leak: acquired=1\n"), trespass(388)));
+                  HasSubstr(" potential buffer leak: acquired=1\n"), trespass(388),
+                  Not(HasSubstr("consumerDisconnect"))));
 }
 
 TEST_F(KorBufferSourceTest, IgnoresItsQueueOnceItIsGone) {
