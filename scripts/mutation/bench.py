@@ -14,6 +14,7 @@ import signal
 import subprocess
 import threading
 import time
+from concurrent import futures
 from pathlib import Path
 
 import switchboard
@@ -71,18 +72,11 @@ class Unit:
 
     def compile(self, output, folder=None, level='-O0', options=()):
         """Compiles it, as it stands in a worker's folder; returns why not, '' if all is well."""
-        words = [*self.compiler, level, *options, *self.preamble(level), '-c', str(self.source),
+        words = [*self.compiler, level, *self.preamble(level), *options, '-c', str(self.source),
                  '-o', str(output)]
         if folder is not None:
             words = [self.bench.relocate(word, folder) for word in words]
         return self.call(words)
-
-    def compile_choice(self, source, output):
-        """Compiles a text in its stead that has all mutants."""
-        # Where control goes on to is another matter with the choices.
-        lenient = ['-Wno-error=implicit-fallthrough', '-Wno-error=return-type']
-        return self.call([*self.compiler, '-O0', *lenient, *self.preamble('-O0'), '-include',
-                          str(self.bench.out / 'choice.h'), '-c', str(source), '-o', str(output)])
 
     def call(self, words):
         done = subprocess.run(words, cwd=self.bench.build, capture_output=True, text=True)
@@ -123,25 +117,37 @@ class Program:
 
 
 class Choice:
-    """The test programs with all mutants of one source that can be chosen as they run."""
+    """The test programs with all mutants of one source or header that can be chosen as they run."""
+
+    # Where control goes on to is another matter with the choices.
+    LENIENT = ('-Wno-error=implicit-fallthrough', '-Wno-error=return-type')
 
     def __init__(self, bench, path, mutants):
         self.folder = bench.out / 'choice' / path.name
         shutil.rmtree(self.folder, ignore_errors=True)
-        self.folder.mkdir(parents=True)
+        bench.copy_changed(self.folder)
         self.bench = bench
-        self.unit = next(u for u in bench.units.values() if u.source == bench.tree / path)
-        self.board = switchboard.Switchboard(self.unit.source.read_text(), mutants)
+        self.path = self.folder / path
+        self.units = sorted(bench.units_of(path), key=bench.is_service, reverse=True)
+        self.objects = {u.object: str(self.folder / f'{n}-{u.source.name}.o')
+                        for n, u in enumerate(self.units)}
+        self.board = switchboard.Switchboard(self.path.read_text(), mutants)
         self.usable = self.board.compile(self.attempt)
         self.lock = threading.Lock()
         self.linked = {}
 
     def attempt(self, text):
-        source = self.folder / self.unit.source.name
-        source.write_text(text)
-        said = self.unit.compile_choice(source, self.folder / 'all.o')
-        own = '\n'.join(line for line in said.splitlines() if line.startswith(f'{source}:'))
-        return own or said
+        """Compiles all that the text is in; returns what is said against it."""
+        self.path.write_text(text)
+        said = self.compile(self.units[0])  # most of what there is to say
+        with futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            return said or next(filter(None, pool.map(self.compile, self.units[1:])), '')
+
+    def compile(self, unit):
+        said = unit.compile(self.objects[unit.object], self.folder, '-O0', [
+            *self.LENIENT, '-include', str(self.bench.out / 'choice.h')])
+        own = [line for line in said.splitlines() if line.startswith(f'{self.path}:')]
+        return '\n'.join(own) or said and 'elsewhere'
 
     def number(self, mutant):
         return self.board.numbers.get(mutant, 0) if self.usable else 0
@@ -151,8 +157,10 @@ class Choice:
         with self.lock:
             if program.name not in self.linked:
                 output = self.bench.place_for(self.folder, program)
-                run(program.link_command(output, {self.unit.object: str(self.folder / 'all.o')},
-                                         [str(self.bench.out / 'choice.o')]), cwd=self.bench.build)
+                objects = {u.object: self.objects[u.object] for u in self.units
+                           if self.bench.is_service(u) or u.object in program.link}
+                run(program.link_command(output, objects, [str(self.bench.out / 'choice.o')]),
+                    cwd=self.bench.build)
                 passed = self.bench.passes(output, program.timeout)
                 if not passed:
                     self.bench.say(f'{program.name} fails without any mutant: it tells nothing')
@@ -190,11 +198,10 @@ class Bench:
         run(['g++', '-c', str(HERE / 'mutant_choice.cpp'), '-o', str(self.out / 'choice.o')])
 
     def choice(self, path):
-        """The programs with all mutants of a source; None of a header."""
+        """The programs with all mutants of a source or header."""
         with self.lock:
             if path not in self.choices:
-                self.choices[path] = None if path.suffix == '.h' else Choice(
-                    self, path, mutants_of((self.tree / path).read_text()))
+                self.choices[path] = Choice(self, path, mutants_of((self.tree / path).read_text()))
             return self.choices[path]
 
     def place_for(self, folder, program):
@@ -284,6 +291,9 @@ class Bench:
                 path.suffix == '.h' and u.source.suffix == '.cpp' and self.changes(u.source) and
                 path in u.dependencies]
 
+    def is_service(self, unit):
+        return unit.source.relative_to(self.tree).parts[0] == 'hardware'
+
     def changes(self, path):
         return path.relative_to(self.tree).parts[0] in CHANGED_FOLDERS
 
@@ -345,7 +355,7 @@ class Bench:
     def coverage_objects(self, folder):
         objects = {}
         for unit in self.units.values():
-            if unit.source.relative_to(self.tree).parts[0] == 'hardware':
+            if self.is_service(unit):
                 output = folder / (unit.source.name + '.o')
                 refusal = unit.compile(output, options=['--coverage'])
                 if refusal:
@@ -406,8 +416,6 @@ class Worker:
         """What became of it and who found it (killed, survived, refused); None where it has to be
         compiled to know."""
         choice = self.bench.choice(path)
-        if choice is None:
-            return None
         if mutant in choice.board.refused:
             return 'refused', ''
         return self.kill_chosen(path, mutant, choice) if choice.number(mutant) else None
@@ -444,7 +452,7 @@ class Worker:
 
     def verdict(self, path, mutant, survived):
         units = [u for u in self.bench.units_of(path)]
-        service = [u for u in units if 'hardware' == u.source.relative_to(self.bench.tree).parts[0]]
+        service = [u for u in units if self.bench.is_service(u)]
         replaced = {}
         for unit in service:
             output = self.folder / (unit.source.name + '.o')

@@ -20,6 +20,7 @@ DECLARATION = 'extern "C" volatile int korvane_mutant;\n'
 BEGIN, END = '/*<mutant %d*/', '/*mutant>*/'
 VARIANT = re.compile(r'/\*<mutant (\d+)\*/|/\*mutant>\*/')
 RECORDS = ('static_assert', 'using', 'typedef', 'static', 'constexpr')
+NO_MEMBERS = (*RECORDS, 'enum', 'template')
 
 
 @dataclass
@@ -49,6 +50,29 @@ def sites_of(source):
                 if tokens[i].text == '=' and tokens[i + 1].text not in ('{', '['):
                     yield Site(tokens[i + 1].start, tokens[last - 1].end, 'value')
                     break
+    yield from initial_values(source)
+
+
+def initial_values(source):
+    """Those that classes give their members: `= value;`, or the parts of `= {value, ...};`."""
+    tokens = source.tokens
+    for i, token in enumerate(tokens):
+        if token.text != '=' or source.function_of(i) is not None or \
+                tokens[i - 1].text in (')', 'const', 'override', 'noexcept'):
+            continue
+        begin, end = i, i + 1
+        while begin > 0 and tokens[begin - 1].text not in (';', '{', '}', ':'):
+            begin -= 1
+        while end < len(tokens) and tokens[end].text not in (';', ',', ')', '}'):
+            end = source.closing(end) + 1
+        if tokens[begin].text in NO_MEMBERS or end == len(tokens) or tokens[end].text != ';':
+            continue
+        parts = [(i + 1, end - 1)]
+        if tokens[i + 1].text == '{':
+            parts = source.parts(i + 2, end - 2)
+        for first, last in parts:
+            if first <= last and tokens[first].text != '{':
+                yield Site(tokens[first].start, tokens[last].end, 'value')
 
 
 def nest(sites):
