@@ -7,7 +7,9 @@ from pathlib import Path
 from operators import mutants_of
 
 FIELDS = ('outcome', 'line', 'column', 'operator', 'original', 'changed', 'killer')
-EQUIVALENT = Path(__file__).resolve().parent / 'equivalent.tsv'
+HERE = Path(__file__).resolve().parent
+EQUIVALENT = HERE / 'equivalent.tsv'
+HARDWARE = HERE.parent.parent / 'hardware'
 
 
 def listed_equivalents():
@@ -94,7 +96,17 @@ class Results:
                         words = [path.name, mutant.before, mutant.after, str(mutant.line)]
                         file.write('\t'.join(words) + '\n')
         self._line('all', total)
+        for name, before, after in self.listed_in_vain():
+            print(f'equivalent.tsv: no such mutant: {name}: {before} -> {after}')
         return self._part(total)
+
+    def listed_in_vain(self):
+        """What the list says of these sources and they don't have, or of none that there is."""
+        found = {(path.name, m.before, m.after) for path, mutants in self.mutants.items()
+                 for m in mutants.values()}
+        looked_at = {path.name for path in self.texts}
+        others = {path.name for path in HARDWARE.rglob('*')} - looked_at
+        return sorted(key for key in self.listed - found if key[0] not in others)
 
     @staticmethod
     def _part(counts):

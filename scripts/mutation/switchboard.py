@@ -20,7 +20,7 @@ DECLARATION = 'extern "C" volatile int korvane_mutant;\n'
 BEGIN, END = '/*<mutant %d*/', '/*mutant>*/'
 VARIANT = re.compile(r'/\*<mutant (\d+)\*/|/\*mutant>\*/')
 RECORDS = ('static_assert', 'using', 'typedef', 'static', 'constexpr')
-NO_MEMBERS = (*RECORDS, 'enum', 'template')
+NO_MEMBERS = (*RECORDS, 'enum', 'template', 'virtual')
 
 
 @dataclass
@@ -57,8 +57,7 @@ def initial_values(source):
     """Those that classes give their members: `= value;`, or the parts of `= {value, ...};`."""
     tokens = source.tokens
     for i, token in enumerate(tokens):
-        if token.text != '=' or source.function_of(i) is not None or \
-                tokens[i - 1].text in (')', 'const', 'override', 'noexcept'):
+        if token.text != '=' or source.function_of(i) is not None:
             continue
         begin, end = i, i + 1
         while begin > 0 and tokens[begin - 1].text not in (';', '{', '}', ':'):
