@@ -393,12 +393,15 @@ class Bench:
                 programs.append(program.name)
 
     def pinning(self, path, lines):
-        """The programs that execute one of the lines; of lines without code, of the source."""
+        """The programs that execute one of the lines; of lines without code, of the source. What a
+        header has may run in the tests' own objects, too, in which nothing is counted."""
         covered = self.covered.get(str(path), {})
         with_code = [covered[str(line)] for line in lines if str(line) in covered]
         names = set().union(*(with_code or covered.values()))
-        if not with_code and path.suffix == '.h':
-            for unit in self.units_of(path):
+        for unit in self.units_of(path) if path.suffix == '.h' else ():
+            if not self.is_service(unit):
+                names.update(p.name for p in self.programs.values() if unit.object in p.link)
+            elif not with_code:
                 source = str(unit.source.relative_to(self.tree))
                 names.update(*self.covered.get(source, {}).values())
         return [self.programs[n] for n in names if n in self.programs]
