@@ -76,8 +76,11 @@ class Results:
         if row['outcome'] != 'survived':
             return row['outcome']
         mutant = self.mutants[path].get(self._key(row))
-        key = mutant and (path.name, mutant.before, mutant.after)
-        return 'listed' if key in self.listed else 'survived'
+        return 'listed' if mutant and self.lists(path, mutant) else 'survived'
+
+    def lists(self, path, mutant):
+        """Whether the list says why nobody can observe it."""
+        return (path.name, mutant.before, mutant.after) in self.listed
 
     def report(self):
         """Shows the counts, writes the survivors; returns how large a part they are."""
