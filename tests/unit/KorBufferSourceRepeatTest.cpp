@@ -335,7 +335,7 @@ TEST_F(RepeatLooperTest, RepeatsAFrameThatWasThereBeforeTheStart) {
 // What is posted with the same delay is handled in the order in which it was posted.
 TEST_F(RepeatLooperTest, RepeatsAFrameWhenTheIntervalIsOver) {
     constexpr int64_t kDelayUs = 20000;
-    startRepeating(3, kDelayUs);
+    startRepeating(2, kDelayUs);  // so that there is one repetition
     const sp<Counter> before = new Counter(component);
     const sp<Counter> after = new Counter(component);
     peer.looper()->registerHandler(before);
