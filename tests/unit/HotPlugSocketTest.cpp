@@ -27,6 +27,7 @@ namespace {
 std::deque<ssize_t> sResults;
 std::string sReceived;  // what these put into the buffer
 std::vector<size_t> sLengths;
+std::string sBehind;  // the two bytes behind what may be received
 
 }  // namespace
 
@@ -34,6 +35,7 @@ extern "C" ssize_t __real_uevent_kernel_multicast_recv(int socket, void* buffer,
 
 extern "C" ssize_t __wrap_uevent_kernel_multicast_recv(int socket, void* buffer, size_t length) {
     sLengths.push_back(length);
+    sBehind.assign(static_cast<const char*>(buffer) + length, 2);
     if (sResults.empty()) return __real_uevent_kernel_multicast_recv(socket, buffer, length);
     const ssize_t result = sResults.front();
     sResults.pop_front();
@@ -271,6 +273,20 @@ TEST_F(HotPlugSocketTest, TakesAMessageAsLongAsTheBufferForComplete) {
     sResults = {1024};
     EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
     EXPECT_TRUE(mLog.lines().empty());
+}
+
+// Fills the part of the stack that the next call will use.
+[[gnu::noinline]] void soilTheStack() {
+    volatile char soiled[16384];
+    for (volatile char& byte : soiled) byte = '\xff';
+}
+
+// Which ends a message that has no NUL of its own.
+TEST_F(HotPlugSocketTest, KeepsAnEmptyStringBehindTheLongestMessage) {
+    sResults = {1024};
+    soilTheStack();
+    EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
+    EXPECT_EQ(std::string(2, '\0'), sBehind);
 }
 
 TEST_F(HotPlugSocketTest, ReadsMessagesEvenWithoutAListener) {
