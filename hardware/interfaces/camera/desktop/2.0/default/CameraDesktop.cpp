@@ -71,10 +71,7 @@ Return<void> CameraDesktop::registerCallback(ClientType type,
         std::lock_guard<std::mutex> guard(mSlotLock);
         std::swap(mCallbacks[kind], replaced);
     }
-    if (callback != nullptr) {
-        // A client that is dead already will fail at its first command.
-        (void)callback->linkToDeath(this, kind).isOk();
-    }
+    if (callback != nullptr) mDeathLinks.follow(kind, callback, this);
     return Void();
 }
 
@@ -115,11 +112,12 @@ Return<sp<Surface>> CameraDesktop::getSurface(ClientType type) {
     return mSurfaces[kind];
 }
 
-void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& /* who */) {
+void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& who) {
     ALOGW("Service died for %lu", static_cast<unsigned long>(cookie));
     const auto kind = static_cast<uint8_t>(cookie);
     if (!isClientKind(kind)) return;
 
+    mDeathLinks.forget(kind, who.promote());
     sp<Surface> surface;
     sp<ICameraDesktopCallback> callback;
     std::lock_guard<std::mutex> guard(mSlotLock);

@@ -11,6 +11,7 @@
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>
 #include <utils/StrongPointer.h>
 
+#include "DeathLinks.h"
 #include "uvc/UvcGadgetHandler.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
@@ -51,7 +52,8 @@ class CameraDesktop : public V2_0::ICameraDesktop,
 
     /**
      * Replaces the callback of a kind; null clears it. The service follows the client's death, also
-     * that of a callback which was replaced since: its death still clears the kind's slots.
+     * that of a callback which was replaced since: its death still clears the kind's slots
+     * (DeathLinks says how many are followed).
      */
     ::android::hardware::Return<void> registerCallback(
             ClientType type, const ::android::sp<V1_0::ICameraDesktopCallback>& callback) override;
@@ -90,6 +92,7 @@ class CameraDesktop : public V2_0::ICameraDesktop,
     ::android::sp<bufferqueue::V2_0::IGraphicBufferProducer> mOutputSurface;
     std::array<::android::sp<bufferqueue::V1_0::IGraphicBufferProducer>, kClientKinds> mSurfaces;
     std::array<::android::sp<V1_0::ICameraDesktopCallback>, kClientKinds> mCallbacks;
+    DeathLinks mDeathLinks;
     ::android::sp<UvcGadgetHandler> mHandler;
 };
 
