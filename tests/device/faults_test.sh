@@ -65,7 +65,7 @@ fault modules 'JsonUtil.cpp' hardware/camera/common/libkorjsonutils/Android.bp '
 fault modules 'types.hal' hardware/interfaces/camera/desktop/2.0/Android.bp '/types\.hal/d'
 
 # ---- headers and API ----------------------------------------------------------------------------
-fault headers 'media/stagefright/bqhelper/WGraphicBufferProducer.h' $daemon/uvc/SurfaceProducer.h \
+fault headers 'media/stagefright/bqhelper/WGraphicBufferProducer.h' $daemon/uvc/KorBufferSource.cpp \
     's/#include <gui\/bufferqueue\/1.0\/WG/#include <media\/stagefright\/bqhelper\/WG/'
 fault headers '<sys/sdt.h>' $daemon/uvc/JpegBlob.cpp '$ a #include <sys/sdt.h>'
 fault headers 'does not list libbase' $daemon/Android.bp '/"libbase"/d'

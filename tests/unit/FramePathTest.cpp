@@ -3,7 +3,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,6 +18,7 @@
 #include "support/DaemonWorld.h"
 #include "support/FrameProducer.h"
 #include "support/OpenDescriptors.h"
+#include "support/PendingCall.h"
 
 namespace korvane::test {
 namespace {
@@ -23,6 +27,9 @@ using ::android::Fence;
 using ::android::sp;
 using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
 using testing::ElementsAre;
+
+constexpr int64_t kForEver = -1;
+constexpr int64_t kDefaultTimeout = -2;  // nothing is set
 
 constexpr char kNv12[] = R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
                          R"("v4l2-format":"NV12","fps":30}})";
@@ -262,14 +269,15 @@ TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
 }
 
-TEST_F(FramePathTest, AnEglClientThatNeverSignalsItsFencesHoldsNothingUp) {
+TEST_F(FramePathTest, AClientIsConnectedAsWhatItSaysItIs) {
     mWorld.commit(1, 1);
     mWorld.startStream();
     ASSERT_EQ(mWorld.command(kNv12), "");
-    ASSERT_EQ(camera().connect(2, NATIVE_WINDOW_API_EGL), android::OK);
-    for (int i = 0; i < 3; ++i) ASSERT_GE(queueFrame(new Fence(eventfd(0, EFD_CLOEXEC))), 0);
-    EXPECT_TRUE(sentFrames(3));
-    EXPECT_EQ(camera().disconnect(NATIVE_WINDOW_API_EGL), android::OK);
+    for (int api : {NATIVE_WINDOW_API_EGL, NATIVE_WINDOW_API_CPU, NATIVE_WINDOW_API_MEDIA}) {
+        ASSERT_EQ(camera().connect(2, api), android::OK) << api;
+        EXPECT_EQ(camera().disconnect(NATIVE_WINDOW_API_CAMERA), android::BAD_VALUE) << api;
+        EXPECT_EQ(camera().disconnect(api), android::OK) << api;
+    }
 }
 
 TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
@@ -339,20 +347,45 @@ TEST_F(FramePathTest, FiveFailedWritesInARowEndTheStreamButNotTheDevice) {
     EXPECT_FALSE(hasError("UVC device is no longer present"));
 }
 
-TEST_F(FramePathTest, ADequeueDoesNotHoldTheDaemonUpForEver) {
+// The queue's default, and what a client may ask for: to wait until there is a buffer.
+TEST_F(FramePathTest, AHostThatPausesForTwoSecondsOnlyHoldsAWaitingCameraUp) {
     streamWithCamera();
-    const sp<DaemonWorld::Surface> surface = mWorld.surface();
-    EXPECT_EQ(int32_t{surface->setDequeueTimeout(-1)}, android::OK);
-    EXPECT_EQ(int32_t{surface->setMaxDequeuedBufferCount(1)}, android::OK);
-    int32_t status = 0;
-    for (int i = 0; i < 10 && status >= 0; ++i) {
-        (void)surface
-                ->dequeueBuffer(
-                        0, 0, {}, 0, false,
-                        [&](int32_t result, int32_t, const auto&, const auto&) { status = result; })
-                .isOk();
+    ASSERT_EQ(camera().disconnect(), android::OK);
+    mCamera.reset();
+    ASSERT_EQ(mWorld.command(kNv12), "");
+    const sp<H2BGraphicBufferProducer> producer = new H2BGraphicBufferProducer(mWorld.surface());
+    android::IGraphicBufferProducer::QueueBufferOutput output;
+    ASSERT_EQ(producer->connect(nullptr, NATIVE_WINDOW_API_CAMERA, false, &output), android::OK);
+    for (const int64_t timeout : {kDefaultTimeout, kForEver}) {
+        if (timeout != kDefaultTimeout) {
+            ASSERT_EQ(producer->setDequeueTimeout(timeout), android::OK);
+        }
+        FrameProducer waiting(producer);
+        std::unique_ptr<PendingCall<int>> frame;
+        for (bool isHeldUp = false; !isHeldUp; isHeldUp = frame->isHeldUp()) {
+            frame = std::make_unique<PendingCall<int>>([&] {
+                FrameProducer::Frame next;
+                next.timestampNs = ++mFrames * 1000000000;
+                return waiting.queue(next);
+            });
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        EXPECT_TRUE(frame->isHeldUp());
+        ASSERT_TRUE(mWorld.node.send());
+        EXPECT_GE(frame->get(), 0);
     }
-    EXPECT_EQ(status, android::TIMED_OUT);
+}
+
+TEST_F(FramePathTest, ACameraThatWaitsIsTurnedAwayWhenTheStreamEnds) {
+    streamWithCamera();
+    while (queueFrame() >= 0) {
+    }
+    const sp<DaemonWorld::Surface> surface = mWorld.surface();
+    ASSERT_EQ(int32_t{surface->setDequeueTimeout(kForEver)}, android::OK);
+    PendingCall<int> frame([this] { return queueFrame(); });
+    EXPECT_TRUE(frame.isHeldUp());
+    mWorld.stopStream();
+    EXPECT_EQ(frame.get(), android::NO_INIT);
 }
 
 TEST_F(FramePathTest, NoDescriptorIsLeftAfterAStream) {

@@ -418,11 +418,12 @@ int32_t queryOf(const sp<KorBufferSource::HGraphicBufferProducer>& endpoint, int
 }
 
 TEST_F(KorBufferSourceTest, LogsTheNameOfTheQueueThatItOffers) {
-    ASSERT_EQ(OK, producer.connect());  // the name is the producer's only since
+    const LogLine line{ANDROID_LOG_DEBUG, kTag, "Getting producer with name: KorBufferSource"};
     source->getHGraphicBufferProducer_V1_0();
-    EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag,
-                                                     "Getting producer with name: "
-                                                     "KorBufferSource"}));
+    EXPECT_THAT(log.lines(kTag), ElementsAre(line));
+    ASSERT_EQ(OK, producer.connect());
+    source->getHGraphicBufferProducer_V1_0();
+    EXPECT_THAT(log.lines(kTag), ElementsAre(line, line));
 }
 
 TEST_F(KorBufferSourceTest, OffersNewEndpointsOfItsOneQueue) {

@@ -7,7 +7,6 @@
 #include <list>
 #include <mutex>
 
-#include <android/hidl/base/1.0/IBase.h>
 #include <hidl/HidlSupport.h>
 #include <korvane/hardware/camera/desktop/1.0/ICameraDesktopCallback.h>
 #include <utils/StrongPointer.h>

@@ -6,16 +6,18 @@
 
 #include <cstring>
 
+#include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
 #include <linux/videodev2.h>
 #include <log/log.h>
 #include <system/graphics.h>
 #include <utils/String8.h>
 
 #include "uvc/KorCheck.h"
-#include "uvc/SurfaceProducer.h"
 
 namespace android {
 namespace {
+
+constexpr char kQueueName[] = "KorBufferSource";
 
 struct DefaultFormat {
     uint32_t v4l2PixelFormat;
@@ -52,7 +54,7 @@ KorBufferSource::KorBufferSource() {
         ALOGE("Error connecting to BufferQueue: %s (%d)", strerror(-mInitCheck), mInitCheck);
         return;
     }
-    mConsumer->setConsumerName(String8("KorBufferSource"));
+    mConsumer->setConsumerName(String8(kQueueName));
     KOR_CHECK(372, mInitCheck == NO_ERROR);
 }
 
@@ -146,8 +148,9 @@ void KorBufferSource::resetPacing_l() {
 
 sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferProducer_V1_0()
         const {
-    ALOGD("Getting producer with name: %s", mProducer->getConsumerName().c_str());
-    return new SurfaceProducer(mProducer);
+    // The producer itself knows the name only once a client has connected.
+    ALOGD("Getting producer with name: %s", kQueueName);
+    return new TWGraphicBufferProducer<HGraphicBufferProducer>(mProducer);
 }
 
 status_t KorBufferSource::onInputBufferAdded(int32_t bufferId) {

@@ -68,7 +68,10 @@ class KorBufferSource : public RefBase {
                        uint32_t width, uint32_t height, uint32_t v4l2PixelFormat,
                        uint32_t consumerUsage) EXCLUDES(mMutex);
 
-    /** A new endpoint of the queue for a client to render into. Takes no lock. */
+    /**
+     * A new endpoint of the queue for a client to render into: the platform's, and as it behaves, a
+     * client that waits for a buffer waits on the thread that serves it. Takes no lock.
+     */
     sp<HGraphicBufferProducer> getHGraphicBufferProducer_V1_0() const;
 
     /** Adds a free codec buffer. INVALID_OPERATION once started. */
