@@ -120,6 +120,20 @@ TEST_F(StreamCyclesTest, SurfacesMayBeReplacedWhileFramesFlow) {
     mWorld.stopStream();
 }
 
+TEST_F(StreamCyclesTest, CommandsThatOverlapEachGetTheirSurface) {
+    TirelessCamera camera(mWorld);
+    ASSERT_NO_FATAL_FAILURE(streamFrames(5));
+    const auto askOften = [&] {
+        for (int i = 0; i < 200; ++i) EXPECT_EQ(mWorld.command(kCreate), "");
+    };
+    std::thread other(askOften);
+    askOften();
+    other.join();
+    EXPECT_FALSE(mWorld.log.has(ANDROID_LOG_ERROR, DaemonWorld::kTag, "webcam is not streaming"));
+    mWorld.stopStream();
+    EXPECT_EQ(mWorld.surface(), nullptr);
+}
+
 TEST_F(StreamCyclesTest, PausesAndQuestionsDisturbNothing) {
     TirelessCamera camera(mWorld);
     std::atomic<bool> stop{false};

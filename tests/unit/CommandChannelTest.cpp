@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <rapidjson/document.h>
 
 #include "support/DaemonWorld.h"
 
@@ -70,6 +71,40 @@ TEST_F(CommandChannelTest, ATextNestedHoweverDeepIsSurvived) {
     EXPECT_EQ(mWorld.command(R"({"stream-suspend":)" + std::string(depth, '[') +
                              std::string(depth, ']') + "}"),
               "OK_WEBCAM_HAL");
+}
+
+TEST_F(CommandChannelTest, ATextOfManyBracketsIsJudgedAsTheDefaultParserDoes) {
+    const std::string many(300, '[');
+    std::vector<std::string> texts;
+    for (const char* begin :
+         {"", "]", "}", ",", ":", "x", "\"", "-", "1", "null", " \t\r\n", " ]"}) {
+        for (const char* end : {"", "]", "}", "1", "\"", "\\", ",]", "{", "{1", "{\"a\"", "{\"a\"]",
+                                "{\"a\":]", "{\"a\":1", "{\"a\":1]", "{\"a\":1,}", "{}", "tru"}) {
+            texts.push_back(begin + many + end);
+            texts.push_back(begin + many + end + std::string(300, ']'));
+            texts.push_back(std::string("{\"a\":") + begin + "[" + many + end);
+        }
+    }
+    for (const std::string& text : texts) {
+        rapidjson::Document expected;
+        expected.Parse(text.c_str());
+        mWorld.log.clear();
+        EXPECT_EQ(mWorld.command(text), expected.HasParseError() ? "PARSE_ERR" : "OK_WEBCAM_HAL");
+        const std::string line = "handleCommand: failed to parse command: err=" +
+                                 std::to_string(expected.GetParseError()) + " at " +
+                                 std::to_string(expected.GetErrorOffset());
+        EXPECT_EQ(countError(DaemonWorld::kTag, line), expected.HasParseError() ? 1u : 0u) << text;
+    }
+    EXPECT_EQ(mWorld.command("]" + std::string(257, '[')), "PARSE_ERR");
+    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=3 at 0"),
+              1u);
+}
+
+TEST_F(CommandChannelTest, ATextThatOnlyLooksNestedIsSurvived) {
+    const std::string many(250000, '[');
+    EXPECT_EQ(mWorld.command("\"" + many + "\""), "OK_WEBCAM_HAL");
+    EXPECT_EQ(mWorld.command("null " + many), "PARSE_ERR");
+    EXPECT_EQ(mWorld.command(" \t\n\r" + many), "PARSE_ERR");
 }
 
 TEST_F(CommandChannelTest, TheStreamConfigurationOfAYuyvStreamAsksForNv12) {

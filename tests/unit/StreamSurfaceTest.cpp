@@ -97,6 +97,12 @@ TEST_F(StreamSurfaceTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
     EXPECT_EQ("not streaming", mHandler->handleCommand(kCreate));
     sWhileASourceIsMade = nullptr;
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kToldStop));
+    EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), ElementsAre(error("webcam is not streaming")));
+    // The source is no frame source, either.
+    mWorld.log.clear();
+    UvcBufInfo info;
+    mHandler->onFrameEmptied(&info);
+    EXPECT_THAT(mWorld.log.lines("KorBufferSource"), IsEmpty());
 }
 
 // The camera, whose thread isn't the controller's, is there before the reply: its frames wait for

@@ -35,7 +35,7 @@ class SurfaceRequestTest : public testing::Test {
     uint32_t fourccOf(const std::string& format) {
         EXPECT_EQ("", read(R"("width":1,"height":1,"consumer-usage":0,"fps":1,"v4l2-format":")" +
                            format + "\""));
-        return mRequest.fourcc;
+        return mRequest.fourcc();
     }
 
     LogRecorder mLog;
@@ -58,7 +58,7 @@ TEST_F(SurfaceRequestTest, TakesEveryFieldAsItIs) {
     EXPECT_EQ(1280, mRequest.width);
     EXPECT_EQ(-720, mRequest.height);
     EXPECT_EQ(51, mRequest.consumerUsage);
-    EXPECT_EQ(0x3231564Eu, mRequest.fourcc);
+    EXPECT_EQ(0x3231564Eu, mRequest.fourcc());
     EXPECT_EQ(29.5f, mRequest.fps);
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }

@@ -5,8 +5,6 @@
 
 #include <linux/videodev2.h>
 
-#include <string>
-
 #include <JsonUtils.h>
 #include <log/log.h>
 
@@ -14,22 +12,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 using ::android::JsonUtils;
 
-namespace {
-
-// Longer texts are cut to the four characters of a code.
-uint32_t toFourcc(const std::string& text) {
-    if (text.size() < 4) {
-        ALOGE("input format isn't a valid v4l2_fourcc length");
-        return 0;
-    }
-    const auto byte = [&text](size_t i) { return static_cast<uint8_t>(text[i]); };
-    return v4l2_fourcc(byte(0), byte(1), byte(2), byte(3));
-}
-
-}  // namespace
-
 const char* SurfaceRequest::read(const rapidjson::Value& params) {
-    std::string format;
     if (JsonUtils::parseValue(params, "width", width, -1) != 0) return "width missing";
     if (JsonUtils::parseValue(params, "height", height, -1) != 0) return "height missing";
     if (JsonUtils::parseValue(params, "consumer-usage", consumerUsage, -1) != 0) {
@@ -37,8 +20,17 @@ const char* SurfaceRequest::read(const rapidjson::Value& params) {
     }
     if (JsonUtils::parseValue(params, "v4l2-format", format, -1) != 0) return "format missing";
     if (JsonUtils::parseValue(params, "fps", fps, -1) != 0) return "fps missing";
-    fourcc = toFourcc(format);
     return nullptr;
+}
+
+// Longer texts are cut to the four characters of a code.
+uint32_t SurfaceRequest::fourcc() const {
+    if (format.size() < 4) {
+        ALOGE("input format isn't a valid v4l2_fourcc length");
+        return 0;
+    }
+    const auto byte = [this](size_t i) { return static_cast<uint8_t>(format[i]); };
+    return v4l2_fourcc(byte(0), byte(1), byte(2), byte(3));
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

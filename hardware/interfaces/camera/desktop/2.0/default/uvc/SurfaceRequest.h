@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include <rapidjson/document.h>
 
@@ -13,7 +14,7 @@ struct SurfaceRequest {
     int width = 0;          // pixels; bytes for a compressed format
     int height = 0;         // lines
     int consumerUsage = 0;  // usage bits of the graphic buffers
-    uint32_t fourcc = 0;    // V4L2 pixel format; 0 when the text was too short for one
+    std::string format;     // the V4L2 pixel format's four characters
     float fps = 0;          // frames per second
 
     /**
@@ -21,6 +22,9 @@ struct SurfaceRequest {
      * for the first field that is missing or of a wrong type.
      */
     const char* read(const rapidjson::Value& params);
+
+    /** The format's code; 0, with a line, when its text is too short for one. */
+    uint32_t fourcc() const;
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

@@ -31,12 +31,19 @@ float framesPerSecond(uint32_t interval) {
     return interval == 0 ? 0.0f : kIntervalsPerSecond / static_cast<float>(interval);
 }
 
-// The default parser recurses for every array and object that it enters; a text with more of them
-// than any command has must not exhaust the stack.
-void parse(const std::string& text, rapidjson::Document* document) {
+// Whether the default parser, which recurses for every array and object that it enters, might
+// exhaust the stack: there are more of them than any command has, and the first is the root.
+bool nestsDeep(const std::string& text) {
     constexpr int kMaxRecursion = 256;
     const auto opens = [](char c) { return c == '[' || c == '{'; };
-    if (std::count_if(text.begin(), text.end(), opens) > kMaxRecursion) {
+    const size_t root = text.find_first_not_of(" \t\n\r");
+    return root != std::string::npos && opens(text[root]) &&
+           std::count_if(text.begin(), text.end(), opens) > kMaxRecursion;
+}
+
+// The two parsers differ in how they call a text that begins like no value.
+void parse(const std::string& text, rapidjson::Document* document) {
+    if (nestsDeep(text)) {
         document->Parse<rapidjson::kParseIterativeFlag>(text.c_str());
     } else {
         document->Parse(text.c_str());

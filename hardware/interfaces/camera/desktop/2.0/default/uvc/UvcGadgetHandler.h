@@ -43,11 +43,12 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  *    mutex held.
  *
  * Locks: mDeviceLock guards the device pointer against deletion while another thread uses the
- * device. It nests inside the frame source's mutex, so it is never held over a call into a frame
- * source; and it is never held over a call to a client, whose answer may need it. mFrameSourceLock
- * guards the frame source pointer and its being published, and nests inside mDeviceLock;
- * mServiceLock guards the connection to the service. Inside these two only the service's own lock
- * of its slots is taken.
+ * device, and is held over the whole making of a surface, so that two commands come one after the
+ * other. It nests inside the mutex of a frame source that has been started, so it is never held
+ * over a call into one; until then it is the outer of the two. It is never held over a call to a
+ * client, whose answer may need it. mFrameSourceLock guards the frame source pointer and its being
+ * published, and nests inside mDeviceLock; mServiceLock guards the connection to the service.
+ * Inside these two only the service's own lock of its slots is taken.
  *
  * One instance for the life of the process. Destroying it ends a poll thread that still waits for
  * the service; later the thread can't be stopped, and destruction terminates the process.
@@ -119,12 +120,17 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     void suspendStream(const rapidjson::Value& command);
 
     // The surface (UvcGadgetSurface.cpp).
+    struct NewSurface {
+        ::android::sp<ICameraDesktop> desktop;  // where to post it; null without a service
+        ::android::sp<::android::KorBufferSource> source;
+        ::android::sp<::android::KorBufferSource> replaced;  // to go without the device lock
+    };
     std::string createSurface(const rapidjson::Value& params);
+    /** All but the start; "", or what was wrong. */
+    std::string makeSurface_l(const rapidjson::Value& params, NewSurface* made);
     const char* refuseSurface_l() const;
-    bool publishSurface(const ::android::sp<::android::KorBufferSource>& source);
+    const char* publishSurface_l(const NewSurface& made);
     ::android::sp<::android::KorBufferSource> withdrawSurface();
-    void lendBuffers(const ::android::sp<::android::KorBufferSource>& source);
-    int bufferCount();
     ::android::sp<::android::KorBufferSource> frameSource();
     ::android::sp<::android::KorBufferSource> exchangeFrameSource(
             const ::android::sp<::android::KorBufferSource>& source);

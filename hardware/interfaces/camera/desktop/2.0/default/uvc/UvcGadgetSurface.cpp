@@ -36,32 +36,40 @@ UvcBufInfo makeFrame(int slot, const sp<GraphicBuffer>& buffer, int64_t timestam
 
 }  // namespace
 
-// The device lock is given up before the frame source is touched: starting it hands over the frames
-// that wait, and each of them takes that lock in its turn. What may happen meanwhile (the stream
-// stops, another surface replaces this one) is found out when the surface is published.
+// A source that hasn't been started hands over no frame, so that its lock may be taken inside the
+// device lock. Starting it hands over the frames that wait, each of which takes the device lock in
+// its turn; and letting go of the source before may end it, which calls its camera.
 std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
-    SurfaceRequest request;
-    sp<KorBufferSource> source;
-    sp<KorBufferSource> replaced;
-    int count = 0;
+    NewSurface made;
+    made.desktop = service();
+    std::string refusal;
     {
         std::lock_guard<std::mutex> guard(mDeviceLock);
-        if (const char* refusal = refuseSurface_l()) return refusal;
-        if (const char* refusal = request.read(params)) return refusal;
-        source = new KorBufferSource();
-        replaced = exchangeFrameSource(source);
-        count = mDevice->getBufferNum();
+        refusal = makeSurface_l(params, &made);
     }
-    replaced.clear();
+    made.replaced.clear();
+    if (refusal.empty()) made.source->start();
+    return refusal;
+}
 
-    if (source->configure(this, count, request.width, request.height, request.fourcc,
+std::string UvcGadgetHandler::makeSurface_l(const rapidjson::Value& params, NewSurface* made) {
+    if (const char* refusal = refuseSurface_l()) return refusal;
+    SurfaceRequest request;
+    if (const char* refusal = request.read(params)) return refusal;
+
+    const sp<KorBufferSource> source = new KorBufferSource();
+    made->source = source;
+    made->replaced = exchangeFrameSource(source);
+    const int count = static_cast<int>(mDevice->getBufferNum());
+    if (source->configure(this, count, request.width, request.height, request.fourcc(),
                           request.consumerUsage) != OK) {
         return "not configured";
     }
-    if (!publishSurface(source)) return "not streaming";
-    lendBuffers(source);
+    if (const char* refusal = publishSurface_l(*made)) return refusal;
+    for (int i = 0; i < static_cast<int>(mDevice->getBufferNum()); ++i) {
+        source->onInputBufferAdded(i);
+    }
     source->setMaxFps(request.fps);
-    source->start();
     return "";
 }
 
@@ -77,31 +85,19 @@ const char* UvcGadgetHandler::refuseSurface_l() const {
     return nullptr;
 }
 
-// False when the source has been replaced, or the stream has stopped, since. A stream that stops
-// after this has looked takes the surface back, for which it needs the frame source's lock.
-bool UvcGadgetHandler::publishSurface(const sp<KorBufferSource>& source) {
-    const sp<ICameraDesktop> desktop = service();
-    const auto producer = source->getHGraphicBufferProducer_V1_0();
-    std::lock_guard<std::mutex> deviceGuard(mDeviceLock);
+// The stream stops without the device lock, perhaps since it was looked at. One that stops after
+// this has looked takes the surface back, for which it needs the frame source's lock.
+const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
+    const auto producer = made.source->getHGraphicBufferProducer_V1_0();
     std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    if (mFrameSource != source) return false;
-    if (mDevice == nullptr || !mDevice->isStreaming()) {
+    if (const char* refusal = refuseSurface_l()) {
         mFrameSource.clear();
-        return false;
+        return refusal;
     }
-    if (desktop != nullptr) {
-        (void)desktop->setSurface(ClientType::WEBCAM_CONTROLLER, producer).isOk();
+    if (made.desktop != nullptr) {
+        (void)made.desktop->setSurface(ClientType::WEBCAM_CONTROLLER, producer).isOk();
     }
-    return true;
-}
-
-void UvcGadgetHandler::lendBuffers(const sp<KorBufferSource>& source) {
-    for (int i = 0; i < bufferCount(); ++i) source->onInputBufferAdded(i);
-}
-
-int UvcGadgetHandler::bufferCount() {
-    std::lock_guard<std::mutex> guard(mDeviceLock);
-    return mDevice == nullptr ? 0 : mDevice->getBufferNum();
+    return nullptr;
 }
 
 status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffer,
