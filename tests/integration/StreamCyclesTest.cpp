@@ -107,6 +107,21 @@ TEST_F(StreamCyclesTest, TheNodeMayGoAtAnyFrame) {
     }
 }
 
+TEST_F(StreamCyclesTest, TheNodeMayGoWhileTheConfigurationIsAskedFor) {
+    std::atomic<bool> stop{false};
+    std::thread other([&] {
+        while (!stop) mWorld.command(R"({"get-stream-config":1})");
+    });
+    for (int i = 0; i < 10; ++i) {
+        const size_t opened = mWorld.node.calls("VIDIOC_S_FMT").size();
+        mWorld.raiseRemove();
+        mWorld.raiseAdd();
+        ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", opened + 1));
+    }
+    stop = true;
+    other.join();
+}
+
 TEST_F(StreamCyclesTest, SurfacesMayBeReplacedWhileFramesFlow) {
     TirelessCamera camera(mWorld);
     ASSERT_NO_FATAL_FAILURE(streamFrames(5));

@@ -77,9 +77,9 @@ class CameraDesktopTest : public testing::Test {
         return reply;
     }
 
-    std::optional<std::string> sendSync(int kind) {
+    std::optional<std::string> sendSync(int kind, const std::string& command = "command") {
         std::optional<std::string> reply;
-        EXPECT_TRUE(mService->setCommands(static_cast<ClientTypes>(kind), "command",
+        EXPECT_TRUE(mService->setCommands(static_cast<ClientTypes>(kind), command,
                                           [&](const hidl_string& text) { reply = text; })
                             .isOk());
         return reply;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+
 namespace korvane::test {
 namespace {
 
@@ -27,6 +29,16 @@ TEST_F(CameraDesktopTest, LogsARegistrationWithKindAndPointer) {
     const Callback* pointer = client.get();
     EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, kTag,
                          text("Registering client %d with callback ptr: %p", 7, pointer)));
+}
+
+TEST_F(CameraDesktopTest, HandsTextsOnWhole) {
+    const std::string command("command\0more", 12);
+    const std::string reply("\0reply\0more", 12);
+    const sp<RecordingClient> client = new RecordingClient(reply);
+    registerClient(1, client);
+    EXPECT_EQ(send(1, command), reply);
+    EXPECT_EQ(sendSync(1, command), reply);
+    EXPECT_THAT(client->commands(), testing::ElementsAre(command, command));
 }
 
 TEST_F(CameraDesktopTest, ReplacesAnEarlierClientOfTheKind) {

@@ -260,5 +260,17 @@ TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfARemovedNode) {
     EXPECT_EQ(config.substr(0, 9), R"({"width":)");
 }
 
+TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfADisconnectedCable) {
+    std::string config;
+    mWorld.startStream();
+    mWorld.addClient(3, [&](const std::string&) {
+        config = mWorld.command(R"({"get-stream-config":1})");
+        return "";
+    });
+    mWorld.raiseDisconnected();
+    ASSERT_TRUE(mWorld.node.waitForCalls("close", 2));
+    EXPECT_EQ(config.substr(0, 9), R"({"width":)");
+}
+
 }  // namespace
 }  // namespace korvane::test

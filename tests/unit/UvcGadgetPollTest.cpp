@@ -31,6 +31,8 @@ namespace {
 std::atomic<bool> sSocketFails{false};
 std::atomic<bool> sSocketIsZero{false};
 std::atomic<bool> sEventsFail{false};
+std::atomic<int> sWaits{0};
+std::atomic<int> sBoundedWaits{0};
 
 /** Where the poll thread can be stopped: it sleeps while it waits for an added node's file. */
 class Gate {
@@ -91,6 +93,12 @@ extern "C" int __wrap_uevent_open_socket(int bufferSize, bool passCredentials) {
     dup3(socket, STDIN_FILENO, O_CLOEXEC);
     close(socket);
     return STDIN_FILENO;
+}
+
+extern "C" int __real_select(int width, fd_set* r, fd_set* w, fd_set* e, timeval* timeout);
+extern "C" int __wrap_select(int width, fd_set* r, fd_set* w, fd_set* e, timeval* timeout) {
+    ++(timeout == nullptr ? sWaits : sBoundedWaits);
+    return __real_select(width, r, w, e, timeout);
 }
 
 extern "C" int __wrap_usleep(useconds_t /* microseconds */) {
@@ -210,6 +218,17 @@ class UvcGadgetPollTest : public testing::Test {
 TEST_F(UvcGadgetPollTest, RunsOnAThreadOfItsName) {
     mWorld.start();
     EXPECT_THAT(threadNames(), testing::Contains("poll_thread").Times(1));
+}
+
+TEST_F(UvcGadgetPollTest, WaitsWithoutALimit) {
+    sWaits = 0;
+    streamOneFrame();
+    ASSERT_TRUE(mWorld.node.send());
+    mWorld.stopStream();
+    mWorld.raiseRemove();
+    mWorld.settle();
+    EXPECT_GT(sWaits, 0);
+    EXPECT_EQ(sBoundedWaits, 0);
 }
 
 TEST_F(UvcGadgetPollTest, AsksAnIdleDeviceForEventsOnly) {
