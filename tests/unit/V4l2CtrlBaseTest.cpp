@@ -3,10 +3,12 @@
 
 #include "uvc/V4l2CtrlBase.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,8 +34,17 @@ class TestCtrl : public V4l2CtrlBase {
   public:
     explicit TestCtrl(int fd, uint32_t type = V4L2_BUF_TYPE_VIDEO_OUTPUT) : mFd(fd), mType(type) {}
     const char* getV4l2DevName() override { return kPath; }
-    uint32_t getV4l2BufferType() override { return mType; }
-    int getV4l2DeviceFd() override { return mFd; }
+    uint32_t getV4l2BufferType() override {
+        asked.emplace_back("type");
+        return mType;
+    }
+    int getV4l2DeviceFd() override {
+        asked.emplace_back("descriptor");
+        return mFd;
+    }
+
+    // What a wrapper has asked the subclass for, in order.
+    std::vector<std::string> asked;
 
   private:
     const int mFd;
@@ -141,6 +152,21 @@ TEST_F(V4l2CtrlBaseTest, TheBufferTypeIsTheSubclassesToSay) {
               mKernel.calls("VIDIOC_STREAMON")[0].as<uint32_t>());
     EXPECT_EQ(uint32_t{V4L2_BUF_TYPE_VIDEO_CAPTURE},
               mKernel.calls("VIDIOC_STREAMOFF")[0].as<uint32_t>());
+}
+
+TEST_F(V4l2CtrlBaseTest, TheDescriptorIsAskedForBeforeTheBufferType) {
+    mCtrl.requestBuffer(4, V4L2_MEMORY_MMAP);
+    mCtrl.streamOn();
+    mCtrl.streamOff();
+    EXPECT_THAT(mCtrl.asked,
+                ElementsAre("descriptor", "type", "descriptor", "type", "descriptor", "type"));
+}
+
+TEST_P(V4l2CtrlBaseTest, AsksForTheDescriptorFirstAndOnce) {
+    GetParam().call(mCtrl);
+    ASSERT_FALSE(mCtrl.asked.empty());
+    EXPECT_EQ("descriptor", mCtrl.asked.front());
+    EXPECT_EQ(1, std::count(mCtrl.asked.begin(), mCtrl.asked.end(), "descriptor"));
 }
 
 TEST_F(V4l2CtrlBaseTest, RequestBufferReturnsFewerAsTheyAre) {

@@ -12,9 +12,9 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * A V4L2 node without state of its own: the descriptor, the buffer type and the name come from the
  * subclass.
  *
- * Each operation issues exactly one ioctl on getV4l2DeviceFd(), never retries, and returns the
- * ioctl's own result: -1 with errno set on failure, which it also logs. It takes no lock; callers
- * on several threads bring their own.
+ * Each operation asks the subclass for the descriptor first, then for the buffer type if it needs
+ * that, issues exactly one ioctl, never retries, and returns the ioctl's own result: -1 with errno
+ * set on failure, which it also logs. It takes no lock; callers on several threads bring their own.
  */
 class V4l2CtrlBase {
   public:
@@ -49,10 +49,6 @@ class V4l2CtrlBase {
     int32_t queueBuffer(v4l2_buffer* buf);
     /** Takes a buffer that the driver has finished with; the caller has set type and memory. */
     int32_t dequeBuffer(v4l2_buffer* buf);
-
-  private:
-    [[gnu::format(printf, 3, 0)]] int32_t control(unsigned long request, const char* failure,
-                                                  void* argument);
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation
