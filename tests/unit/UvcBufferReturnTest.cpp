@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sent buffers come back and are handed to the listener, which may queue the next frame.
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -12,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include "support/DescriptorZero.h"
+#include "support/OpenDescriptors.h"
 #include "support/UvcBufferOutputTest.h"
 
 using namespace korvane::test;
@@ -163,6 +167,92 @@ TEST_F(UvcBufferReturnTest, TheNextFrameMayBeQueuedFromWithinTheListener) {
     EXPECT_THAT(mLog.lines(), IsEmpty());
     EXPECT_EQ(0, takeLocks(first));
     EXPECT_EQ(0, takeLocks(next));
+}
+
+// A surface that replaces another may put its first frame into the buffer that is just coming back.
+TEST_F(UvcBufferReturnTest, WhatCameBackStaysWhatItWasWhenItsBufferTakesTheNextFrame) {
+    streamJpeg();
+    const auto first = makeJpeg(100, 50);
+    const auto next = makeJpeg(100, 60);
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    const int nextFence = eventfd(0, EFD_CLOEXEC);
+    queue(2, first, {0, 0}, fence);
+    mListener.onEmptied = [&](UvcBufInfo* record) {
+        EXPECT_TRUE(queue(2, next, {0, 0}, nextFence));
+        EXPECT_EQ(2u, record->index);
+        EXPECT_EQ(fence, record->fenceFd);
+        EXPECT_EQ(first, record->graphicBuffer);
+        EXPECT_EQ(0, close(record->fenceFd));
+    };
+    sendOne();
+    mListener.onEmptied = nullptr;
+    EXPECT_NE(-1, fcntl(nextFence, F_GETFD));
+    mCtrl->close();
+    EXPECT_EQ(-1, fcntl(nextFence, F_GETFD));
+}
+
+TEST_F(UvcBufferReturnTest, WhatCameBackStaysWhatItWasWhenTheStreamIsAnotherOne) {
+    streamJpeg();
+    const auto next = makeJpeg(100, 60);
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    const int nextFence = eventfd(0, EFD_CLOEXEC);
+    queue(1, makeJpeg(100, 50), {0, 0}, fence);
+    mListener.onEmptied = [&](UvcBufInfo* record) {
+        event(UVC_EVENT_STREAMOFF);
+        event(UVC_EVENT_STREAMON);
+        EXPECT_TRUE(queue(1, next, {0, 0}, nextFence));
+        EXPECT_EQ(1u, record->index);
+        EXPECT_EQ(fence, record->fenceFd);
+    };
+    sendOne();
+    mListener.onEmptied = nullptr;
+    EXPECT_EQ(0, close(fence));
+    sendOne();
+    EXPECT_EQ(nextFence, mListener.emptied.back().fenceFd);
+    EXPECT_EQ(next, mListener.emptied.back().graphicBuffer);
+    EXPECT_EQ(0, close(nextFence));
+}
+
+// Frames of one thread replace each other while the driver gives them back to another. A fence that
+// was closed twice would take a descriptor away that has been given out anew meanwhile.
+TEST_F(UvcBufferReturnTest, EveryFenceIsGivenBackOrClosedOnceWhileFramesReplaceEachOther) {
+    streamJpeg();
+    const std::vector blobs{makeJpeg(100, 50), makeJpeg(100, 60)};
+    const android::base::unique_fd original(eventfd(0, EFD_CLOEXEC));
+    const int descriptors = countOpenDescriptors();
+    std::atomic<int> failures{0};
+    mListener.onEmptied = [&](UvcBufInfo* record) {
+        mListener.emptied.clear();
+        mListener.events.clear();
+        std::this_thread::yield();
+        if (record->index != 0) ++failures;
+        if (record->fenceFd >= 0 && close(record->fenceFd) != 0) ++failures;
+    };
+    std::atomic<bool> done{false};
+    std::thread surfaces([&] {
+        for (int i = 0; i < 20000; ++i) {
+            const int fence = fcntl(original.get(), F_DUPFD_CLOEXEC, 0);
+            if (!queue(0, blobs[i % 2], {0, 0}, fence) && close(fence) != 0) ++failures;
+        }
+        done = true;
+    });
+    while (!done) {
+        if (mKernel.send()) writable();
+    }
+    surfaces.join();
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_EQ(0, failures);
+    EXPECT_EQ(descriptors, countOpenDescriptors());
+    for (const auto& blob : blobs) EXPECT_EQ(0, takeLocks(blob));
+}
+
+TEST_F(UvcBufferReturnTest, WithoutAListenerTheFenceIsClosed) {
+    streamJpeg();
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    queue(0, makeJpeg(100, 50), {0, 0}, fence);
+    mCtrl->setEventListener(nullptr);
+    sendOne();
+    EXPECT_EQ(-1, fcntl(fence, F_GETFD));
 }
 
 TEST_F(UvcBufferReturnTest, TheSameFrameMayBeQueuedAgainFromWithinTheListener) {

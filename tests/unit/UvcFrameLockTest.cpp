@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the device locks a frame for the processor, and what it does when that gives no address.
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <functional>
@@ -79,13 +80,40 @@ TEST_F(UvcFrameLockTest, ABlobWithoutAnAddressIsUnlockedAndRefused) {
     EXPECT_EQ(1, blob->getStrongCount());
 }
 
-// The buffer goes out all the same, and its frame is unlocked once more when it comes back.
-TEST_F(UvcFrameLockTest, APictureThatDoesNotFitIsUnlockedAtOnce) {
+TEST_F(UvcFrameLockTest, APictureThatDoesNotFitIsUnlockedAtOnceAndNotAgain) {
     streamYuyv(100);
+    mKernel.answerNext("VIDIOC_QBUF", [](void*) { return 0; });
     EXPECT_TRUE(queueSpied(makePicture(64, 32)));
     EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
+    giveBack(0);
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
+}
+
+TEST_F(UvcFrameLockTest, TheNextFrameDoesNotUnlockAPictureThatDidNotFit) {
+    streamYuyv(4096);
+    mKernel.fail("VIDIOC_QBUF", EINVAL);
+    const auto tooLarge = makePicture(640, 480);
+    EXPECT_FALSE(queueSpied(tooLarge));
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
+    EXPECT_TRUE(queueSpied(makePicture(64, 32)));
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2"));
+}
+
+TEST_F(UvcFrameLockTest, AStopDoesNotUnlockAPictureThatDidNotFit) {
+    streamYuyv(100);
+    mKernel.fail("VIDIOC_QBUF", EINVAL);
+    EXPECT_FALSE(queueSpied(makePicture(64, 32)));
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
+}
+
+TEST_F(UvcFrameLockTest, APictureWithoutChromaIsNotUnlockedAgainWhenItsBufferComesBack) {
+    streamYuyv();
+    const auto picture = makePicture(64, 32);
+    spy().changePlanes = [](android_ycbcr* planes) { planes->cb = nullptr; };
+    EXPECT_TRUE(queueSpied(picture));
     sendOne();
-    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock", "unlock"));
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
 }
 
 TEST_F(UvcFrameLockTest, APictureWithoutLumaOrChromaIsUnlockedAndGoesOutEmpty) {

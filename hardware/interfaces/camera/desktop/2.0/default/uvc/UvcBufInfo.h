@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The record of one buffer that the frame path and the UVC device exchange.
+// The record of one frame and its buffer that the frame path and the UVC device exchange.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,11 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
- * Either one of the UVC device's own output buffers, or a frame on its way into one.
+ * A frame on its way into one of the UVC device's buffers, or one that comes back from there.
  *
- * A plain value: copying it copies the reference to the frame, but neither the descriptors nor the
- * mapping, which stay with whoever made them.
+ * A plain value that owns nothing but its reference to the frame. The fence is handed over with it:
+ * to the device when that takes the frame, to the listener when the frame comes back. The mapping
+ * stays the device's.
  */
 struct UvcBufInfo {
     /** What the record describes; for people who debug, nothing branches on it. */
@@ -27,12 +28,9 @@ struct UvcBufInfo {
 
     uint32_t kind = KIND_NONE;
     int32_t bufFd = -1;
-    /** Start of the buffer's mapping; null in a frame record and while nothing is mapped. */
+    /** Start of the buffer's mapping; null on a frame's way in and while nothing is mapped. */
     uint8_t* addr = nullptr;
-    /**
-     * The V4L2 buffer index. In a frame record the frame source's buffer id, which is the index of
-     * the UVC buffer that takes the frame.
-     */
+    /** The V4L2 buffer index, which is the frame source's buffer id. */
     uint32_t index = 0;
     /** Bytes mapped at addr. */
     uint32_t length = 0;
@@ -41,7 +39,7 @@ struct UvcBufInfo {
     int32_t fenceFd = -1;
     /** Presentation time of the frame. */
     timeval timestamp = {0, 0};
-    /** The frame; locked for CPU access while its UVC buffer is queued. */
+    /** The frame. */
     android::sp<android::GraphicBuffer> graphicBuffer;
 };
 

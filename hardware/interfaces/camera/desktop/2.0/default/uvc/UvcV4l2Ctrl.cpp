@@ -6,14 +6,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <log/log.h>
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
+
+using ::android::base::unique_fd;
+
 namespace {
 
 constexpr uint32_t kBufferNum = 4;
@@ -27,7 +30,12 @@ std::atomic<int> sWriteFailures{0};
 UvcV4l2Ctrl::UvcV4l2Ctrl(const char* devName) : mDevName(devName) {}
 
 UvcV4l2Ctrl::~UvcV4l2Ctrl() {
-    if (fd >= 0) ::close(fd);
+    closeNode();
+    for (OutputBuffer& buffer : mBuffers) buffer.memory.leave();
+}
+
+void UvcV4l2Ctrl::closeNode() {
+    unique_fd(std::exchange(fd, -1)).reset();
 }
 
 const char* UvcV4l2Ctrl::getV4l2DevName() {
@@ -93,8 +101,7 @@ int UvcV4l2Ctrl::close() {
     Guard guard(mLock);
     if (mOpenCount == 1) {
         if (fd >= 0) {
-            ::close(fd);
-            fd = -1;
+            closeNode();
         } else {
             ALOGE("FIX:close without open");
         }

@@ -8,13 +8,16 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <linux/usb/ch9.h>
 #include <linux/usb/g_uvc.h>
 
+#include <android-base/unique_fd.h>
+
+#include "uvc/LockedFrame.h"
+#include "uvc/MappedBuffer.h"
 #include "uvc/PollableDev.h"
 #include "uvc/UvcBufInfo.h"
 #include "uvc/UvcConfig.h"
@@ -56,9 +59,9 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
         virtual ~EventListener() = default;
 
         /**
-         * The gadget has sent the frame of one buffer. buf is the device's own record of it, valid
-         * until the listener lets go of the index: index and fenceFd tell which frame came back,
-         * and the descriptor is the listener's from now on.
+         * The gadget has sent the frame of one buffer. buf says which: what the buffer held when it
+         * came back, whatever it has taken since. It is the device's, and goes with this call;
+         * fenceFd is the listener's from now on.
          */
         virtual void onFrameEmptied(UvcBufInfo* buf) = 0;
         /** The host streams: the buffers are mapped and streaming is on. */
@@ -136,6 +139,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     };
 
     // The node and its stream.
+    void closeNode();
     void subscribeEvents();
     void setInitialFormat_l();
     int handleWritable();
@@ -159,22 +163,34 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     void handleData(const uvc_request_data* data);
     void commitFormat_l();
 
-    // Buffers.
+    /** One of the stream's buffers, and what it holds while the driver has it. */
+    struct OutputBuffer {
+        MappedBuffer memory;
+        LockedFrame frame;
+        /** Came with the frame, and goes back with it. */
+        android::base::unique_fd fence;
+    };
+
+    // Buffers. What fills one leaves locked as it is when the frame is to stay locked.
     v4l2_buffer makeBuffer();
     bool allocBuffers_l();
     bool mapBuffer_l(uint32_t index);
     void releaseBuffers_l();
-    bool fill_l(const UvcBufInfo& frame, v4l2_buffer* buf);
-    bool copyBlob_l(const UvcBufInfo& frame, v4l2_buffer* buf);
-    bool convertFromYCbCr420_l(const UvcBufInfo& frame, v4l2_buffer* buf);
-    bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes, v4l2_buffer* buf);
-    void holdFrame_l(const UvcBufInfo& frame);
-    void giveUpFrame_l(const UvcBufInfo& record);
-    void dump_l(const UvcBufInfo& buffer, uint32_t size);
+    bool fill_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
+                v4l2_buffer* buf);
+    bool copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
+                    v4l2_buffer* buf);
+    bool convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& locked,
+                               const MappedBuffer& target, v4l2_buffer* buf);
+    bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
+                         const MappedBuffer& target, v4l2_buffer* buf);
+    void dump_l(const MappedBuffer& buffer, uint32_t size);
     int handleWrite();
+    /** Unlocks the frame of a buffer and empties it but for its mapping. */
+    UvcBufInfo takeFrame_l(uint32_t index);
 
     EventListener* mListener = nullptr;
-    std::vector<UvcBufInfo> mBuffers;  // guarded by mLock
+    std::vector<OutputBuffer> mBuffers;  // by V4L2 index; guarded by mLock
     const std::string mDevName;
     mutable std::mutex mLock;
     uint32_t mOpenCount = 0;                      // guarded by mLock
@@ -183,11 +199,6 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     uint32_t mFrameCount = 0;                     // guarded by mLock
     std::unique_ptr<FILE, FileCloser> mDumpFile;  // guarded by mLock
     YuyvConverter mConverter;                     // guarded by mLock
-    /**
-     * The buffer whose frame is already unlocked and being handed back with the lock released.
-     * Reset when meanwhile the buffer takes the next frame. Guarded by mLock.
-     */
-    std::optional<uint32_t> mReturning;
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

@@ -6,9 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-
-#include <sys/mman.h>
-#include <unistd.h>
+#include <utility>
 
 #include <log/log.h>
 
@@ -18,13 +16,9 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-using ::android::GraphicBuffer;
+using ::android::base::unique_fd;
 
 namespace {
-
-// Every bit of reading and writing by software: the blob's footer is written back.
-constexpr uint32_t kBlobUsage = 0xFF;
-constexpr uint32_t kYCbCrUsage = GraphicBuffer::USAGE_SW_READ_RARELY;
 
 bool isConverted(uint32_t format) {
     return format == V4L2_PIX_FMT_NV12 || format == V4L2_PIX_FMT_YUYV;
@@ -60,31 +54,19 @@ bool UvcV4l2Ctrl::mapBuffer_l(uint32_t index) {
     v4l2_buffer buf = makeBuffer();
     buf.index = index;
     if (queryBuffer(&buf) != 0) return false;
-
-    UvcBufInfo& record = mBuffers[index];
-    record.index = index;
-    record.kind = UvcBufInfo::KIND_MAPPED;
-    record.length = buf.length;
-    void* memory = mmap(nullptr, buf.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, buf.m.offset);
-    if (memory == MAP_FAILED) {
-        ALOGE("failed to mmap buffers, errno %d", errno);
-        record.addr = nullptr;
-        return false;
-    }
-    record.addr = static_cast<uint8_t*>(memory);
-    return true;
+    if (mBuffers[index].memory.map(fd, buf.m.offset, buf.length)) return true;
+    ALOGE("failed to mmap buffers, errno %d", errno);
+    return false;
 }
 
 void UvcV4l2Ctrl::releaseBuffers_l() {
     bool unmapped = false;
-    for (UvcBufInfo& record : mBuffers) {
-        if (record.addr == nullptr) continue;
-        munmap(record.addr, record.length);
+    for (OutputBuffer& buffer : mBuffers) {
+        if (!buffer.memory.isMapped()) continue;
+        buffer.memory.reset();
+        buffer.frame = LockedFrame();
+        buffer.fence.reset();
         unmapped = true;
-        giveUpFrame_l(record);
-        const uint32_t index = record.index;
-        record = UvcBufInfo();
-        record.index = index;
     }
     if (unmapped) requestBuffer(0, V4L2_MEMORY_MMAP);
 }
@@ -99,77 +81,73 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
         ALOGE("Failed queue for buffer: %d", frame->index);
         return false;
     }
+    OutputBuffer& target = mBuffers[frame->index];
     v4l2_buffer buf = makeBuffer();
-    if (!fill_l(*frame, &buf)) return false;
+    LockedFrame locked(frame->graphicBuffer);
+    if (!fill_l(*frame, locked, target.memory, &buf)) return false;
     buf.timestamp = frame->timestamp;
-    holdFrame_l(*frame);
+    // One may still be there: the driver refused it, or another surface's has not come back yet.
+    target.frame = std::move(locked);
+    target.fence.reset();
 
     buf.sequence = mFrameCount;
     buf.index = frame->index;
     if (V4l2CtrlBase::queueBuffer(&buf) != 0) {
         ALOGE("Failed queue for buffer: %d", frame->index);
-        mBuffers[frame->index].fenceFd = -1;  // the caller's, as with every refusal
         return false;
     }
+    target.fence.reset(frame->fenceFd);
     ++mFrameCount;
     return true;
 }
 
-bool UvcV4l2Ctrl::fill_l(const UvcBufInfo& frame, v4l2_buffer* buf) {
+bool UvcV4l2Ctrl::fill_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
+                         v4l2_buffer* buf) {
     if (frame.graphicBuffer->getPixelFormat() == HAL_PIXEL_FORMAT_YCbCr_420_888) {
         // The host rather gets an old picture than none: the buffer is queued either way.
-        convertFromYCbCr420_l(frame, buf);
-    } else if (!copyBlob_l(frame, buf)) {
+        if (!convertFromYCbCr420_l(frame, locked, target, buf)) locked.unlock();
+    } else if (!copyBlob_l(frame, locked, target, buf)) {
         return false;
     }
-    dump_l(mBuffers[frame.index], buf->bytesused);
+    dump_l(target, buf->bytesused);
     return true;
 }
 
-bool UvcV4l2Ctrl::copyBlob_l(const UvcBufInfo& frame, v4l2_buffer* buf) {
-    GraphicBuffer& blob = *frame.graphicBuffer;
-    void* memory = nullptr;
-    int32_t bytesPerPixel = 0;
-    int32_t bytesPerStride = 0;
-    blob.lock(kBlobUsage, &memory, &bytesPerPixel, &bytesPerStride);
+bool UvcV4l2Ctrl::copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked,
+                             const MappedBuffer& target, v4l2_buffer* buf) {
+    void* memory = locked.lockBlob();
     if (memory == nullptr) {
         ALOGE("null ptr for image dequeued");
-        blob.unlock();
         return false;
     }
-    const uint32_t capacity = blob.getWidth();
+    const uint32_t capacity = frame.graphicBuffer->getWidth();
     const uint32_t size = takeJpegSize(static_cast<uint8_t*>(memory), capacity);
-    const UvcBufInfo& target = mBuffers[frame.index];
     // A footer can claim more than there is.
-    if (size > std::min(target.length, capacity)) {
+    if (size > std::min(target.length(), capacity)) {
         ALOGW("Size too large for buffer allocated, drop frame!");
-        blob.unlock();
         return false;
     }
-    memcpy(target.addr, memory, size);
+    memcpy(target.data(), memory, size);
     buf->bytesused = size;
     return true;
 }
 
-bool UvcV4l2Ctrl::convertFromYCbCr420_l(const UvcBufInfo& frame, v4l2_buffer* buf) {
-    GraphicBuffer& picture = *frame.graphicBuffer;
-    android_ycbcr planes = {};
-    picture.lockYCbCr(kYCbCrUsage, &planes);
+bool UvcV4l2Ctrl::convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& locked,
+                                        const MappedBuffer& target, v4l2_buffer* buf) {
+    const android_ycbcr planes = locked.lockPicture();
     if (planes.y == nullptr || planes.cb == nullptr) {
         ALOGE("null ptr for ycbcr dequeued");
-        picture.unlock();
         return false;
     }
-    if (!writeYCbCr420_l(frame, planes, buf)) {
+    if (!writeYCbCr420_l(frame, planes, target, buf)) {
         ALOGW("Size too large for buffer allocated, drop frame!");
-        picture.unlock();
         return false;
     }
     return true;
 }
 
 bool UvcV4l2Ctrl::writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
-                                  v4l2_buffer* buf) {
+                                  const MappedBuffer& target, v4l2_buffer* buf) {
     const uint32_t format = mConfig.getFormat();
     if (!isConverted(format)) return true;
 
@@ -180,29 +158,13 @@ bool UvcV4l2Ctrl::writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& 
     const uint64_t most = std::numeric_limits<uint32_t>::max();
     buf->bytesused = static_cast<uint32_t>(std::min(size, most));
 
-    const UvcBufInfo& target = mBuffers[frame.index];
-    if (size > target.length) return false;
+    if (size > target.length()) return false;
     if (isNv12) {
-        copyNv12(planes, height, target.addr);
+        copyNv12(planes, height, target.data());
     } else {
-        mConverter.convert(planes, width, height, target.addr);
+        mConverter.convert(planes, width, height, target.data());
     }
     return true;
-}
-
-void UvcV4l2Ctrl::holdFrame_l(const UvcBufInfo& frame) {
-    UvcBufInfo& record = mBuffers[frame.index];
-    // One that the driver refused may still be there.
-    giveUpFrame_l(record);
-    if (mReturning == frame.index) mReturning.reset();
-    record.graphicBuffer = frame.graphicBuffer;
-    record.fenceFd = frame.fenceFd;
-}
-
-void UvcV4l2Ctrl::giveUpFrame_l(const UvcBufInfo& record) {
-    if (record.graphicBuffer == nullptr || mReturning == record.index) return;
-    record.graphicBuffer->unlock();
-    if (record.fenceFd >= 0) ::close(record.fenceFd);
 }
 
 int UvcV4l2Ctrl::handleWrite() {
@@ -210,17 +172,24 @@ int UvcV4l2Ctrl::handleWrite() {
     v4l2_buffer buf = makeBuffer();
     if (dequeBuffer(&buf) != 0 || buf.index >= mBuffers.size()) return -1;
 
-    UvcBufInfo& record = mBuffers[buf.index];
-    if (record.graphicBuffer != nullptr) record.graphicBuffer->unlock();
-    mReturning = buf.index;
-    notify(guard, &EventListener::onFrameEmptied, &record);
-    // Meanwhile the buffer may have taken its next frame, which is not ours to drop.
-    if (mReturning == buf.index) {
-        record.graphicBuffer.clear();
-        record.fenceFd = -1;
-    }
-    mReturning.reset();
+    // Once the lock is released the buffer may take its next frame, or be gone.
+    UvcBufInfo returned = takeFrame_l(buf.index);
+    // Without a listener nobody would close it.
+    const unique_fd unwanted(mListener == nullptr ? returned.fenceFd : -1);
+    notify(guard, &EventListener::onFrameEmptied, &returned);
     return 0;
+}
+
+UvcBufInfo UvcV4l2Ctrl::takeFrame_l(uint32_t index) {
+    OutputBuffer& buffer = mBuffers[index];
+    UvcBufInfo returned;
+    returned.kind = UvcBufInfo::KIND_MAPPED;
+    returned.index = index;
+    returned.addr = buffer.memory.data();
+    returned.length = buffer.memory.length();
+    returned.graphicBuffer = buffer.frame.take();
+    returned.fenceFd = buffer.fence.release();
+    return returned;
 }
 
 void UvcV4l2Ctrl::dumpFramesTo(FILE* file) {
@@ -228,9 +197,9 @@ void UvcV4l2Ctrl::dumpFramesTo(FILE* file) {
     mDumpFile.reset(file);
 }
 
-void UvcV4l2Ctrl::dump_l(const UvcBufInfo& buffer, uint32_t size) {
+void UvcV4l2Ctrl::dump_l(const MappedBuffer& buffer, uint32_t size) {
     if (mDumpFile == nullptr) return;
-    fwrite(buffer.addr, 1, std::min(size, buffer.length), mDumpFile.get());
+    fwrite(buffer.data(), 1, std::min(size, buffer.length()), mDumpFile.get());
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation
