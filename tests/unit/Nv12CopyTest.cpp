@@ -95,6 +95,15 @@ TEST(Nv12CopyTest, PlanarChromaIsTakenFromItsFirstPlane) {
     }
 }
 
+TEST(Nv12CopyTest, NobodyLooksForCr) {
+    const YCbCrPicture picture(YCbCrPicture::NV12, 16, 6);
+    android_ycbcr planes = picture.planes();
+    planes.cr = nullptr;
+    std::vector<uint8_t> out(nv12Size(planes, 6), kUntouched);
+    copyNv12(planes, 6, out.data());
+    EXPECT_EQ(picture.bytes(), out);
+}
+
 TEST(Nv12CopyTest, AFrameWithoutRowsIsNothing) {
     const YCbCrPicture picture(YCbCrPicture::NV21, 8, 4);
     uint8_t out = kUntouched;

@@ -14,6 +14,7 @@
 
 using namespace korvane::test;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
@@ -130,6 +131,19 @@ TEST_F(UvcFrameLockTest, APictureWithoutLumaOrChromaIsUnlockedAndGoesOutEmpty) {
         spy().changePlanes = nullptr;
         mCtrl->close();
     }
+}
+
+// Only luma and cb are looked at; without cr the picture that the conversion had before goes out.
+TEST_F(UvcFrameLockTest, APictureWithoutCrGoesOutAndStaysLocked) {
+    streamYuyv();
+    const auto picture = makePicture(64, 32);
+    spy().changePlanes = [](android_ycbcr* planes) { planes->cr = nullptr; };
+    EXPECT_TRUE(queueSpied(picture));
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2"));
+    EXPECT_THAT(mLog.lines(), IsEmpty());
+    EXPECT_EQ(Bytes(64 * 32 * 2, 0), lastFrame());
+    sendOne();
+    EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
 }
 
 }  // namespace

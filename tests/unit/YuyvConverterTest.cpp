@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "uvc/YuyvConverter.h"
 
+#include <random>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <malloc.h>
@@ -22,7 +24,9 @@ struct Size {
     uint32_t height;
 };
 
-std::vector<uint8_t> convert(YuyvConverter& converter, const YCbCrPicture& picture, Size size) {
+// The result has to live until the next conversion, which may look at it.
+[[nodiscard]] std::vector<uint8_t> convert(YuyvConverter& converter, const YCbCrPicture& picture,
+                                           Size size) {
     std::vector<uint8_t> out(yuyvSize(size.width, size.height));
     converter.convert(picture.planes(), size.width, size.height, out.data());
     return out;
@@ -47,26 +51,36 @@ INSTANTIATE_TEST_SUITE_P(Pictures, YuyvConverterTest,
                                                           Size{3, 3}),
                                           testing::Values(0, 24)));
 
-// The rule for the bytes: one call that makes three planes of the whole picture, V half a picture
-// behind U, and one that makes YUYV of them. Both write a little further than the picture.
-std::vector<uint8_t> convertWhole(const android_ycbcr& planes, Size size) {
-    const int width = static_cast<int>(size.width);
-    const int height = static_cast<int>(size.height);
-    const int cstride = static_cast<int>(planes.cstride);
-    const int half = (width + 1) / 2;
-    std::vector<uint8_t> scratch(yuyvSize(size.width, size.height) + size.width + size.height);
-    uint8_t* const y = scratch.data();
-    uint8_t* const u = y + ptrdiff_t{width} * height;
-    uint8_t* const v = u + ptrdiff_t{width} * height / 2;
-    libyuv::Android420ToI420(
-            static_cast<uint8_t*>(planes.y), static_cast<int>(planes.ystride),
-            static_cast<uint8_t*>(planes.cb), cstride, static_cast<uint8_t*>(planes.cr), cstride,
-            static_cast<int>(planes.chroma_step), y, width, u, half, v, half, width, height);
-    std::vector<uint8_t> out(yuyvSize(size.width, size.height) + 2);
-    libyuv::I420ToYUY2(y, width, u, half, v, half, out.data(), width * 2, width, height);
-    out.resize(out.size() - 2);
-    return out;
-}
+// The rule for the bytes: one call that makes three planes of the whole picture in a buffer that
+// begins as zeros, V half a picture behind U, and one that makes YUYV of them, whatever the first
+// one said. Both write a little further than the picture.
+class Rule {
+  public:
+    explicit Rule(Size largest)
+        : mScratch(yuyvSize(largest.width, largest.height) + largest.width + largest.height) {}
+
+    std::vector<uint8_t> convert(const android_ycbcr& planes, Size size) {
+        const int width = static_cast<int>(size.width);
+        const int height = static_cast<int>(size.height);
+        const int cstride = static_cast<int>(planes.cstride);
+        const int half = (width + 1) / 2;
+        uint8_t* const y = mScratch.data();
+        uint8_t* const u = y + ptrdiff_t{width} * height;
+        uint8_t* const v = u + ptrdiff_t{width} * height / 2;
+        libyuv::Android420ToI420(static_cast<uint8_t*>(planes.y), static_cast<int>(planes.ystride),
+                                 static_cast<uint8_t*>(planes.cb), cstride,
+                                 static_cast<uint8_t*>(planes.cr), cstride,
+                                 static_cast<int>(planes.chroma_step), y, width, u, half, v, half,
+                                 width, height);
+        std::vector<uint8_t> out(yuyvSize(size.width, size.height) + 2);
+        libyuv::I420ToYUY2(y, width, u, half, v, half, out.data(), width * 2, width, height);
+        out.resize(out.size() - 2);
+        return out;
+    }
+
+  private:
+    std::vector<uint8_t> mScratch;
+};
 
 // Those of one column or row among them, whose planes overlap.
 TEST(YuyvConverterRuleTest, WritesTheBytesOfTheRuleForEverySizeAndLayout) {
@@ -78,12 +92,58 @@ TEST(YuyvConverterRuleTest, WritesTheBytesOfTheRuleForEverySizeAndLayout) {
                     const Size size{width, height};
                     const YCbCrPicture picture(layout, width, height, padding);
                     YuyvConverter converter;
-                    ASSERT_EQ(convertWhole(picture.planes(), size),
+                    ASSERT_EQ(Rule(size).convert(picture.planes(), size),
                               convert(converter, picture, size))
                             << width << "x" << height << ", layout " << layout << ", padding "
                             << padding;
                 }
             }
+        }
+    }
+}
+
+TEST(YuyvConverterRuleTest, WithoutCrAStreamsFirstFrameIsAllZeros) {
+    const YCbCrPicture picture(YCbCrPicture::NV12, 8, 6);
+    android_ycbcr planes = picture.planes();
+    planes.cr = nullptr;
+    std::vector<uint8_t> out(yuyvSize(8, 6), 0xCD);
+    YuyvConverter().convert(planes, 8, 6, out.data());
+    EXPECT_EQ(std::vector<uint8_t>(yuyvSize(8, 6), 0), out);
+}
+
+TEST(YuyvConverterRuleTest, WithoutCrALaterFrameRepeatsTheOneBefore) {
+    const YCbCrPicture picture(YCbCrPicture::NV12, 8, 6);
+    YuyvConverter converter;
+    const std::vector<uint8_t> before = convert(converter, picture, {8, 6});
+    const YCbCrPicture other(YCbCrPicture::I420, 8, 6, 4);
+    android_ycbcr planes = other.planes();
+    planes.cr = nullptr;
+    for (int i = 0; i < 2; ++i) {
+        std::vector<uint8_t> out(yuyvSize(8, 6), 0xCD);
+        converter.convert(planes, 8, 6, out.data());
+        EXPECT_EQ(before, out);
+    }
+}
+
+TEST(YuyvConverterRuleTest, WritesTheBytesOfTheRuleForAnySequenceOfFramesWithAndWithoutCr) {
+    constexpr Size kLargest{18, 9};
+    std::minstd_rand random(1);
+    for (int stream = 0; stream < 300; ++stream) {
+        Rule rule(kLargest);
+        YuyvConverter converter;
+        std::vector<uint8_t> out;
+        for (int frame = 0; frame < 8; ++frame) {
+            const Size size = frame == 0 ? kLargest
+                                         : Size{static_cast<uint32_t>(1 + random() % 18),
+                                                static_cast<uint32_t>(1 + random() % 9)};
+            const YCbCrPicture picture(static_cast<YCbCrPicture::Layout>(random() % 4), size.width,
+                                       size.height, random() % 3);
+            android_ycbcr planes = picture.planes();
+            if (random() % 2 == 0) planes.cr = nullptr;
+            std::vector<uint8_t> next(yuyvSize(size.width, size.height), 0xCD);
+            converter.convert(planes, size.width, size.height, next.data());
+            ASSERT_EQ(rule.convert(planes, size), next) << "frame " << frame << " of " << stream;
+            out = std::move(next);
         }
     }
 }
@@ -119,16 +179,19 @@ TEST(YuyvConverterScratchTest, HasTwoBytesForEachPixel) {
     YuyvConverter converter;
     EXPECT_EQ(0u, converter.scratchSize());
     const Size size{1280, 720};
-    convert(converter, YCbCrPicture(YCbCrPicture::NV12, size.width, size.height), size);
+    const auto out =
+            convert(converter, YCbCrPicture(YCbCrPicture::NV12, size.width, size.height), size);
     EXPECT_EQ(1843200u, converter.scratchSize());
 }
 
 TEST(YuyvConverterScratchTest, IsKeptForSmallerPicturesAndGrowsForLargerOnes) {
     YuyvConverter converter;
+    std::vector<std::vector<uint8_t>> outs;
     for (const auto& [size, scratch] :
          {std::pair{Size{8, 8}, 128u}, std::pair{Size{4, 4}, 128u}, std::pair{Size{16, 8}, 256u}}) {
         const YCbCrPicture picture(YCbCrPicture::NV21, size.width, size.height);
-        EXPECT_EQ(pictureAsYuyv(size.width, size.height), convert(converter, picture, size));
+        outs.push_back(convert(converter, picture, size));
+        EXPECT_EQ(pictureAsYuyv(size.width, size.height), outs.back());
         EXPECT_EQ(scratch, converter.scratchSize());
     }
 }
@@ -143,8 +206,9 @@ TEST(YuyvConverterScratchTest, GivesItsMemoryBackWithRelease) {
     const Size size{1920, 1080};
     const YCbCrPicture picture(YCbCrPicture::NV12, size.width, size.height);
     YuyvConverter converter;
+    std::vector<uint8_t> out(yuyvSize(size.width, size.height));
     const size_t before = heapInUse();
-    convert(converter, picture, size);
+    converter.convert(picture.planes(), size.width, size.height, out.data());
     converter.release();
     EXPECT_LE(heapInUse(), before + 100000);
 }
@@ -152,7 +216,7 @@ TEST(YuyvConverterScratchTest, GivesItsMemoryBackWithRelease) {
 TEST(YuyvConverterScratchTest, IsFreedByReleaseAndMadeAgainAfterIt) {
     YuyvConverter converter;
     const YCbCrPicture picture(YCbCrPicture::I420, 8, 8);
-    convert(converter, picture, {8, 8});
+    const auto out = convert(converter, picture, {8, 8});
     converter.release();
     EXPECT_EQ(0u, converter.scratchSize());
     EXPECT_EQ(pictureAsYuyv(8, 8), convert(converter, picture, {8, 8}));

@@ -6,15 +6,18 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
-// A picture in three planes: the camera's luma, and its chroma taken apart in the scratch buffer,
-// where it lies behind the room that the luma would need.
+// A picture in three planes: the camera's luma, or else the scratch buffer's, and the chroma taken
+// apart in the scratch buffer, where it lies after the room for the luma.
 struct I420 {
     I420(const android_ycbcr& planes, uint8_t* scratch, uint32_t width, uint32_t height)
-        : y(static_cast<const uint8_t*>(planes.y)),
+        : y(hasChroma(planes) ? static_cast<const uint8_t*>(planes.y) : scratch),
           u(scratch + size_t{width} * height),
           v(u + size_t{width} * height / 2),  // leaves U twice the room that it needs
-          yStride(static_cast<int>(planes.ystride)),
+          yStride(static_cast<int>(hasChroma(planes) ? planes.ystride : width)),
           uvStride(static_cast<int>((width + 1) / 2)) {}
+
+    // Without it the library takes nothing from the frame.
+    static bool hasChroma(const android_ycbcr& planes) { return planes.cr != nullptr; }
 
     const uint8_t* const y;
     uint8_t* const u;
@@ -57,6 +60,8 @@ void toYuyvEndingInside(const I420& i420, uint8_t* out, int width, int height) {
 void YuyvConverter::convert(const android_ycbcr& planes, uint32_t width, uint32_t height,
                             uint8_t* out) {
     if (width == 0 || height == 0) return;
+    const size_t pixels = size_t{width} * height;
+    if (!I420::hasChroma(planes) || pixels != mLatestPixels) keepLuma();
     reserve(yuyvSize(width, height));
     const I420 i420(planes, mScratch.get(), width, height);
     const int columns = static_cast<int>(width);
@@ -67,6 +72,13 @@ void YuyvConverter::convert(const android_ycbcr& planes, uint32_t width, uint32_
     } else {
         toYuyvEndingInside(i420, out, columns, rows);
     }
+    mLatest = out;
+    mLatestPixels = I420::hasChroma(planes) ? pixels : 0;
+}
+
+// A YUYV frame has a luma sample in every other byte.
+void YuyvConverter::keepLuma() {
+    for (size_t i = 0; i < mLatestPixels; ++i) mScratch[i] = mLatest[2 * i];
 }
 
 void YuyvConverter::reserve(size_t size) {
@@ -78,6 +90,7 @@ void YuyvConverter::reserve(size_t size) {
 void YuyvConverter::release() {
     mScratch.reset();
     mSize = 0;
+    mLatestPixels = 0;
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation
