@@ -155,5 +155,80 @@ TEST_F(HwIncomingCallTest, AOnewayCallIsNeverAnswered) {
     EXPECT_EQ((Numbers{BC_FREE_BUFFER}), mBinder.takeNumbers());
 }
 
+// Calls inside one another.
+
+constexpr int kDeepest = 64;
+
+class HwNestedCallTest : public HwIncomingCallTest {
+  protected:
+    /** Makes so many calls, each while the one before waits for its own, and lets all end. */
+    void giveCallsInsideOneAnother(int count) {
+        const BinderCommand call(BR_TRANSACTION, incoming(mName, contentsOf(mWords)));
+        for (int i = 0; i < count; i++) mBinder.give({call});
+        for (int i = 0; i < count; i++) {
+            if (i > 0) mBinder.give({replyOf(mWords)});
+            mBinder.give({BinderCommand(BR_TRANSACTION_COMPLETE)});
+        }
+    }
+
+    /** What every call of the object has been answered with: OK, or the status sent instead. */
+    std::vector<status_t> answers() {
+        std::vector<status_t> statuses;
+        for (const BinderCommand& said : mBinder.take()) {
+            if (said.number == BC_REPLY_SG) statuses.push_back(OK);
+            if (said.number == BC_REPLY) statuses.push_back(said.status);
+        }
+        return statuses;
+    }
+
+    /** Calls on while the driver has another call of it. */
+    status_t handle() {
+        mServed++;
+        const int before = mServed;
+        if (mServed < mWanted) {
+            Parcel reply;
+            EXPECT_EQ(OK, mThread->transact(3, 7, Parcel(), &reply, 0)) << before;
+        }
+        return OK;
+    }
+
+    int mServed = 0;
+    int mWanted = 0;
+    const sp<BHwBinder> mObject =
+            new AnsweringObject([this](const Parcel&, Parcel*, const auto&) { return handle(); });
+    const uint64_t mName = publish(mObject);
+};
+
+TEST_F(HwNestedCallTest, SixtyFourCallsAreServedOneInsideAnother) {
+    mWanted = kDeepest;
+    giveCallsInsideOneAnother(kDeepest);
+    EXPECT_EQ(OK, serve());
+    EXPECT_EQ(kDeepest, mServed);
+    EXPECT_EQ(std::vector<status_t>(kDeepest, OK), answers());
+    EXPECT_EQ(0u, mBinder.left());
+}
+
+TEST_F(HwNestedCallTest, TheNextOneIsRefusedAndReachesNobody) {
+    mWanted = kDeepest + 1;
+    giveCallsInsideOneAnother(kDeepest + 1);
+    EXPECT_EQ(OK, serve());
+    EXPECT_EQ(kDeepest, mServed);
+    std::vector<status_t> expected(kDeepest + 1, OK);
+    expected.front() = FAILED_TRANSACTION;
+    EXPECT_EQ(expected, answers());
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "Call 9 of process 42 comes inside 64 others"));
+    EXPECT_EQ(0u, mBinder.left());
+}
+
+TEST_F(HwNestedCallTest, CallsThatHaveEndedDontCount) {
+    for (int i = 0; i < 2; i++) {
+        mServed = 0;
+        mWanted = kDeepest;
+        giveCallsInsideOneAnother(kDeepest);
+        EXPECT_EQ(OK, serve());
+        EXPECT_EQ(std::vector<status_t>(kDeepest, OK), answers()) << i;
+    }
+}
+
 }  // namespace
 }  // namespace korvane::test

@@ -19,9 +19,11 @@ namespace hardware {
 IncomingCall::IncomingCall(IPCThreadState& thread, const binder_transaction_data& call)
     : mThread(thread), mCall(call), mOuterCaller(thread.mCaller) {
     mThread.mCaller = IPCThreadState::Caller{call.sender_pid, call.sender_euid};
+    ++mThread.mServedDepth;
 }
 
 IncomingCall::~IncomingCall() {
+    --mThread.mServedDepth;
     mThread.mCaller = mOuterCaller;
 }
 
@@ -34,6 +36,11 @@ void IncomingCall::serve() {
 }
 
 status_t IncomingCall::dispatch(const Parcel& data, Parcel* reply) {
+    if (mThread.mServedDepth > IPCThreadState::kMaxServedDepth) {
+        ALOGE("Call %u of process %d comes inside %d others", mCall.code, mCall.sender_pid,
+              IPCThreadState::kMaxServedDepth);
+        return FAILED_TRANSACTION;
+    }
     const sp<BHwBinder> object = ProcessState::self()->localNodes().find(mCall.target.ptr);
     if (object == nullptr) {
         ALOGE("Call %u is for an object that doesn't exist", mCall.code);

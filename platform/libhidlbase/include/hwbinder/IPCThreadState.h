@@ -20,9 +20,15 @@ class IncomingCall;
 /**
  * One thread's conversation with the driver. Made by self() for the calling thread, which alone may
  * use it, and destroyed when that thread ends. It holds no lock.
+ *
+ * A thread that waits for a reply serves the calls that come back within its own, and calls within
+ * those. Two processes could go on like that until the stack ends: a thread serves no more than
+ * kMaxServedDepth calls one inside another and answers what comes beyond with FAILED_TRANSACTION.
  */
 class IPCThreadState {
   public:
+    static constexpr int kMaxServedDepth = 64;
+
     static IPCThreadState* self();
     /** The same, but null if this thread has none yet. */
     static IPCThreadState* selfOrNull();
@@ -103,7 +109,8 @@ class IPCThreadState {
     std::optional<Caller> mCaller;  // of the call being served
     bool mIsLooper = false;
     bool mIsPolling = false;
-    int mCallDepth = 0;  // calls of this thread that wait for their reply, one inside another
+    int mServedDepth = 0;  // calls that this thread serves, one inside another
+    int mCallDepth = 0;    // calls of this thread that wait for their reply, one inside another
 };
 
 }  // namespace hardware
