@@ -10,9 +10,7 @@ set(HIDL_ROOTS
     android.hardware:platform/interfaces/hardware
     korvane.hardware.camera:hardware/interfaces/camera)
 
-# hidl-gen writes the 32 bytes of an interface's hash as a C compound literal, whose address g++
-# doesn't let it take. As a std::array it says the same to every compiler.
-set(HIDL_HASH_FIX [=[s/(uint8_t\[32\])\({[^{}]*}\)/::std::array<uint8_t, 32>{\1}/g]=])
+set(HIDL_GENERATED_FIXES ${CMAKE_CURRENT_LIST_DIR}/HidlGenerated.sed)
 
 # hidl_package(NAME@X.Y SUBDIR FOLDER [OBJECT] [TYPES] [INTERFACES IFoo ...] [DEPENDS TARGET ...]):
 # the package whose .hal files stand in FOLDER, as the static library NAME-X.Y (a target can't have
@@ -55,8 +53,8 @@ function(hidl_package package)
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${output}
         COMMAND ${generate} -L c++-headers ${package}
         COMMAND ${generate} -L c++-sources ${package}
-        COMMAND sed -i ${HIDL_HASH_FIX} ${sources}
-        DEPENDS ${hals}
+        COMMAND sed -i -f ${HIDL_GENERATED_FIXES} ${sources}
+        DEPENDS ${hals} ${HIDL_GENERATED_FIXES}
         COMMENT "Generating ${package}"
         VERBATIM)
 

@@ -12,6 +12,7 @@
 
 #include <android/hidl/base/1.0/BnHwBase.h>
 #include <hidl/Static.h>
+#include <hwbinder/IPCThreadState.h>
 
 namespace android {
 namespace hardware {
@@ -65,6 +66,13 @@ sp<IBase> getLocalInterface(const sp<IBinder>& binder) {
 }
 
 }  // namespace details
+
+status_t checkArgumentsEnd(const Parcel& call) {
+    if (call.isEveryObjectRead()) return OK;
+    ALOGE("A call of process %d brings objects that its method doesn't ask for",
+          IPCThreadState::self()->getCallingPid());
+    return BAD_VALUE;
+}
 
 status_t readFromParcel(Status* status, const Parcel& parcel) {
     int32_t exception;

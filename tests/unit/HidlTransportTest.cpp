@@ -290,6 +290,84 @@ TEST_F(HidlProxyTest, ANullTextIsAnExceptionOfTheObject) {
     EXPECT_EQ(Status::EX_NULL_POINTER, status.exceptionCode());
 }
 
+// Calls that bring more than their method's arguments.
+
+/** Counts the calls that reach it. */
+struct CountingDesktop : StubDesktop {
+    Return<SurfaceV1> getSurface(ClientType type) override {
+        calls++;
+        return StubDesktop::getSurface(type);
+    }
+    Return<void> setSurface(ClientType type, const SurfaceV1& surface) override {
+        calls++;
+        return StubDesktop::setSurface(type, surface);
+    }
+
+    int calls = 0;
+};
+
+class HidlSurplusTest : public HidlProxyTest {
+  protected:
+    static constexpr uint32_t kGetSurface = 8;
+    static constexpr uint32_t kSetSurface = 7;
+    static constexpr uint32_t kPing = 0x0f504e47;
+
+    HidlSurplusTest() {
+        mCall.writeInterfaceToken(ICameraDesktop::descriptor);
+        mCall.writeUint8(4);
+    }
+
+    status_t call(uint32_t code) { return mBinder->transact(code, mCall, &mReply); }
+
+    const sp<CountingDesktop> mCounting = new CountingDesktop();
+    const sp<IBinder> mBinder = getOrCreateCachedBinder(mCounting.get());
+    const sp<IBinder> mSurplus = new BHwBinder();
+    Parcel mCall;
+    Parcel mReply;
+};
+
+TEST_F(HidlSurplusTest, AMoreDescriptorIsRefusedBeforeTheMethodRuns) {
+    native_handle_t* const handle = native_handle_create(1, 0);
+    handle->data[0] = 0;
+    ASSERT_EQ(OK, mCall.writeNativeHandleNoDup(handle));
+    EXPECT_EQ(BAD_VALUE, call(kGetSurface));
+    EXPECT_EQ(0, mCounting->calls);
+    native_handle_delete(handle);
+}
+
+TEST_F(HidlSurplusTest, AMoreObjectIsRefusedBeforeTheMethodRuns) {
+    ASSERT_EQ(OK, mCall.writeStrongBinder(mSurplus));
+    EXPECT_EQ(BAD_VALUE, call(kGetSurface));
+    EXPECT_EQ(0, mCounting->calls);
+}
+
+TEST_F(HidlSurplusTest, ASecondObjectBehindTheOneAskedForIsRefused) {
+    ASSERT_EQ(OK, mCall.writeStrongBinder(nullptr));
+    ASSERT_EQ(OK, mCall.writeStrongBinder(mSurplus));
+    EXPECT_EQ(BAD_VALUE, call(kSetSurface));
+    EXPECT_EQ(0, mCounting->calls);
+}
+
+TEST_F(HidlSurplusTest, AMoreBufferIsRefused) {
+    ASSERT_EQ(OK, mCall.writeBuffer("more", 5, nullptr));
+    EXPECT_EQ(BAD_VALUE, call(kGetSurface));
+    EXPECT_EQ(0, mCounting->calls);
+}
+
+TEST_F(HidlSurplusTest, NumbersBehindTheArgumentsDoNoHarm) {
+    ASSERT_EQ(OK, mCall.writeUint64(5));
+    EXPECT_EQ(OK, call(kGetSurface));
+    EXPECT_EQ(1, mCounting->calls);
+}
+
+TEST_F(HidlSurplusTest, MethodsOfTheRootInterfaceRefuseItToo) {
+    Parcel ping;
+    ping.writeInterfaceToken(IBase::descriptor);
+    EXPECT_EQ(OK, mBinder->transact(kPing, ping, &mReply));
+    ASSERT_EQ(OK, ping.writeStrongBinder(mSurplus));
+    EXPECT_EQ(BAD_VALUE, mBinder->transact(kPing, ping, &mReply));
+}
+
 using HidlProxyDeathTest = HidlProxyTest;
 
 TEST_F(HidlProxyDeathTest, AnObjectThatDoesNotReplyEndsItsProcess) {

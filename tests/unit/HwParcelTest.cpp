@@ -470,5 +470,81 @@ TEST(HwParcelTest, AReceivedParcelCannotBeWritten) {
     EXPECT_EQ(android::INVALID_OPERATION, received.writeNativeHandleNoDup(nullptr));
 }
 
+// Whether a reader has asked for everything.
+
+TEST(HwParcelObjectsTest, AParcelWithoutObjectsIsReadFromTheStart) {
+    Parcel parcel;
+    EXPECT_TRUE(parcel.isEveryObjectRead());
+    ASSERT_EQ(OK, parcel.writeUint64(1));
+    EXPECT_TRUE(parcel.isEveryObjectRead());
+}
+
+TEST(HwParcelObjectsTest, EachKindOfObjectCountsWhenItIsRead) {
+    const NativeHandle native(0, 1);
+    native.handle->data[0] = 7;
+    const sp<BHwBinder> object = new BHwBinder();
+    Parcel parcel;
+    ASSERT_EQ(OK, parcel.writeBuffer("text", 5, nullptr));
+    ASSERT_EQ(OK, parcel.writeNativeHandleNoDup(native.handle));
+    ASSERT_EQ(OK, parcel.writeStrongBinder(object));
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+
+    const void* buffer;
+    EXPECT_EQ(OK, parcel.readBuffer(5, nullptr, &buffer));
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+    const native_handle_t* handle;
+    EXPECT_EQ(OK, parcel.readNativeHandleNoDup(&handle));
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+    sp<IBinder> binder;
+    EXPECT_EQ(OK, parcel.readStrongBinder(&binder));
+    EXPECT_TRUE(parcel.isEveryObjectRead());
+}
+
+TEST(HwParcelObjectsTest, WhatIsReadAsNumbersOrPassedOverDoesNotCount) {
+    const sp<BHwBinder> object = new BHwBinder();
+    Parcel parcel;
+    ASSERT_EQ(OK, parcel.writeStrongBinder(object));
+    ASSERT_EQ(OK, parcel.writeStrongBinder(object));
+    uint64_t number;
+    for (int i = 0; i < 3; i++) ASSERT_EQ(OK, parcel.readUint64(&number));
+    const size_t second = parcel.dataPosition();
+    sp<IBinder> binder;
+    for (int i = 0; i < 2; i++) {
+        parcel.setDataPosition(second);
+        EXPECT_EQ(OK, parcel.readStrongBinder(&binder));
+        EXPECT_FALSE(parcel.isEveryObjectRead());
+    }
+
+    parcel.setDataPosition(0);
+    EXPECT_EQ(OK, parcel.readStrongBinder(&binder));
+    parcel.setDataPosition(parcel.dataSize());
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+}
+
+TEST(HwParcelObjectsTest, GoingBackForgetsWhatWasRead) {
+    const sp<BHwBinder> object = new BHwBinder();
+    Parcel parcel;
+    ASSERT_EQ(OK, parcel.writeStrongBinder(object));
+    sp<IBinder> binder;
+    ASSERT_EQ(OK, parcel.readStrongBinder(&binder));
+    EXPECT_TRUE(parcel.isEveryObjectRead());
+    parcel.setDataPosition(0);
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+}
+
+TEST(HwParcelObjectsTest, AnArrayThatIsRefusedIsNotRead) {
+    const NativeHandle native(0, 1);
+    native.handle->data[0] = 7;
+    Parcel written;
+    ASSERT_EQ(OK, written.writeNativeHandleNoDup(native.handle));
+    ReceivedBytes bytes(written);
+    bytes.change<binder_fd_array_object>(1, [](auto& array) { array.parent_offset++; });
+    Parcel parcel;
+    ASSERT_EQ(OK, bytes.deliver(&parcel));
+    const native_handle_t* handle;
+    EXPECT_EQ(BAD_VALUE, parcel.readNativeHandleNoDup(&handle));
+    EXPECT_FALSE(parcel.isEveryObjectRead());
+}
+
 }  // namespace
 }  // namespace korvane::test

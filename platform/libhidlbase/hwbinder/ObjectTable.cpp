@@ -50,11 +50,15 @@ uint32_t ObjectTable::typeAt(size_t index) const {
 }
 
 bool ObjectTable::find(size_t offset, size_t* index) const {
-    const uint64_t* end = mView.objects + mView.objectCount;
-    const uint64_t* found = std::lower_bound(mView.objects, end, offset);
-    if (found == end || *found != offset) return false;
-    *index = found - mView.objects;
+    const size_t next = countBefore(offset);
+    if (next == mView.objectCount || mView.objects[next] != offset) return false;
+    *index = next;
     return true;
+}
+
+size_t ObjectTable::countBefore(size_t offset) const {
+    const uint64_t* end = mView.objects + mView.objectCount;
+    return std::lower_bound(mView.objects, end, offset) - mView.objects;
 }
 
 bool ObjectTable::getBuffer(size_t index, binder_buffer_object* buffer) const {

@@ -49,6 +49,9 @@ class ObjectTable {
     /** The index of the object that starts at this offset of the data; false if none does. */
     bool find(size_t offset, size_t* index) const;
 
+    /** How many objects start before this offset. */
+    size_t countBefore(size_t offset) const;
+
     /** Copies the buffer object of this index; false if there is none or it lies out of bounds. */
     bool getBuffer(size_t index, binder_buffer_object* buffer) const;
 

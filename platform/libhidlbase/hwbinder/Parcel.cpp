@@ -29,7 +29,7 @@ ParcelWriter& Parcel::writer() {
 }
 
 ParcelReader Parcel::reader() const {
-    return ParcelReader(view(), &mPosition);
+    return ParcelReader(view(), &mPosition, &mObjectsRead);
 }
 
 const uint8_t* Parcel::data() const {
@@ -50,12 +50,14 @@ size_t Parcel::dataPosition() const {
 
 void Parcel::setDataPosition(size_t position) const {
     mPosition = std::min(position, dataSize());
+    mObjectsRead = std::min(mObjectsRead, ObjectTable(view()).countBefore(mPosition));
 }
 
 void Parcel::freeData() {
     mBlock = nullptr;
     mWriter = nullptr;
     mPosition = 0;
+    mObjectsRead = 0;
 }
 
 status_t Parcel::ipcSetDataReference(const uint8_t* data, size_t size, const uint64_t* objects,
@@ -85,6 +87,10 @@ size_t Parcel::ipcObjectsCount() const {
 
 size_t Parcel::ipcBufferSize() const {
     return mWriter != nullptr ? mWriter->buffersSize() : 0;
+}
+
+bool Parcel::isEveryObjectRead() const {
+    return mObjectsRead == ipcObjectsCount();
 }
 
 status_t Parcel::writeBytes(const void* bytes, size_t size) {

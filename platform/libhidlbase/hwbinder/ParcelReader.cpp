@@ -34,7 +34,12 @@ template <typename T>
 status_t ParcelReader::readEntered(uint32_t type, T* object, size_t* index) {
     if (!mObjects.find(*mPosition, index) || !mObjects.get(*index, type, object)) return BAD_VALUE;
     *mPosition += sizeof(*object);
+    count(*index);
     return OK;
+}
+
+void ParcelReader::count(size_t index) {
+    if (index == *mObjectsRead) ++*mObjectsRead;
 }
 
 status_t ParcelReader::readBuffer(size_t length, const BufferParent* parent, size_t* handle,
@@ -53,6 +58,7 @@ status_t ParcelReader::readBuffer(size_t length, const BufferParent* parent, siz
     size_t index;
     if (!mObjects.find(*mPosition, &index) || !mObjects.getBuffer(index, &object)) return BAD_VALUE;
     *mPosition += sizeof(object);
+    count(index);
     if (handle != nullptr) *handle = index;
     *buffer = reinterpret_cast<const void*>(object.buffer);
     return OK;
@@ -92,6 +98,7 @@ bool ParcelReader::isNullAt(const BufferParent& place) const {
 
 status_t ParcelReader::readDescriptorArray(size_t count, const BufferParent& parent) {
     const size_t start = *mPosition;
+    const size_t readBefore = *mObjectsRead;
     binder_fd_array_object array;
     size_t index;
     const status_t status = readEntered(BINDER_TYPE_FDA, &array, &index);
@@ -101,6 +108,7 @@ status_t ParcelReader::readDescriptorArray(size_t count, const BufferParent& par
         return OK;
     }
     *mPosition = start;
+    *mObjectsRead = readBefore;
     return BAD_VALUE;
 }
 

@@ -20,12 +20,13 @@ struct BufferParent {
 
 /**
  * Moves position, which the caller keeps, over what it has read; where a read fails position stays.
+ * objectsRead, the caller's too, counts the objects read as such, as long as none is passed over.
  * Nothing outside the view and no unchecked object is touched.
  */
 class ParcelReader {
   public:
-    ParcelReader(const ParcelView& view, size_t* position)
-        : mView(view), mObjects(view), mPosition(position) {}
+    ParcelReader(const ParcelView& view, size_t* position, size_t* objectsRead)
+        : mView(view), mObjects(view), mPosition(position), mObjectsRead(objectsRead) {}
 
     size_t available() const { return mView.size - *mPosition; }
 
@@ -55,6 +56,7 @@ class ParcelReader {
     status_t peek(T* object) const;
     template <typename T>
     status_t readEntered(uint32_t type, T* object, size_t* index);
+    void count(size_t index);
     bool isNull(const binder_buffer_object& buffer, const BufferParent* parent) const;
     bool addressAt(const BufferParent& place, uint64_t* address) const;
     bool isIn(const binder_buffer_object& buffer, const BufferParent* parent) const;
@@ -62,6 +64,7 @@ class ParcelReader {
     const ParcelView mView;
     const ObjectTable mObjects;
     size_t* const mPosition;
+    size_t* const mObjectsRead;
 };
 
 }  // namespace hardware

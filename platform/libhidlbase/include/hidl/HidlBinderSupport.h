@@ -61,6 +61,13 @@ sp<IType> fromBinder(const sp<IBinder>& binder) {
     return static_cast<IType*>(local.get());
 }
 
+/**
+ * What every stub asks before it calls its method: BAD_VALUE if the call has brought descriptors,
+ * objects or buffers that are none of the method's arguments. It would hold them as long as the
+ * method runs.
+ */
+status_t checkArgumentsEnd(const Parcel& call);
+
 // The outcome of a call, first in every reply. A failed transaction isn't written but becomes the
 // result.
 status_t readFromParcel(Status* status, const Parcel& parcel);

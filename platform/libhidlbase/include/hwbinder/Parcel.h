@@ -139,6 +139,12 @@ class Parcel {
     status_t readNullableEmbeddedNativeHandle(size_t parentHandle, size_t parentOffset,
                                               const native_handle_t** handle) const;
 
+    /**
+     * Whether every object of the parcel has been read, in its turn. What a reader doesn't ask for
+     * it doesn't know to be there: descriptors and objects that stay with the parcel.
+     */
+    bool isEveryObjectRead() const;
+
     // For the transport.
 
     /** Gives a received block of bytes back to where it came from. */
@@ -175,6 +181,7 @@ class Parcel {
     std::unique_ptr<ParcelWriter> mWriter;  // what has been written here, if anything
     std::unique_ptr<ReceivedBlock> mBlock;  // or, if not null, what has been received
     mutable size_t mPosition = 0;
+    mutable size_t mObjectsRead = 0;  // from the first on, without a gap
 };
 
 }  // namespace hardware
