@@ -162,12 +162,17 @@ status_t BufferQueueConsumer::consumerConnect(const sp<IConsumerListener>& consu
 }
 
 status_t BufferQueueConsumer::consumerDisconnect() {
-    // Declared before the lock: the listener may be destroyed with it, and call the queue then.
+    // Declared before the lock: a listener may be destroyed with it, and call the queue then.
     sp<IConsumerListener> listener;
+    sp<IProducerListener> producerListener;
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     if (mCore->mConsumerListener == nullptr) return BAD_VALUE;
     mCore->mIsAbandoned = true;
     std::swap(listener, mCore->mConsumerListener);
+    // Nothing of the producer's may stay in a queue of which it can hold the end for ever.
+    std::swap(producerListener, mCore->mConnectedProducerListener);
+    mCore->mSidebandStream.clear();
+    mCore->mLastQueuedFence = Fence::NO_FENCE;
     mCore->mQueue.clear();
     mCore->freeAllBuffers_l();
     mCore->mDequeueCondition.notify_all();

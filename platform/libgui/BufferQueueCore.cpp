@@ -145,4 +145,10 @@ void BufferQueueCore::endAllocation_l() {
     mIsAllocatingCondition.notify_all();
 }
 
+status_t BufferQueueCore::admit_l(const sp<GraphicBuffer>& buffer) {
+    const status_t status = buffer->initCheck();
+    if (status != NO_ERROR) return status;
+    return mBudget.admit(buffer) ? NO_ERROR : status_t{NO_MEMORY};
+}
+
 }  // namespace android

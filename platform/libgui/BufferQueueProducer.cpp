@@ -114,31 +114,40 @@ status_t BufferQueueProducer::checkDisconnect_l(int* api, DisconnectMode mode,
     return NO_ERROR;
 }
 
-status_t BufferQueueProducer::disconnect(int api, DisconnectMode mode) {
-    sp<IConsumerListener> listener;
+void BufferQueueProducer::endConnection(std::unique_lock<std::mutex> lock) {
     // Dropped without the lock: it may be a proxy of the client's.
     sp<IProducerListener> producerListener;
-    {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
-        if (mode == DisconnectMode::AllLocal && getpid() != mCore->mConnectedPid) return NO_ERROR;
-        mCore->waitWhileAllocating_l(lock);
-        bool nothingToDo;
-        const status_t status = checkDisconnect_l(&api, mode, &nothingToDo);
-        if (nothingToDo) return status;
-        mCore->freeAllBuffers_l();
-        std::swap(producerListener, mCore->mConnectedProducerListener);
-        mCore->mBufferReleasedCbEnabled = false;
-        mCore->mConnectedApi = BufferQueueCore::NO_CONNECTED_API;
-        mCore->mConnectedPid = -1;
-        mCore->mSidebandStream.clear();
-        mCore->mLastQueuedFence = Fence::NO_FENCE;
-        mCore->mDequeueCondition.notify_all();
-        listener = mCore->mConsumerListener;
-    }
+    mCore->freeAllBuffers_l();
+    std::swap(producerListener, mCore->mConnectedProducerListener);
+    mCore->mBufferReleasedCbEnabled = false;
+    mCore->mConnectedApi = BufferQueueCore::NO_CONNECTED_API;
+    mCore->mConnectedPid = -1;
+    mCore->mSidebandStream.clear();
+    mCore->mLastQueuedFence = Fence::NO_FENCE;
+    mCore->mDequeueCondition.notify_all();
+    const sp<IConsumerListener> listener = mCore->mConsumerListener;
+    lock.unlock();
     if (listener != nullptr) {
         listener->onBuffersReleased();
         listener->onDisconnect();
     }
+}
+
+status_t BufferQueueProducer::disconnect(int api, DisconnectMode mode) {
+    std::unique_lock<std::mutex> lock(mCore->mMutex);
+    if (mode == DisconnectMode::AllLocal && getpid() != mCore->mConnectedPid) return NO_ERROR;
+    mCore->waitWhileAllocating_l(lock);
+    bool nothingToDo;
+    const status_t status = checkDisconnect_l(&api, mode, &nothingToDo);
+    if (!nothingToDo) endConnection(std::move(lock));
+    return status;
+}
+
+status_t BufferQueueProducer::disconnectListener(const sp<IProducerListener>& listener) {
+    std::unique_lock<std::mutex> lock(mCore->mMutex);
+    mCore->waitWhileAllocating_l(lock);
+    const bool isConnected = listener != nullptr && listener == mCore->mConnectedProducerListener;
+    if (isConnected && !mCore->mIsAbandoned) endConnection(std::move(lock));
     return NO_ERROR;
 }
 
@@ -248,6 +257,7 @@ status_t BufferQueueProducer::setSidebandStream(const sp<NativeHandle>& stream) 
     sp<IConsumerListener> listener;
     {
         std::lock_guard<std::mutex> lock(mCore->mMutex);
+        if (mCore->mIsAbandoned) return NO_INIT;
         mCore->mSidebandStream = stream;
         listener = mCore->mConsumerListener;
     }

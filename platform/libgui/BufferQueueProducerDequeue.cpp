@@ -158,7 +158,7 @@ status_t BufferQueueProducer::allocateForSlot(int slot, const Request& request) 
     const sp<GraphicBuffer> buffer = makeBuffer(request, getConsumerName());
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     mCore->endAllocation_l();
-    const status_t status = mCore->mIsAbandoned ? status_t{NO_INIT} : buffer->initCheck();
+    const status_t status = mCore->mIsAbandoned ? status_t{NO_INIT} : mCore->admit_l(buffer);
     if (status != NO_ERROR) {
         mCore->emptyActiveSlot_l(slot);
         return status;
@@ -215,7 +215,8 @@ bool BufferQueueProducer::preallocateOne(const Request& request) {
     {
         std::unique_lock<std::mutex> lock(mCore->mMutex);
         mCore->waitWhileAllocating_l(lock);
-        if (!mCore->mAllowAllocation || mCore->mFreeSlots.empty()) return false;
+        if (mCore->mIsAbandoned || !mCore->mAllowAllocation) return false;
+        if (mCore->mFreeSlots.empty()) return false;
         filled = preallocationRequest_l(request);
         name = mCore->mConsumerName;
         mCore->mIsAllocating = true;
@@ -226,7 +227,7 @@ bool BufferQueueProducer::preallocateOne(const Request& request) {
     if (buffer->initCheck() != NO_ERROR) return false;
     // The consumer has changed its defaults meanwhile: this buffer would not suit.
     if (!(filled == preallocationRequest_l(request))) return true;
-    if (mCore->mFreeSlots.empty()) return false;
+    if (mCore->mFreeSlots.empty() || mCore->admit_l(buffer) != NO_ERROR) return false;
     const int slot = mCore->mFreeSlots.takeFirst();
     mCore->clearSlot_l(slot);
     buffer->setGenerationNumber(mCore->mGenerationNumber);

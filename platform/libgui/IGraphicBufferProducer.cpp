@@ -18,6 +18,10 @@ void IGraphicBufferProducer::QueueBufferInput::deflate(
     if (outGetFrameTimestamps != nullptr) *outGetFrameTimestamps = getFrameTimestamps;
 }
 
+status_t IGraphicBufferProducer::disconnectListener(const sp<IProducerListener>& /*listener*/) {
+    return INVALID_OPERATION;
+}
+
 status_t IGraphicBufferProducer::setLegacyBufferDrop(bool /*drop*/) {
     return INVALID_OPERATION;
 }

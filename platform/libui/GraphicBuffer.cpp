@@ -141,6 +141,10 @@ status_t GraphicBuffer::importCopy(const native_handle_t* inHandle) {
     return copy == nullptr ? status_t{NO_MEMORY} : import(copy, Owner::Handle);
 }
 
+uint32_t GraphicBuffer::getMemorySize() const {
+    return mMapping == nullptr ? 0 : mMapping->layout().size;
+}
+
 ANativeWindowBuffer* GraphicBuffer::getNativeBuffer() const {
     return const_cast<GraphicBuffer*>(this);
 }

@@ -254,5 +254,73 @@ TEST_F(BufferQueueAllocationTest, TheBufferThatDidNotFitIsGoneMeanwhile) {
     EXPECT_EQ(kNeedsRequest, allocating.get());
 }
 
+// How much a queue may allocate.
+
+class BufferBudgetTest : public BufferQueueAllocationTest {
+  protected:
+    void SetUp() override {
+        connect();
+        ASSERT_EQ(NO_ERROR, producer->setMaxDequeuedBufferCount(4));
+    }
+
+    /** 256 MiB, the largest that there is; nobody writes it, so that it takes no memory. */
+    status_t dequeueLarge() { return dequeue(8192, 8192, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage); }
+    status_t dequeueSmall() { return dequeue(16, 16, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage); }
+};
+
+TEST_F(BufferBudgetTest, ABufferBeyond512MegabytesIsNoMemory) {
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    EXPECT_EQ(NO_MEMORY, dequeueLarge());
+    EXPECT_EQ(NO_MEMORY, dequeueSmall());
+}
+
+TEST_F(BufferBudgetTest, ARefusedBufferIsForgotten) {
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    EXPECT_EQ(kNeedsRequest, dequeueSmall());
+    const int refusedSlot = 2;
+    EXPECT_EQ(NO_MEMORY, dequeueLarge());
+    EXPECT_EQ(BAD_VALUE, request(refusedSlot));
+    EXPECT_EQ(kNeedsRequest, dequeueSmall());
+}
+
+TEST_F(BufferBudgetTest, BuffersThatAreGoneDontCount) {
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(kNeedsRequest, dequeueLarge()) << i;
+        ASSERT_EQ(kNeedsRequest, dequeueLarge()) << i;
+        ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+        ASSERT_EQ(NO_ERROR, connectProducer());
+    }
+}
+
+TEST_F(BufferBudgetTest, BuffersThatTheConsumerHoldsCount) {
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(kNeedsRequest, dequeueLarge());
+        ASSERT_EQ(NO_ERROR, request(slot));
+        ASSERT_EQ(NO_ERROR, queue(slot));
+    }
+    buffer.clear();
+    ASSERT_EQ(NO_ERROR, acquire());
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    ASSERT_EQ(NO_ERROR, connectProducer());
+    EXPECT_EQ(NO_MEMORY, dequeueSmall());
+    item.mGraphicBuffer.clear();
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+}
+
+TEST_F(BufferBudgetTest, BuffersFromElsewhereDontCount) {
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    ASSERT_EQ(NO_ERROR, producer->attachBuffer(&slot, foreignBuffer()));
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+}
+
+TEST_F(BufferBudgetTest, PreallocationEndsThere) {
+    producer->allocateBuffers(8192, 8192, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage);
+    ASSERT_EQ(NO_ERROR, producer->allowAllocation(false));
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    EXPECT_EQ(kNeedsRequest, dequeueLarge());
+    EXPECT_EQ(TIMED_OUT, dequeueLarge());
+}
+
 }  // namespace
 }  // namespace korvane::test

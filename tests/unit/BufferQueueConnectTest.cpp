@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <utils/NativeHandle.h>
 
 #include "support/BufferQueueTest.h"
+#include "support/OpenDescriptors.h"
 
 namespace korvane::test {
 namespace {
@@ -162,7 +164,6 @@ TEST_F(BufferQueueConnectTest, SomeCallsWorkAbandonedAndUnconnected) {
     EXPECT_EQ(NO_ERROR, producer->getLastQueuedBuffer(&buffer, &fence, matrix));
     EXPECT_EQ(NO_ERROR, producer->getUniqueId(&number));
     EXPECT_EQ(NO_ERROR, producer->getConsumerUsage(&number));
-    EXPECT_EQ(NO_ERROR, producer->setSidebandStream(nullptr));
     producer->allocateBuffers(1, 1, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage);
     FrameEventHistoryDelta delta;
     producer->getFrameTimestamps(&delta);
@@ -390,6 +391,90 @@ TEST_F(BufferQueueConnectTest, SidebandStreamReachesTheConsumer) {
     ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
     EXPECT_EQ(NO_ERROR, consumer->getSidebandStream(&received));
     EXPECT_EQ(nullptr, received);
+}
+
+/** A stream of one descriptor. */
+sp<NativeHandle> makeStream() {
+    native_handle_t* const handle = native_handle_create(1, 0);
+    handle->data[0] = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return NativeHandle::create(handle, true);
+}
+
+TEST_F(BufferQueueConnectTest, OneSidebandStreamIsKept) {
+    connect();
+    const int before = countOpenDescriptors();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(NO_ERROR, producer->setSidebandStream(makeStream()));
+    EXPECT_EQ(before + 1, countOpenDescriptors());
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    EXPECT_EQ(before, countOpenDescriptors());
+}
+
+TEST_F(BufferQueueConnectTest, AnAbandonedQueueKeepsNothingOfItsProducer) {
+    connect();
+    const int before = countOpenDescriptors();
+    const int holders = producerListener->getStrongCount();
+    ASSERT_EQ(NO_ERROR, producer->setSidebandStream(makeStream()));
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    QueueBufferInput fenced(0, false, HAL_DATASPACE_UNKNOWN, Rect(0, 0, 0, 0),
+                            NATIVE_WINDOW_SCALING_MODE_FREEZE, 0,
+                            new Fence(open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, fenced, &output));
+    buffer.clear();
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    EXPECT_EQ(holders - 1, producerListener->getStrongCount());
+    listener->lastItem = BufferItem();
+    listener->timestamps.clear();
+    fenced.fence.clear();
+    EXPECT_EQ(before, countOpenDescriptors());
+}
+
+TEST_F(BufferQueueConnectTest, AnAbandonedQueueTakesNoSidebandStreamAndNoBuffers) {
+    connect();
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    const int before = countOpenDescriptors();
+    EXPECT_EQ(NO_INIT, producer->setSidebandStream(makeStream()));
+    producer->allocateBuffers(1, 1, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage);
+    EXPECT_EQ(before, countOpenDescriptors());
+    EXPECT_EQ(EventList{}, listener->events.take());
+}
+
+// Ending the connection of one listener.
+
+TEST_F(BufferQueueConnectTest, AListenersConnectionEndsAsDisconnectEndsIt) {
+    connect();
+    ASSERT_EQ(NO_ERROR, queueFrame());
+    listener->events.take();
+    const int holders = producerListener->getStrongCount();
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(producerListener));
+    EXPECT_EQ((EventList{"released", "disconnect"}), listener->events.take());
+    EXPECT_EQ(holders - 1, producerListener->getStrongCount());
+    EXPECT_EQ(NO_INIT, dequeue());
+    EXPECT_EQ(NO_ERROR, acquire());
+    EXPECT_TRUE(item.mIsStale);
+    EXPECT_EQ(NO_ERROR, connectProducer());
+}
+
+TEST_F(BufferQueueConnectTest, NobodyElsesConnectionEndsWithAListener) {
+    connect();
+    const sp<IProducerListener> other = new RecordingProducerListener(true);
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(other));
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(nullptr));
+    EXPECT_EQ(EventList{}, listener->events.take());
+    EXPECT_EQ(kNeedsRequest, dequeue());
+
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_CPU));
+    ASSERT_EQ(NO_ERROR, producer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(producerListener));
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(nullptr));
+    EXPECT_EQ(kNeedsRequest, dequeue());
+}
+
+TEST_F(BufferQueueConnectTest, AnAbandonedQueueHasNoConnectionToEnd) {
+    connect();
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    listener->events.take();
+    EXPECT_EQ(NO_ERROR, producer->disconnectListener(producerListener));
+    EXPECT_EQ(EventList{}, listener->events.take());
 }
 
 }  // namespace

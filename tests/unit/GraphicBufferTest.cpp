@@ -99,6 +99,13 @@ TEST(GraphicBufferTest, HasTheAttributesAskedFor) {
     EXPECT_EQ(0u, buffer->getGenerationNumber());
 }
 
+TEST(GraphicBufferTest, TellsHowMuchMemoryItHas) {
+    EXPECT_EQ(64u * 32 * 4,
+              sp<GraphicBuffer>(new GraphicBuffer(64, 32, HAL_PIXEL_FORMAT_RGBA_8888, 1, 0))
+                      ->getMemorySize());
+    EXPECT_EQ(0u, sp<GraphicBuffer>(new GraphicBuffer())->getMemorySize());
+}
+
 TEST(GraphicBufferTest, IsOneByOneWithoutASize) {
     EXPECT_EQ(android::Rect(1, 1), allocate(0, 5, kRgba)->getBounds());
     EXPECT_EQ(android::Rect(1, 1), allocate(5, 0, kRgba)->getBounds());

@@ -87,6 +87,84 @@ TEST_F(ProducerWrapperTest, AClientThatIsDeadWhenItIsAskedIsNotTold) {
     EXPECT_EQ(1u, log.lines("LWProducerListener").size());  // of the question
 }
 
+// A client that connects with a listener and dies.
+
+/** A listener in another process, of whose death the test tells. */
+struct MortalListener : public ClientListener {
+    Return<bool> linkToDeath(const sp<android::hardware::hidl_death_recipient>& to,
+                             uint64_t cookieOfLink) override {
+        links++;
+        recipient = to;
+        cookie = cookieOfLink;
+        return !isDead;
+    }
+    void die() {
+        isDead = true;
+        const sp<android::hardware::hidl_death_recipient> told = recipient.promote();
+        if (told != nullptr) told->serviceDied(cookie, this);
+    }
+
+    wp<android::hardware::hidl_death_recipient> recipient;
+    uint64_t cookie = 0;
+    int links = 0;
+    bool isDead = false;
+};
+
+class ProducerDeathTest : public ProducerWrapperTest {
+  protected:
+    const sp<MortalListener> mMortal = new MortalListener();
+};
+
+TEST_F(ProducerDeathTest, ADeadClientIsDisconnected) {
+    connectClient(mMortal);
+    EXPECT_EQ(1, mMortal->links);
+    prepareSlot();
+    listener->events.take();
+    mMortal->die();
+    EXPECT_EQ((EventList{"released", "disconnect"}), listener->events.take());
+    EXPECT_EQ(NO_INIT, wrappedDequeue());
+    EXPECT_EQ(NO_ERROR, wrappedConnect(nullptr));
+}
+
+TEST_F(ProducerDeathTest, AClientThatHasDisconnectedIsNotFollowed) {
+    connectClient(mMortal);
+    ASSERT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->disconnect(2, HMode::API)));
+    EXPECT_EQ(nullptr, mMortal->recipient.promote());
+}
+
+TEST_F(ProducerDeathTest, TheNextClientsConnectionStays) {
+    connectClient(mMortal);
+    const sp<android::hardware::hidl_death_recipient> late = mMortal->recipient.promote();
+    ASSERT_EQ(NO_ERROR, static_cast<int32_t>(wrapper->disconnect(2, HMode::API)));
+    ASSERT_EQ(NO_ERROR, wrappedConnect(new ClientListener()));
+    mMortal->die();
+    EXPECT_EQ(kNeedsRequest, wrappedDequeue());
+}
+
+TEST_F(ProducerDeathTest, AClientThatIsDeadAlreadyDoesNotConnect) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    mMortal->isDead = true;
+    EXPECT_EQ(DEAD_OBJECT, wrappedConnect(mMortal));
+    EXPECT_EQ(NO_ERROR, wrappedConnect(nullptr));
+}
+
+TEST_F(ProducerDeathTest, AClientThatIsRefusedIsNotFollowed) {
+    connectClient();
+    EXPECT_EQ(BAD_VALUE, wrappedConnect(mMortal));
+    EXPECT_EQ(0, mMortal->links);
+}
+
+TEST_F(ProducerDeathTest, ADeathAfterTheQueueConcernsNobody) {
+    connectClient(mMortal);
+    const sp<android::hardware::hidl_death_recipient> late = mMortal->recipient.promote();
+    wrapper.clear();
+    client.clear();
+    producer.clear();
+    consumer.clear();
+    mMortal->die();
+    EXPECT_EQ(EventList{}, listener->events.take());
+}
+
 TEST_F(ProducerWrapperTest, DequeueGivesStatusFlagsAndSlot) {
     ASSERT_EQ(NO_ERROR, connectConsumer());
     EXPECT_EQ(NO_INIT, wrappedDequeue());

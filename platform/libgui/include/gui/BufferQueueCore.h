@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include <gui/BufferBudget.h>
 #include <gui/BufferItem.h>
 #include <gui/BufferQueueDefs.h>
 #include <gui/BufferSlot.h>
@@ -82,6 +83,8 @@ class BufferQueueCore : public virtual RefBase {
 
     void waitWhileAllocating_l(std::unique_lock<std::mutex>& lock) const;
     void endAllocation_l();
+    /** What becomes of a new buffer: NO_ERROR, its initCheck(), or NO_MEMORY beyond the budget. */
+    status_t admit_l(const sp<GraphicBuffer>& buffer);
 
     mutable std::mutex mMutex;
     /** A slot may have become free, or waiting for one pointless. */
@@ -102,6 +105,7 @@ class BufferQueueCore : public virtual RefBase {
     /** The connected producer wants onBufferReleased(). */
     bool mBufferReleasedCbEnabled = false;
 
+    BufferBudget mBudget;
     BufferQueueDefs::SlotsType mSlots;
     std::vector<BufferItem> mQueue;
     SlotSet mFreeSlots;

@@ -35,6 +35,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     status_t connect(const sp<IProducerListener>& listener, int api, bool producerControlledByApp,
                      QueueBufferOutput* output) override;
     status_t disconnect(int api, DisconnectMode mode = DisconnectMode::Api) override;
+    status_t disconnectListener(const sp<IProducerListener>& listener) override;
     status_t setSidebandStream(const sp<NativeHandle>& stream) override;
     void allocateBuffers(uint32_t width, uint32_t height, PixelFormat format,
                          uint64_t usage) override;
@@ -114,6 +115,8 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     status_t checkConnect_l(const QueueBufferOutput* output) const;
     void connect_l(const sp<IProducerListener>& listener, int api, QueueBufferOutput* output);
     status_t checkDisconnect_l(int* api, DisconnectMode mode, bool* outNothingToDo) const;
+    /** Takes the lock over, to let it go before the consumer is told. */
+    void endConnection(std::unique_lock<std::mutex> lock);
     void fillOutput_l(QueueBufferOutput* output) const;
     static bool isApi(int api);
 

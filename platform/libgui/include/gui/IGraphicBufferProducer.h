@@ -138,7 +138,8 @@ class IGraphicBufferProducer : public RefBase {
      * @param outTimestamps    may be null.
      * @return NO_ERROR or BUFFER_NEEDS_REALLOCATION; BAD_VALUE when just one of width and height is
      *         0; INVALID_OPERATION when the producer holds all it may; WOULD_BLOCK in a mode that
-     *         never waits; TIMED_OUT; NO_MEMORY or BAD_VALUE as the allocator says.
+     *         never waits; TIMED_OUT; NO_MEMORY or BAD_VALUE as the allocator says;
+     *         NO_MEMORY when the queue has allocated all that it may (see BufferBudget).
      */
     virtual status_t dequeueBuffer(int* slot, sp<Fence>* fence, uint32_t width, uint32_t height,
                                    PixelFormat format, uint64_t usage, uint64_t* outBufferAge,
@@ -187,6 +188,13 @@ class IGraphicBufferProducer : public RefBase {
      */
     virtual status_t disconnect(int api, DisconnectMode mode = DisconnectMode::Api) = 0;
 
+    /**
+     * The same for the connection that was made with this listener. NO_ERROR, and nothing happens,
+     * when it is over.
+     */
+    virtual status_t disconnectListener(const sp<IProducerListener>& listener);
+
+    /** In place of the one before; until the connection or the queue ends. */
     virtual status_t setSidebandStream(const sp<NativeHandle>& stream) = 0;
 
     /** Allocates buffers for all slots that have none. 0 stands for the consumer's defaults. */

@@ -94,6 +94,8 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     uint64_t getUsage() const { return usage; }
     PixelFormat getPixelFormat() const { return format; }
     uint32_t getLayerCount() const { return static_cast<uint32_t>(layerCount); }
+    /** In bytes; 0 without memory. */
+    uint32_t getMemorySize() const;
     Rect getBounds() const { return Rect(width, height); }
 
     /** Unique among all buffers; the same in every process that imports this one. */

@@ -7,7 +7,7 @@
 
 #include <gui/IGraphicBufferProducer.h>
 #include <gui/bufferqueue/1.0/Conversion.h>
-#include <gui/bufferqueue/1.0/WProducerListener.h>
+#include <gui/bufferqueue/1.0/WatchedProducerListener.h>
 #include <hidl/Status.h>
 #include <utils/NativeHandle.h>
 #include <utils/StrongPointer.h>
@@ -16,7 +16,8 @@ namespace android {
 
 /**
  * Every method converts, calls the native producer and gives its status back unchanged. The client
- * may be anybody: arguments that don't convert are answered with BAD_VALUE and go no further.
+ * may be anybody: arguments that don't convert are answered with BAD_VALUE and go no further. A
+ * client that has connected with a listener and dies is disconnected.
  *
  * Result callbacks run on the calling thread before the method returns, just once. Handles in them
  * are borrowed and good only inside.
@@ -124,10 +125,14 @@ struct TWGraphicBufferProducer : public BASE {
     Return<void> connect(const sp<HProducerListener>& listener, int32_t api,
                          bool producerControlledByApp,
                          HGraphicBufferProducer::connect_cb _hidl_cb) override {
-        sp<BProducerListener> native;
-        if (listener != nullptr) native = new LWProducerListener(listener);
+        sp<WatchedProducerListener> native;
+        if (listener != nullptr) native = new WatchedProducerListener(mBase, listener);
         BGraphicBufferProducer::QueueBufferOutput nativeOutput;
-        const status_t status = mBase->connect(native, api, producerControlledByApp, &nativeOutput);
+        status_t status = mBase->connect(native, api, producerControlledByApp, &nativeOutput);
+        if (status == OK && native != nullptr && !native->watch()) {
+            mBase->disconnectListener(native);
+            status = DEAD_OBJECT;
+        }
         HGraphicBufferProducer::QueueBufferOutput result = {};
         conversion::wrapAs(&result, nativeOutput);
         _hidl_cb(status, result);
