@@ -27,23 +27,31 @@ copy_sources() {
     cp "$root/docs/phone.md" "$copy/docs"
 }
 
-# fault CHECK MESSAGE FILE SED_SCRIPT: the check must fail with a message that holds MESSAGE.
+# refuses CHECK MESSAGE WHAT: the check must fail on the copy as it is, with a message that holds MESSAGE.
+refuses() {
+    local check=$1 message=$2 what=$3 said
+    if said=$("$checks/${check}_test.sh" ${check_arguments:-} 2>&1); then
+        bad "$check does not see: $what"
+    elif [[ $said != *"$message"* ]]; then
+        bad "$check does not say '$message' about: $what, but: $said"
+    fi
+}
+
+# fault CHECK MESSAGE FILE SED_SCRIPT: the same with a file that the script has changed.
 fault() {
-    local check=$1 message=$2 file=$copy/$3 said
+    local file=$copy/$3
     cp "$file" "$copy/before"
     sed -i -E "$4" "$file"
     if cmp -s "$file" "$copy/before"; then
         bad "there is nothing to break in $3: $4"
-    elif said=$("$checks/${check}_test.sh" ${check_arguments:-} 2>&1); then
-        bad "$check does not see: $3: $4"
-    elif [[ $said != *"$message"* ]]; then
-        bad "$check does not say '$message' about: $3: $4, but: $said"
+    else
+        refuses "$1" "$2" "$3: $4"
     fi
     cp "$copy/before" "$file"
 }
 
 copy_sources
-for check in modules headers interfaces files policy; do
+for check in modules headers interfaces files policy rapidjson; do
     "$checks/${check}_test.sh" || bad "$check fails on what is right"
 done
 
@@ -63,6 +71,19 @@ fault modules 'vendor' Android.bp '/vendor: true/d'
 fault modules 'service.rc, which is not there' $daemon/Android.bp 's/(init_rc.*)desktop@2.0-/\1/;s/camera.service.rc/camera-service.rc/'
 fault modules 'JsonUtil.cpp' hardware/camera/common/libkorjsonutils/Android.bp 's/JsonUtils\.cpp/JsonUtil.cpp/'
 fault modules 'types.hal' hardware/interfaces/camera/desktop/2.0/Android.bp '/types\.hal/d'
+fault modules 'external/rapidjson/includes, which is not there' external/rapidjson/Android.bp \
+    's/"include"/"includes"/'
+
+# ---- RapidJSON ----------------------------------------------------------------------------------
+rapidjson=external/rapidjson
+fault rapidjson 'document.h' $rapidjson/include/rapidjson/document.h 's/Tencent/Korvane/'
+fault rapidjson 'NOTICE' $rapidjson/NOTICE '/Milo Yip/d'
+mv "$copy/$rapidjson/include/rapidjson/fwd.h" "$copy/before"
+refuses rapidjson 'fwd.h' 'a header that is missing'
+cp "$copy/before" "$copy/$rapidjson/include/rapidjson/fwd.h"
+mv "$copy/before" "$copy/$rapidjson/include/rapidjson/ours.h"
+refuses rapidjson 'ours.h' 'a header of our own'
+rm "$copy/$rapidjson/include/rapidjson/ours.h"
 
 # ---- headers and API ----------------------------------------------------------------------------
 fault headers 'media/stagefright/bqhelper/WGraphicBufferProducer.h' $daemon/uvc/KorBufferSource.cpp \

@@ -41,8 +41,7 @@ check_named_files() {
     local module file
     for module in $(modules '.*'); do
         for file in $(files "$module" 'srcs|init_rc|vintf_fragments|license_text|export_include_dirs|local_include_dirs'); do
-            # RapidJSON's come with scripts/vendor-rapidjson.
-            [[ $file == external/rapidjson/* ]] || [ -e "$file" ] ||
+            [ -e "$file" ] ||
                 problem "$module names $file, which is not there"
         done
     done
