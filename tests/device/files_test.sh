@@ -3,11 +3,15 @@
 # shellcheck source=tests/device/soong.sh
 . "$(dirname "$0")/soong.sh"
 
+said=$(mktemp)
+trap 'rm -f "$problems" "$said"' EXIT
+
 program=$(modules cc_binary)
 rc=$(files "$program" init_rc)
 manifest=$(files "$program" vintf_fragments)
 matrix=$service/framework_compatibility_matrix.xml
 guide=docs/phone.md
+init_rc=$KORVANE_BUILD/tests/init_rc
 path=/vendor/bin/$(own_values "$program" relative_install_path)/$program
 
 # ---- what the sources offer ---------------------------------------------------------------------
@@ -24,8 +28,13 @@ offered() {
 
 # ---- what the files say -------------------------------------------------------------------------
 
+# The file as init reads it, for rc_option.
+read_rc() {
+    rc_says=$("$init_rc" show "$rc" 2>&1) || problem "$rc is not init's: $rc_says"
+}
+
 rc_option() {
-    awk -v option="$1" '$1 == option {$1 = ""; sub(/^ /, ""); print}' "$rc"
+    awk -v option="$1" '$1 == option {$1 = ""; sub(/^ /, ""); print}' <<<"$rc_says"
 }
 
 xml() {
@@ -44,33 +53,28 @@ declared() {
 }
 
 check_rc() {
+    read_rc
     [ "$(rc_option service | wc -l)" = 1 ] || problem "$rc has not one service"
     same "program of $rc (file, build)" "$(rc_option service | awk '{print $2}')" "$path"
     same "interfaces of $rc (file, sources)" "$(rc_option interface)" "$(offered)"
     [ "$(rc_option class)" = hal ] || problem "$rc: the class is not hal"
     [ "$(rc_option user)" = cameraserver ] || problem "$rc: the user is not cameraserver"
     [ "$(rc_option group)" = camera ] || problem "$rc: the group is not camera"
-    local known='service|interface|class|user|group|#.*'
-    local others
-    others=$(awk 'NF {print $1}' "$rc" | grep -vxE "$known" || true)
-    [ -z "$others" ] || problem "$rc asks for what nothing here needs: $others"
+    # select() holds descriptors below 1024.
+    [ "$(rc_option rlimit)" = 'nofile 1024 1024' ] || problem "$rc: the limit of descriptors is not 1024"
+    [ -z "$(rc_option on)" ] || problem "$rc has actions, which are the board's"
 }
 
 check_manifest() {
     local file
     for file in "$manifest" $matrix; do
-        xmllint --noout "$file" || problem "$file is no XML"
+        xmllint --noout --relaxng "$checks/vintf.rng" "$file" 2>"$said" ||
+            problem "$file is not as its grammar has it: $(<"$said")"
         same "interfaces of $file (file, sources)" "$(declared "$file")" "$(offered)"
-        [ "$(xml "$file" 'count(//hal)') $(xml "$file" 'string(//hal/@format)')" = '1 hidl' ] ||
-            problem "$file has not one hal of HIDL"
+        [ "$(xml "$file" 'count(//hal)')" = 1 ] || problem "$file has not one hal"
     done
-    [ "$(xml "$manifest" 'name(/*)') $(xml "$manifest" 'string(/*/@type)')" = 'manifest device' ] ||
-        problem "$manifest is no device's manifest"
-    [ "$(xml "$manifest" '//hal/transport/text()')" = hwbinder ] ||
-        problem "$manifest: the transport is not hwbinder"
-    [ "$(xml $matrix 'name(/*)') $(xml $matrix 'string(/*/@type)')" = 'compatibility-matrix framework' ] ||
-        problem "$matrix is no matrix of the framework"
-    [ "$(xml $matrix 'string(//hal/@optional)')" = true ] || problem "$matrix: not optional"
+    [ "$(xml "$manifest" 'name(/*)')" = manifest ] || problem "$manifest is no manifest"
+    [ "$(xml $matrix 'name(/*)')" = compatibility-matrix ] || problem "$matrix is no matrix"
 }
 
 type_of() {
@@ -91,6 +95,17 @@ check_labels() {
 }
 
 # ---- the guide ----------------------------------------------------------------------------------
+
+# What the guide gives to init, as init reads it. Conditions beside an event are looked at before the
+# board's own lines for that event have run.
+check_guide_init() {
+    local sections
+    sections=$("$checks/guide_init" $guide | "$init_rc" show - 2>&1) ||
+        problem "the lines for init in $guide are not init's: $sections"
+    grep -qx 'on boot' <<<"$sections" || problem "$guide has no lines for the board's own on boot"
+    ! grep -qE '^on [^ =]+ .*=' <<<"$sections" ||
+        problem "$guide has an action whose properties are looked at only once"
+}
 
 tags() {
     grep -rhoP '#define LOG_TAG "\K[^"]+' hardware | sort -u
@@ -119,5 +134,6 @@ check_guide() {
 check_rc
 check_manifest
 check_labels
+check_guide_init
 check_guide
 finish
