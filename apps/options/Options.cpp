@@ -30,7 +30,8 @@ std::string Options::readOption(const std::vector<std::string>& arguments, size_
     const std::string& argument = arguments[*index];
     const size_t equals = argument.find('=');
     const std::string name = argument.substr(0, equals);
-    mWantsHelp = argument == "--help";
+    mWantsVersion = argument == "--version";
+    mWantsHelp = argument == "--help" || mWantsVersion;
     if (mWantsHelp) return "";
     const Option* option = find(name);
     if (option == nullptr) return "unknown option '" + name + "'; accepted: " + accepted();
@@ -70,6 +71,7 @@ std::string Options::accepted() const {
 }
 
 std::string Options::help() const {
+    if (mWantsVersion) return mProgram + " " + version() + "\n";
     std::string text = "usage: " + mProgram + " [OPTION...]";
     if (!mOperand.empty()) text += " " + mOperand;
     text += "\n" + mPurpose + "\n\n";
@@ -77,7 +79,12 @@ std::string Options::help() const {
         text += "  " + option.name + (option.value.empty() ? "" : " " + option.value) + "\n" +
                 "        " + option.help + "\n";
     }
-    return text + "  --help\n        Show this text.\n";
+    return text + "  --help\n        Show this text.\n" +
+           "  --version\n        Show the program's version.\n";
+}
+
+std::string version() {
+    return KORVANE_VERSION;
 }
 
 bool numberFrom(const std::string& text, unsigned long least, unsigned long most,

@@ -36,13 +36,14 @@ class Options {
     /**
      * Reads the arguments behind the program's name. Returns an empty text, or one line that says
      * which argument is wrong and what is accepted. The operand must be there if there can be one.
-     * Reading ends at "--help", which sets wantsHelp().
+     * Reading ends at "--help" or "--version", which set wantsHelp().
      */
     std::string read(const std::vector<std::string>& arguments);
 
+    /** Whether help() is to be shown, and nothing else done. */
     bool wantsHelp() const { return mWantsHelp; }
 
-    /** The text for --help, with all options. */
+    /** The text for --help, with all options; after "--version" the program's name and version. */
     std::string help() const;
 
   private:
@@ -58,7 +59,11 @@ class Options {
     std::function<std::string(const std::string&)> mTakeOperand;
     bool mOperandTaken = false;
     bool mWantsHelp = false;
+    bool mWantsVersion = false;
 };
+
+/** The version of all programs, like "1.2.0". */
+std::string version();
 
 /** The number that a text consists of; false if it is anything else or not within the bounds. */
 bool numberFrom(const std::string& text, unsigned long least, unsigned long most,

@@ -71,6 +71,15 @@ TEST_F(OptionsTest, AsksForHelpBeforeAnythingIsMissing) {
     }
 }
 
+TEST_F(OptionsTest, TellsTheVersionWithoutItsOperand) {
+    Options options = make();
+    EXPECT_EQ("", options.read({"--fast", "--version", "--nonsense"}));
+    EXPECT_TRUE(options.wantsHelp());
+    EXPECT_EQ("paint " + version() + "\n", options.help());
+    EXPECT_EQ(std::string::npos, version().find_first_not_of("0123456789."));
+    EXPECT_NE(std::string::npos, make().help().find("--version"));
+}
+
 TEST(NumberFromTest, TakesWholeNumbersWithinTheBoundsOnly) {
     unsigned long number = 0;
     EXPECT_TRUE(numberFrom("42", 1, 42, &number));
