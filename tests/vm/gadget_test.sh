@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# vm/gadget: what it leaves in configfs, and that it leaves nothing behind.
+# korvane-gadget: what it leaves in configfs, and that it leaves nothing behind.
 . "$(dirname "$0")/lib.sh"
 g1=/config/usb_gadget/g1
 uvc=$g1/functions/uvc.0
@@ -24,7 +24,7 @@ check_not "shows the host no camera before a program serves it" host_node
 check_equal "lists formats and frames as the host numbers them" \
 "bound to dummy_udc.0, not attached
 format 1 frame 1: YUY2 640x480 at 30,15
-format 1 frame 2: YUY2 1280x720 at 30,15
+format 1 frame 2: YUY2 1280x720 at 10,5
 format 2 frame 1: mjpeg 640x480 at 30
 format 2 frame 2: mjpeg 1280x720 at 30
 format 2 frame 3: mjpeg 1920x1080 at 30" "$(gadget status)"
@@ -35,12 +35,24 @@ check_attribute $uvc/streaming/uncompressed/u/bBitsPerPixel 16
 check_equal "has the sixteen bytes of YUY2's GUID" 5955593200001000800000aa00389b71 \
     "$(od -An -v -tx1 $uvc/streaming/uncompressed/u/guidFormat | tr -d ' \n')"
 frame=$uvc/streaming/uncompressed/u/1280x720
-check_attribute $frame/dwFrameInterval "333333 666666"
-check_attribute $frame/dwDefaultFrameInterval 333333
+check_attribute $frame/dwFrameInterval "1000000 2000000"
+check_attribute $frame/dwDefaultFrameInterval 1000000
 check_attribute $frame/dwMaxVideoFrameBufferSize 1843200
-check_attribute $frame/dwMaxBitRate 442368000
-check_attribute $frame/dwMinBitRate 221184000
+check_attribute $frame/dwMaxBitRate 147456000
+check_attribute $frame/dwMinBitRate 73728000
 check_attribute $uvc/streaming/mjpeg/m/1920x1080/dwMaxVideoFrameBufferSize 2073600
+check_attribute $g1/bDeviceClass 0xef
+check_attribute $g1/bDeviceSubClass 0x02
+check_attribute $g1/bDeviceProtocol 0x01
+check "has a serial number of sixteen digits" grep -qE '^[0-9A-F]{16}$' $g1/strings/0x409/serialnumber
+check_attribute $uvc/function_name "Korvane Webcam"
+for unit in processing terminal/camera; do
+    controls=$uvc/control/$unit/default/bmControls
+    case $(stat -c %a "$controls") in
+    444) ok "leaves the $unit unit's controls as this kernel fixes them" ;;
+    *) check_equal "offers no controls of the $unit unit" 0 "$(sort -u "$controls")" ;;
+    esac
+done
 for speed in fs hs ss; do
     check "streams at $speed" test -L $uvc/streaming/class/$speed/h
 done
@@ -85,10 +97,10 @@ check "removes them" gadget down
 # ---- misuse -------------------------------------------------------------------------------------
 
 refused() {
-    check_refused "refuses $1" "^gadget: $2" "$ROOT/vm/gadget" "${@:3}"
+    check_refused "refuses $1" "^korvane-gadget: $2" "$ROOT/vm/gadget" "${@:3}"
 }
 refused "no command" "unknown command ''"
-refused "an unknown command" "unknown command 'start' .*up bind unbind down status" start
+refused "an unknown command" "unknown command 'start' .*up down reload bind unbind status check keep help" start
 refused "an unknown option" "unknown option '--yuv'" up --yuv
 refused "a format without a size" "'mjpeg' is not of the kind" up --format mjpeg
 refused "a format option without a format" "--format needs" up --format

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the webcam function is to be: formats, sizes, rates, names.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace korvane::gadget {
+
+/** A picture format of the function; yuyv and nv12 share the place of the uncompressed one. */
+enum class Format { kYuyv, kNv12, kMjpeg };
+
+/** Its name, as it is written in settings. */
+const char* nameOf(Format format);
+
+/** Bits of room for a pixel; a compressed one is given a byte, as the service has it. */
+unsigned bitsPerPixel(Format format);
+
+/** One frame size of a format. */
+struct Frame {
+    Format format;
+    unsigned width;               // pixels
+    unsigned height;              // pixels
+    std::vector<unsigned> rates;  // frames a second; the first one is the default
+
+    unsigned pixels() const { return width * height; }
+    /** Bytes of its largest frame. */
+    unsigned bytes() const {
+        return pixels() / 8 * bitsPerPixel(format) + pixels() % 8 * bitsPerPixel(format) / 8;
+    }
+    /** As it is written in settings: "yuyv:640x480@30,15". */
+    std::string text() const;
+};
+
+/**
+ * The settings of the function, read from a file of lines "KEY = VALUE" and from the command line.
+ * Each set...() returns an empty text or what is wrong with the value, in one line.
+ */
+class GadgetSettings {
+  public:
+    static constexpr char kFile[] = "/etc/korvane/gadget.conf";
+
+    /**
+     * Reads a file, in which '#' begins a comment line. A key that can be there once counts once.
+     *
+     * @return an empty text, or one line: FILE:LINE: what is wrong
+     */
+    std::string readFile(const std::string& path);
+
+    /** Adds a size, "FORMAT:WxH@RATE,...". */
+    std::string addFormat(const std::string& text);
+    std::string setMaxPacket(const std::string& text);
+    /** The device's names, as hosts show them. */
+    std::string setText(std::string* field, const std::string& text);
+
+    /**
+     * Puts the sizes in the order in which the service counts them, those of the default list if
+     * there is none.
+     *
+     * @return an empty text, or what is wrong with all sizes together
+     */
+    std::string finish();
+
+    /** Uses NV12 instead of YUYV in the default list. */
+    void preferNv12() { mNv12 = true; }
+    /** Forgets the sizes of the file, for those of the command line. */
+    void clearFormats() { frames.clear(); }
+
+    bool has(Format format) const;
+
+    std::vector<Frame> frames;  // after finish() by growing number of pixels
+    unsigned maxPacket = 3072;  // bytes in 125 us
+    bool serialPort = false;    // another function before the camera
+    std::string controller;     // empty: the only one
+    std::string manufacturer = "Korvane";
+    std::string product = "Korvane Webcam";
+    std::string name = "Korvane Webcam";  // of the function
+    std::string serial;                   // empty: one of this machine's own
+
+  private:
+    std::string set(const std::string& key, const std::string& value);
+
+    bool mNv12 = false;
+};
+
+/** A serial number that is this machine's own, and always the same: from /etc/machine-id. */
+std::string machineSerial();
+
+}  // namespace korvane::gadget

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Keeps the webcam function bound and its node served, whatever happens to cable, host and service.
+#pragma once
+
+#include <string>
+
+#include "Descriptor.h"
+#include "KeeperPlan.h"
+#include "NodeWatch.h"
+#include "UeventSocket.h"
+
+namespace korvane::gadget {
+
+/**
+ * Sleeps until the kernel tells it something: that a controller or a video node comes or goes
+ * (uevents), or that somebody opens or closes the function's node or its rights change (inotify).
+ * Then it looks at all there is and lets KeeperPlan decide. One thread; needs root.
+ *
+ * The controller's `state` would not do: when a program closes the node, no controller has to tell.
+ */
+class Keeper {
+  public:
+    /** `controller` is the wanted one; empty for the one that it was bound to last, or the only
+     * one. */
+    explicit Keeper(std::string controller) : mWanted(std::move(controller)) {}
+
+    /** Works until the process ends; returns only to say in one line why it can't. */
+    std::string run();
+
+  private:
+    void look();
+    KeeperFacts facts();
+    void carryOut(KeeperPlan::Step step);
+    void announce();
+    void say(const std::string& text);
+    int waitTime() const;
+
+    const std::string mWanted;
+    std::string mController;  // to be bound to
+    std::string mNode;
+    pid_t mServer = 0;
+    bool mServed = false;
+    bool mSaidGaveUp = false;
+    std::string mSaid;
+    KeeperPlan mPlan;
+    UeventSocket mUevents;
+    NodeWatch mWatch;
+};
+
+}  // namespace korvane::gadget

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "NodeWatch.h"
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+namespace korvane::gadget {
+
+NodeWatch::NodeWatch() : mInotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
+
+void NodeWatch::watch(const std::string& node) {
+    const std::string path = "/dev/" + node;
+    struct stat status = {};
+    if (!node.empty() && stat(path.c_str(), &status) != 0) status.st_ino = 0;
+    if (node == mNode && status.st_ino == mInode) return;
+    if (mWatched >= 0) inotify_rm_watch(mInotify.get(), mWatched);
+    mNode = node;
+    mInode = status.st_ino;
+    mWatched = mInode == 0 ? -1
+                           : inotify_add_watch(mInotify.get(), path.c_str(),
+                                               IN_OPEN | IN_CLOSE_WRITE | IN_ATTRIB);
+}
+
+void NodeWatch::drain() {
+    alignas(inotify_event) char events[4096];
+    while (read(mInotify.get(), events, sizeof(events)) > 0) {
+    }
+}
+
+bool NodeWatch::openedUp() {
+    const Rights now = rights();
+    if (now == mSeen) return false;
+    mSeen = now;
+    return now.inode != 0;
+}
+
+NodeWatch::Rights NodeWatch::rights() const {
+    struct stat status = {};
+    if (mNode.empty() || stat(("/dev/" + mNode).c_str(), &status) != 0) return {};
+    return {status.st_ino, status.st_uid, status.st_gid, status.st_mode};
+}
+
+}  // namespace korvane::gadget
