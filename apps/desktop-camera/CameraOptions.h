@@ -19,6 +19,9 @@ struct CameraOptions {
 
     /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);
+
+  private:
+    std::string readSettings(const std::string& path);
 };
 
 }  // namespace korvane::camera

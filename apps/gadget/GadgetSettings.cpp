@@ -2,14 +2,12 @@
 #include "GadgetSettings.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "KernelFiles.h"
+#include "options/ConfigFile.h"
 #include "options/Options.h"
 
 namespace korvane::gadget {
@@ -21,12 +19,6 @@ constexpr unsigned kLargestSide = 16384;
 constexpr unsigned kFastest = 999;
 constexpr size_t kLongestText = 126;  // characters of a USB string
 constexpr char kKeys[] = "format, maxpacket, manufacturer, product, name, serial, controller";
-
-std::string trimmed(const std::string& text) {
-    const size_t first = text.find_first_not_of(" \t\r");
-    if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
 
 bool formatFrom(const std::string& name, Format* out) {
     for (const Format format : {Format::kYuyv, Format::kNv12, Format::kMjpeg}) {
@@ -111,23 +103,11 @@ std::string Frame::text() const {
 }
 
 std::string GadgetSettings::readFile(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) return path + ": " + strerror(errno);
     std::set<std::string> seen;
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        line = trimmed(line);
-        if (line.empty() || line[0] == '#') continue;
-        const std::string place = path + ":" + std::to_string(number) + ": ";
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos) return place + "'" + line + "' is not KEY = VALUE";
-        const std::string key = trimmed(line.substr(0, equals));
-        if (key != "format" && !seen.insert(key).second) return place + key + " is there twice";
-        const std::string wrong = set(key, trimmed(line.substr(equals + 1)));
-        if (!wrong.empty()) return place + wrong;
-    }
-    if (file.bad()) return path + ": " + strerror(errno);
-    return "";
+    return options::readConfigFile(path, [&](const std::string& key, const std::string& value) {
+        if (key != "format" && !seen.insert(key).second) return key + " is there twice";
+        return set(key, value);
+    });
 }
 
 std::string GadgetSettings::set(const std::string& key, const std::string& value) {

@@ -319,14 +319,14 @@ TEST(CameraProgramTest, SaysInOneLineWhatIsWrongWithItsArguments) {
         std::string error;
     } kCases[] = {
             {{"--sourec=x"},
-             "desktop-camera: unknown option '--sourec'; accepted: --source, --kind, --log, "
-             "--frames, --help\n"},
+             "desktop-camera: unknown option '--sourec'; accepted: --source, --config, --kind, "
+             "--log, --frames, --help\n"},
             {{"--kind", "2"}, "desktop-camera: --kind is '2', but 1, 3 or both is needed\n"},
             {{"--frames", "0"}, "desktop-camera: --frames is '0', but a number from 1 is needed\n"},
             {{"--log"}, "desktop-camera: --log needs a value: FILE\n"},
             {{"now"},
-             "desktop-camera: unexpected argument 'now'; accepted: --source, --kind, --log, "
-             "--frames, --help\n"},
+             "desktop-camera: unexpected argument 'now'; accepted: --source, --config, --kind, "
+             "--log, --frames, --help\n"},
             {{"--source", "nosuchsrc"}, "desktop-camera: --source: no element \"nosuchsrc\"\n"},
             {{"--log=/nowhere/log"},
              "desktop-camera: --log: /nowhere/log: No such file or directory\n"},

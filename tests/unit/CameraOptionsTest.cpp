@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "desktop-camera/CameraOptions.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -24,6 +28,46 @@ TEST(CameraOptionsTest, DrawsATestCardForStreamsForEverByDefault) {
     EXPECT_TRUE(options.asStreamClient);
     EXPECT_FALSE(options.asLauncher);
     EXPECT_EQ(UINT32_MAX, options.lastFrame);
+}
+
+/** A file of settings that goes with the test. */
+class Settings {
+  public:
+    explicit Settings(const std::string& content) {
+        const int fd = mkstemp(mPath);
+        EXPECT_EQ(static_cast<ssize_t>(content.size()), write(fd, content.data(), content.size()));
+        close(fd);
+    }
+    ~Settings() { unlink(mPath); }
+    std::string path() const { return mPath; }
+
+  private:
+    char mPath[32] = "/tmp/camera.conf.XXXXXX";
+};
+
+TEST(CameraOptionsTest, TakesTheSourceFromAFileUnlessItIsGiven) {
+    const Settings file("# the camera\n\n  source =  v4l2src device=/dev/video0 \n");
+    EXPECT_EQ("v4l2src device=/dev/video0", read({"--config", file.path()}).source);
+    EXPECT_EQ("videotestsrc", read({"--source=videotestsrc", "--config", file.path()}).source);
+    EXPECT_EQ("", read({"--config", Settings("#source = x\n").path()}).source);
+}
+
+TEST(CameraOptionsTest, SaysWhereAFileIsWrong) {
+    const auto wrong = [](const std::string& content) {
+        const Settings file(content);
+        CameraOptions options;
+        const std::string line = options.read({"--config", file.path()});
+        const std::string begin = "desktop-camera: " + file.path() + ":";
+        EXPECT_EQ(begin, line.substr(0, begin.size()));
+        return line.substr(std::min(begin.size(), line.size()));
+    };
+    EXPECT_EQ("2: unknown key 'sauce' (known: source)", wrong("source = x\nsauce = y\n"));
+    EXPECT_EQ("1: source is '', but a GStreamer pipeline is needed", wrong("source =\n"));
+    EXPECT_EQ("3: 'videotestsrc' is not KEY = VALUE", wrong("\n\nvideotestsrc\n"));
+    CameraOptions options;
+    EXPECT_EQ("desktop-camera: /nowhere/c.conf: No such file or directory",
+              options.read({"--config=/nowhere/c.conf"}));
+    EXPECT_EQ("desktop-camera: /tmp: Is a directory", options.read({"--config=/tmp"}));
 }
 
 TEST(CameraOptionsTest, IsWhatKindOfClientItIsTold) {
