@@ -42,26 +42,57 @@ CameraClient::CameraClient(StreamDemand& demand, ServiceConnection& connection, 
       mLastFrame(lastFrame) {}
 
 void CameraClient::run() {
-    if (!mConnection.connect()) return;
+    if (!connect()) return;
     for (;;) {
         uint64_t stream = 0;
         switch (mDemand.waitForWork(&stream)) {
             case StreamDemand::Work::kStream:
                 serveStream(StreamTicket(mDemand, stream));
                 break;
+            case StreamDemand::Work::kJoin:
+                joinStream(StreamTicket(mDemand, stream));
+                break;
             case StreamDemand::Work::kReconnect:
-                if (!mConnection.connect()) return;
+                if (!connect()) return;
                 break;
             case StreamDemand::Work::kQuit:
                 return;
         }
+        mDemand.over(stream);
     }
+}
+
+// A stream that began before the camera was registered was announced to nobody.
+bool CameraClient::connect() {
+    if (!mConnection.connect()) return false;
+    mDemand.join();
+    return true;
 }
 
 // What goes wrong ends this stream only: the next start may find everything in order.
 void CameraClient::serveStream(const StreamTicket& ticket) {
     PictureFormat format;
-    if (!openSurface(&format)) return;
+    if (askForConfig(&format, ANDROID_LOG_WARN) && askForSurface(format, ANDROID_LOG_WARN)) {
+        render(ticket, format);
+    }
+}
+
+// That nothing streams is no fault here. The configuration is only the stream's own if it is still
+// the same when the surface is there: the host may have begun between the two questions.
+void CameraClient::joinStream(const StreamTicket& ticket) {
+    PictureFormat format;
+    if (!askForConfig(&format, ANDROID_LOG_INFO)) return;
+    for (;;) {
+        if (!ticket.isWanted() || !askForSurface(format, ANDROID_LOG_INFO)) return;
+        const PictureFormat before = format;
+        if (!askForConfig(&format, ANDROID_LOG_WARN)) return;
+        if (format == before) break;
+    }
+    ALOGI("joining a stream that runs already");
+    render(ticket, format);
+}
+
+void CameraClient::render(const StreamTicket& ticket, const PictureFormat& format) {
     const sp<IGraphicBufferProducer> surface = mConnection.surface();
     if (surface == nullptr) {
         ALOGW("no stream: there is no surface");
@@ -77,19 +108,22 @@ void CameraClient::serveStream(const StreamTicket& ticket) {
     if (end == SurfaceRenderer::End::kLastFrame) mDemand.quit();
 }
 
-bool CameraClient::openSurface(PictureFormat* format) {
+bool CameraClient::askForConfig(PictureFormat* format, int priority) {
     const std::optional<std::string> config = mConnection.command(kGetStreamConfig);
     if (!config) return false;
-    if (!streamConfigFrom(*config, format)) {
-        ALOGW("no stream: asked for the configuration, the controller says \"%s\"",
-              config->c_str());
-        return false;
-    }
+    if (streamConfigFrom(*config, format)) return true;
+    LOG_PRI(priority, LOG_TAG, "no stream: asked for the configuration, the controller says \"%s\"",
+            config->c_str());
+    return false;
+}
+
+bool CameraClient::askForSurface(const PictureFormat& format, int priority) {
     const std::optional<std::string> refusal =
-            mConnection.command(createSurfaceCommand(*format, ProducerSurface::kUsage));
+            mConnection.command(createSurfaceCommand(format, ProducerSurface::kUsage));
     if (!refusal) return false;
     if (!refusal->empty()) {
-        ALOGW("no stream: asked for a surface, the controller says \"%s\"", refusal->c_str());
+        LOG_PRI(priority, LOG_TAG, "no stream: asked for a surface, the controller says \"%s\"",
+                refusal->c_str());
     }
     return refusal->empty();
 }

@@ -20,12 +20,19 @@ class CameraClient {
     CameraClient(StreamDemand& demand, ServiceConnection& connection, FrameSource& source,
                  FrameJournal& journal, uint32_t lastFrame);
 
-    /** Connects, serves streams, connects again when the service has died. */
+    /**
+     * Connects, joins the stream that runs already, serves those that follow, connects again when
+     * the service has died.
+     */
     void run();
 
   private:
+    bool connect();
     void serveStream(const StreamTicket& ticket);
-    bool openSurface(PictureFormat* format);
+    void joinStream(const StreamTicket& ticket);
+    void render(const StreamTicket& ticket, const PictureFormat& format);
+    bool askForConfig(PictureFormat* format, int priority);
+    bool askForSurface(const PictureFormat& format, int priority);
 
     StreamDemand& mDemand;
     ServiceConnection& mConnection;

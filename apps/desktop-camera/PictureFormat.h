@@ -15,6 +15,11 @@ struct PictureFormat {
     uint32_t height = 0;
     double fps = 0;
 
+    bool operator==(const PictureFormat& other) const {
+        return fourcc == other.fourcc && width == other.width && height == other.height &&
+               fps == other.fps;
+    }
+
     bool isJpeg() const { return fourcc == "MJPG"; }
 
     /** Bytes of the largest JPEG file that the host has room for. */

@@ -20,8 +20,33 @@ int64_t monotonicNs() {
 
 void StreamDemand::start() {
     const std::lock_guard<std::mutex> guard(mLock);
+    if (mWanted && mJoined && !mStartHeard) {
+        mStartHeard = true;
+    } else {
+        begin_l(false);
+    }
+}
+
+void StreamDemand::join() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    if (!mWanted) begin_l(true);
+}
+
+void StreamDemand::over(uint64_t stream) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    if (!isWanted_l(stream)) return;
+    if (mJoined && mStartHeard) {
+        begin_l(false);
+    } else {
+        mWanted = false;
+    }
+}
+
+void StreamDemand::begin_l(bool joined) {
     ++mLatest;
     mWanted = true;
+    mJoined = joined;
+    mStartHeard = false;
     mChanged.notify_all();
 }
 
@@ -53,7 +78,7 @@ StreamDemand::Work StreamDemand::waitForWork(uint64_t* stream) {
         return Work::kReconnect;
     }
     *stream = mServed = mLatest;
-    return Work::kStream;
+    return mJoined ? Work::kJoin : Work::kStream;
 }
 
 bool StreamDemand::waitToRetry(int64_t untilNs) {

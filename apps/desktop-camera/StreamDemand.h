@@ -15,12 +15,27 @@ int64_t monotonicNs();
  * Holds whether a stream is wanted, whether the service is alive and whether the program is to end.
  * Whoever learns of a change (the HIDL thread, the signal thread) says so and returns at once; the
  * worker waits for work and, while it works, for the end of it. Every start is another stream, with
- * a number of its own. Thread-safe.
+ * a number of its own.
+ *
+ * A stream can also be joined: it began when nobody was there to be told. Its own start may still
+ * be on its way then, and must not make a second stream of it. Thread-safe.
  */
 class StreamDemand {
   public:
-    /** A stream is wanted, in place of one that may be running. */
+    /**
+     * A stream is wanted, in place of one that may be running. The first start after join() is that
+     * of the joined stream itself, and changes nothing.
+     */
     void start();
+
+    /** A stream may be running already: it is to be looked for, unless one is wanted as it is. */
+    void join();
+
+    /**
+     * The stream of that number is not served any more, or was not there. When a start was taken
+     * for its own, there is another one, which is wanted now.
+     */
+    void over(uint64_t stream);
 
     /** None is wanted any more. */
     void stop();
@@ -31,11 +46,12 @@ class StreamDemand {
     /** The program is to end. */
     void quit();
 
-    enum class Work { kStream, kReconnect, kQuit };
+    enum class Work { kStream, kJoin, kReconnect, kQuit };
 
     /**
      * Waits for something to do. kStream comes once for each start that was not stopped since, with
-     * the stream's number; kReconnect once for each death. Only one thread may wait.
+     * the stream's number, and so does kJoin for join(); kReconnect comes once for each death. Only
+     * one thread may wait.
      */
     Work waitForWork(uint64_t* stream);
 
@@ -49,14 +65,17 @@ class StreamDemand {
     bool waitWhileWanted(uint64_t stream, int64_t untilNs) const;
 
   private:
+    void begin_l(bool joined);
     bool isWanted_l(uint64_t stream) const;
 
     mutable std::mutex mLock;
     mutable std::condition_variable mChanged;
     // all guarded by mLock
-    uint64_t mLatest = 0;  // the number of the last stream that was started
-    uint64_t mServed = 0;  // the number of the last one that waitForWork() gave out
-    bool mWanted = false;  // whether mLatest was not stopped
+    uint64_t mLatest = 0;      // the number of the last stream that was started
+    uint64_t mServed = 0;      // the number of the last one that waitForWork() gave out
+    bool mWanted = false;      // whether mLatest was not stopped
+    bool mJoined = false;      // whether mLatest came from join()
+    bool mStartHeard = false;  // whether the start of a joined stream has come
     bool mDied = false;
     bool mQuit = false;
 };

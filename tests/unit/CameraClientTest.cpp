@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,6 +48,8 @@ class FakeService : public test::StubDesktop {
     std::string config = kConfigNv12;
     std::string refusal;  // the answer to "create-surface"; empty: a surface is posted
     bool postsSurface = true;
+    bool streaming = false;  // whether a host streams; set by a start that a client is told
+    std::function<void(const std::string& command)> onCommand;  // before it is answered, no lock
     // A command with this in it fails on its way; none if it is empty.
     std::string failingCommand;
 
@@ -59,6 +62,7 @@ class FakeService : public test::StubDesktop {
     Return<void> sendCommand(ClientType type, const hidl_string& command,
                              sendCommand_cb reply) override {
         EXPECT_EQ(ClientType::WEBCAM_CONTROLLER, type);
+        if (onCommand != nullptr) onCommand(command);
         const std::optional<std::string> given = answer(command);
         if (!given) return Return<void>(Status::fromStatusT(android::DEAD_OBJECT));
         reply(*given);
@@ -76,10 +80,24 @@ class FakeService : public test::StubDesktop {
     /** Tells a client; its answer. */
     std::string tell(ClientType type, const std::string& command) {
         std::string reply;
+        setStreaming(command != kStop);
         const Callback callback = callbackOf(type);
         EXPECT_NE(nullptr, callback.get());
         callback->onCommand(command, [&](const hidl_string& given) { reply = given; });
         return reply;
+    }
+
+    void setStreaming(bool now) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        streaming = now;
+    }
+
+    /** Waits until a camera has looked for a stream and found none, and forgets its questions. */
+    bool waitForIdleClient() {
+        if (!waitForCommands(2)) return false;
+        const std::lock_guard<std::mutex> guard(mLock);
+        commands.clear();
+        return true;
     }
 
     bool waitForClient(ClientType type) {
@@ -97,6 +115,7 @@ class FakeService : public test::StubDesktop {
     }
 
     std::vector<std::string> commands;
+    int surfacesMade = 0;
 
   private:
     Callback callbackOf(ClientType type) {
@@ -117,6 +136,8 @@ class FakeService : public test::StubDesktop {
         if (!failingCommand.empty() && command.find(failingCommand) != std::string::npos) return {};
         if (command == kGetStreamConfig) return config;
         if (!refusal.empty()) return refusal;
+        if (!streaming) return "not streaming";
+        ++surfacesMade;
         mSurface = std::make_shared<FrameCollector>();
         surfaces[ClientType::WEBCAM_CONTROLLER] = postsSurface ? mSurface->hidlProducer() : nullptr;
         return "";
@@ -142,7 +163,7 @@ class CameraClientTest : public testing::Test {
     void startBoth() {
         mServices.provide("default", mService);
         startCamera();
-        ASSERT_TRUE(mService->waitForClient(ClientType::STREAM));
+        ASSERT_TRUE(mService->waitForIdleClient());
     }
 
     void quit() {
@@ -288,16 +309,108 @@ TEST_F(CameraClientTest, FindsTheServiceAgainAfterItDied) {
     const sp<FakeService> second = new FakeService;
     mServices.provide("default", second);
     mDemand.serviceDied();
-    ASSERT_TRUE(second->waitForClient(ClientType::STREAM));
+    ASSERT_TRUE(second->waitForIdleClient());
     second->tell(ClientType::STREAM, kStart);
     ASSERT_TRUE(second->waitForCommands(3));
     EXPECT_TRUE(second->surface()->waitForFrames(1));
 }
 
+TEST_F(CameraClientTest, JoinsAStreamThatRunsAlready) {
+    mService->streaming = true;
+    mServices.provide("default", mService);
+    const int64_t begun = monotonicNs();
+    startCamera();
+    ASSERT_TRUE(mService->waitForCommands(4));
+    ASSERT_TRUE(mService->surface()->waitForFrames(1));
+    EXPECT_LT(monotonicNs() - begun, 1'000'000'000);
+    EXPECT_EQ((std::vector<std::string>{kGetStreamConfig, kCreateNv12, kGetStreamConfig,
+                                        "getSurface"}),
+              mService->commands);
+    EXPECT_TRUE(mService->surface()->waitForFrames(5));
+    mService->tell(ClientType::STREAM, kStop);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_INFO, "desktop-camera", "told " + std::string(kStop)));
+}
+
+TEST_F(CameraClientTest, JoinsTheStreamOfAServiceThatTookTheDeadOnesPlace) {
+    startBoth();
+    const sp<FakeService> second = new FakeService;
+    second->streaming = true;
+    mServices.provide("default", second);
+    mDemand.serviceDied();
+    ASSERT_TRUE(second->waitForCommands(4));
+    EXPECT_TRUE(second->surface()->waitForFrames(3));
+}
+
+TEST_F(CameraClientTest, RendersAStreamOnceWhoseStartComesWhileItIsJoined) {
+    // Whenever it comes: before, between and behind the questions.
+    for (size_t at : {0, 1, 2, 3}) {
+        mService = new FakeService;
+        size_t asked = 0;
+        mService->onCommand = [&](const std::string&) {
+            if (asked++ == at) mService->tell(ClientType::STREAM, kStart);
+        };
+        mServices.provide("default", mService);
+        if (at == 0) {
+            startCamera();
+        } else {
+            mService->streaming = true;
+            mDemand.serviceDied();
+        }
+        ASSERT_TRUE(mService->waitForCommands(4)) << at;
+        if (at == 3) mService->tell(ClientType::STREAM, kStart);
+        EXPECT_TRUE(mService->surface()->waitForFrames(20)) << at;
+        EXPECT_EQ(1, mService->surfacesMade) << at;
+        EXPECT_EQ(4u, mService->commands.size()) << at;
+    }
+}
+
+TEST_F(CameraClientTest, ServesAStreamThatBeginsWhileItFindsNone) {
+    // The start comes while the refusal is on its way, and the camera does not know that yet.
+    size_t asked = 0;
+    mService->onCommand = [&](const std::string&) {
+        if (asked == 1) mDemand.start();
+        if (asked == 2) mService->setStreaming(true);
+        ++asked;
+    };
+    mServices.provide("default", mService);
+    startCamera();
+    ASSERT_TRUE(mService->waitForCommands(5));
+    EXPECT_TRUE(mService->surface()->waitForFrames(3));
+    EXPECT_EQ(1, mService->surfacesMade);
+}
+
+TEST_F(CameraClientTest, TakesTheFormatThatTheHostChoseWhileItWasJoining) {
+    mService->streaming = true;
+    mService->config = kConfigMjpg;
+    mService->onCommand = [&](const std::string& command) {
+        if (command != kGetStreamConfig) mService->config = kConfigNv12;
+    };
+    mServices.provide("default", mService);
+    startCamera();
+    ASSERT_TRUE(mService->waitForCommands(6));
+    EXPECT_EQ(kCreateNv12, mService->commands[3]);
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+    EXPECT_EQ(320u * 240 * 3 / 2, mService->surface()->frames()[0].bytes.size());
+}
+
+TEST_F(CameraClientTest, LooksForTheNextStreamWhenTheJoinedOnesSurfaceGoesAfterAStart) {
+    mService->streaming = true;
+    mServices.provide("default", mService);
+    startCamera();
+    ASSERT_TRUE(mService->waitForCommands(4));
+    ASSERT_TRUE(mService->surface()->waitForFrames(1));
+    const auto joined = mService->surface();
+    mService->tell(ClientType::STREAM, kStart);
+    joined->abandon();
+    ASSERT_TRUE(mService->waitForCommands(7));
+    EXPECT_NE(joined, mService->surface());
+    EXPECT_TRUE(mService->surface()->waitForFrames(1));
+}
+
 TEST_F(CameraClientTest, StartsAsTheLauncherToo) {
     mServices.provide("default", mService);
     startCamera({ClientType::LAUNCHER});
-    ASSERT_TRUE(mService->waitForClient(ClientType::LAUNCHER));
+    ASSERT_TRUE(mService->waitForIdleClient());
     EXPECT_EQ(0u, mService->callbacks.count(ClientType::STREAM));
     mService->tell(ClientType::LAUNCHER, "{\"webcam-start\":true}");
     ASSERT_TRUE(mService->waitForCommands(3));
@@ -307,7 +420,7 @@ TEST_F(CameraClientTest, StartsAsTheLauncherToo) {
 TEST_F(CameraClientTest, EndsAfterTheLastFrame) {
     mServices.provide("default", mService);
     startCamera({ClientType::STREAM}, 4);
-    ASSERT_TRUE(mService->waitForClient(ClientType::STREAM));
+    ASSERT_TRUE(mService->waitForIdleClient());
     mService->tell(ClientType::STREAM, kStart);
     mThread.join();
     EXPECT_EQ(4u, mService->surface()->frames().size());

@@ -45,6 +45,70 @@ TEST(StreamDemandTest, MakesEveryStartAnotherStream) {
     EXPECT_TRUE(demand.isWanted(second));
 }
 
+TEST(StreamDemandTest, TakesTheFirstStartAfterJoiningForTheJoinedStreamsOwn) {
+    StreamDemand demand;
+    uint64_t joined = 0;
+    uint64_t next = 0;
+    demand.join();
+    EXPECT_EQ(Work::kJoin, demand.waitForWork(&joined));
+    demand.start();
+    EXPECT_TRUE(demand.isWanted(joined));
+    demand.start();
+    EXPECT_FALSE(demand.isWanted(joined));
+    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_NE(joined, next);
+}
+
+TEST(StreamDemandTest, DoesNotJoinWhileAStreamIsWanted) {
+    StreamDemand demand;
+    uint64_t stream = 0;
+    demand.start();
+    demand.join();
+    EXPECT_EQ(Work::kStream, demand.waitForWork(&stream));
+    demand.join();
+    EXPECT_TRUE(demand.isWanted(stream));
+}
+
+TEST(StreamDemandTest, ForgetsTheStartsOfAJoinedStreamWithIt) {
+    StreamDemand demand;
+    uint64_t joined = 0;
+    uint64_t next = 0;
+    demand.join();
+    demand.waitForWork(&joined);
+    demand.stop();
+    EXPECT_FALSE(demand.isWanted(joined));
+    demand.start();
+    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_NE(joined, next);
+}
+
+TEST(StreamDemandTest, TakesAStreamForStartedWhenTheJoinedOneWasNotThere) {
+    StreamDemand demand;
+    uint64_t joined = 0;
+    uint64_t next = 0;
+    demand.join();
+    demand.waitForWork(&joined);
+    demand.start();
+    demand.over(joined);
+    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_NE(joined, next);
+    EXPECT_TRUE(demand.isWanted(next));
+}
+
+TEST(StreamDemandTest, WantsNothingAfterAStreamIsOverUntilTheNextStart) {
+    StreamDemand demand;
+    uint64_t joined = 0;
+    uint64_t next = 0;
+    demand.join();
+    demand.waitForWork(&joined);
+    demand.over(joined);
+    EXPECT_FALSE(demand.isWanted(joined));
+    demand.start();
+    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    demand.over(joined);
+    EXPECT_TRUE(demand.isWanted(next)) << "that was another one";
+}
+
 TEST(StreamDemandTest, ForgetsTheStreamOfAServiceThatDied) {
     StreamDemand demand;
     uint64_t stream = 0;

@@ -1,0 +1,101 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+# A camera that is always there: it joins a stream that runs, and whatever becomes of its source, the
+# host sees a picture that moves. Runs in the test machine.
+. "$(dirname "$0")/lib.sh"
+. "$(dirname "$0")/host.sh"
+
+host_log=$SHARE/capture.log
+# Seconds until the host's picture moves: one, twice over for the emulated processors that load the
+# program and its libraries in that time.
+soon=2
+
+# now: monotonic seconds, as the host's buffers are stamped.
+now() {
+    cut -d' ' -f1 /proc/uptime
+}
+
+# watch FOURCC SIZE: the host opens its window, and notes every buffer it receives.
+watch() {
+    : >"$host_log"
+    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
+        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
+        --stream-count=100000 --stream-to=/dev/null
+}
+
+# streams: whether the host has begun.
+streams() {
+    log_has "$host_log" 'VIDIOC_STREAMON returned 0' 1
+}
+
+# received: how many frames the host has received in this stream.
+received() {
+    grep -c 'cap dqbuf:' "$host_log"
+}
+
+# moves COUNT: until the host has received COUNT frames more.
+moves() {
+    wait_log 30 "$host_log" 'cap dqbuf:' $(($(received) + $1))
+}
+
+# moves_within SECONDS SINCE BEFORE: the first frame behind the first BEFORE ones came within SECONDS.
+moves_within() {
+    wait_log 30 "$host_log" 'cap dqbuf:' $(($3 + 1)) || return 1
+    local stamp
+    stamp=$(grep 'cap dqbuf:' "$host_log" | sed -n "$(($3 + 1))s/.* ts: \([0-9.]*\).*/\1/p")
+    awk -v from="$2" -v to="$stamp" -v limit="$1" '
+        BEGIN { printf "after %.2f s\n", to - from; exit !(to - from <= limit) }' |
+        tee -a "$SHARE/times.log"
+    return "${PIPESTATUS[0]}"
+}
+
+# ---- a stream that runs already -------------------------------------------------------------------
+
+start_service_manager
+need "the function comes up" gadget up
+start_daemon
+need "the daemon opens the node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video'
+watch MJPG 640x480
+need "the host waits for a picture" wait_for 20 streams
+start_camera
+# Not measured: this machine reads the program for the first time.
+need "a camera that comes late joins the stream" moves 5
+stop camera KILL
+before=$(received)
+begun=$(now)
+start_camera
+check "one that comes back after its death joins at once" moves_within $soon "$begun" "$before"
+check "the stream goes on" moves 10
+stop camera
+stop capture
+watch MJPG 640x480
+need "the host waits again" wait_for 20 streams
+begun=$(now)
+start_camera
+check "and so does one that comes late" moves_within $soon "$begun" 0
+check "the stream goes on" moves 10
+check_equal "each camera has made one surface" 3 \
+    "$(grep -cE 'Registering surface ptr: 0x' "$SHARE/daemon.log")"
+
+stop daemon KILL
+stop capture KILL
+start_daemon
+need "a new daemon opens the node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' 2
+need "and the camera finds it" wait_log 20 "$SHARE/camera.log" 'connected to the desktop' 4
+watch MJPG 640x480
+need "the host waits again" wait_for 20 streams
+check "the restarted daemon's first picture comes at once" moves_within $soon "$(now)" 0
+
+stop daemon KILL
+stop capture KILL
+kill -STOP "${pids[camera]}"
+start_daemon
+need "a third daemon opens the node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' 3
+watch MJPG 640x480
+need "the host begins while the camera sleeps" wait_for 20 streams
+begun=$(now)
+kill -CONT "${pids[camera]}"
+check "a camera that finds the service late joins at once" moves_within $soon "$begun" 0
+stop capture
+stop camera
+finish
