@@ -8,6 +8,7 @@
 #include <mutex>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
 #include <log/log.h>
 
 #include <android/hidl/manager/1.0/BpHwServiceManager.h>
@@ -72,15 +73,17 @@ class RegistrationWaiter : public IServiceNotification {
     }
 
     void wait() {
-        std::unique_lock<std::mutex> guard(mLock);
-        mChanged.wait_for(guard, kRetryInterval, [this] { return mRegistered; });
+        const auto deadline = std::chrono::steady_clock::now() + kRetryInterval;
+        std::lock_guard<std::mutex> guard(mLock);
+        while (!mRegistered && mChanged.wait_until(mLock, deadline) == std::cv_status::no_timeout) {
+        }
         mRegistered = false;
     }
 
   private:
     std::mutex mLock;
-    std::condition_variable mChanged;
-    bool mRegistered = false;
+    std::condition_variable_any mChanged;
+    bool mRegistered GUARDED_BY(mLock) = false;
 };
 
 /** Null if nobody could tell it of the registration. */

@@ -12,6 +12,7 @@
 
 #include <pthread.h>
 
+#include <android-base/thread_annotations.h>
 #include <utils/Timers.h>
 
 #include <media/stagefright/foundation/AHandler.h>
@@ -41,9 +42,9 @@ class ALooper::EventQueue {
     sp<AMessage> next(const Run& run);
 
     std::mutex mLock;
-    std::condition_variable mChanged;
+    std::condition_variable_any mChanged;
     // By due time; a multimap keeps the order of insertion among equal keys.
-    std::multimap<int64_t, sp<AMessage>> mMessages;  // guarded by mLock
+    std::multimap<int64_t, sp<AMessage>> mMessages GUARDED_BY(mLock);
 };
 
 void ALooper::EventQueue::add(int64_t whenUs, const sp<AMessage>& msg) {
@@ -63,10 +64,10 @@ void ALooper::EventQueue::stop(Run* run) {
 }
 
 sp<AMessage> ALooper::EventQueue::next(const Run& run) {
-    std::unique_lock<std::mutex> guard(mLock);
+    std::lock_guard<std::mutex> guard(mLock);
     while (!run.stopped) {
         if (mMessages.empty()) {
-            mChanged.wait(guard);
+            mChanged.wait(mLock);
             continue;
         }
         const auto first = mMessages.begin();
@@ -74,7 +75,7 @@ sp<AMessage> ALooper::EventQueue::next(const Run& run) {
         if (waitUs > 0) {
             // A day at a time: the clock's own arithmetic overflows with the longest delays.
             const auto day = std::chrono::hours(24);
-            mChanged.wait_for(guard, std::min<std::chrono::microseconds>(
+            mChanged.wait_for(mLock, std::min<std::chrono::microseconds>(
                                              std::chrono::microseconds(waitUs), day));
             continue;
         }

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
 #include <utils/RefBase.h>
 
 #include <media/stagefright/foundation/AHandler.h>
@@ -34,8 +35,8 @@ class ALooperRoster {
     };
 
     std::mutex mLock;
-    int32_t mLastId = 0;                // guarded by mLock
-    std::map<int32_t, Entry> mEntries;  // guarded by mLock, by handler id
+    int32_t mLastId GUARDED_BY(mLock) = 0;
+    std::map<int32_t, Entry> mEntries GUARDED_BY(mLock);  // by handler id
 };
 
 }  // namespace android

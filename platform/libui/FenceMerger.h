@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 namespace android {
@@ -44,10 +45,10 @@ class FenceMerger {
     void wake();
 
     std::mutex mMutex;
-    /** Not yet seen by the thread. Guarded by mMutex. */
-    std::list<Merge> mNew;
-    /** All that wait, new ones included. Guarded by mMutex. */
-    size_t mCount = 0;
+    /** Not yet seen by the thread. */
+    std::list<Merge> mNew GUARDED_BY(mMutex);
+    /** All that wait, new ones included. */
+    size_t mCount GUARDED_BY(mMutex) = 0;
 
     /** The thread's own. */
     std::list<Merge> mMerges;

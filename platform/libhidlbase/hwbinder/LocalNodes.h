@@ -2,6 +2,7 @@
 // The objects of this process that the driver knows, and the references that it holds on them.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <hwbinder/Binder.h>
 
 #include <cstdint>
@@ -56,13 +57,13 @@ class LocalNodes {
         int strongCount = 0;
     };
 
-    Node* find_l(uint64_t name);
-    void eraseUnused_l(uint64_t name);
+    Node* find_l(uint64_t name) REQUIRES(mLock);
+    void eraseUnused_l(uint64_t name) REQUIRES(mLock);
 
     mutable std::mutex mLock;
-    uint64_t mLastName = 0;
-    std::unordered_map<uint64_t, Node> mNodes;
-    std::unordered_map<Identity, uint64_t> mNames;
+    uint64_t mLastName GUARDED_BY(mLock) = 0;
+    std::unordered_map<uint64_t, Node> mNodes GUARDED_BY(mLock);
+    std::unordered_map<Identity, uint64_t> mNames GUARDED_BY(mLock);
 };
 
 }  // namespace hardware

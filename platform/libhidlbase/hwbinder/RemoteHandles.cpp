@@ -5,13 +5,13 @@ namespace android {
 namespace hardware {
 
 sp<BpHwBinder> RemoteHandles::get(uint32_t handle) {
-    std::unique_lock<std::mutex> lock(mLock);
+    std::lock_guard<std::mutex> lock(mLock);
     while (true) {
         const auto found = mEntries.find(handle);
         if (found == mEntries.end()) return make_l(handle);
         sp<BpHwBinder> proxy = found->second.proxy.promote();
         if (proxy != nullptr) return proxy;
-        mForgotten.wait(lock);
+        mForgotten.wait(mLock);
     }
 }
 

@@ -2,6 +2,7 @@
 // The proxies of this process, by the driver's handles.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <hwbinder/BpHwBinder.h>
 
 #include <condition_variable>
@@ -39,12 +40,12 @@ class RemoteHandles {
         uint64_t deathCookie;
     };
 
-    sp<BpHwBinder> make_l(uint32_t handle);
+    sp<BpHwBinder> make_l(uint32_t handle) REQUIRES(mLock);
 
     mutable std::mutex mLock;
-    std::condition_variable mForgotten;
-    std::unordered_map<uint32_t, Entry> mEntries;
-    uint32_t mGeneration = 0;
+    std::condition_variable_any mForgotten;
+    std::unordered_map<uint32_t, Entry> mEntries GUARDED_BY(mLock);
+    uint32_t mGeneration GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace hardware

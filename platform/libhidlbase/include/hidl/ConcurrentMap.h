@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include <android-base/thread_annotations.h>
+
 namespace android {
 namespace hardware {
 
@@ -38,7 +40,7 @@ class ConcurrentMap {
 
   private:
     mutable std::mutex mLock;
-    std::map<Key, Value> mMap;
+    std::map<Key, Value> mMap GUARDED_BY(mLock);
 };
 
 namespace details {

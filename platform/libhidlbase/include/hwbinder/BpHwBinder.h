@@ -2,6 +2,7 @@
 // The proxy of an object of another process.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <hwbinder/IBinder.h>
 
 #include <cstdint>
@@ -52,17 +53,17 @@ class BpHwBinder : public IBinder {
     };
 
     std::vector<Link>::iterator findLink_l(const wp<DeathRecipient>& recipient, void* cookie,
-                                           uint32_t flags);
+                                           uint32_t flags) REQUIRES(mLock);
     void setDead();
 
     const uint32_t mHandle;
     const uint64_t mDeathCookie;
 
     mutable std::mutex mLock;
-    bool mAlive = true;
-    bool mObituarySent = false;
-    bool mDeathRequested = false;  // the driver has been asked for a notice
-    std::vector<Link> mLinks;      // oldest first
+    bool mAlive GUARDED_BY(mLock) = true;
+    bool mObituarySent GUARDED_BY(mLock) = false;
+    bool mDeathRequested GUARDED_BY(mLock) = false;  // the driver has been asked for a notice
+    std::vector<Link> mLinks GUARDED_BY(mLock);      // oldest first
 };
 
 }  // namespace hardware

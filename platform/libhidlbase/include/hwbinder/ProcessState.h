@@ -2,6 +2,7 @@
 // What a process has once: its connection to the driver, its thread pool, its table of proxies.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <hwbinder/IBinder.h>
 
 #include <atomic>
@@ -88,11 +89,11 @@ class ProcessState : public virtual RefBase {
     const std::unique_ptr<RemoteHandles> mRemoteHandles;
 
     mutable std::mutex mLock;
-    bool mThreadPoolStarted = false;
-    bool mSpawnThreadOnStart = true;
-    size_t mMaxThreads = 0;
-    sp<BHwBinder> mContextObject;
-    bool mIsContextManager = false;
+    bool mThreadPoolStarted GUARDED_BY(mLock) = false;
+    bool mSpawnThreadOnStart GUARDED_BY(mLock) = true;
+    size_t mMaxThreads GUARDED_BY(mLock) = 0;
+    sp<BHwBinder> mContextObject GUARDED_BY(mLock);
+    bool mIsContextManager GUARDED_BY(mLock) = false;
     std::atomic<int> mThreadPoolSequence{1};
 };
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
 #include <ui/Fence.h>
 #include <utils/StrongPointer.h>
 #include <utils/Timers.h>
@@ -35,9 +36,9 @@ class FenceTime {
 
     const bool mValid;
     mutable std::mutex mMutex;
-    /** Null once mSignalTime is final. Guarded by mMutex. */
-    sp<Fence> mFence;
-    nsecs_t mSignalTime;
+    /** Null once mSignalTime is final. */
+    sp<Fence> mFence GUARDED_BY(mMutex);
+    nsecs_t mSignalTime GUARDED_BY(mMutex);
 };
 
 }  // namespace android

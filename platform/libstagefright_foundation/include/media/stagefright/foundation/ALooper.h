@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 #include <utils/ThreadDefs.h>
@@ -81,8 +82,8 @@ struct ALooper : public RefBase {
     const std::shared_ptr<EventQueue> mQueue;
 
     std::mutex mLock;
-    std::shared_ptr<Run> mRun;  // guarded by mLock; null while stopped
-    std::thread mThread;        // guarded by mLock; empty when running on a caller's thread
+    std::shared_ptr<Run> mRun GUARDED_BY(mLock);  // null while stopped
+    std::thread mThread GUARDED_BY(mLock);        // empty when running on a caller's thread
 };
 
 }  // namespace android
