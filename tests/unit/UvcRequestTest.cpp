@@ -377,6 +377,12 @@ TEST_F(UvcRequestTest, AnIntervalOfZeroDoesNoHarm) {
                          "handleData: commit with fmt: YUYV, size: 640x480, fps: inf"));
 }
 
+TEST_F(UvcRequestTest, TheHighestRateIsLoggedToTheLastDigit) {
+    select(kCommit, kUncompressed, kSmallFrame, 1);
+    EXPECT_TRUE(mLog.has(ANDROID_LOG_DEBUG, kTag,
+                         "handleData: commit with fmt: YUYV, size: 640x480, fps: 10000000.00"));
+}
+
 TEST_F(UvcRequestTest, DataThatNobodyAnnouncedIsOnlyLogged) {
     mKernel.sendData(Bytes(34, 1));
     EXPECT_EQ(0, exception());
