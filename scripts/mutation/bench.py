@@ -117,40 +117,77 @@ class Program:
 
 
 class Choice:
-    """The test programs with all mutants of one source or header that can be chosen as they run."""
+    """The test programs with all mutants of some files that can be chosen as they run."""
 
     # Where control goes on to is another matter with the choices.
     LENIENT = ('-Wno-error=implicit-fallthrough', '-Wno-error=return-type')
 
-    def __init__(self, bench, path, mutants):
-        self.folder = bench.out / 'choice' / path.name
+    def __init__(self, bench, name, paths):
+        self.folder = bench.out / 'choice' / name
         shutil.rmtree(self.folder, ignore_errors=True)
         bench.copy_changed(self.folder)
         self.bench = bench
-        self.path = self.folder / path
-        self.units = sorted(bench.units_of(path), key=bench.is_service, reverse=True)
+        self.boards, count = {}, 0
+        for path in paths:
+            text = (self.folder / path).read_text()
+            mutants = mutants_of(text)
+            self.boards[path] = switchboard.Switchboard(text, mutants, count + 1)
+            count += len(mutants)
+        # Those of the service first, which have most to say against a mutant.
+        self.units = sorted({u.object: u for path in paths for u in bench.units_of(path)}.values(),
+                            key=bench.is_service, reverse=True)
         self.objects = {u.object: str(self.folder / f'{n}-{u.source.name}.o')
                         for n, u in enumerate(self.units)}
-        self.board = switchboard.Switchboard(self.path.read_text(), mutants)
-        self.usable = self.board.compile(self.attempt)
+        self.compiled = {}  # objects to the texts that are in them
+        self.usable = self.compile()
         self.lock = threading.Lock()
         self.linked = {}
 
-    def attempt(self, text):
-        """Compiles all that the text is in; returns what is said against it."""
-        self.path.write_text(text)
-        said = self.compile(self.units[0])  # most of what there is to say
-        with futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            return said or next(filter(None, pool.map(self.compile, self.units[1:])), '')
+    def compile(self):
+        """Leaves out mutants until all compiles; returns whether that came to be."""
+        while any(board.numbers for board in self.boards.values()):
+            texts = {path: board.with_choices() for path, board in self.boards.items()}
+            for path, text in texts.items():
+                (self.folder / path).write_text(text)
+            said = self.attempt(texts)
+            if not said:
+                return True
+            left_out = [board.leave_out('\n'.join(line for line in said.splitlines()
+                                                  if line.startswith(f'{self.folder / path}:')))
+                        for path, board in self.boards.items()]
+            if not any(left_out):
+                self.bench.say(f'no choice in {self.folder.name}: {said[:2000]}')
+                return False
+        return False
 
-    def compile(self, unit):
+    def attempt(self, texts):
+        """Compiles what the texts are in; returns what is said against them, at least the first."""
+        for service in (True, False):
+            units = [u for u in self.units if self.bench.is_service(u) == service]
+            with futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+                said = ''.join(pool.map(lambda u: self.compile_unit(u, texts), units))
+            if said:
+                return said
+        return ''
+
+    def compile_unit(self, unit, texts):
+        inside = [text for path, text in texts.items()
+                  if self.bench.tree / path in unit.dependencies]
+        if self.compiled.get(unit.object) == inside:
+            return ''
         said = unit.compile(self.objects[unit.object], self.folder, '-O0', [
             *self.LENIENT, '-include', str(self.bench.out / 'choice.h')])
-        own = [line for line in said.splitlines() if line.startswith(f'{self.path}:')]
-        return '\n'.join(own) or said and 'elsewhere'
+        if not said:
+            self.compiled[unit.object] = inside
+        return said
 
-    def number(self, mutant):
-        return self.board.numbers.get(mutant, 0) if self.usable else 0
+    def number(self, path, mutant):
+        """0 for one that can't be chosen."""
+        return self.boards[path].numbers.get(mutant, 0) if self.usable else 0
+
+    def refuses(self, path, mutant):
+        """Whether the compiler does."""
+        return mutant in self.boards[path].refused
 
     def binary(self, program):
         """None when the program fails even without a mutant."""
@@ -169,8 +206,9 @@ class Choice:
 
 
 class Bench:
-    def __init__(self, root, out, say):
-        self.root, self.out, self.say = root, out, say
+    def __init__(self, root, out, say, headers):
+        """headers: those whose mutants will be tried."""
+        self.root, self.out, self.say, self.headers = root, out, say, headers
         self.tree = out / 'tree'
         self.build = self.tree / 'build'
         self.lock = threading.Lock()
@@ -198,11 +236,14 @@ class Bench:
         run(['g++', '-c', str(HERE / 'mutant_choice.cpp'), '-o', str(self.out / 'choice.o')])
 
     def choice(self, path):
-        """The programs with all mutants of a source or header."""
+        """The programs with all mutants of a source, or of the headers, most of which come into
+        most programs."""
+        name = 'headers' if path.suffix == '.h' else path.name
         with self.lock:
-            if path not in self.choices:
-                self.choices[path] = Choice(self, path, mutants_of((self.tree / path).read_text()))
-            return self.choices[path]
+            if name not in self.choices:
+                paths = self.headers if path.suffix == '.h' else [path]
+                self.choices[name] = Choice(self, name, paths)
+            return self.choices[name]
 
     def place_for(self, folder, program):
         """Where a program finds those that it starts, as in the build folder."""
@@ -419,9 +460,10 @@ class Worker:
         """What became of it and who found it (killed, survived, refused); None where it has to be
         compiled to know."""
         choice = self.bench.choice(path)
-        if mutant in choice.board.refused:
+        if choice.refuses(path, mutant):
             return 'refused', ''
-        return self.kill_chosen(path, mutant, choice) if choice.number(mutant) else None
+        number = choice.number(path, mutant)
+        return self.kill_chosen(path, mutant, choice, number) if number else None
 
     def try_compiled(self, path, mutant, survived):
         """The same, or equivalent. survived: whether the programs have been run already."""
@@ -438,11 +480,11 @@ class Worker:
         programs = self.bench.pinning(path, mutant.lines)
         return sorted(programs, key=lambda p: (p.seconds + p.spent[path]) / (1 + p.kills[path]))
 
-    def kill_chosen(self, path, mutant, choice):
+    def kill_chosen(self, path, mutant, choice, number):
         for program in self.programs(path, mutant):
             binary = choice.binary(program)
             if binary is not None and not self.passes(program, path, binary, {
-                    'KORVANE_MUTANT': str(choice.number(mutant))}):
+                    'KORVANE_MUTANT': str(number)}):
                 return 'killed', program.name
         return 'survived', ''
 

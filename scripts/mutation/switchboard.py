@@ -1,4 +1,4 @@
-"""All mutants of a source in one object: a variable decides, as the program runs, which one it is.
+"""All mutants of a source or header in one object: a variable decides, as the program runs, which one it is.
 
 A statement becomes `if (mutant == 1) { ... } else if (mutant == 2) { ... } else { ... }`, an
 expression the same with ?:. What can't be written like that, or is no C++ then, is left out, and
@@ -97,29 +97,20 @@ def place(sites, number, mutant):
 
 
 class Switchboard:
-    def __init__(self, text, mutants):
+    def __init__(self, text, mutants, first=1):
+        """first: the number of the first mutant."""
         self.text = text
         self.outermost = nest(sites_of(Source(text)))
         self.numbers = {}
         self.refused = set()
-        for number, mutant in enumerate(mutants, 1):
+        for number, mutant in enumerate(mutants, first):
             if place(self.outermost, number, mutant):
                 self.numbers[mutant] = number
         self.mutants = {number: mutant for mutant, number in self.numbers.items()}
 
-    def compile(self, attempt):
-        """Leaves out mutants until the text compiles; returns whether that came to be.
-
-        attempt(text): returns what the compiler says against it, '' if it takes it.
-        """
-        while self.numbers:
-            text = self.render(self.outermost, 0, len(self.text))
-            said = attempt(text)
-            if not said:
-                return True
-            if not self.leave_out(text, said):
-                return False
-        return False
+    def with_choices(self):
+        """The text in which they can be chosen."""
+        return self.render(self.outermost, 0, len(self.text))
 
     def render(self, sites, start, end):
         """The text from start to end, with these sites as choices."""
@@ -142,10 +133,13 @@ class Switchboard:
         end = mutant.start + len(mutant.original)
         return self.text[site.start:mutant.start] + mutant.changed + self.text[end:site.end]
 
-    def leave_out(self, text, said):
-        """Takes out the mutants that the compiler speaks of; False if it speaks of none."""
+    def leave_out(self, said):
+        """Takes out those that the compiler speaks of; False if it speaks of none.
+
+        said: of the text with the choices, and of nothing else.
+        """
         by_line, current = {}, None
-        for number, line in enumerate(text.splitlines(), 1):
+        for number, line in enumerate(self.with_choices().splitlines(), 1):
             numbers = [match[1] for match in VARIANT.finditer(line)]
             current = next((int(n) for n in numbers if n), current)
             by_line[number] = current
