@@ -119,8 +119,8 @@ class Program:
 class Choice:
     """The test programs with all mutants of some files that can be chosen as they run."""
 
-    # Where control goes on to is another matter with the choices.
-    LENIENT = ('-Wno-error=implicit-fallthrough', '-Wno-error=return-type')
+    # Where control goes on to is another matter with the choices, and what is no constant any more.
+    LENIENT = ('-Wno-error=implicit-fallthrough', '-Wno-error=return-type', '-Wno-narrowing')
 
     def __init__(self, bench, name, paths):
         self.folder = bench.out / 'choice' / name

@@ -19,6 +19,7 @@ FORMS = {
 DECLARATION = 'extern "C" volatile int korvane_mutant;\n'
 BEGIN, END = '/*<mutant %d*/', '/*mutant>*/'
 VARIANT = re.compile(r'/\*<mutant (\d+)\*/|/\*mutant>\*/')
+CHOOSING = re.compile(r'korvane_mutant == (\d+)')
 RECORDS = ('static_assert', 'using', 'typedef', 'static', 'constexpr')
 NO_MEMBERS = (*RECORDS, 'enum', 'template', 'virtual')
 
@@ -142,7 +143,8 @@ class Switchboard:
         for number, line in enumerate(self.with_choices().splitlines(), 1):
             numbers = [match[1] for match in VARIANT.finditer(line)]
             current = next((int(n) for n in numbers if n), current)
-            by_line[number] = current
+            choosing = CHOOSING.search(line)
+            by_line[number] = current or choosing and int(choosing[1])
             if numbers and numbers[-1] is None:
                 current = None
         found = False
