@@ -18,6 +18,11 @@ namespace {
 
 class UvcBufferMappingTest : public UvcBufferOutputTest {};
 
+// The numbers that a dump of a record shows.
+static_assert(UvcBufInfo::KIND_NONE == 0);
+static_assert(UvcBufInfo::KIND_FRAME == 1);
+static_assert(UvcBufInfo::KIND_MAPPED == 3);
+
 // --- Mapping ---
 
 TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
