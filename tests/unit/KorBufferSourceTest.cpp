@@ -44,41 +44,44 @@ TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceTest, HasNothingToDoWhenItIsNew) {
-    EXPECT_EQ(nullptr, peer.component());
+// Neither started, paused nor ended, and frames go on as they come.
+void expectNoPacing(android::KorBufferSourcePeer peer) {
     EXPECT_FALSE(peer.executing());
-    EXPECT_THAT(peer.availableBuffers(), IsEmpty());
-    EXPECT_EQ(0, peer.unacquiredCount());
-    EXPECT_EQ(0, peer.outstandingAcquires());
-    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
+    EXPECT_FALSE(peer.suspended());
     EXPECT_FALSE(peer.endOfStream());
     EXPECT_FALSE(peer.endOfStreamSent());
-    EXPECT_EQ(0u, peer.lastDataSpace());
-    EXPECT_EQ(-1, peer.lastFrameTimestampUs());
-    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
-    EXPECT_EQ(0u, peer.latestBuffer().mDataSpace);
-}
-
-TEST_F(KorBufferSourceTest, KeepsFramesAsTheyComeWhenItIsNew) {
-    EXPECT_FALSE(peer.suspended());
-    EXPECT_EQ(-1, peer.stopTimeUs());
-    EXPECT_EQ(-1, peer.lastActionTimeUs());
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
     EXPECT_EQ(-1, peer.skipFramesBeforeNs());
     EXPECT_EQ(nullptr, peer.frameDropper());
     EXPECT_EQ(-1, peer.repeatIntervalUs());
     EXPECT_EQ(0, peer.repeatGeneration());
     EXPECT_EQ(0, peer.outstandingRepeatCount());
+    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
+    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
+    EXPECT_EQ(0u, peer.latestBuffer().mDataSpace);
     EXPECT_FALSE(peer.repeatBlocked());
-    EXPECT_EQ(-1.0, peer.fps());
-    EXPECT_EQ(-1.0, peer.captureFps());
-    EXPECT_TRUE(peer.snapTimestamps());
     EXPECT_EQ(-1, peer.baseCaptureUs());
     EXPECT_EQ(-1, peer.baseFrameUs());
     EXPECT_EQ(0, peer.frameCount());
     EXPECT_EQ(-1, peer.prevCaptureUs());
     EXPECT_EQ(-1, peer.prevFrameUs());
     EXPECT_EQ(0, peer.inputTimeOffsetUs());
+    EXPECT_EQ(-1.0, peer.fps());
+    EXPECT_EQ(-1.0, peer.captureFps());
+    EXPECT_EQ(-1, peer.stopTimeUs());
+    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+}
+
+TEST_F(KorBufferSourceTest, HasNothingAndDoesNothingWhenItIsNew) {
+    EXPECT_EQ(nullptr, peer.component());
+    EXPECT_THAT(peer.availableBuffers(), IsEmpty());
+    EXPECT_EQ(0, peer.unacquiredCount());
+    EXPECT_EQ(0, peer.outstandingAcquires());
+    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
+    EXPECT_EQ(0u, peer.lastDataSpace());
+    EXPECT_EQ(-1, peer.lastFrameTimestampUs());
+    EXPECT_EQ(-1, peer.lastActionTimeUs());
+    EXPECT_TRUE(peer.snapTimestamps());
+    expectNoPacing(peer);
 }
 
 TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
@@ -208,27 +211,7 @@ TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
     peer.lastActionTimeUs() = 7;
     peer.snapTimestamps() = false;
     ASSERT_EQ(OK, configure());
-    EXPECT_FALSE(peer.executing());
-    EXPECT_FALSE(peer.suspended());
-    EXPECT_FALSE(peer.endOfStream());
-    EXPECT_FALSE(peer.endOfStreamSent());
-    EXPECT_EQ(-1, peer.skipFramesBeforeNs());
-    EXPECT_EQ(nullptr, peer.frameDropper());
-    EXPECT_EQ(-1, peer.repeatIntervalUs());
-    EXPECT_EQ(0, peer.repeatGeneration());
-    EXPECT_EQ(0, peer.outstandingRepeatCount());
-    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
-    EXPECT_FALSE(peer.repeatBlocked());
-    EXPECT_EQ(-1, peer.baseCaptureUs());
-    EXPECT_EQ(-1, peer.baseFrameUs());
-    EXPECT_EQ(0, peer.frameCount());
-    EXPECT_EQ(-1, peer.prevCaptureUs());
-    EXPECT_EQ(-1, peer.prevFrameUs());
-    EXPECT_EQ(0, peer.inputTimeOffsetUs());
-    EXPECT_EQ(-1.0, peer.fps());
-    EXPECT_EQ(-1.0, peer.captureFps());
-    EXPECT_EQ(-1, peer.stopTimeUs());
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    expectNoPacing(peer);
     // Not of one configuration: times never go back, and how to round is nobody's to change.
     EXPECT_EQ(7, peer.lastActionTimeUs());
     EXPECT_FALSE(peer.snapTimestamps());
