@@ -22,6 +22,10 @@ class ShortWaits {
     /** From now on such a wait does not end with its time at all, only with what it waits for. */
     void hold();
 
+    /** From now on waits of that length for a std::future end at once, too; or, again, as they do.
+     */
+    void stepOverFutures(bool stepOver = true);
+
     /** How long the waits would have been that were stepped over, oldest first. */
     std::vector<std::chrono::nanoseconds> steppedOver() const;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The texts between the controller and the clients of the service.
 
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -270,6 +272,91 @@ TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfADisconnectedCabl
     mWorld.raiseDisconnected();
     ASSERT_TRUE(mWorld.node.waitForCalls("close", 2));
     EXPECT_EQ(config.substr(0, 9), R"({"width":)");
+}
+
+// --- A client that never answers ---
+
+class SilentClientTest : public CommandChannelTest {
+  protected:
+    static constexpr char kFailed[] = "setCommandTo: Failed during binder call, isDead 0";
+
+    ~SilentClientTest() override { letAnswer(); }
+
+    void registerSilentClient() {
+        mWorld.streamClient = mWorld.addClient(3, [this](const std::string&) {
+            std::unique_lock<std::mutex> guard(mLock);
+            mChanged.wait(guard, [this] { return mMayAnswer; });
+            return "late";
+        });
+    }
+    void letAnswer() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mMayAnswer = true;
+        mChanged.notify_all();
+    }
+    // Its event has failed when this returns.
+    void startStreamInVain() {
+        mWorld.waits.stepOverFutures();
+        mWorld.node.sendEvent(UVC_EVENT_STREAMON);
+        ASSERT_TRUE(mWorld.waitLog(ANDROID_LOG_ERROR, kFailed));
+        mWorld.waits.stepOverFutures(false);
+        ASSERT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStart));
+    }
+
+  private:
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    bool mMayAnswer = false;
+};
+
+TEST_F(SilentClientTest, HoldsUpNeitherTheHostNorTheStreamsEnd) {
+    registerSilentClient();
+    startStreamInVain();
+    mWorld.commit(2, 1);
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
+                             R"("v4l2-format":"MJPG","fps":30}})"),
+              "");
+    mWorld.stopStream();
+    EXPECT_EQ(mWorld.surface(), nullptr);
+    EXPECT_THAT(mWorld.streamClient->commands(), testing::ElementsAre(DaemonWorld::kStart));
+    EXPECT_EQ(countError(DaemonWorld::kTag, kFailed), 2u);  // the stop at once
+}
+
+TEST_F(SilentClientTest, IsTakenForNoneByTheStart) {
+    const auto launcher = mWorld.addClient(1, "ignored");
+    registerSilentClient();
+    startStreamInVain();
+    EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
+    EXPECT_EQ(countError(DaemonWorld::kTag, kFailed), 1u);
+}
+
+TEST_F(SilentClientTest, IsToldAgainOnceItHasAnswered) {
+    registerSilentClient();
+    startStreamInVain();
+    mWorld.stopStream();
+    letAnswer();
+    while (mWorld.streamClient->commands().size() == 1) {
+        mWorld.node.sendEvent(UVC_EVENT_STREAMON);
+        mWorld.stopStream();
+    }
+}
+
+TEST_F(SilentClientTest, IsReplacedByTheNextToRegister) {
+    registerSilentClient();
+    startStreamInVain();
+    const auto next = mWorld.addClient(3, "in charge");
+    mWorld.stopStream();
+    EXPECT_TRUE(next->waitFor(DaemonWorld::kStop));
+}
+
+TEST_F(SilentClientTest, IsForgottenWhenItDies) {
+    registerSilentClient();
+    startStreamInVain();
+    mWorld.log.clear();
+    mWorld.streamClient->die();
+    mWorld.stopStream();
+    mWorld.commit(1, 1);  // done with the stop
+    EXPECT_EQ(countError(DaemonWorld::kTag, kFailed), 0u);
 }
 
 }  // namespace

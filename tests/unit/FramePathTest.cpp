@@ -315,6 +315,20 @@ TEST_F(FramePathTest, ASecondSurfaceReplacesTheFirst) {
     EXPECT_TRUE(sentFrames(1));
 }
 
+TEST_F(FramePathTest, ACommandWithoutAFieldLeavesTheSurfaceBeforeItAlone) {
+    streamWithCamera();
+    const sp<DaemonWorld::Surface> surface = mWorld.surface();
+    EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
+                             R"("v4l2-format":"NV12"}})"),
+              "fps missing");
+    EXPECT_EQ(mWorld.surface(), surface);
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(1));
+    mWorld.node.send();
+    ASSERT_GE(queueFrame(), 0);
+    EXPECT_TRUE(sentFrames(2));
+}
+
 TEST_F(FramePathTest, TheStreamsEndClearsTheSurfaceTellsTheCameraAndEndsTheQueue) {
     streamWithCamera();
     ASSERT_GE(queueFrame(), 0);

@@ -211,20 +211,6 @@ TEST_F(SurfaceMakingTest, AFrameComesBackWithItsFence) {
     EXPECT_THAT(steps(), ElementsAre("emptied 2 with fence " + fence, "emptied 2 with fence -1"));
 }
 
-TEST_F(SurfaceMakingTest, ACommandWithoutAFieldLeavesTheSurfaceBeforeItAlone) {
-    stream();
-    ASSERT_EQ("", mHandler->handleCommand(kCreate));
-    mDesktop->clear();
-    noteSteps();
-    EXPECT_EQ("fps missing",
-              mHandler->handleCommand(R"({"create-surface":{"width":640,"height":480,)"
-                                      R"("consumer-usage":3,"v4l2-format":"NV12"}})"));
-    UvcBufInfo info;
-    mHandler->onFrameEmptied(&info);
-    EXPECT_THAT(steps(), ElementsAre("emptied 0 with fence -1"));
-    EXPECT_THAT(mDesktop->calls(), testing::IsEmpty());
-}
-
 TEST_F(SurfaceMakingTest, AStreamThatEndsMeanwhileTakesItsSurfaceBackWithoutTheLock) {
     stream();
     during("add 1", [this] {

@@ -71,6 +71,7 @@ Return<void> CameraDesktop::registerCallback(ClientType type,
         std::lock_guard<std::mutex> guard(mSlotLock);
         std::swap(mCallbacks[kind], replaced);
     }
+    mHandler->onClientChanged(type);
     if (callback != nullptr) mDeathLinks.follow(kind, callback, this);
     return Void();
 }
@@ -120,9 +121,12 @@ void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& who) {
     mDeathLinks.forget(kind, who.promote());
     sp<Surface> surface;
     sp<ICameraDesktopCallback> callback;
-    std::lock_guard<std::mutex> guard(mSlotLock);
-    std::swap(mSurfaces[kind], surface);
-    std::swap(mCallbacks[kind], callback);
+    {
+        std::lock_guard<std::mutex> guard(mSlotLock);
+        std::swap(mSurfaces[kind], surface);
+        std::swap(mCallbacks[kind], callback);
+    }
+    mHandler->onClientChanged(static_cast<ClientType>(kind));
 }
 
 bool CameraDesktop::isClientKind(uint8_t kind) {

@@ -50,6 +50,16 @@ void parse(const std::string& text, rapidjson::Document* document) {
     }
 }
 
+ClientEvents::Answer tell(const sp<ICameraDesktop>& desktop, ClientType type,
+                          const std::string& message) {
+    ClientEvents::Answer answer;
+    const Return<void> status = desktop->sendCommand(
+            type, message, [&answer](const hidl_string& text) { answer.text = text.c_str(); });
+    answer.failed = !status.isOk();
+    answer.isDead = status.isDeadObject();
+    return answer;
+}
+
 // A YUYV stream is fed with NV12: the device converts the frames that it is given.
 std::string cameraFormat(const StreamSettings& settings) {
     return settings.format == V4L2_PIX_FMT_YUYV ? "NV12" : settings.formatName;
@@ -85,13 +95,18 @@ std::string UvcGadgetHandler::setCommandTo(ClientType type, const std::string& m
         ALOGE("%s: Service not available", __func__);
         return "";
     }
-    std::string reply;
-    const Return<void> status = service()->sendCommand(
-            type, message, [&reply](const hidl_string& text) { reply = text.c_str(); });
-    if (!status.isOk()) {
-        ALOGE("%s: Failed during binder call, isDead %d", __func__, status.isDeadObject());
+    const sp<ICameraDesktop> desktop = service();
+    const ClientEvents::Answer answer =
+            mEvents.send(static_cast<uint8_t>(type),
+                         [desktop, type, message] { return tell(desktop, type, message); });
+    if (answer.failed) {
+        ALOGE("%s: Failed during binder call, isDead %d", __func__, answer.isDead);
     }
-    return reply;
+    return answer.text;
+}
+
+void UvcGadgetHandler::onClientChanged(ClientType type) {
+    mEvents.onClientChanged(static_cast<uint8_t>(type));
 }
 
 std::string UvcGadgetHandler::handleCommand(const std::string& command) {

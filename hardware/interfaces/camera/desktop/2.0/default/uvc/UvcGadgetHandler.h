@@ -18,6 +18,7 @@
 #include <utils/StrongPointer.h>
 
 #include "uvc/CamDesktopCallback.h"
+#include "uvc/ClientEvents.h"
 #include "uvc/ComponentWrapper.h"
 #include "uvc/HotPlugCtrl.h"
 #include "uvc/KorBufferSource.h"
@@ -36,9 +37,10 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  *
  * Threads:
  *  - the poll thread, which the constructor starts: the hot-plug and device callbacks, all creation
- *    and deletion of the device, the events to the clients. It never restarts once `select` failed.
- *  - whoever sends a command (the HIDL thread, or the poll thread when a client calls back from
- *    within an event): handleCommand.
+ *    and deletion of the device. It never restarts once `select` failed.
+ *  - the thread that sends the events, for which the poll thread waits (ClientEvents).
+ *  - whoever sends a command (the HIDL thread, or the one that sends events when a client calls
+ * back from within one): handleCommand.
  *  - the frame source's callers (HIDL thread, poll thread): submitBuffer, with the frame source's
  *    mutex held.
  *
@@ -69,6 +71,9 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
      * Anything else is answered "OK_WEBCAM_HAL", a text that isn't JSON "PARSE_ERR".
      */
     std::string handleCommand(const std::string& command);
+
+    /** The service has another client of this kind now, or none. Any thread; waits for nobody. */
+    void onClientChanged(ClientType type);
 
     // HotPlugCtrl::EventListener, on the poll thread.
 
@@ -153,6 +158,8 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     std::mutex mServiceLock;
     ::android::sp<ICameraDesktop> mService;
     ::android::sp<CamDesktopCallback> mCallback;
+
+    ClientEvents mEvents;
 
     std::mutex mFrameSourceLock;
     ::android::sp<::android::KorBufferSource> mFrameSource;
