@@ -2,14 +2,11 @@
 #include "support/ShortWaits.h"
 
 #include <dlfcn.h>
-#include <linux/futex.h>
 #include <pthread.h>
-#include <sys/syscall.h>
 #include <time.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <mutex>
 
@@ -33,8 +30,12 @@ std::atomic<int64_t> sAheadNs{0};
 // The std::condition_variable of a steady clock waits with this one call, and asks the clock.
 using ClockWait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 using ClockGetTime = int (*)(clockid_t, timespec*);
-// The std::future waits with this one.
-using Syscall = long (*)(long, ...);
+// The std::future waits with this member of the library's.
+#define FUTURE_WAIT                                                                           \
+    "_ZNSt28__atomic_futex_unsigned_base26_M_futex_wait_until_steadyEPjjbNSt6chrono8duration" \
+    "IlSt5ratioILl1ELl1EEEENS2_IlS3_ILl1ELl1000000000EEEE"
+using FutureWait = bool (*)(void*, unsigned*, unsigned, bool, std::chrono::seconds,
+                            std::chrono::nanoseconds);
 
 template <typename Function>
 Function real(const char* name) {
@@ -114,28 +115,21 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t
     return sReal(condition, mutex, clock, &machineTime);
 }
 
-extern "C" long syscall(long number, ...) {
-    static const auto sReal = real<Syscall>("syscall");
-    long arguments[6];
-    va_list list;
-    va_start(list, number);
-    for (long& argument : arguments) argument = va_arg(list, long);
-    va_end(list);
+bool waitForFuture(void* future, unsigned* address, unsigned value, bool hasTimeout,
+                   std::chrono::seconds seconds,
+                   std::chrono::nanoseconds nanoseconds) __asm__(FUTURE_WAIT);
 
-    const auto* until = reinterpret_cast<const timespec*>(arguments[3]);
-    timespec machineTime;
-    // FUTEX_WAIT_BITSET without a flag is the one with a point of the monotonic clock.
-    if (number == SYS_futex && (arguments[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET &&
-        (arguments[1] & FUTEX_CLOCK_REALTIME) == 0 && until != nullptr) {
-        const int64_t left = toNs(*until) - sNowNs;
-        if (isMeant(left) && sStepOverFutures) {
-            stepOver(left);
-            errno = ETIMEDOUT;
-            return -1;
-        }
-        machineTime = toTimespec(toNs(*until) - sAheadNs);
-        arguments[3] = reinterpret_cast<long>(&machineTime);
+bool waitForFuture(void* future, unsigned* address, unsigned value, bool hasTimeout,
+                   std::chrono::seconds seconds, std::chrono::nanoseconds nanoseconds) {
+    static const auto sReal = real<FutureWait>(FUTURE_WAIT);
+    if (!hasTimeout) return sReal(future, address, value, hasTimeout, seconds, nanoseconds);
+    const int64_t until = std::chrono::nanoseconds(seconds + nanoseconds).count();
+    const int64_t left = until - sNowNs;
+    if (isMeant(left) && sStepOverFutures) {
+        stepOver(left);
+        return false;
     }
-    return sReal(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
-                 arguments[5]);
+    const timespec machineTime = toTimespec(until - sAheadNs);
+    return sReal(future, address, value, hasTimeout, std::chrono::seconds(machineTime.tv_sec),
+                 std::chrono::nanoseconds(machineTime.tv_nsec));
 }

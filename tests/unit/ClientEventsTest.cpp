@@ -32,10 +32,10 @@ constexpr uint8_t kLauncher = 1;
 constexpr uint8_t kStream = 3;
 
 /** A client that answers once it is let, and only then. */
-class SilentClient {
+class SilentClient : public std::enable_shared_from_this<SilentClient> {
   public:
     ClientEvents::Call call(const std::string& text = "late") {
-        return [this, text] {
+        return [this, self = shared_from_this(), text] {
             std::unique_lock<std::mutex> guard(mLock);
             ++mCalls;
             mChanged.notify_all();
@@ -93,7 +93,7 @@ class ClientEventsTest : public testing::Test {
     }
 
     SilentClient& silent() {
-        mClients.push_back(std::make_unique<SilentClient>());
+        mClients.push_back(std::make_shared<SilentClient>());
         return *mClients.back();
     }
 
@@ -119,7 +119,7 @@ class ClientEventsTest : public testing::Test {
         EXPECT_EQ(senders(), count);
     }
 
-    std::vector<std::unique_ptr<SilentClient>> mClients;
+    std::vector<std::shared_ptr<SilentClient>> mClients;
     ShortWaits mWaits;
     std::unique_ptr<ClientEvents> mEvents = std::make_unique<ClientEvents>();
 };

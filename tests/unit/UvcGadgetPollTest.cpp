@@ -23,6 +23,8 @@
 #include "support/DaemonWorld.h"
 #include "support/DescriptorZero.h"
 #include "support/FrameProducer.h"
+#include "support/HighDescriptors.h"
+#include "support/OpenDescriptors.h"
 
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
@@ -30,6 +32,7 @@ namespace {
 
 std::atomic<bool> sSocketFails{false};
 std::atomic<bool> sSocketIsZero{false};
+std::atomic<bool> sSocketIsHigh{false};
 std::atomic<bool> sEventsFail{false};
 std::atomic<int> sWaits{0};
 std::atomic<int> sBoundedWaits{0};
@@ -89,6 +92,12 @@ extern "C" int __real_uevent_open_socket(int bufferSize, bool passCredentials);
 extern "C" int __wrap_uevent_open_socket(int bufferSize, bool passCredentials) {
     if (sSocketFails) return -1;
     const int socket = __real_uevent_open_socket(bufferSize, passCredentials);
+    if (sSocketIsHigh) {
+        const korvane::test::HighDescriptors taken;
+        const int high = dup(socket);
+        close(socket);
+        return high;
+    }
     if (!sSocketIsZero) return socket;
     dup3(socket, STDIN_FILENO, O_CLOEXEC);
     close(socket);
@@ -139,6 +148,7 @@ class UvcGadgetPollTest : public testing::Test {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
         sSocketFails = false;
         sSocketIsZero = false;
+        sSocketIsHigh = false;
         sEventsFail = false;
     }
 
@@ -337,6 +347,36 @@ TEST_F(UvcGadgetPollTest, ServesTheDeviceWithoutTheKernelsEvents) {
     mWorld.startStream();
     mWorld.stopStream();
     EXPECT_EQ(countError("Fix: no fd to select"), 0u);
+}
+
+TEST_F(UvcGadgetPollTest, ADeviceThatCannotBeWatchedIsNotOpen) {
+    startWithoutDevice();
+    mWorld.node.setDriver("g_uvc");
+    const int before = countOpenDescriptors();
+    {
+        const HighDescriptors taken;
+        if (!taken.areLeft()) GTEST_SKIP() << "no descriptor above FD_SETSIZE is allowed";
+        mWorld.raiseAdd();
+        ASSERT_TRUE(waitError("failed to open uvc v4l2"));
+    }
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, "UVC-V4l2Ctrl", "open [/dev/video0] failed 24"));
+    EXPECT_EQ(countOpenDescriptors(), before);
+    EXPECT_EQ(mWorld.node.calls("VIDIOC_S_FMT").size(), 0u);
+    mWorld.raiseRemove();
+    mWorld.raiseAdd();
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
+}
+
+TEST_F(UvcGadgetPollTest, ASocketThatCannotBeWatchedIsNotOpen) {
+    if (!HighDescriptors().areLeft()) GTEST_SKIP() << "no descriptor above FD_SETSIZE is allowed";
+    sSocketIsHigh = true;
+    mWorld.create();
+    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
+    EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_ERROR, "UVC-HotPlugCtrl",
+                               "failed to open the uevent socket, errno 24"));
+    EXPECT_EQ(fcntl(FD_SETSIZE, F_GETFD), -1);
+    mWorld.node.sendEvent(UVC_EVENT_CONNECT);
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_DQEVENT", 1));
 }
 
 TEST_F(UvcGadgetPollTest, WaitsForNothingWhenThereIsNothing) {

@@ -76,7 +76,9 @@ HotPlugCtrl::~HotPlugCtrl() {
 }
 
 int HotPlugCtrl::open() {
-    fd = uevent_open_socket(kSocketBufferSize, true);
+    const int socket = uevent_open_socket(kSocketBufferSize, true);
+    fd = watchable(socket);
+    if (socket >= 0 && fd < 0) ALOGE("failed to open the uevent socket, errno %d", errno);
     if (fd < 0) return -EIO;
     fcntl(fd, F_SETFL, O_NONBLOCK);
     return 0;

@@ -2,6 +2,10 @@
 // What the poll thread needs of a device: a descriptor to watch and one entry point.
 #pragma once
 
+#include <errno.h>
+#include <sys/select.h>
+#include <unistd.h>
+
 #include <cstdint>
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
@@ -37,6 +41,18 @@ class PollableDev {
 
     /** Owned by the subclass, which sets and closes it; -1 while closed, and then not watched. */
     int32_t fd = -1;
+
+  protected:
+    /**
+     * For a descriptor that has just been opened: one that select() can't watch, beyond the size of
+     * its sets, is closed, and the opening has failed with EMFILE.
+     */
+    static int32_t watchable(int32_t opened) {
+        if (opened < FD_SETSIZE) return opened;
+        ::close(opened);
+        errno = EMFILE;
+        return -1;
+    }
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

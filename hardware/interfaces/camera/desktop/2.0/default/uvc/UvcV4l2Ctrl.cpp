@@ -67,7 +67,7 @@ int UvcV4l2Ctrl::open() {
             ALOGE("FIX:first open but fd valid");
             return -EINVAL;
         }
-        fd = ::open(mDevName.c_str(), O_RDWR | O_NONBLOCK);
+        fd = watchable(::open(mDevName.c_str(), O_RDWR | O_NONBLOCK));
         if (fd < 0) {
             ALOGE("open [%s] failed %d", mDevName.c_str(), errno);
             return -ENODEV;
