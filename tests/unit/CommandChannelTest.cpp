@@ -2,6 +2,7 @@
 // The texts between the controller and the clients of the service.
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -283,16 +284,16 @@ class SilentClientTest : public CommandChannelTest {
     ~SilentClientTest() override { letAnswer(); }
 
     void registerSilentClient() {
-        mWorld.streamClient = mWorld.addClient(3, [this](const std::string&) {
-            std::unique_lock<std::mutex> guard(mLock);
-            mChanged.wait(guard, [this] { return mMayAnswer; });
+        mWorld.streamClient = mWorld.addClient(3, [gate = mGate](const std::string&) {
+            std::unique_lock<std::mutex> guard(gate->lock);
+            gate->changed.wait(guard, [&] { return gate->isOpen; });
             return "late";
         });
     }
     void letAnswer() {
-        const std::lock_guard<std::mutex> guard(mLock);
-        mMayAnswer = true;
-        mChanged.notify_all();
+        const std::lock_guard<std::mutex> guard(mGate->lock);
+        mGate->isOpen = true;
+        mGate->changed.notify_all();
     }
     // Its event has failed when this returns.
     void startStreamInVain() {
@@ -304,9 +305,13 @@ class SilentClientTest : public CommandChannelTest {
     }
 
   private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    bool mMayAnswer = false;
+    // The client may still be in it when the test has ended.
+    struct Gate {
+        std::mutex lock;
+        std::condition_variable changed;
+        bool isOpen = false;
+    };
+    const std::shared_ptr<Gate> mGate = std::make_shared<Gate>();
 };
 
 TEST_F(SilentClientTest, HoldsUpNeitherTheHostNorTheStreamsEnd) {
