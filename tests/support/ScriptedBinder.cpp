@@ -22,6 +22,7 @@ int32_t statusIn(const BinderCommand& command) {
 }  // namespace
 
 ScriptedBinder::ScriptedBinder(const std::string& path) : mKernel(path) {
+    mKernel.mapAnything();
     mKernel.answerAll("BINDER_VERSION", [](void* argument) {
         static_cast<binder_version*>(argument)->protocol_version = BINDER_CURRENT_PROTOCOL_VERSION;
         return 0;

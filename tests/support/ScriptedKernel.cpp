@@ -84,6 +84,11 @@ void ScriptedKernel::setBufferLength(uint32_t length) {
     mBufferLength = length;
 }
 
+void ScriptedKernel::mapAnything() {
+    Guard guard(scriptedWorld().lock);
+    mMapsAnything = true;
+}
+
 void ScriptedKernel::setGrant(uint32_t count) {
     Guard guard(scriptedWorld().lock);
     mGrant = count;
@@ -225,7 +230,7 @@ std::vector<uint8_t> ScriptedKernel::bufferContents(uint32_t index) const {
 
 void ScriptedKernel::fillBuffers(uint8_t value) {
     Guard guard(scriptedWorld().lock);
-    const std::vector<uint8_t> bytes(offsetOf_l(mBufferCount), value);
+    const std::vector<uint8_t> bytes(offsetOf_l(mBuffers.size()), value);
     if (pwrite(mMemory, bytes.data(), bytes.size(), 0) < 0) abort();
 }
 
@@ -280,14 +285,15 @@ int ScriptedKernel::behave_l(unsigned long request, void* argument) {
     switch (request) {
         case VIDIOC_QUERYCAP:
             return queryCapability_l(static_cast<v4l2_capability*>(argument));
-        case VIDIOC_S_FMT:
         case VIDIOC_SUBSCRIBE_EVENT:
+            return subscribe_l(*static_cast<v4l2_event_subscription*>(argument));
+        case VIDIOC_S_FMT:
         case UVCIOC_SEND_RESPONSE:
             return 0;
         case VIDIOC_DQEVENT:
             return dequeueEvent_l(static_cast<v4l2_event*>(argument));
         case VIDIOC_REQBUFS:
-            return requestBuffers_l(static_cast<v4l2_requestbuffers*>(argument));
+            return requestBuffers_l(*static_cast<v4l2_requestbuffers*>(argument));
         case VIDIOC_QUERYBUF:
             return queryBuffer_l(static_cast<v4l2_buffer*>(argument));
         case VIDIOC_QBUF:
@@ -295,9 +301,9 @@ int ScriptedKernel::behave_l(unsigned long request, void* argument) {
         case VIDIOC_DQBUF:
             return dequeueBuffer_l(static_cast<v4l2_buffer*>(argument));
         case VIDIOC_STREAMON:
-            return setStreaming_l(true);
+            return setStreaming_l(*static_cast<uint32_t*>(argument), true);
         case VIDIOC_STREAMOFF:
-            return setStreaming_l(false);
+            return setStreaming_l(*static_cast<uint32_t*>(argument), false);
         default:
             return failWith(ENOTTY);
     }
@@ -312,40 +318,89 @@ int ScriptedKernel::queryCapability_l(v4l2_capability* capability) const {
     return 0;
 }
 
-int ScriptedKernel::requestBuffers_l(v4l2_requestbuffers* request) {
+int ScriptedKernel::subscribe_l(const v4l2_event_subscription& subscription) const {
+    const bool known = subscription.type >= UVC_EVENT_FIRST && subscription.type <= UVC_EVENT_LAST;
+    return known ? 0 : failWith(EINVAL);
+}
+
+int ScriptedKernel::requestBuffers_l(const v4l2_requestbuffers& request) {
+    const bool known = request.memory == V4L2_MEMORY_MMAP ||
+                       request.memory == V4L2_MEMORY_USERPTR ||
+                       request.memory == V4L2_MEMORY_DMABUF;
+    if (request.type != V4L2_BUF_TYPE_VIDEO_OUTPUT || !known) return failWith(EINVAL);
     if (mStreaming) return failWith(EBUSY);
-    mQueued.clear();
-    mSent.clear();
-    countUntaken_l();
-    mBufferCount = request->count > 0 ? mGrant.value_or(request->count) : 0;
-    if (mBufferCount > 0 && ftruncate(mMemory, offsetOf_l(mBufferCount)) != 0) abort();
-    return static_cast<int>(mBufferCount);
+    dropQueue_l();
+    const uint32_t wanted = std::min<uint32_t>(request.count, VIDEO_MAX_FRAME);
+    const uint32_t count = wanted > 0 ? mGrant.value_or(wanted) : 0;
+    mBuffers.resize(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        mBuffers[i] = {};
+        mBuffers[i].index = i;
+        mBuffers[i].type = request.type;
+        mBuffers[i].memory = request.memory;
+        mBuffers[i].length = mBufferLength;
+        mBuffers[i].m.offset = offsetOf_l(i);
+    }
+    if (count > 0 && ftruncate(mMemory, offsetOf_l(count)) != 0) abort();
+    return static_cast<int>(count);
+}
+
+bool ScriptedKernel::hasBuffer_l(const v4l2_buffer& buffer) const {
+    return buffer.type == V4L2_BUF_TYPE_VIDEO_OUTPUT && buffer.index < mBuffers.size();
 }
 
 int ScriptedKernel::queryBuffer_l(v4l2_buffer* buffer) const {
-    if (buffer->index >= mBufferCount) return failWith(EINVAL);
-    buffer->length = mBufferLength;
-    buffer->m.offset = offsetOf_l(buffer->index);
+    if (!hasBuffer_l(*buffer)) return failWith(EINVAL);
+    *buffer = mBuffers[buffer->index];
     return 0;
 }
 
-int ScriptedKernel::queueBuffer_l(const v4l2_buffer& buffer) {
-    if (buffer.index >= mBufferCount) return failWith(EINVAL);
-    if (!mQuiet) {
-        mFrames.push_back(read_l(buffer.index, std::min(buffer.bytesused, mBufferLength)));
+int ScriptedKernel::refuseMapping_l(const KernelMapping& mapping) const {
+    if (mMapsAnything) return 0;
+    if ((mapping.flags & MAP_SHARED) == 0 || (mapping.protection & PROT_WRITE) == 0) return EINVAL;
+    for (const v4l2_buffer& buffer : mBuffers) {
+        if (buffer.m.offset != mapping.offset) continue;
+        return mapping.length <= pages(buffer.length) ? 0 : EINVAL;
     }
-    (mAutoSend ? mSent : mQueued).push_back(buffer);
+    return EINVAL;
+}
+
+int ScriptedKernel::queueBuffer_l(const v4l2_buffer& buffer) {
+    if (!hasBuffer_l(buffer)) return failWith(EINVAL);
+    v4l2_buffer& own = mBuffers[buffer.index];
+    if (buffer.memory != own.memory || (own.flags & V4L2_BUF_FLAG_QUEUED) != 0) {
+        return failWith(EINVAL);
+    }
+    if (buffer.field == V4L2_FIELD_ALTERNATE || buffer.bytesused > own.length) {
+        return failWith(EINVAL);
+    }
+    own.bytesused = buffer.bytesused > 0 ? buffer.bytesused : own.length;
+    own.field = buffer.field;
+    own.timestamp = buffer.timestamp;
+    own.flags |= V4L2_BUF_FLAG_QUEUED;
+    if (!mQuiet) mFrames.push_back(read_l(own.index, own.bytesused));
+    (mAutoSend ? mSent : mQueued).push_back(own.index);
     countUntaken_l();
     if (mAutoSend) scriptedWorld().changed_l();
     return 0;
 }
 
 int ScriptedKernel::dequeueBuffer_l(v4l2_buffer* buffer) {
+    if (buffer->type != V4L2_BUF_TYPE_VIDEO_OUTPUT || !mStreaming) return failWith(EINVAL);
     if (mSent.empty()) return failWith(EAGAIN);
-    *buffer = mSent.front();
+    v4l2_buffer& own = mBuffers[mSent.front()];
+    own.flags &= ~V4L2_BUF_FLAG_QUEUED;
+    *buffer = own;
     mSent.erase(mSent.begin());
     countUntaken_l();
     return 0;
+}
+
+void ScriptedKernel::dropQueue_l() {
+    for (v4l2_buffer& buffer : mBuffers) buffer.flags &= ~V4L2_BUF_FLAG_QUEUED;
+    mQueued.clear();
+    mSent.clear();
+    countUntaken_l();
 }
 
 int ScriptedKernel::dequeueEvent_l(v4l2_event* event) {
@@ -356,18 +411,17 @@ int ScriptedKernel::dequeueEvent_l(v4l2_event* event) {
     return 0;
 }
 
-int ScriptedKernel::setStreaming_l(bool streaming) {
+int ScriptedKernel::setStreaming_l(uint32_t type, bool streaming) {
+    if (type != V4L2_BUF_TYPE_VIDEO_OUTPUT) return failWith(EINVAL);
+    if (streaming && mBuffers.empty()) return failWith(EINVAL);
     mStreaming = streaming;
-    if (!streaming) {
-        mQueued.clear();
-        mSent.clear();
-        countUntaken_l();
-    }
+    if (!streaming) dropQueue_l();
     return 0;
 }
 
 void ScriptedKernel::forget_l() {
-    setStreaming_l(false);
+    mStreaming = false;
+    dropQueue_l();
     mEvents.clear();
     countUntaken_l();
 }

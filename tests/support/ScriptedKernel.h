@@ -61,12 +61,16 @@ struct KernelCall {
  * once, before or after threads start. A test program has this by linking
  * `korvane_scripted_kernel`.
  *
- * Unscripted, it behaves as the gadget driver does:
- *  - VIDIOC_REQBUFS grants what is asked and returns the count; the buffers are shared memory of
- *    bufferLength() bytes, at offsets that start at a page.
- *  - VIDIOC_QBUF appends to the queue and keeps a copy of the bytes used (sentFrames()).
+ * Unscripted, it behaves as the gadget driver does, which one test checks over both:
+ *  - VIDIOC_REQBUFS grants what is asked, up to 32, and returns the count; the buffers are shared
+ *    memory of bufferLength() bytes, at offsets that start at a page.
+ *  - a mapping is shared, writable and within one buffer.
+ *  - VIDIOC_QBUF appends to the queue and keeps a copy of the bytes used (sentFrames()), all bytes
+ *    when the caller says 0. It fails with EINVAL for a buffer that there is not, that is queued
+ *    already, of another type or memory, or that has less bytes than are used.
  *  - VIDIOC_DQBUF gives back the oldest queued buffer that send() (or setAutoSend) has sent, else
- *    fails with EAGAIN. VIDIOC_STREAMOFF forgets the queue.
+ *    fails with EAGAIN; with EINVAL when nothing streams. VIDIOC_STREAMOFF forgets the queue.
+ *  - VIDIOC_STREAMON needs buffers. Whatever names another buffer type than video output fails.
  *  - VIDIOC_DQEVENT gives the oldest event of the test's, else fails with ENOENT.
  *  - `select` finds the node writable when a sent buffer waits or nothing streams, exceptional when
  *    an event waits, and wakes up when either comes about. It never finds it readable.
@@ -95,6 +99,9 @@ class ScriptedKernel {
 
     /** The driver's length of every buffer requested from now on; 64 KiB unless set. */
     void setBufferLength(uint32_t length);
+
+    /** Lets every mapping work: for a node that isn't a video node. */
+    void mapAnything();
 
     /** Grants this many buffers to whoever asks for any, instead of what is asked. */
     void setGrant(uint32_t count);
@@ -184,15 +191,20 @@ class ScriptedKernel {
     int answer_l(const std::string& name, unsigned long request, void* argument);
     int behave_l(unsigned long request, void* argument);
     int queryCapability_l(v4l2_capability* capability) const;
-    int requestBuffers_l(v4l2_requestbuffers* request);
+    int subscribe_l(const v4l2_event_subscription& subscription) const;
+    int requestBuffers_l(const v4l2_requestbuffers& request);
+    bool hasBuffer_l(const v4l2_buffer& buffer) const;
     int queryBuffer_l(v4l2_buffer* buffer) const;
+    /** The errno with which the driver refuses a mapping, else 0. */
+    int refuseMapping_l(const KernelMapping& mapping) const;
     bool isQuiet_l(unsigned long request) const;
     /** To be called when events or sent buffers have come or gone. */
     void countUntaken_l();
     int queueBuffer_l(const v4l2_buffer& buffer);
+    void dropQueue_l();
     int dequeueBuffer_l(v4l2_buffer* buffer);
     int dequeueEvent_l(v4l2_event* event);
-    int setStreaming_l(bool streaming);
+    int setStreaming_l(uint32_t type, bool streaming);
     void forget_l();
     /** Counts a call of that name; true when the script wants it to fail. */
     bool failsNow_l(const std::string& name, int* error);
@@ -216,13 +228,14 @@ class ScriptedKernel {
 
     uint32_t mBufferLength = 65536;
     std::optional<uint32_t> mGrant;
-    uint32_t mBufferCount = 0;
+    std::vector<v4l2_buffer> mBuffers;  // as VIDIOC_QUERYBUF describes them
     bool mStreaming = false;
     bool mAutoSend = false;
     bool mQuiet = false;
+    bool mMapsAnything = false;
     std::deque<v4l2_event> mEvents;
-    std::vector<v4l2_buffer> mQueued;
-    std::vector<v4l2_buffer> mSent;
+    std::vector<uint32_t> mQueued;
+    std::vector<uint32_t> mSent;
     std::atomic<size_t> mUntaken{0};  // what mEvents and mSent hold
     std::vector<std::vector<uint8_t>> mFrames;
 };

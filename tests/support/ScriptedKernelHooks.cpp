@@ -209,9 +209,9 @@ struct ScriptedKernel::Hooks {
         ScriptedKernel* node = ofDescriptor_l(fd);
         if (node == nullptr) return {};
         const KernelMapping mapping{length, protection, flags, offset};
-        int error = 0;
+        int error = node->refuseMapping_l(mapping);
         void* memory = MAP_FAILED;
-        if (!node->failsNow_l("mmap", &error)) {
+        if (!node->failsNow_l("mmap", &error) && error == 0) {
             memory = libc().mmap(nullptr, length, protection, flags, fd, offset);
             if (memory == MAP_FAILED) error = errno;
         }

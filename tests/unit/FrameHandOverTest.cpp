@@ -124,6 +124,7 @@ TEST_F(FrameHandOverTest, ATimeIsSplitIntoSecondsAndMicroseconds) {
         EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), time, -1));
         EXPECT_EQ(seconds, queued().back().timestamp.tv_sec) << time;
         EXPECT_EQ(micros, queued().back().timestamp.tv_usec) << time;
+        mWorld.node.waitUntilIdle();  // the buffer is free again
     }
 }
 

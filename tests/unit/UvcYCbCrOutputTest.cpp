@@ -13,7 +13,13 @@ using testing::IsEmpty;
 
 namespace {
 
-class UvcYCbCrOutputTest : public UvcBufferOutputTest {};
+class UvcYCbCrOutputTest : public UvcBufferOutputTest {
+  protected:
+    static sp<GraphicBuffer> makeUnreadablePicture() {
+        return new GraphicBuffer(640, 480, HAL_PIXEL_FORMAT_YCbCr_420_888, 1,
+                                 GraphicBuffer::USAGE_HW_TEXTURE);
+    }
+};
 
 // --- YCbCr ---
 
@@ -122,33 +128,34 @@ TEST_F(UvcYCbCrOutputTest, OddSizesAreConvertedWithoutAByteTooMany) {
     }
 }
 
-TEST_F(UvcYCbCrOutputTest, ATooLargeYuyvFrameIsStillQueuedWithItsSize) {
+// The driver is offered such a frame all the same, and refuses it.
+TEST_F(UvcYCbCrOutputTest, ATooLargeYuyvFrameIsOfferedWithItsSize) {
     streamYuyv(kYuyvLength - 1);
     mKernel.fillBuffers(0xCD);
     const auto picture = makePicture(640, 480);
-    EXPECT_TRUE(queue(0, picture));
-    EXPECT_THAT(mLog.lines(), ElementsAre(tooLarge()));
+    EXPECT_FALSE(queue(0, picture));
+    EXPECT_THAT(mLog.lines(kTag), ElementsAre(tooLarge(), error("Failed queue for buffer: 0")));
     EXPECT_EQ(kYuyvLength, queued().bytesused);
     EXPECT_EQ(Bytes(kYuyvLength - 1, 0xCD), mKernel.bufferContents(0));
     EXPECT_EQ(2, picture->getStrongCount());
     EXPECT_EQ(0, takeLocks(picture));
 }
 
-TEST_F(UvcYCbCrOutputTest, ATooLargeNv12FrameIsStillQueuedWithItsSize) {
+TEST_F(UvcYCbCrOutputTest, ATooLargeNv12FrameIsOfferedWithItsSize) {
     const uint32_t size = 640 * 480 * 3 / 2;
     streamNv12(size - 1);
     mKernel.fillBuffers(0xCD);
     const auto picture = makePicture(640, 480);
-    EXPECT_TRUE(queue(0, picture));
-    EXPECT_THAT(mLog.lines(), ElementsAre(tooLarge()));
+    EXPECT_FALSE(queue(0, picture));
+    EXPECT_THAT(mLog.lines(kTag), ElementsAre(tooLarge(), error("Failed queue for buffer: 0")));
     EXPECT_EQ(size, queued().bytesused);
     EXPECT_EQ(Bytes(size - 1, 0xCD), mKernel.bufferContents(0));
     EXPECT_EQ(0, takeLocks(picture));
 }
 
 TEST_F(UvcYCbCrOutputTest, AFailedFrameStillComesBack) {
-    streamYuyv(100);
-    queue(2, makePicture(640, 480), {0, 0}, 5);
+    streamYuyv();
+    queue(2, makeUnreadablePicture(), {0, 0}, 5);
     sendOne();
     ASSERT_EQ(1u, mListener.emptied.size());
     EXPECT_EQ(2u, mListener.emptied[0].index);
@@ -157,8 +164,7 @@ TEST_F(UvcYCbCrOutputTest, AFailedFrameStillComesBack) {
 
 TEST_F(UvcYCbCrOutputTest, APictureThatTheCpuMayNotSeeIsStillQueuedEmpty) {
     streamYuyv();
-    sp<GraphicBuffer> picture = new GraphicBuffer(640, 480, HAL_PIXEL_FORMAT_YCbCr_420_888, 1,
-                                                  GraphicBuffer::USAGE_HW_TEXTURE);
+    const auto picture = makeUnreadablePicture();
     ASSERT_EQ(0, picture->initCheck());
     EXPECT_TRUE(queue(1, picture));
     EXPECT_THAT(mLog.lines(kTag), ElementsAre(error("null ptr for ycbcr dequeued")));
