@@ -111,6 +111,17 @@ TEST_F(UvcBlobOutputTest, AJpegLargerThanTheUvcBufferIsDropped) {
     EXPECT_EQ(1, blob->getStrongCount());
 }
 
+TEST_F(UvcBlobOutputTest, TheFooterOfADroppedJpegIsOverwrittenToo) {
+    streamJpeg();
+    const uint32_t capacity = kBlobLength + 100;
+    const auto blob = makeJpeg(capacity, kBlobLength + 1);
+    EXPECT_FALSE(queue(0, blob));
+    const Bytes bytes = blobBytes(blob, capacity);
+    uint32_t size;
+    memcpy(&size, bytes.data() + capacity - sizeof(size), sizeof(size));
+    EXPECT_EQ(capacity, size);
+}
+
 TEST_F(UvcBlobOutputTest, AJpegLargerThanItsOwnBlobIsDropped) {
     streamJpeg();
     for (uint32_t size : {1001u, kBlobLength, 0xFFFFFFFFu}) {

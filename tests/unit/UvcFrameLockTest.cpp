@@ -23,6 +23,7 @@ struct Spy {
     std::vector<std::string> calls;
     std::function<void(void**)> changeAddress;
     std::function<void(android_ycbcr*)> changePlanes;
+    std::function<void()> onUnlock;
 };
 
 Spy& spy() {
@@ -94,6 +95,18 @@ TEST_F(UvcFrameLockTest, TheNextFrameDoesNotUnlockAPictureThatDidNotFit) {
     EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2", "unlock"));
     EXPECT_TRUE(queueSpied(makePicture(64, 32)));
     EXPECT_THAT(spy().calls, ElementsAre("lockYCbCr 0x2"));
+}
+
+TEST_F(UvcFrameLockTest, AStopUnmapsEachBufferBeforeItUnlocksItsFrame) {
+    streamJpeg();
+    const auto first = makeJpeg(100, 50);
+    const auto second = makeJpeg(100, 50);
+    queue(0, first);
+    queue(2, second);
+    std::vector<size_t> mappings;
+    spy().onUnlock = [&] { mappings.push_back(mKernel.openMappings()); };
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_THAT(mappings, ElementsAre(3, 1));
 }
 
 TEST_F(UvcFrameLockTest, AStopDoesNotUnlockAPictureThatDidNotFit) {
@@ -175,6 +188,7 @@ status_t spiedLockYCbCr(GraphicBuffer* buffer, uint32_t usage, android_ycbcr* pl
 
 status_t spiedUnlock(GraphicBuffer* buffer) {
     spy().calls.emplace_back("unlock");
+    if (spy().onUnlock) spy().onUnlock();
     return realUnlock(buffer);
 }
 

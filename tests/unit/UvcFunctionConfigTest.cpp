@@ -142,6 +142,33 @@ TEST_F(UvcFunctionConfigTest, LogsAFormatFolderThatIsNone) {
                                  ") returned null: Not a directory"));
 }
 
+// "." and ".." are folders among the format's like any other: what makes a frame there is a frame.
+TEST_F(UvcFunctionConfigTest, LooksIntoTheFormatsOwnFolderForAFrame) {
+    const std::string folder = std::string("streaming/") + kMjpeg;
+    mTree->set(folder + "/wWidth", "320\n");
+    mTree->set(folder + "/wHeight", "240\n");
+    mTree->set(folder + "/dwFrameInterval", "333333\n");
+    const auto formats = read();
+    ASSERT_EQ(1u, formats.size());
+    ASSERT_EQ(1u, formats[0].frames.size());
+    EXPECT_EQ(320u, formats[0].frames[0].width);
+}
+
+TEST_F(UvcFunctionConfigTest, LogsThatTheFolderAboveTheFormatsCannotBeOpened) {
+    mTree->addFrame(kMjpeg, "f1", 640, 480);
+    const std::string above = UvcFunctionTree::path() + "/streaming/mjpeg";
+    ASSERT_EQ(0, chmod(above.c_str(), 0111));
+    std::vector<uvc_function_config_format> formats;
+    {
+        const ObeyPermissions obey;
+        formats = read();
+    }
+    ASSERT_EQ(1u, formats.size());
+    EXPECT_EQ(1u, formats[0].frames.size());
+    EXPECT_EQ(std::vector<LogLine>{error("opendir returned null: Permission denied")},
+              linesBesides("uncompressed"));
+}
+
 TEST_F(UvcFunctionConfigTest, IgnoresFormatFoldersOfOtherNames) {
     mTree->addFrame("uncompressed/nv12", "f1", 640, 480);
     mTree->addFrame("mjpeg/m2", "f1", 640, 480);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the host asks and what the device answers, byte by byte.
 
+#include <atomic>
 #include <cstring>
 #include <map>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -327,6 +329,54 @@ TEST_F(UvcRequestTest, ACommitSetsTheFormat) {
                             LogLine{ANDROID_LOG_DEBUG, kTag,
                                     "handleData: commit with fmt: YUYV, size: 1280x720, "
                                     "fps: 30.00"}));
+}
+
+TEST_F(UvcRequestTest, ACommitIsLoggedAfterItsSelectionAndBeforeItsFormatIsSet) {
+    std::vector<LogLine> lines;
+    mKernel.answerNext("VIDIOC_S_FMT", [&](void*) {
+        lines = mLog.lines();
+        return 0;
+    });
+    select(kCommit, 3, kSmallFrame);
+    EXPECT_THAT(lines,
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, "UVC-Config", "Invalid format set: 3"},
+                            LogLine{ANDROID_LOG_DEBUG, kTag, "setting commit control, length = 34"},
+                            LogLine{ANDROID_LOG_DEBUG, kTag,
+                                    "handleData: commit with fmt: YUYV, size: 640x480, "
+                                    "fps: 15.00"}));
+    EXPECT_EQ(lines, mLog.lines());
+}
+
+TEST_F(UvcRequestTest, AProbeIsLoggedAfterItsSelection) {
+    select(kProbe, 3, kSmallFrame);
+    EXPECT_THAT(
+            mLog.lines(),
+            ElementsAre(LogLine{ANDROID_LOG_ERROR, "UVC-Config", "Invalid format set: 3"},
+                        LogLine{ANDROID_LOG_DEBUG, kTag, "setting probe control, length = 34"}));
+}
+
+// Format, frame and interval are three numbers: without the lock a reader gets some of each mode.
+TEST_F(UvcRequestTest, SettingsForOtherThreadsAreNeverOfTwoModes) {
+    select(kCommit, kUncompressed, kSmallFrame, 333333);
+    std::atomic<bool> done{false};
+    std::atomic<int> mixed{0};
+    std::thread reader([&] {
+        while (!done) {
+            const auto settings = mCtrl->getStreamSettings();
+            const bool isMjpeg = settings.format == V4L2_PIX_FMT_MJPEG;
+            if (settings.width != (isMjpeg ? 1280u : 640u)) ++mixed;
+            if (settings.frameInterval != (isMjpeg ? 666666u : 333333u)) ++mixed;
+        }
+    });
+    for (int i = 0; i < 3000; ++i) {
+        select(kCommit, kMjpeg, kLargeFrame, 666666);
+        select(kCommit, kUncompressed, kSmallFrame, 333333);
+        mKernel.clearCalls();
+        mLog.clear();
+    }
+    done = true;
+    reader.join();
+    EXPECT_EQ(0, mixed);
 }
 
 TEST_F(UvcRequestTest, OnlyAnMjpegCommitAsksForAnImageSize) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -202,6 +203,22 @@ TEST_F(UvcV4l2CtrlTest, DestructionOnlyClosesTheNode) {
 TEST_F(UvcV4l2CtrlTest, DestructionOfAClosedDeviceTouchesNothing) {
     mCtrl.reset();
     EXPECT_THAT(mKernel.calls(), IsEmpty());
+}
+
+TEST_F(UvcV4l2CtrlTest, OpensAndClosesOfSeveralThreadsAddUp) {
+    const auto openAndClose = [&] {
+        for (int i = 0; i < 3000; ++i) {
+            EXPECT_EQ(0, mCtrl->open());
+            EXPECT_EQ(0, mCtrl->close());
+        }
+    };
+    std::thread other(openAndClose);
+    openAndClose();
+    other.join();
+    EXPECT_EQ(-1, mCtrl->fd);
+    EXPECT_EQ(0u, mKernel.openDescriptors());
+    EXPECT_EQ(mKernel.calls("open").size(), mKernel.calls("close").size());
+    EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 
 // A daemon that was started without a standard input gets its descriptor.

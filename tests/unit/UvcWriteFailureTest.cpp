@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -48,6 +49,16 @@ TEST_F(UvcWriteFailureTest, FiveInARowStopTheStreamOnce) {
     EXPECT_THAT(mLog.lines(kTag),
                 ElementsAre(error("Too many streaming errors, forcing it to stop.")));
     EXPECT_GE(mCtrl->fd, 0);
+}
+
+TEST_F(UvcWriteFailureTest, TheReasonIsLoggedBeforeTheStreamStops) {
+    streamJpeg();
+    failFourTimes();
+    mLog.clear();
+    std::vector<LogLine> lines;
+    mListener.onStop = [&] { lines = mLog.lines(kTag); };
+    EXPECT_EQ(-1, failingWrite());
+    EXPECT_THAT(lines, ElementsAre(error("Too many streaming errors, forcing it to stop.")));
 }
 
 TEST_F(UvcWriteFailureTest, WhyTheyFailDoesNotMatter) {
