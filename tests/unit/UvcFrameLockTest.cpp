@@ -4,11 +4,13 @@
 #include <cinttypes>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 
+#include "support/PendingCall.h"
 #include "support/UvcBufferOutputTest.h"
 
 using namespace korvane::test;
@@ -139,6 +141,22 @@ TEST_F(UvcFrameLockTest, APictureWithoutLumaOrChromaIsUnlockedAndGoesOutEmpty) {
         spy().changePlanes = nullptr;
         mCtrl->close();
     }
+}
+
+TEST_F(UvcFrameLockTest, TheHostsChoiceWaitsForAFrameThatIsBeingConverted) {
+    streamYuyv();
+    const auto picture = makePicture(64, 32);
+    request(0x21, 0x01, kCommit << 8, 1);
+    mKernel.sendData({1, 0, kMjpeg, kSmallFrame, 0x15, 0x16, 0x05, 0});
+    std::optional<PendingCall<int>> choosing;
+    spy().changePlanes = [&](android_ycbcr*) {
+        choosing.emplace([this] { return exception(); });
+        EXPECT_TRUE(choosing->isHeldUp());
+    };
+    EXPECT_TRUE(queueSpied(picture));
+    EXPECT_EQ(0, choosing->get());
+    EXPECT_EQ(64u * 32 * 2, queued().bytesused);
+    EXPECT_EQ(uint32_t{V4L2_PIX_FMT_MJPEG}, mCtrl->getStreamSettings().format);
 }
 
 // Only luma and cb are looked at; without cr the picture that the conversion had before goes out.
