@@ -89,6 +89,19 @@ TEST_F(UvcBufferMappingTest, TheRecordOfAFreeBufferHasItsMappingOnly) {
     }
 }
 
+TEST_F(UvcBufferMappingTest, TheRecordOfAReleasedBufferHasItsIndexOnly) {
+    streamJpeg(5000);
+    event(UVC_EVENT_STREAMOFF);
+    EXPECT_EQ(0, giveBack(2));
+    ASSERT_EQ(1u, mListener.emptied.size());
+    const UvcBufInfo& record = mListener.emptied[0];
+    EXPECT_EQ(2u, record.index);
+    EXPECT_EQ(0u, record.kind);
+    EXPECT_EQ(nullptr, record.addr);
+    EXPECT_EQ(0u, record.length);
+    EXPECT_EQ(nullptr, record.graphicBuffer);
+}
+
 TEST_F(UvcBufferMappingTest, TheDeviceSaysHowManyBuffersThereAre) {
     struct TwoBuffers : public UvcV4l2Ctrl {
         using UvcV4l2Ctrl::UvcV4l2Ctrl;

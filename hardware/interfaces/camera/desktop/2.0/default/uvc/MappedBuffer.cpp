@@ -10,15 +10,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 MappedBuffer::MappedBuffer(MappedBuffer&& other) noexcept
     : mData(std::exchange(other.mData, nullptr)), mLength(std::exchange(other.mLength, 0)) {}
 
-MappedBuffer& MappedBuffer::operator=(MappedBuffer&& other) noexcept {
-    MappedBuffer taken(std::move(other));
-    std::swap(mData, taken.mData);
-    std::swap(mLength, taken.mLength);
-    return *this;
-}
-
 bool MappedBuffer::map(int node, off_t offset, uint32_t length) {
-    reset();
     void* memory = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, node, offset);
     if (memory == MAP_FAILED) return false;
     mData = static_cast<uint8_t*>(memory);

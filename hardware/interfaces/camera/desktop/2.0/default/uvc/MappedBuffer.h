@@ -15,10 +15,10 @@ class MappedBuffer {
     MappedBuffer() = default;
     ~MappedBuffer() { reset(); }
     MappedBuffer(MappedBuffer&& other) noexcept;
-    MappedBuffer& operator=(MappedBuffer&& other) noexcept;
+    MappedBuffer& operator=(MappedBuffer&& other) = delete;
 
     /**
-     * Maps that part of the node for reading and writing, in place of what was mapped before.
+     * Maps that part of the node for reading and writing. Nothing may be mapped yet.
      *
      * @param node only looked at: the mapping outlives it
      * @return false with errno set, and nothing mapped

@@ -183,7 +183,7 @@ int UvcV4l2Ctrl::handleWrite() {
 UvcBufInfo UvcV4l2Ctrl::takeFrame_l(uint32_t index) {
     OutputBuffer& buffer = mBuffers[index];
     UvcBufInfo returned;
-    returned.kind = UvcBufInfo::KIND_MAPPED;
+    if (buffer.memory.isMapped()) returned.kind = UvcBufInfo::KIND_MAPPED;
     returned.index = index;
     returned.addr = buffer.memory.data();
     returned.length = buffer.memory.length();
