@@ -99,6 +99,22 @@ TEST_F(UvcBufferReturnTest, TheFenceOfARefusedFrameStaysTheCallers) {
     EXPECT_EQ(0, close(fence));
 }
 
+// As when a surface replaces another whose frame the driver still has.
+TEST_F(UvcBufferReturnTest, ABufferThatIsStillOnItsWayGivesUpItsFenceToARefusedFrame) {
+    streamJpeg();
+    const auto refused = makeJpeg(100, 60);
+    const int fence = eventfd(0, EFD_CLOEXEC);
+    const int refusedFence = eventfd(0, EFD_CLOEXEC);
+    EXPECT_TRUE(queue(0, makeJpeg(100, 50), {0, 0}, fence));
+    EXPECT_FALSE(queue(0, refused, {0, 0}, refusedFence));
+    EXPECT_EQ(-1, fcntl(fence, F_GETFD));
+    EXPECT_EQ(0, close(refusedFence));
+    sendOne();
+    EXPECT_EQ(-1, mListener.emptied[0].fenceFd);
+    EXPECT_EQ(refused, mListener.emptied[0].graphicBuffer);
+    EXPECT_EQ(0, takeLocks(refused));
+}
+
 TEST_F(UvcBufferReturnTest, AFenceThatWasHandedOnIsLeftAlone) {
     streamJpeg();
     const int fence = eventfd(0, EFD_CLOEXEC);
