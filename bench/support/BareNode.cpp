@@ -31,6 +31,8 @@ v4l2_buffer buffer(uint32_t index = 0) {
 BareNode::BareNode() : mFd(open(mNode.path().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
     v4l2_requestbuffers buffers = {};
     buffers.count = kBuffers;
+    buffers.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+    buffers.memory = V4L2_MEMORY_MMAP;
     request(VIDIOC_REQBUFS, &buffers);
     uint32_t type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     request(VIDIOC_STREAMON, &type);
