@@ -3,24 +3,38 @@
 
 #include "RegistrationListeners.h"
 
-#include <algorithm>
-
 #include <log/log.h>
-
-#include <hidl/HidlTransportSupport.h>
 
 namespace android {
 
+bool RegistrationListeners::hasRoomFor(pid_t caller) const {
+    const auto it = mCountOfProcess.find(caller);
+    const size_t own = it == mCountOfProcess.end() ? 0 : it->second;
+    return own < kMaxOfOneProcess && mCountOfAll < kMaxOfAll;
+}
+
+bool RegistrationListeners::has(const Listener& listener) const {
+    return mEntries.count(identityOf(listener)) != 0;
+}
+
 void RegistrationListeners::add(const std::string& fqName, const std::string& instance,
-                                const Listener& listener) {
-    mEntries.push_back({fqName, instance, listener});
+                                const Listener& listener, pid_t caller) {
+    Entry& entry = mEntries[identityOf(listener)];
+    if (entry.listener == nullptr) entry.listener = listener;
+    entry.wishes.push_back({fqName, instance, caller});
+    ++mCountOfProcess[caller];
+    ++mCountOfAll;
 }
 
 void RegistrationListeners::remove(const sp<hidl::base::V1_0::IBase>& listener) {
-    const auto isListener = [&](const Entry& entry) {
-        return hardware::interfacesEqual(entry.listener, listener);
-    };
-    mEntries.erase(std::remove_if(mEntries.begin(), mEntries.end(), isListener), mEntries.end());
+    const auto it = mEntries.find(identityOf(listener));
+    if (it == mEntries.end()) return;
+    for (const Wish& wish : it->second.wishes) {
+        const auto count = mCountOfProcess.find(wish.caller);
+        if (--count->second == 0) mCountOfProcess.erase(count);
+        --mCountOfAll;
+    }
+    mEntries.erase(it);
 }
 
 void RegistrationListeners::tell(const Listener& listener, const std::string& fqName,
@@ -31,11 +45,18 @@ void RegistrationListeners::tell(const Listener& listener, const std::string& fq
     }
 }
 
+bool RegistrationListeners::Wish::isMetBy(const std::string& otherName,
+                                          const std::string& otherInstance) const {
+    return fqName == otherName && (instance.empty() || instance == otherInstance);
+}
+
 void RegistrationListeners::notify(const std::string& fqName, const std::string& instance) const {
-    for (const Entry& entry : mEntries) {
-        if (entry.fqName != fqName) continue;
-        if (!entry.instance.empty() && entry.instance != instance) continue;
-        tell(entry.listener, fqName, instance, false /* preexisting */);
+    for (const auto& [identity, entry] : mEntries) {
+        for (const Wish& wish : entry.wishes) {
+            if (wish.isMetBy(fqName, instance)) {
+                tell(entry.listener, fqName, instance, false /* preexisting */);
+            }
+        }
     }
 }
 

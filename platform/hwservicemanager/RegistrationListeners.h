@@ -2,20 +2,42 @@
 // Who waits for services to come up.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <unordered_map>
 #include <vector>
+
+#include <sys/types.h>
 
 #include <android/hidl/manager/1.0/IServiceNotification.h>
 
+#include "ObjectIdentity.h"
+
 namespace android {
 
-/** The listeners of the register. Used by one thread. */
+/**
+ * The listeners of the register. Anybody may listen, so that there are bounds; a listener that dies
+ * costs no more than what it was entered for. Used by one thread.
+ */
 class RegistrationListeners {
   public:
     using Listener = sp<hidl::manager::V1_0::IServiceNotification>;
 
-    /** An empty instance stands for every instance of the interface. */
-    void add(const std::string& fqName, const std::string& instance, const Listener& listener);
+    static constexpr size_t kMaxOfOneProcess = 64;
+    static constexpr size_t kMaxOfAll = 1024;
+
+    /** Whether this process may listen once more. */
+    bool hasRoomFor(pid_t caller) const;
+
+    /** Whether the listener stands here already, through this proxy or another. */
+    bool has(const Listener& listener) const;
+
+    /**
+     * An empty instance stands for every instance of the interface. The listener's first proxy is
+     * kept as long as the listener stands here.
+     */
+    void add(const std::string& fqName, const std::string& instance, const Listener& listener,
+             pid_t caller);
 
     /** Takes a listener out wherever it stands. */
     void remove(const sp<hidl::base::V1_0::IBase>& listener);
@@ -28,12 +50,22 @@ class RegistrationListeners {
     void notify(const std::string& fqName, const std::string& instance) const;
 
   private:
-    struct Entry {
+    /** What a listener waits for. */
+    struct Wish {
         std::string fqName;
         std::string instance;
-        Listener listener;
+        pid_t caller;
+
+        bool isMetBy(const std::string& otherName, const std::string& otherInstance) const;
     };
-    std::vector<Entry> mEntries;
+    struct Entry {
+        Listener listener;
+        std::vector<Wish> wishes;
+    };
+
+    std::unordered_map<ObjectIdentity, Entry> mEntries;
+    std::unordered_map<pid_t, size_t> mCountOfProcess;
+    size_t mCountOfAll = 0;
 };
 
 }  // namespace android

@@ -66,7 +66,7 @@ Return<bool> ServiceManager::add(const hidl_string& name, const sp<IBase>& servi
         ALOGE("Process %d registers %s with bad interfaces", pid, name.c_str());
         return false;
     }
-    if (!watch(service, SERVICE)) {
+    if (!mServices.has(service) && !watch(service, SERVICE)) {
         ALOGE("Process %d registers %s, which has died", pid, name.c_str());
         return false;
     }
@@ -99,10 +99,21 @@ Return<void> ServiceManager::listByInterface(const hidl_string& fqName,
 Return<bool> ServiceManager::registerForNotifications(const hidl_string& fqName,
                                                       const hidl_string& name,
                                                       const sp<IServiceNotification>& callback) {
+    const pid_t pid = IPCThreadState::self()->getCallingPid();
     const bool validName = name.empty() || isValidInstance(name);
-    if (callback == nullptr || !validName || !isValidFqName(fqName)) return false;
-    if (!watch(callback, LISTENER)) return false;
-    mListeners.add(fqName, name, callback);
+    if (callback == nullptr || !validName || !isValidFqName(fqName)) {
+        ALOGE("Process %d registers no listener or one of a bad name", pid);
+        return false;
+    }
+    if (!mListeners.hasRoomFor(pid)) {
+        ALOGE("Process %d registers more listeners than there is room for", pid);
+        return false;
+    }
+    if (!mListeners.has(callback) && !watch(callback, LISTENER)) {
+        ALOGE("Process %d registers a listener that has died", pid);
+        return false;
+    }
+    mListeners.add(fqName, name, callback, pid);
     tellPreexisting(fqName, name, callback);
     return true;
 }

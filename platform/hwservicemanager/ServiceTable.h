@@ -3,13 +3,17 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include <sys/types.h>
 
 #include <android/hidl/base/1.0/IBase.h>
+
+#include "ObjectIdentity.h"
 
 namespace android {
 
@@ -25,10 +29,14 @@ class ServiceTable {
     /** The interface's descriptor and the instance, in this order. */
     using Name = std::pair<std::string, std::string>;
 
+    /** Whether the service stands here already, through this proxy or another. */
+    bool has(const Service& service) const;
+
     /**
      * Enters a service under each interface of its chain, the most derived first, in place of what
      * stands there. What the instance had as the chain's first interface leaves the instance
-     * altogether: else a child of that interface would still lead to the former service.
+     * altogether: else a child of that interface would still lead to the former service. The
+     * service's first proxy is kept as long as the service stands under any name.
      */
     void add(const std::vector<std::string>& chain, const std::string& instance,
              const Service& service, pid_t pid);
@@ -45,10 +53,17 @@ class ServiceTable {
     const std::map<Name, Entry>& entries() const { return mEntries; }
 
   private:
-    template <typename Predicate>
-    void removeIf(Predicate shouldGo);
+    /** Where a service stands. */
+    struct Places {
+        Service firstProxy;
+        std::set<Name> names;
+    };
+
+    void takeOut(const Name& name);
+    void takeOutOf(const std::string& instance, const Service& service);
 
     std::map<Name, Entry> mEntries;
+    std::unordered_map<ObjectIdentity, Places> mPlaces;
 };
 
 }  // namespace android

@@ -127,11 +127,11 @@ TEST_F(ServiceManagerTest, RefusesNoService) {
     EXPECT_TRUE(logged("registers no service"));
 }
 
-/** Makes this thread serve a call of process 5 of that user. */
+/** Makes this thread serve a call of that process, of that user. */
 class CallerOfUser {
   public:
-    explicit CallerOfUser(uid_t uid) {
-        IPCThreadState::self()->restoreCallingIdentity(static_cast<int64_t>(uid) << 32 | 5);
+    explicit CallerOfUser(uid_t uid, pid_t pid = 5) {
+        IPCThreadState::self()->restoreCallingIdentity(static_cast<int64_t>(uid) << 32 | pid);
     }
     ~CallerOfUser() { IPCThreadState::self()->clearCallingIdentity(); }
 };
@@ -277,6 +277,111 @@ TEST_F(ServiceManagerTest, DumpsWhoRegisteredWhat) {
     });
     EXPECT_EQ(3u, pids.size());
     EXPECT_EQ(getpid(), pids["korvane.hardware.camera.desktop@2.0::ICameraDesktop/default"]);
+}
+
+// Links to deaths.
+
+/** Counts its links. */
+struct LinkedListener : StubListener {
+    Return<bool> linkToDeath(const sp<hidl_death_recipient>&, uint64_t) override {
+        links++;
+        return true;
+    }
+    int links = 0;
+};
+struct LinkedService : BadService {
+    Return<bool> linkToDeath(const sp<hidl_death_recipient>&, uint64_t) override {
+        links++;
+        return true;
+    }
+    int links = 0;
+};
+
+TEST_F(ServiceManagerTest, FollowsAListenersDeathOnce) {
+    const sp<LinkedListener> listener = new LinkedListener();
+    for (const char* name : {"", "default", "default"}) {
+        EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, name, listener));
+    }
+    EXPECT_EQ(1, listener->links);
+    mManager->serviceDied(1 /* a listener */, sp<IBase>(listener));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", listener));
+    EXPECT_EQ(2, listener->links);
+}
+
+TEST_F(ServiceManagerTest, FollowsAServicesDeathOnce) {
+    const sp<LinkedService> service = new LinkedService();
+    for (const char* name : {"default", "default", "second"}) {
+        EXPECT_TRUE(mManager->add(name, service));
+    }
+    EXPECT_EQ(1, service->links);
+    mManager->serviceDied(0 /* a service */, sp<IBase>(service));
+    EXPECT_EQ((Names{}), list());
+    EXPECT_TRUE(mManager->add("default", service));
+    EXPECT_EQ(2, service->links);
+}
+
+// How many listeners there may be.
+
+TEST_F(ServiceManagerTest, AProcessMayListen64Times) {
+    {
+        const CallerOfUser greedy(getuid(), 77);
+        for (int i = 0; i < 64; i++) {
+            ASSERT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "",
+                                                           new StubListener()))
+                    << i;
+        }
+        const sp<LinkedListener> refused = new LinkedListener();
+        EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", refused));
+        EXPECT_TRUE(logged("Process 77 registers more listeners than there is room for"));
+        EXPECT_EQ(0, refused->links);
+        EXPECT_EQ(1, refused->getStrongCount());
+    }
+    const CallerOfUser other(getuid(), 78);
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+}
+
+TEST_F(ServiceManagerTest, RegistrationsOfOneListenerCountEach) {
+    for (int i = 0; i < 64; i++) {
+        ASSERT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    }
+    EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    mManager->serviceDied(1 /* a listener */, sp<IBase>(mListener));
+    for (int i = 0; i < 64; i++) {
+        ASSERT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    }
+}
+
+TEST_F(ServiceManagerTest, AllTogetherMayListen1024Times) {
+    sp<StubListener> last;
+    for (int i = 0; i < 1024; i++) {
+        const CallerOfUser one(getuid(), 100 + i / 64);
+        last = new StubListener();
+        ASSERT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", last)) << i;
+    }
+    const CallerOfUser next(getuid(), 99);
+    EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    mManager->serviceDied(1 /* a listener */, sp<IBase>(last));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+}
+
+TEST_F(ServiceManagerTest, RefusedListenersLeaveARoomOfTheirOwn) {
+    const sp<BadListener> dead = new BadListener();
+    dead->linkable = false;
+    for (int i = 0; i < 65; i++) {
+        EXPECT_FALSE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", dead));
+        EXPECT_FALSE(mManager->registerForNotifications("nonsense", "", mListener));
+    }
+    EXPECT_TRUE(logged("registers a listener that has died"));
+    EXPECT_TRUE(logged("registers no listener or one of a bad name"));
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+}
+
+TEST_F(ServiceManagerTest, ADeathOfAListenerThatNeverListenedChangesNothing) {
+    EXPECT_TRUE(mManager->registerForNotifications(ICameraDesktop::descriptor, "", mListener));
+    mManager->serviceDied(1 /* a listener */, sp<IBase>(new StubListener()));
+    mManager->serviceDied(0 /* a service */, sp<IBase>(new StubListener()));
+    EXPECT_TRUE(mManager->add("default", mDesktop));
+    EXPECT_EQ(1u, mListener->told.size());
 }
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <android/hidl/base/1.0/BpHwBase.h>
+#include <hidl/HidlBinderSupport.h>
+
 #include "support/StubDesktop.h"
 
 namespace android {
@@ -87,6 +90,45 @@ TEST_F(ServiceTableTest, ListsTheInstancesOfOneInterface) {
     mTable.add({kV2, kBase}, "c", new StubDesktop(), 1);
     EXPECT_EQ((Names{"a", "b"}), mTable.instancesOf(kV1));
     EXPECT_EQ((Names{}), mTable.instancesOf(kOther));
+}
+
+TEST_F(ServiceTableTest, HasAServiceAsLongAsItStandsAnywhere) {
+    EXPECT_FALSE(mTable.has(mFirst));
+    mTable.add({kV2, kV1, kBase}, "default", mFirst, 1);
+    mTable.add({kV2, kV1, kBase}, "second", mFirst, 1);
+    EXPECT_TRUE(mTable.has(mFirst));
+    mTable.add({kV2, kV1, kBase}, "default", mSecond, 2);
+    EXPECT_TRUE(mTable.has(mFirst));
+    mTable.add({kV2, kV1, kBase}, "second", mSecond, 2);
+    EXPECT_FALSE(mTable.has(mFirst));
+    mTable.remove(mSecond);
+    EXPECT_FALSE(mTable.has(mSecond));
+    EXPECT_TRUE(mTable.entries().empty());
+}
+
+TEST_F(ServiceTableTest, AServiceMayTakeItsOwnPlace) {
+    mTable.add({kV2, kV1, kBase}, "default", mFirst, 1);
+    mTable.add({kV2, kV1, kBase}, "default", mFirst, 2);
+    EXPECT_EQ(mFirst, mTable.get(kV1, "default"));
+    EXPECT_EQ(2, mTable.entries().at({kV1, "default"}).pid);
+    mTable.remove(mFirst);
+    EXPECT_TRUE(mTable.entries().empty());
+}
+
+// A link to a death ends with the proxy that it was made through.
+TEST_F(ServiceTableTest, KeepsTheFirstProxyOfAServiceThatComesAgain) {
+    const sp<hardware::IBinder> binder = hardware::getOrCreateCachedBinder(mFirst.get());
+    const auto makeProxy = [&] { return new hidl::base::V1_0::BpHwBase(binder); };
+    ServiceTable::Service first = makeProxy();
+    const wp<hidl::base::V1_0::IBase> weak = first;
+    mTable.add({kV1, kBase}, "default", first, 1);
+    first = nullptr;
+    EXPECT_TRUE(mTable.has(makeProxy()));
+    mTable.add({kV1, kBase}, "default", makeProxy(), 1);
+    EXPECT_NE(nullptr, weak.promote());
+    mTable.remove(makeProxy());
+    EXPECT_EQ(nullptr, weak.promote());
+    EXPECT_TRUE(mTable.entries().empty());
 }
 
 }  // namespace
