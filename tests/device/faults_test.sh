@@ -51,7 +51,7 @@ fault() {
 }
 
 copy_sources
-for check in modules headers interfaces files policy rapidjson; do
+for check in modules headers interfaces files policy policy_rules rapidjson; do
     "$checks/${check}_test.sh" || bad "$check fails on what is right"
 done
 
@@ -145,7 +145,15 @@ fault policy 'does not compile' $policy/hal_camera_desktop_default.te 's/^allow 
 fault policy 'unknown type' $policy/hal_camera_desktop_default.te 's/video_device:chr_file \{ getattr/vdeo_device:chr_file { getattr/'
 fault policy 'permission' $policy/hal_camera_desktop_default.te 's/open read write \}/open read write fly }/'
 fault policy 'sysfs_video4linux' $policy/file.te '/^type/d'
-fault policy 'does not compile' $policy/genfs_contexts 's/sysfs_video4linux/sysfs_video/'
+fault policy 'does not compile' docs/phone.md 's/:sysfs_video4linux:s0/:sysfs_video:s0/'
+fault policy 'labels no folder' docs/phone.md '/^   genfscon/d'
+fault policy 'does not compile' docs/phone.md 's/(client_domain\()platform_app/\1untrusted_app/'
+fault policy 'has not: allow platform_app' docs/phone.md '/^   hal_client_domain/d'
+fault policy 'fences: ' $policy/hal_camera_desktop_default.te '/hal_camera_server:fd/d'
+fault policy 'no road needs' $policy/hal_camera_desktop_default.te 's/^(.*0x5600) # (VIDIOC_QUERYCAP)/    0x5602 0x5600 # \2/'
+fault policy 'does not compile' $policy/hal_camera_desktop_default.te 's/^# allow (.*gpu)_device/# allow \1_devices/'
+fault policy_rules 'nobody misses' $policy/hal_camera_desktop_default.te '$ a allow hal_camera_desktop_default sysfs:dir search;'
+fault policy_rules 'nobody misses' $policy/hal_camera_desktop_default.te 's/video_device:chr_file \{ getattr/& lock/'
 fault policy 'VIDIOC_QBUF' $policy/hal_camera_desktop_default.te '/VIDIOC_QBUF/d'
 fault policy 'another number' $policy/hal_camera_desktop_default.te 's/0x560f/0x560e/'
 fault policy 'VIDIOC_G_FMT' $daemon/uvc/V4l2CtrlBase.cpp '$ a int x = VIDIOC_G_FMT;'

@@ -1,19 +1,36 @@
 #!/bin/bash
-# The policy compiles, every name in it is one that exists, and it grants the ioctls that the sources
-# use, no more. The platform's policy is stood in for by policy/, which declares what ours may name.
-# shellcheck source=tests/device/lib.sh
-. "$(dirname "$0")/lib.sh"
+# The policy compiles with the guide's lines for the board, every name in it is one that exists, the built
+# one has the rights that each road of the service needs, and it grants the ioctls that the sources use,
+# no more. The platform's policy is stood in for by policy/, which declares what ours may name.
+# shellcheck source=tests/device/policy.sh
+. "$(dirname "$0")/policy.sh"
 
-policy=$service/sepolicy
 work=$(mktemp -d)
 trap 'rm -rf "$problems" "$work"' EXIT
 
+# compile NAME [TE_FILE...]: the policy work/NAME; without it there is nothing to ask.
+compile() {
+    compile_policy "$work/$1" "$policy" "${@:2}" || {
+        problem "the policy does not compile: $(grep -v '^#line' "$work/$1.log")"
+        finish
+    }
+}
+
 check_compiles() {
-    m4 -s "$checks/policy/macros" "$checks/policy/classes" "$policy/attributes" \
-        "$checks/policy/types" "$policy"/*.te "$checks/policy/end" "$policy/genfs_contexts" \
-        >"$work/policy.conf"
-    checkpolicy -M -c 30 -o "$work/policy" "$work/policy.conf" >"$work/log" 2>&1 ||
-        problem "the policy does not compile: $(grep -v '^#line' "$work/log")"
+    [ -n "$(guide_lines te)" ] || problem "$guide makes nobody a client"
+    [ -n "$(guide_lines genfs)" ] || problem "$guide labels no folder of a controller"
+    compile policy
+    # With the line that boards may need, which is a comment in ours.
+    sed -n 's/^# \(allow .*gpu_device.*\)/\1/p' "$policy"/*.te >"$work/gpu.te"
+    [ -s "$work/gpu.te" ] || problem "there is no line for the GPU's node"
+    compile with_gpu "$work/gpu.te"
+}
+
+check_roads() {
+    local line
+    while read -r line; do
+        problem "${line#*: }"
+    done < <("$checks/policy/rights.py" "$checks/policy/rights" "$work/policy" 2>&1 || true)
 }
 
 granted() {
@@ -44,7 +61,8 @@ check_least() {
         while read -r line; do problem "$line"; done
 }
 
-check_compiles
-check_ioctls
 check_least
+check_ioctls
+check_compiles
+check_roads
 finish
