@@ -24,7 +24,7 @@ copy_sources() {
     cp -r "$root"/{Android.bp,LICENSE,external,hardware} "$copy"
     cp -r "$root/tests"/{Android.bp,unit,support} "$copy/tests"
     cp -r "$root/platform/interfaces" "$copy/platform"
-    cp "$root/docs/phone.md" "$copy/docs"
+    cp "$root"/docs/phone*.md "$copy/docs"
 }
 
 # refuses CHECK MESSAGE WHAT: the check must fail on the copy as it is, with a message that holds MESSAGE.
@@ -51,7 +51,7 @@ fault() {
 }
 
 copy_sources
-for check in modules headers interfaces files policy policy_rules rapidjson; do
+for check in modules headers interfaces files policy policy_rules rapidjson sketch; do
     "$checks/${check}_test.sh" || bad "$check fails on what is right"
 done
 
@@ -138,7 +138,16 @@ fault files 'looked at only once' docs/phone.md 's/^on property:sys.usb.config=u
 fault files 'no command: mkdirs' docs/phone.md 's/^    mkdir/    mkdirs/'
 fault files "quote that doesn't end" docs/phone.md 's/(dwFrameInterval) 333333/\1 "333333/'
 fault files 'own on boot' docs/phone.md 's/^    (# The board makes|chmod|mkdir|write|symlink)/on boot2\n&/'
+fault files 'no service of' docs/phone-checklist.md 's/(init.svc.vendor.camera-desktop)-2-0/\1/'
+fault files 'no service of' $program.rc 's/^service vendor.camera-desktop-2-0/&x/'
+fault files 'another domain' docs/phone-checklist.md 's/hal_camera_desktop_default:s0/hal_camera_desktop:s0/'
+fault files 'another user' docs/phone-checklist.md 's/`cameraserver`/`system`/'
+fault files 'not logged: added devices' docs/phone-checklist.md 's/`added device:/`added devices:/'
+fault files 'not logged: commit with fmt' docs/phone-checklist.md 's/UVC-V4l2Ctrl CameraDesktopHal/CameraDesktopHal/'
 fault files 'another group' docs/phone.md 's/0660 system camera/0660 system video/'
+
+fault sketch 'STREAMS' docs/phone.md 's/ClientType::STREAM,/ClientType::STREAMS,/'
+fault sketch 'no sketch' docs/phone.md 's/^```cpp/```c++/'
 
 # ---- the policy ---------------------------------------------------------------------------------
 fault policy 'does not compile' $policy/hal_camera_desktop_default.te 's/^allow (.*configfs:dir.*);$/allow \1/'

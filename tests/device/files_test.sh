@@ -11,6 +11,7 @@ rc=$(files "$program" init_rc)
 manifest=$(files "$program" vintf_fragments)
 matrix=$service/framework_compatibility_matrix.xml
 guide=docs/phone.md
+checklist=docs/phone-checklist.md
 init_rc=$KORVANE_BUILD/tests/init_rc
 path=/vendor/bin/$(own_values "$program" relative_install_path)/$program
 
@@ -96,6 +97,35 @@ check_labels() {
 
 # ---- the guide ----------------------------------------------------------------------------------
 
+# The service of init that guide and checklist name, and what its process is called there.
+check_names() {
+    local name
+    while read -r name; do
+        [ "$name" = "$(rc_option service | awk '{print $1}')" ] ||
+            problem "$guide or $checklist names $name, which is no service of $rc"
+    done < <(grep -ohE '(init\.svc\.|\bstop )vendor\.[a-z0-9.-]+' $guide $checklist | sed 's/.*\(vendor\.\)/\1/')
+    grep -qF "$(sed 's/.*u:object_r:\(.*\)_exec:s0$/u:r:\1:s0/' <(listed $service/sepolicy/file_contexts))" \
+        $checklist || problem "$checklist has another domain of the process than file_contexts"
+    grep -qF "user \`$(rc_option user)\`" $checklist || problem "$checklist has another user than $rc"
+}
+
+# The log texts of the checklist, from rows "... `logcat -d -s TAG...` | `text…`, `text…` | ...": up to what
+# is filled in, some source with one of the tags logs them.
+check_checklist() {
+    local tags text rows=0
+    while IFS='|' read -r _ _ tags text _; do
+        rows=$((rows + 1))
+        tags=$(sed 's/.*logcat -d -s \([^`]*\)`.*/\1/' <<<"$tags")
+        while read -r text; do
+            # shellcheck disable=SC2086 # words are wanted
+            grep -rlE "#define LOG_TAG \"($(tr ' ' '|' <<<"$tags"))\"" hardware | tr '\n' '\0' |
+                xargs -0 grep -qF -- "$text" || problem "$checklist waits for what is not logged: $text"
+        done < <(grep -oE '`[^`]{2,}`' <<<"$text" | tr -d '`' | sed 's/ *[…/].*//;/^$/d')
+    done < <(grep -E '`logcat -d -s ' $checklist)
+    [ $rows -gt 1 ] || problem "$checklist has no log lines"
+    [ "$(wc -l <$checklist)" -le 40 ] || problem "$checklist is more than a screen"
+}
+
 # What the guide gives to init, as init reads it. Conditions beside an event are looked at before the
 # board's own lines for that event have run.
 check_guide_init() {
@@ -135,5 +165,7 @@ check_rc
 check_manifest
 check_labels
 check_guide_init
+check_names
+check_checklist
 check_guide
 finish
