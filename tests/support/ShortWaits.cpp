@@ -16,7 +16,7 @@ namespace {
 enum class Mode { kReal, kStepOver, kHold };
 
 std::atomic<Mode> sMode{Mode::kReal};
-std::atomic<bool> sStepOverFutures{false};
+std::atomic<bool> sStepOverNextFuture{false};
 std::mutex sLock;
 std::vector<std::chrono::nanoseconds>& steppedOverLengths() {
     static auto* sLengths = new std::vector<std::chrono::nanoseconds>;  // for threads that go on
@@ -70,11 +70,11 @@ ShortWaits::ShortWaits() {
 
 ShortWaits::~ShortWaits() {
     sMode = Mode::kReal;
-    sStepOverFutures = false;
+    sStepOverNextFuture = false;
 }
 
-void ShortWaits::stepOverFutures(bool stepOver) {
-    sStepOverFutures = stepOver;
+void ShortWaits::stepOverNextFuture(bool stepOver) {
+    sStepOverNextFuture = stepOver;
 }
 
 void ShortWaits::hold() {
@@ -125,7 +125,7 @@ bool waitForFuture(void* future, unsigned* address, unsigned value, bool hasTime
     if (!hasTimeout) return sReal(future, address, value, hasTimeout, seconds, nanoseconds);
     const int64_t until = std::chrono::nanoseconds(seconds + nanoseconds).count();
     const int64_t left = until - sNowNs;
-    if (isMeant(left) && sStepOverFutures) {
+    if (isMeant(left) && sStepOverNextFuture.exchange(false)) {
         stepOver(left);
         return false;
     }

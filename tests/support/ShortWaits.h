@@ -22,9 +22,8 @@ class ShortWaits {
     /** From now on such a wait does not end with its time at all, only with what it waits for. */
     void hold();
 
-    /** From now on waits of that length for a std::future end at once, too; or, again, as they do.
-     */
-    void stepOverFutures(bool stepOver = true);
+    /** The next wait of that length for a std::future ends at once, too; or, again, does not. */
+    void stepOverNextFuture(bool stepOver = true);
 
     /** How long the waits would have been that were stepped over, oldest first. */
     std::vector<std::chrono::nanoseconds> steppedOver() const;

@@ -104,9 +104,9 @@ class ClientEventsTest : public testing::Test {
 
     // Events end as failed at once from then on unless they have ended by themselves.
     std::string sendInVain(uint8_t kind, SilentClient& client) {
-        mWaits.stepOverFutures();
+        mWaits.stepOverNextFuture();
         const std::string answer = send(kind, client.call());
-        mWaits.stepOverFutures(false);
+        mWaits.stepOverNextFuture(false);
         return answer;
     }
 
@@ -175,7 +175,7 @@ TEST_F(ClientEventsTest, WaitsForAnAnswer) {
 
 TEST_F(ClientEventsTest, AClientThatDoesNotAnswerFailsAfterTwoSeconds) {
     SilentClient& client = silent();
-    mWaits.stepOverFutures();
+    mWaits.stepOverNextFuture();
     const ClientEvents::Answer answer = mEvents->send(kStream, client.call());
     EXPECT_TRUE(answer.failed);
     EXPECT_FALSE(answer.isDead);

@@ -297,10 +297,10 @@ class SilentClientTest : public CommandChannelTest {
     }
     // Its event has failed when this returns.
     void startStreamInVain() {
-        mWorld.waits.stepOverFutures();
+        mWorld.waits.stepOverNextFuture();
         mWorld.node.sendEvent(UVC_EVENT_STREAMON);
         ASSERT_TRUE(mWorld.waitLog(ANDROID_LOG_ERROR, kFailed));
-        mWorld.waits.stepOverFutures(false);
+        mWorld.waits.stepOverNextFuture(false);
         ASSERT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStart));
     }
 
