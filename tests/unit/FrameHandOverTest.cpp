@@ -66,6 +66,7 @@ TEST_F(FrameHandOverTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {
         return lowest;
     };
     startWithoutDevice();
+    mWorld.node.waitUntilIdle();  // the poll thread has all its descriptors
     const auto picture = makePicture(64, 32);
     const WatchedFence refused;
     const WatchedFence returned;
