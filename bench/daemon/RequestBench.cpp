@@ -24,6 +24,7 @@ namespace korvane::bench {
 namespace {
 
 using hardware::camera::desktop::V2_0::implementation::PollableDev;
+using hardware::camera::desktop::V2_0::implementation::ServiceStats;
 using hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 using test::ScriptedKernel;
 
@@ -119,7 +120,8 @@ class DirectNode {
   private:
     static constexpr char kPath[] = "/dev/video7";
     ScriptedKernel mNode{kPath};
-    UvcV4l2Ctrl mDevice{kPath};
+    ServiceStats mStats;
+    UvcV4l2Ctrl mDevice{kPath, mStats};
 };
 
 /** What the scripted node itself costs: the same calls, and nothing between them. */

@@ -51,7 +51,7 @@ void ManualFence::signal() {
 }
 
 FrameSourceTest::FrameSourceTest()
-    : source(new KorBufferSource),
+    : source(new KorBufferSource(stats)),
       peer(source.get()),
       queue(QueueSpy::last()),
       producer(queue->producer()) {}

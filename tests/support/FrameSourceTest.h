@@ -72,6 +72,7 @@ class FrameSourceTest : public testing::Test {
     }
 
     LogRecorder log;
+    android::KorBufferSource::ServiceStats stats;
     android::sp<android::KorBufferSource> source;
     android::KorBufferSourcePeer peer;
     android::sp<QueueSpy> queue;

@@ -23,6 +23,7 @@
 namespace korvane::test {
 
 using ::korvane::hardware::camera::desktop::V2_0::implementation::PollableDev;
+using ::korvane::hardware::camera::desktop::V2_0::implementation::ServiceStats;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcBufInfo;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
@@ -98,7 +99,7 @@ class UvcDeviceTest : public testing::Test {
             function.addFrame(format, "480p", 640, 480);
             function.addFrame(format, "720p", 1280, 720);
         }
-        mCtrl = std::make_unique<UvcV4l2Ctrl>(kPath);
+        mCtrl = std::make_unique<UvcV4l2Ctrl>(kPath, mStats);
         mCtrl->setEventListener(&mListener);
     }
 
@@ -156,6 +157,7 @@ class UvcDeviceTest : public testing::Test {
     LogRecorder mLog;
     ScriptedKernel mKernel{kPath};
     RecordingUvcListener mListener;
+    ServiceStats mStats;
     std::unique_ptr<UvcV4l2Ctrl> mCtrl;
 };
 

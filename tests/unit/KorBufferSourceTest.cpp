@@ -86,7 +86,7 @@ TEST_F(KorBufferSourceTest, HasNothingAndDoesNothingWhenItIsNew) {
 
 TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
     QueueSpy::failInTheNextQueue("consumerConnect", NO_INIT);
-    sp<KorBufferSource> unconnected = new KorBufferSource;
+    sp<KorBufferSource> unconnected = new KorBufferSource(stats);
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR,
                        std::string("Error connecting to BufferQueue: ") + strerror(19) + " (-19)"));
     EXPECT_THAT(QueueSpy::last()->calls(), ElementsAre("consumerConnect"));

@@ -107,7 +107,7 @@ TEST_F(UvcBufferMappingTest, TheDeviceSaysHowManyBuffersThereAre) {
         using UvcV4l2Ctrl::UvcV4l2Ctrl;
         uint32_t getBufferNum() override { return 2; }
     };
-    mCtrl = std::make_unique<TwoBuffers>(kPath);
+    mCtrl = std::make_unique<TwoBuffers>(kPath, mStats);
     mCtrl->open();
     event(UVC_EVENT_STREAMON);
     EXPECT_EQ(2u, mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>().count);
@@ -123,7 +123,7 @@ TEST_F(UvcBufferMappingTest, ADeviceOfNoBuffersDoesNotStream) {
         using UvcV4l2Ctrl::UvcV4l2Ctrl;
         uint32_t getBufferNum() override { return 0; }
     };
-    mCtrl = std::make_unique<NoBuffers>(kPath);
+    mCtrl = std::make_unique<NoBuffers>(kPath, mStats);
     mCtrl->open();
     event(UVC_EVENT_STREAMON);
     EXPECT_FALSE(mCtrl->isStreaming());

@@ -26,6 +26,7 @@
 #include "support/HighDescriptors.h"
 #include "support/OpenDescriptors.h"
 
+using ::korvane::hardware::camera::desktop::V2_0::implementation::ServiceStats;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
 namespace {
@@ -115,10 +116,11 @@ extern "C" int __wrap_usleep(useconds_t /* microseconds */) {
     return 0;
 }
 
-void constructDevice(void* device, const char* path) __asm__("__wrap_" CONSTRUCT_DEVICE);
-void constructDevice(void* device, const char* path) {
+void constructDevice(void* device, const char* path, ServiceStats& stats) __asm__(
+        "__wrap_" CONSTRUCT_DEVICE);
+void constructDevice(void* device, const char* path, ServiceStats& stats) {
     static_assert(sizeof(DeviceWithFailingEvents) == sizeof(UvcV4l2Ctrl));
-    new (device) DeviceWithFailingEvents(path);
+    new (device) DeviceWithFailingEvents(path, stats);
 }
 
 namespace korvane::test {

@@ -49,7 +49,7 @@ TEST_F(UvcV4l2CtrlTest, StartsClosed) {
 
 TEST_F(UvcV4l2CtrlTest, KeepsACopyOfTheName) {
     std::string name = "/dev/video9";
-    UvcV4l2Ctrl ctrl(name.c_str());
+    UvcV4l2Ctrl ctrl(name.c_str(), mStats);
     name.assign(name.size(), 'x');
     EXPECT_STREQ("/dev/video9", ctrl.getV4l2DevName());
 }
@@ -99,7 +99,7 @@ TEST_F(UvcV4l2CtrlTest, OpenGoesOnWhenTheFormatIsRefused) {
 
 TEST_F(UvcV4l2CtrlTest, AFunctionWithoutFormatsIsServedAllTheSame) {
     mFiles.remove(UvcFunctionTree::path() + "/streaming");
-    mCtrl = std::make_unique<UvcV4l2Ctrl>(kPath);
+    mCtrl = std::make_unique<UvcV4l2Ctrl>(kPath, mStats);
     EXPECT_EQ(0, mCtrl->open());
     mLog.clear();
     v4l2_format format = {};

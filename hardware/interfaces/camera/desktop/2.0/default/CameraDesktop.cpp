@@ -6,13 +6,20 @@
 #include <string>
 #include <utility>
 
+#include <hwbinder/IPCThreadState.h>
 #include <log/log.h>
+#include <unistd.h>
+
+#include "DebugCommand.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 using ::android::sp;
 using ::android::wp;
+using ::android::hardware::hidl_handle;
 using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
+using ::android::hardware::IPCThreadState;
 using ::android::hardware::Return;
 using ::android::hardware::Void;
 using ::android::hidl::base::V1_0::IBase;
@@ -31,6 +38,25 @@ ClientType fromSyncClient(V1_0::ClientTypes type, uint8_t invalidKind) {
     if (kind < kSyncClientKinds) return static_cast<ClientType>(kind);
     ALOGE("Unknown client type: %d", kind);
     return static_cast<ClientType>(invalidKind);
+}
+
+// This process when the call came from within.
+pid_t callingPid() {
+    const IPCThreadState* state = IPCThreadState::selfOrNull();
+    return state == nullptr ? getpid() : state->getCallingPid();
+}
+
+void noteClient(ServiceStats& stats, uint8_t kind, bool there) {
+    if (there) {
+        stats.clientRegistered(kind, callingPid());
+    } else {
+        stats.clientGone(kind, Event::CLIENT_LEFT);
+    }
+}
+
+void noteFailure(ServiceStats& stats, uint8_t kind) {
+    stats.count(Count::CLIENT_CALLS_FAILED);
+    stats.note(Event::CLIENT_FAILED, kind);
 }
 
 }  // namespace
@@ -72,6 +98,7 @@ Return<void> CameraDesktop::registerCallback(ClientType type,
         std::swap(mCallbacks[kind], replaced);
     }
     mHandler->onClientChanged(type);
+    noteClient(mHandler->stats(), kind, callback != nullptr);
     if (callback != nullptr) mDeathLinks.follow(kind, callback, this);
     return Void();
 }
@@ -88,6 +115,7 @@ Return<void> CameraDesktop::sendCommand(ClientType type, const hidl_string& comm
                 callback->onCommand(command, [&answer](const hidl_string& text) { answer = text; });
         if (!status.isOk()) {
             ALOGE("%s: Failed during binder call, isDead %d", __func__, status.isDeadObject());
+            noteFailure(mHandler->stats(), kind);
         }
     }
     reply(answer);
@@ -110,7 +138,15 @@ Return<sp<Surface>> CameraDesktop::getSurface(ClientType type) {
     if (!isClientKind(kind)) return sp<Surface>();
 
     std::lock_guard<std::mutex> guard(mSlotLock);
+    if (type == ClientType::WEBCAM_CONTROLLER && mSurfaces[kind] != nullptr) {
+        mHandler->stats().surfaceTaken(callingPid());
+    }
     return mSurfaces[kind];
+}
+
+Return<void> CameraDesktop::debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) {
+    DebugCommand(*mHandler).run(fd.getNativeHandle(), options);
+    return Void();
 }
 
 void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& who) {
@@ -119,6 +155,7 @@ void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& who) {
     if (!isClientKind(kind)) return;
 
     mDeathLinks.forget(kind, who.promote());
+    mHandler->stats().clientGone(kind, Event::CLIENT_DIED);
     sp<Surface> surface;
     sp<ICameraDesktopCallback> callback;
     {

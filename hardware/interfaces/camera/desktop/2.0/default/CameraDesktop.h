@@ -76,6 +76,13 @@ class CameraDesktop : public V2_0::ICameraDesktop,
     ::android::hardware::Return<::android::sp<bufferqueue::V1_0::IGraphicBufferProducer>>
     getSurface(ClientType type) override;
 
+    // IBase.
+
+    /** Answers people who debug, see DebugCommand. */
+    ::android::hardware::Return<void>
+    debug(const ::android::hardware::hidl_handle& fd,
+          const ::android::hardware::hidl_vec<::android::hardware::hidl_string>& options) override;
+
     /** A client died (HIDL thread): clears the callback and the surface of its kind, the cookie. */
     void serviceDied(uint64_t cookie,
                      const ::android::wp<::android::hidl::base::V1_0::IBase>& who) override;

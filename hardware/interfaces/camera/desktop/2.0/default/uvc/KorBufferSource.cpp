@@ -44,7 +44,7 @@ const DefaultFormat* findDefaultFormat(uint32_t v4l2PixelFormat) {
 
 }  // namespace
 
-KorBufferSource::KorBufferSource() {
+KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats) {
     BufferQueue::createBufferQueue(&mProducer, &mConsumer, false);
     mConsumerProxy = new ConsumerProxy(this);
     const sp<BufferQueue::ProxyConsumerListener> listener =

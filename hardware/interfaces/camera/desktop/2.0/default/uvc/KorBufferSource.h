@@ -23,6 +23,7 @@
 #include "uvc/CachedBuffer.h"
 #include "uvc/ComponentWrapper.h"
 #include "uvc/RecyclingAllocator.h"
+#include "uvc/ServiceStats.h"
 
 namespace android {
 
@@ -52,8 +53,14 @@ class KorBufferSource : public RefBase {
     using HGraphicBufferProducer =
             ::android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer;
 
-    /** Makes the queue. If connecting to it fails, that is logged and every frame stays away. */
-    KorBufferSource();
+    using ServiceStats = ::korvane::hardware::camera::desktop::V2_0::implementation::ServiceStats;
+
+    /**
+     * Makes the queue. If connecting to it fails, that is logged and every frame stays away.
+     *
+     * @param stats counts the frames; outlives the source
+     */
+    explicit KorBufferSource(ServiceStats& stats);
 
     /**
      * Sets what producers are offered and who consumes. Forgets earlier pacing, but neither codec
@@ -125,6 +132,7 @@ class KorBufferSource : public RefBase {
         std::shared_ptr<AcquiredBuffer> mBuffer;
         int64_t mTimestampNs = 0;  // the queue item's
         uint32_t mDataSpace = 0;   // the queue item's
+        int64_t mArrivedNs = 0;    // as ServiceStats has it
     };
 
     struct SubmittedBuffer {
@@ -217,6 +225,7 @@ class KorBufferSource : public RefBase {
     void onMessageReceived(const sp<AMessage>& msg) EXCLUDES(mMutex);
 
     // Released in the reverse order. Up to the mutex: set by the constructor and never again.
+    ServiceStats& mStats;
     sp<ConsumerProxy> mConsumerProxy;
     sp<IGraphicBufferProducer> mProducer;
     sp<IGraphicBufferConsumer> mConsumer;

@@ -13,6 +13,9 @@
 #include "uvc/KorCheck.h"
 
 namespace android {
+
+using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
+
 namespace {
 
 constexpr uint32_t kWhatRepeatLatestFrame = 0;
@@ -40,10 +43,12 @@ status_t KorBufferSource::setSuspend(bool suspend, int64_t suspendStartTimeUs) {
     if (suspendStartTimeUs != -1) return scheduleSuspend_l(suspend, suspendStartTimeUs);
     if (suspend) {
         mSuspended = true;
+        mStats.count(Count::DROPPED_SUSPENDED, mAvailableBuffers.size() + mUnacquiredCount);
         releaseAllAvailableBuffers_l();
     } else {
         resume_l();
     }
+    mStats.setSuspended(suspend);
     return OK;
 }
 
@@ -143,6 +148,7 @@ bool KorBufferSource::snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) {
     double nFrames = mCaptureFps * (timeUs - mPrevCaptureUs) / kMicrosPerSecond;
     if (nFrames < 0.45) {
         ALOGD("skipping frame, timeUs %lld", static_cast<long long>(timeUs));
+        mStats.count(Count::DROPPED_RATE);
         return false;
     }
     nFrames = std::max(nFrames, 1.0);
@@ -159,6 +165,7 @@ bool KorBufferSource::keepBackwardFrame_l() const {
         return true;
     }
     ALOGW("Dropping frame that's going backward in time");
+    mStats.count(Count::DROPPED_BACKWARD);
     return false;
 }
 
@@ -173,6 +180,7 @@ void KorBufferSource::startRepeatLooper_l() {
 void KorBufferSource::setLatestBuffer_l(const VideoBuffer& buffer) {
     mLatestBuffer = buffer;
     mLatestBuffer.mTimestampNs += mRepeatIntervalUs * 1000;
+    mLatestBuffer.mArrivedNs = 0;  // a repetition doesn't arrive
     mOutstandingRepeatCount = kMaxRepeats;
     queueFrameRepeat_l();
 }
@@ -190,6 +198,7 @@ bool KorBufferSource::repeatLatestBuffer_l() {
     if (mLatestBuffer.mBuffer == nullptr || mSuspended) return false;
     if (mFreeCodecBuffers.empty()) return false;
     if (submitBuffer_l(mLatestBuffer) != OK) return false;
+    mStats.count(Count::FRAMES_REPEATED);
     --mOutstandingRepeatCount;
     if (mOutstandingRepeatCount > 0) {
         mLatestBuffer.mTimestampNs += mRepeatIntervalUs * 1000;

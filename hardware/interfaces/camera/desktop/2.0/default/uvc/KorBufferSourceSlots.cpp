@@ -14,7 +14,10 @@
 
 namespace android {
 
-void KorBufferSource::onFrameAvailable(const BufferItem& /*item*/) {
+using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
+
+void KorBufferSource::onFrameAvailable(const BufferItem& item) {
+    mStats.frameArrived(item.mFrameNumber);
     Mutex::Autolock lock(mMutex);
     ++mUnacquiredCount;
     if (!mEndOfStreamSent && mComponent != nullptr && !isDiscarding_l() && mExecuting &&
@@ -48,6 +51,7 @@ status_t KorBufferSource::acquireBuffer_l(VideoBuffer* buffer) {
     const std::shared_ptr<CachedBuffer> cachedBuffer = cacheBuffer_l(item);
     if (cachedBuffer == nullptr) {
         ALOGW("acquireBuffer_l: no graphic buffer known for slot %d", item.mSlot);
+        mStats.count(Count::DROPPED_UNREADABLE);
         mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, EGL_NO_DISPLAY, EGL_NO_SYNC_KHR,
                                  item.mFence);
         return NAME_NOT_FOUND;
@@ -55,6 +59,7 @@ status_t KorBufferSource::acquireBuffer_l(VideoBuffer* buffer) {
     buffer->mBuffer = makeAcquiredBuffer_l(cachedBuffer, item);
     buffer->mTimestampNs = item.mTimestamp;
     buffer->mDataSpace = item.mDataSpace;
+    buffer->mArrivedNs = mStats.arrivalOf(item.mFrameNumber);
     ++mOutstandingAcquires;
     return OK;
 }

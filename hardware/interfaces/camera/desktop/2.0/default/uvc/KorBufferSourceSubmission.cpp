@@ -15,6 +15,9 @@
 #include "uvc/KorCheck.h"
 
 namespace android {
+
+using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
+
 namespace {
 
 void closeFence(int fenceFd) {
@@ -36,6 +39,7 @@ void KorBufferSource::onBufferAcquired_l(const VideoBuffer& buffer) {
         ALOGW("onFrameAvailable: EOS is sent, ignoring frame");
         return;
     }
+    if (isDiscarding_l()) mStats.count(Count::DROPPED_SUSPENDED);
     if (mComponent == nullptr || isDiscarding_l()) return;
     ++mRepeatGeneration;
     mAvailableBuffers.push_back(buffer);
@@ -61,12 +65,14 @@ bool KorBufferSource::fillCodecBuffer_l() {
 
     const int64_t itemTimeUs = buffer.mTimestampNs / 1000;
     if (applyActions_l(itemTimeUs)) return true;
+    if (mSuspended) mStats.count(Count::DROPPED_SUSPENDED);
     if (mSuspended) return true;
     if (mSkipFramesBeforeNs >= 0 && buffer.mTimestampNs < mSkipFramesBeforeNs) return true;
     if (mSkipFramesBeforeNs >= 1) buffer.mTimestampNs -= mSkipFramesBeforeNs;
 
     const bool dropped =
             mFrameDropper != nullptr && mFrameDropper->shouldDrop(buffer.mTimestampNs / 1000);
+    if (dropped) mStats.count(Count::DROPPED_RATE);
     if (!dropped && submitBuffer_l(buffer) != OK) return true;
     // A frame that was only too soon is the latest all the same.
     if (mRepeatIntervalUs >= 1) setLatestBuffer_l(buffer);
@@ -89,6 +95,7 @@ status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
         ALOGW("WARNING: emptyGraphicBuffer failed: 0x%x", err);
         return err;
     }
+    mStats.frameTook(bufferId, buffer.mArrivedNs);
     lend_l(bufferId, buffer.mBuffer);
     return OK;
 }

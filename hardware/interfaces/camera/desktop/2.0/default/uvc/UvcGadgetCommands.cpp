@@ -123,7 +123,11 @@ std::string UvcGadgetHandler::handleCommand(const std::string& command) {
     if (status == 0) return getStreamConfig();
 
     const rapidjson::Value& params = JsonUtils::getValue(status, document, "create-surface", -1);
-    if (status == 0) return createSurface(params);
+    if (status == 0) {
+        const std::string refusal = createSurface(params);
+        if (!refusal.empty()) mStats.note(Event::SURFACE_REFUSED);
+        return refusal;
+    }
 
     suspendStream(document);
     return "OK_WEBCAM_HAL";

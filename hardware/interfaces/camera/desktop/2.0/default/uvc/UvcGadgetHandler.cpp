@@ -35,7 +35,7 @@ int32_t UvcGadgetHandler::onUvcV4l2Added(const char* devPath) {
         ALOGW("uvc v4l2 already exists");
         return -ENOMEM;
     }
-    mDevice.reset(new (std::nothrow) UvcV4l2Ctrl(devPath));
+    mDevice.reset(new (std::nothrow) UvcV4l2Ctrl(devPath, mStats));
     if (mDevice == nullptr) {
         ALOGE("out of memory");
         return -ENOMEM;
@@ -59,6 +59,7 @@ int32_t UvcGadgetHandler::onV4l2Removed(const char* devName) {
 int32_t UvcGadgetHandler::onUsbDisconnected() {
     if (mDevice == nullptr || !mDevice->isStreaming()) return 0;
     ALOGD("Usb disconnected, close out v4l2");
+    mStats.note(Event::CABLE_PULLED);
     if (mDevice->close() != 0) ALOGE("Unable to handle close");
     deleteDevice();
     return 0;

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,6 +23,7 @@
 #include "uvc/ComponentWrapper.h"
 #include "uvc/HotPlugCtrl.h"
 #include "uvc/KorBufferSource.h"
+#include "uvc/ServiceStats.h"
 #include "uvc/UvcV4l2Ctrl.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
@@ -74,6 +76,16 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
 
     /** The service has another client of this kind now, or none. Any thread; waits for nobody. */
     void onClientChanged(ClientType type);
+
+    /** What the service counts; for the service object, which counts too, and for who shows it. */
+    ServiceStats& stats() { return mStats; }
+
+    /**
+     * Has the device write every frame of the stream to file from now on, or to none: null.
+     *
+     * @return null, or what was wrong, with file closed
+     */
+    const char* dumpFrames(std::unique_ptr<FILE, int (*)(FILE*)> file);
 
     // HotPlugCtrl::EventListener, on the poll thread.
 
@@ -140,6 +152,7 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     ::android::sp<::android::KorBufferSource> exchangeFrameSource(
             const ::android::sp<::android::KorBufferSource>& source);
 
+    ServiceStats mStats;
     fd_set mReadSet;
     fd_set mWriteSet;
     fd_set mExceptionSet;

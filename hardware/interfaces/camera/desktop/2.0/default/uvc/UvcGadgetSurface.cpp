@@ -57,14 +57,18 @@ std::string UvcGadgetHandler::makeSurface_l(const rapidjson::Value& params, NewS
     SurfaceRequest request;
     if (const char* refusal = request.read(params)) return refusal;
 
-    const sp<KorBufferSource> source = new KorBufferSource();
+    const sp<KorBufferSource> source = new KorBufferSource(mStats);
     made->source = source;
     made->replaced = exchangeFrameSource(source);
+    mStats.surfaceGone();
     const int count = static_cast<int>(mDevice->getBufferNum());
     if (source->configure(this, count, request.width, request.height, request.fourcc(),
                           request.consumerUsage) != OK) {
         return "not configured";
     }
+    mStats.surfaceMade({static_cast<uint32_t>(request.width), static_cast<uint32_t>(request.height),
+                        request.fourcc(), request.fps},
+                       static_cast<uint32_t>(request.consumerUsage));
     if (const char* refusal = publishSurface_l(*made)) return refusal;
     for (int i = 0; i < static_cast<int>(mDevice->getBufferNum()); ++i) {
         source->onInputBufferAdded(i);
@@ -92,6 +96,7 @@ const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
     std::lock_guard<std::mutex> guard(mFrameSourceLock);
     if (const char* refusal = refuseSurface_l()) {
         mFrameSource.clear();
+        mStats.surfaceGone();
         return refusal;
     }
     if (made.desktop != nullptr) {
@@ -111,10 +116,17 @@ status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffe
     }
     if (fenceFd >= 0) close(fenceFd);
     if (!hasDevice) {
+        mStats.count(Count::DROPPED_NO_STREAM);
         ALOGE("No video device is setup for webcam mode");
         onStreamStop();
     }
     return UNKNOWN_ERROR;
+}
+
+const char* UvcGadgetHandler::dumpFrames(std::unique_ptr<FILE, int (*)(FILE*)> file) {
+    std::lock_guard<std::mutex> guard(mDeviceLock);
+    if (mDevice == nullptr || !mDevice->isStreaming()) return "no stream";
+    return mDevice->dumpFramesTo(file.release()) ? nullptr : "frames are being written already";
 }
 
 status_t UvcGadgetHandler::submitEos(int /* slot */) {
@@ -153,6 +165,7 @@ sp<KorBufferSource> UvcGadgetHandler::withdrawSurface() {
         (void)desktop->setSurface(ClientType::WEBCAM_CONTROLLER, nullptr).isOk();
     }
     std::swap(source, mFrameSource);
+    mStats.surfaceGone();
     return source;
 }
 

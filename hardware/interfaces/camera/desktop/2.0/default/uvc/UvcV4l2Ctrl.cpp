@@ -27,15 +27,22 @@ std::atomic<int> sWriteFailures{0};
 
 }  // namespace
 
-UvcV4l2Ctrl::UvcV4l2Ctrl(const char* devName) : mDevName(devName) {}
+UvcV4l2Ctrl::UvcV4l2Ctrl(const char* devName, ServiceStats& stats)
+    : mDevName(devName), mStats(stats) {}
 
 UvcV4l2Ctrl::~UvcV4l2Ctrl() {
+    mStats.setNode(NodeState::NONE);
     closeNode();
     for (OutputBuffer& buffer : mBuffers) buffer.memory.leave();
 }
 
 void UvcV4l2Ctrl::closeNode() {
     unique_fd(std::exchange(fd, -1)).reset();
+}
+
+void UvcV4l2Ctrl::onFailure() {
+    mStats.count(Count::CALLS_FAILED);
+    mStats.note(Event::CALL_FAILED, errno);
 }
 
 const char* UvcV4l2Ctrl::getV4l2DevName() {
@@ -70,10 +77,12 @@ int UvcV4l2Ctrl::open() {
         fd = watchable(::open(mDevName.c_str(), O_RDWR | O_NONBLOCK));
         if (fd < 0) {
             ALOGE("open [%s] failed %d", mDevName.c_str(), errno);
+            mStats.setNode(NodeState::UNOPENED, mDevName.c_str());
             return -ENODEV;
         }
         subscribeEvents();
         setInitialFormat_l();
+        mStats.setNode(NodeState::READY, mDevName.c_str());
     }
     ++mOpenCount;
     return 0;
@@ -94,6 +103,12 @@ void UvcV4l2Ctrl::setInitialFormat_l() {
     format.fmt.pix.pixelformat = mConfig.getFormat();
     format.fmt.pix.field = V4L2_FIELD_NONE;
     setFormat(&format);
+    noteMode_l();
+}
+
+void UvcV4l2Ctrl::noteMode_l() {
+    mStats.setMode(mConfig.getWidth(), mConfig.getHeight(), mConfig.getFormat(),
+                   mConfig.getFrameInterval());
 }
 
 int UvcV4l2Ctrl::close() {
@@ -102,6 +117,7 @@ int UvcV4l2Ctrl::close() {
     if (mOpenCount == 1) {
         if (fd >= 0) {
             closeNode();
+            mStats.setNode(NodeState::CLOSED);
         } else {
             ALOGE("FIX:close without open");
         }
@@ -130,6 +146,7 @@ int UvcV4l2Ctrl::handleWritable() {
     }
     if (++sWriteFailures < kMaxWriteFailures) return 0;
     ALOGE("Too many streaming errors, forcing it to stop.");
+    mStats.note(Event::WRITES_GIVEN_UP);
     sWriteFailures = 0;
     handleStopStream();
     return -1;
@@ -146,6 +163,7 @@ void UvcV4l2Ctrl::handleEvent() {
         case UVC_EVENT_CONNECT:
             break;
         case UVC_EVENT_DISCONNECT:
+            mStats.note(Event::HOST_DISCONNECTED);
             close();
             break;
         case UVC_EVENT_STREAMON:
@@ -171,6 +189,7 @@ void UvcV4l2Ctrl::handleSetup(const usb_ctrlrequest& request) {
     if ((request.bRequestType & USB_TYPE_MASK) == USB_TYPE_CLASS) {
         processClassEvent(&request, &response);
     }
+    mStats.count(response.length < 0 ? Count::REQUESTS_STALLED : Count::REQUESTS_ANSWERED);
     if (ioctl(fd, UVCIOC_SEND_RESPONSE, &response) < 0) {
         ALOGE("UVCIOC_SEND_RESPONSE failed: %s (%d)\n", strerror(errno), errno);
     }
@@ -181,13 +200,16 @@ void UvcV4l2Ctrl::handleStartStream() {
     if (mStreaming) return;
     if (!allocBuffers_l()) {
         ALOGE("Failed to alloc buffers");
+        mStats.note(Event::STREAM_REFUSED);
         return;
     }
     if (streamOn() != 0) {
+        mStats.note(Event::STREAM_REFUSED);
         releaseBuffers_l();
         return;
     }
     mStreaming = true;
+    mStats.streamStarted(static_cast<uint32_t>(mBuffers.size()));
     notify(guard, &EventListener::onStreamStart);
 }
 
@@ -195,9 +217,11 @@ void UvcV4l2Ctrl::handleStopStream() {
     Guard guard(mLock);
     if (!mStreaming) return;
     mStreaming = false;
+    mStats.streamStopped();
     notify(guard, &EventListener::onStreamStop);
     streamOff();
     releaseBuffers_l();
+    mStats.buffersReleased();
     mFrameCount = 0;
     mConverter.release();
     mDumpFile.reset();

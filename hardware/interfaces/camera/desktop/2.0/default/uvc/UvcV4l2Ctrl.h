@@ -19,6 +19,7 @@
 #include "uvc/LockedFrame.h"
 #include "uvc/MappedBuffer.h"
 #include "uvc/PollableDev.h"
+#include "uvc/ServiceStats.h"
 #include "uvc/UvcBufInfo.h"
 #include "uvc/UvcConfig.h"
 #include "uvc/V4l2CtrlBase.h"
@@ -70,8 +71,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
         virtual void onStreamStop() = 0;
     };
 
-    /** Reads the function's configuration; the node is opened by open(). */
-    explicit UvcV4l2Ctrl(const char* devName);
+    /** Reads the function's configuration; the node is opened by open(). stats outlives it. */
+    UvcV4l2Ctrl(const char* devName, ServiceStats& stats);
     /** Closes the node. It neither stops a stream nor unmaps buffers: close() comes first. */
     ~UvcV4l2Ctrl() override;
     UvcV4l2Ctrl(const UvcV4l2Ctrl&) = delete;
@@ -128,9 +129,11 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
 
     /**
      * For people who debug: appends the bytes of every frame queued from now on to file, and closes
-     * it when the stream stops. Takes file over.
+     * it when the stream stops; null ends it before. Takes file over.
+     *
+     * @return false when another file is being written already, which goes on
      */
-    void dumpFramesTo(FILE* file);
+    bool dumpFramesTo(FILE* file);
 
   private:
     using Guard = std::unique_lock<std::mutex>;
@@ -138,10 +141,13 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
         void operator()(FILE* file) const { fclose(file); }
     };
 
+    void onFailure() override;
+
     // The node and its stream.
     void closeNode();
     void subscribeEvents();
     void setInitialFormat_l();
+    void noteMode_l();
     int handleWritable();
     void handleEvent();
     void handleSetup(const usb_ctrlrequest& request);
@@ -192,6 +198,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     EventListener* mListener = nullptr;
     std::vector<OutputBuffer> mBuffers;  // by V4L2 index; guarded by mLock
     const std::string mDevName;
+    ServiceStats& mStats;
     mutable std::mutex mLock;
     uint32_t mOpenCount = 0;                      // guarded by mLock
     std::atomic<bool> mStreaming{false};          // written with mLock held

@@ -75,9 +75,11 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     Guard guard(mLock);
     if (!mStreaming) {
         ALOGW("Not streaming, quit early");
+        mStats.count(Count::DROPPED_NO_STREAM);
         return false;
     }
     if (frame->index >= mBuffers.size()) {
+        mStats.count(Count::DROPPED_REFUSED);
         ALOGE("Failed queue for buffer: %d", frame->index);
         return false;
     }
@@ -93,11 +95,13 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     buf.sequence = mFrameCount;
     buf.index = frame->index;
     if (V4l2CtrlBase::queueBuffer(&buf) != 0) {
+        mStats.count(Count::DROPPED_REFUSED);
         ALOGE("Failed queue for buffer: %d", frame->index);
         return false;
     }
     target.fence.reset(frame->fenceFd);
     ++mFrameCount;
+    mStats.frameSent(frame->index);
     return true;
 }
 
@@ -105,7 +109,10 @@ bool UvcV4l2Ctrl::fill_l(const UvcBufInfo& frame, LockedFrame& locked, const Map
                          v4l2_buffer* buf) {
     if (frame.graphicBuffer->getPixelFormat() == HAL_PIXEL_FORMAT_YCbCr_420_888) {
         // The host rather gets an old picture than none: the buffer is queued either way.
-        if (!convertFromYCbCr420_l(frame, locked, target, buf)) locked.unlock();
+        if (!convertFromYCbCr420_l(frame, locked, target, buf)) {
+            mStats.count(Count::FRAMES_STALE);
+            locked.unlock();
+        }
     } else if (!copyBlob_l(frame, locked, target, buf)) {
         return false;
     }
@@ -118,6 +125,7 @@ bool UvcV4l2Ctrl::copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked,
     void* memory = locked.lockBlob();
     if (memory == nullptr) {
         ALOGE("null ptr for image dequeued");
+        mStats.count(Count::DROPPED_UNREADABLE);
         return false;
     }
     const uint32_t capacity = frame.graphicBuffer->getWidth();
@@ -125,6 +133,7 @@ bool UvcV4l2Ctrl::copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked,
     // A footer can claim more than there is.
     if (size > std::min(target.length(), capacity)) {
         ALOGW("Size too large for buffer allocated, drop frame!");
+        mStats.count(Count::DROPPED_TOO_LARGE);
         return false;
     }
     memcpy(target.data(), memory, size);
@@ -172,6 +181,7 @@ int UvcV4l2Ctrl::handleWrite() {
     v4l2_buffer buf = makeBuffer();
     if (dequeBuffer(&buf) != 0 || buf.index >= mBuffers.size()) return -1;
 
+    mStats.frameReturned(buf.index);
     // Once the lock is released the buffer may take its next frame, or be gone.
     UvcBufInfo returned = takeFrame_l(buf.index);
     // Without a listener nobody would close it.
@@ -192,9 +202,13 @@ UvcBufInfo UvcV4l2Ctrl::takeFrame_l(uint32_t index) {
     return returned;
 }
 
-void UvcV4l2Ctrl::dumpFramesTo(FILE* file) {
+bool UvcV4l2Ctrl::dumpFramesTo(FILE* file) {
+    std::unique_ptr<FILE, FileCloser> other(file);
     Guard guard(mLock);
-    mDumpFile.reset(file);
+    if (file != nullptr && mDumpFile != nullptr) return false;
+    if (file != nullptr) mStats.note(Event::DUMP_STARTED);
+    mDumpFile.swap(other);
+    return true;
 }
 
 void UvcV4l2Ctrl::dump_l(const MappedBuffer& buffer, uint32_t size) {

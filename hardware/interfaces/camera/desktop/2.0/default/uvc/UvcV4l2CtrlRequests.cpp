@@ -152,6 +152,8 @@ void UvcV4l2Ctrl::commitFormat_l() {
           mConfig.getFormatName().c_str(), pix.width, pix.height,
           kIntervalsPerSecond / static_cast<float>(mConfig.getFrameInterval()));
     setFormat(&format);
+    noteMode_l();
+    mStats.note(Event::MODE_COMMITTED);
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

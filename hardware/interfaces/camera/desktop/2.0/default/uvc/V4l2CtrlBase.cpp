@@ -12,16 +12,15 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-namespace {
-
-[[gnu::format(printf, 3, 0)]] int32_t control(int node, unsigned long request, const char* failure,
-                                              void* argument) {
+int32_t V4l2CtrlBase::control(int node, unsigned long request, const char* failure,
+                              void* argument) {
     const int32_t result = ioctl(node, request, argument);
-    if (result != 0) ALOGE(failure, errno);
+    if (result != 0) {
+        onFailure();
+        ALOGE(failure, errno);
+    }
     return result;
 }
-
-}  // namespace
 
 int32_t V4l2CtrlBase::setFormat(v4l2_format* fmt) {
     return control(getV4l2DeviceFd(), VIDIOC_S_FMT, "VIDIOC_S_FMT failed %d", fmt);
@@ -59,6 +58,7 @@ int32_t V4l2CtrlBase::requestBuffer(unsigned int count, v4l2_memory memory) {
     // The gadget's driver answers with the number of buffers, so more than 0 is no failure here.
     const int32_t result = ioctl(node, VIDIOC_REQBUFS, &request);
     if (result < 0) {
+        onFailure();
         ALOGE("VIDIOC_REQBUFS failed %d:  %s (%d)", result, strerror(errno), errno);
     }
     return result;

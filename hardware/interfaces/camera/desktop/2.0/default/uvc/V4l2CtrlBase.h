@@ -49,6 +49,14 @@ class V4l2CtrlBase {
     int32_t queueBuffer(v4l2_buffer* buf);
     /** Takes a buffer that the driver has finished with; the caller has set type and memory. */
     int32_t dequeBuffer(v4l2_buffer* buf);
+
+  protected:
+    /** An ioctl has failed and is about to be logged. Leaves errno alone; counts, for example. */
+    virtual void onFailure() {}
+
+  private:
+    [[gnu::format(printf, 4, 0)]] int32_t control(int node, unsigned long request,
+                                                  const char* failure, void* argument);
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

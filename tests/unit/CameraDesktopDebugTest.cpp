@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: Apache-2.0
+// What debug() answers: the status as a page and as JSON, the frames' dump, nothing to whom it
+// can't.
+
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <rapidjson/document.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "DebugCommand.h"
+#include "support/DaemonWorld.h"
+#include "support/OpenDescriptors.h"
+#include "support/SurfaceCamera.h"
+
+namespace korvane::test {
+namespace {
+
+using ::android::hardware::hidl_handle;
+using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kNv12[] = R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
+                         R"("v4l2-format":"NV12","fps":30}})";
+
+class MemoryFile {
+  public:
+    MemoryFile() : mFd(memfd_create("answer", MFD_CLOEXEC)) {}
+    ~MemoryFile() { close(mFd); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    int fd() const { return mFd; }
+    std::string bytes() const {
+        std::string text(2000000, '\0');
+        const ssize_t size = pread(mFd, text.data(), text.size(), 0);
+        text.resize(size < 0 ? 0 : size);
+        return text;
+    }
+
+  private:
+    const int mFd;
+};
+
+class CameraDesktopDebugTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
+        mWorld.start();
+    }
+
+    // What debug() writes to the first of these descriptors.
+    std::string debug(const hidl_vec<hidl_string>& options, int secondFd = -1) {
+        const MemoryFile answer;
+        const int count = secondFd < 0 ? 1 : 2;
+        native_handle_t* handle = native_handle_create(count, 0);
+        handle->data[0] = answer.fd();
+        if (count == 2) handle->data[1] = secondFd;
+        EXPECT_TRUE(mWorld.service->debug(hidl_handle(handle), options).isOk());
+        native_handle_delete(handle);
+        return answer.bytes();
+    }
+
+    rapidjson::Document status() {
+        rapidjson::Document document;
+        document.Parse(debug({"--json"}).c_str());
+        EXPECT_TRUE(document.IsObject());
+        return document;
+    }
+
+    void stream() {
+        mWorld.commit(1, 1);
+        mWorld.startStream();
+        ASSERT_EQ("", mWorld.command(kNv12));
+        mCamera.emplace(mWorld.surface());
+    }
+
+    void queueFrame() { mCamera->queue(mCamera->dequeue()); }
+
+    DaemonWorld mWorld;
+    std::optional<SurfaceCamera> mCamera;
+};
+
+// --- The status ---
+
+TEST_F(CameraDesktopDebugTest, ReadyWithItsNodeAndNobodyButTheController) {
+    const rapidjson::Document idle = status();
+    EXPECT_EQ(getpid(), idle["pid"].GetInt());
+    EXPECT_GE(idle["seconds"].GetDouble(), 0);
+    EXPECT_STREQ("ready", idle["node"]["state"].GetString());
+    EXPECT_STREQ("/dev/video0", idle["node"]["path"].GetString());
+    EXPECT_EQ(640u, idle["mode"]["width"].GetUint());
+    EXPECT_TRUE(idle["surface"].IsNull());
+    EXPECT_EQ(0u, idle["buffers"].Size());
+    ASSERT_GE(idle["clients"].Size(), 1u);
+    EXPECT_FALSE(idle["stream"].HasMember("seconds"));
+}
+
+TEST_F(CameraDesktopDebugTest, AStreamWithItsSurfaceItsBuffersAndItsFrames) {
+    stream();
+    queueFrame();
+    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QBUF", 1));
+    const rapidjson::Document streaming = status();
+    EXPECT_STREQ("streaming", streaming["node"]["state"].GetString());
+    EXPECT_STREQ("YUYV", streaming["mode"]["format"].GetString());
+    EXPECT_EQ(333333u, streaming["mode"]["interval"].GetUint());
+    const rapidjson::Value& surface = streaming["surface"];
+    EXPECT_STREQ("NV12", surface["format"].GetString());
+    EXPECT_EQ(640u, surface["width"].GetUint());
+    EXPECT_EQ(480u, surface["height"].GetUint());
+    EXPECT_EQ(3u, surface["usage"].GetUint());
+    EXPECT_EQ(30.0, surface["fps"].GetDouble());
+    EXPECT_EQ(getpid(), surface["renderer"].GetInt());
+    EXPECT_FALSE(surface["suspended"].GetBool());
+    ASSERT_EQ(4u, streaming["buffers"].Size());
+    EXPECT_STREQ("driver", streaming["buffers"][0].GetString());
+    EXPECT_STREQ("service", streaming["buffers"][1].GetString());
+    for (const char* since : {"stream", "start"}) {
+        EXPECT_EQ(1u, streaming[since]["drawn"].GetUint64()) << since;
+        EXPECT_EQ(1u, streaming[since]["sent"].GetUint64()) << since;
+        EXPECT_EQ(0u, streaming[since]["returned"].GetUint64()) << since;
+    }
+    uint64_t timed = 0;
+    for (const auto& n : streaming["latency"]["arrival-to-queueing"]["stream"].GetArray()) {
+        timed += n.GetUint64();
+    }
+    EXPECT_EQ(1u, timed);
+}
+
+TEST_F(CameraDesktopDebugTest, ClientsByKindWithTheirProcess) {
+    mWorld.addClient(1, "");
+    bool found = false;
+    const rapidjson::Document now = status();
+    for (const auto& client : now["clients"].GetArray()) {
+        if (client["kind"].GetUint() != 1) continue;
+        found = true;
+        EXPECT_STREQ("launcher", client["name"].GetString());
+        EXPECT_EQ(getpid(), client["pid"].GetInt());
+    }
+    EXPECT_TRUE(found);
+
+    const auto nobody = static_cast<hardware::camera::desktop::V2_0::ClientType>(1);
+    mWorld.service->registerCallback(nobody, nullptr);
+    const rapidjson::Document then = status();
+    for (const auto& client : then["clients"].GetArray()) EXPECT_NE(1u, client["kind"].GetUint());
+}
+
+TEST_F(CameraDesktopDebugTest, ADeadClientIsGoneAndItsDeathAnEvent) {
+    mWorld.addClient(2, "")->die();
+    const rapidjson::Document now = status();
+    for (const auto& client : now["clients"].GetArray()) EXPECT_NE(2u, client["kind"].GetUint());
+    const rapidjson::Value& last = now["events"][now["events"].Size() - 1];
+    EXPECT_STREQ("client-died", last["what"].GetString());
+    EXPECT_EQ(2, last["detail"].GetInt());
+}
+
+TEST_F(CameraDesktopDebugTest, ARefusedSurfaceIsAnEvent) {
+    EXPECT_EQ("not streaming", mWorld.command(kNv12));
+    EXPECT_THAT(debug({"--json"}), HasSubstr("surface-refused"));
+}
+
+TEST_F(CameraDesktopDebugTest, ThePageSaysTheSame) {
+    stream();
+    queueFrame();
+    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QBUF", 1));
+    const std::string page = debug({});
+    EXPECT_THAT(page, HasSubstr("Node:     /dev/video0, streaming\n"));
+    EXPECT_THAT(page, HasSubstr("Mode:     YUYV 640x480, 30.00 fps\n"));
+    EXPECT_THAT(page, HasSubstr("Buffers:  0 driver 1 service 2 service 3 service\n"));
+    EXPECT_THAT(page, HasSubstr("Surface:  NV12 640x480, 30.00 fps, usage 0x3, taken by process " +
+                                std::to_string(getpid()) + "\n"));
+    EXPECT_THAT(page, HasSubstr("  sent                        1          1\n"));
+    EXPECT_THAT(page, HasSubstr(" stream-started "));
+}
+
+TEST_F(CameraDesktopDebugTest, FiguresThatMakeNoSenseAreShownAsTheyAre) {
+    mWorld.commit(1, 1);
+    mWorld.startStream();
+    ASSERT_EQ("", mWorld.command(R"({"create-surface":{"width":640,"height":480,)"
+                                 R"("consumer-usage":-1,"v4l2-format":"NV12","fps":1e38}})"));
+    const rapidjson::Document now = status();
+    EXPECT_EQ(4294967295u, now["surface"]["usage"].GetUint());
+}
+
+TEST_F(CameraDesktopDebugTest, BeingWatchedLeavesNoTrace) {
+    const auto lines = mWorld.log.lines();
+    const std::string before = mWorld.command("{}");
+    mWorld.log.clear();
+    debug({});
+    debug({"--json"});
+    debug({"--what"});
+    EXPECT_THAT(mWorld.log.lines(), IsEmpty());
+    EXPECT_EQ(before, mWorld.command("{}"));
+}
+
+TEST_F(CameraDesktopDebugTest, OtherOptionsAreAnsweredWithALineOnEach) {
+    for (const hidl_vec<hidl_string>& options :
+         {hidl_vec<hidl_string>{"--help"}, hidl_vec<hidl_string>{"--json", "--json"}}) {
+        EXPECT_THAT(debug(options), HasSubstr("--dump-frames"));
+    }
+}
+
+TEST_F(CameraDesktopDebugTest, WithoutADescriptorThereIsNoAnswer) {
+    EXPECT_TRUE(mWorld.service->debug(hidl_handle(), {}).isOk());
+    native_handle_t* empty = native_handle_create(0, 1);
+    empty->data[0] = STDOUT_FILENO;  // a number, no descriptor
+    EXPECT_TRUE(mWorld.service->debug(hidl_handle(empty), {}).isOk());
+    native_handle_delete(empty);
+}
+
+// --- The dump ---
+
+TEST_F(CameraDesktopDebugTest, FramesGoToTheSecondDescriptorUntilItIsEnded) {
+    stream();
+    const MemoryFile frames;
+    EXPECT_EQ("", debug({"--dump-frames"}, frames.fd()));
+    queueFrame();
+    queueFrame();
+    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QBUF", 2));
+    EXPECT_EQ("", debug({"--end-dump"}));
+    queueFrame();
+    ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QBUF", 3));
+    std::string sent;
+    const auto all = mWorld.node.sentFrames();
+    ASSERT_GE(all.size(), 2u);
+    for (size_t i = 0; i < 2; ++i) sent.append(all[i].begin(), all[i].end());
+    EXPECT_EQ(sent.size(), frames.bytes().size());
+    EXPECT_EQ(sent, frames.bytes());
+}
+
+TEST_F(CameraDesktopDebugTest, ADumpNeedsAStreamAFileAndToBeTheOnlyOne) {
+    const MemoryFile file;
+    EXPECT_EQ("no stream\n", debug({"--dump-frames"}, file.fd()));
+    EXPECT_EQ("no stream\n", debug({"--end-dump"}));
+    EXPECT_EQ("no file for the frames\n", debug({"--dump-frames"}));
+    stream();
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    EXPECT_EQ("frames go to a file only\n", debug({"--dump-frames"}, ends[1]));
+    close(ends[0]);
+    close(ends[1]);
+    EXPECT_EQ("", debug({"--dump-frames"}, file.fd()));
+    const MemoryFile other;
+    EXPECT_EQ("frames are being written already\n", debug({"--dump-frames"}, other.fd()));
+}
+
+TEST_F(CameraDesktopDebugTest, AFileThatCannotBeWrittenIsRefused) {
+    stream();
+    const MemoryFile file;
+    const std::string path = "/proc/self/fd/" + std::to_string(file.fd());
+    const int readable = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(readable, 0);
+    EXPECT_EQ("the file can't be written\n", debug({"--dump-frames"}, readable));
+    close(readable);
+}
+
+TEST_F(CameraDesktopDebugTest, NoDescriptorIsLeftBehind) {
+    const int before = countOpenDescriptors();
+    const MemoryFile file;
+    const int with = countOpenDescriptors();
+    debug({});
+    debug({"--dump-frames"}, file.fd());
+    debug({"--dump-frames"});
+    EXPECT_EQ(with, countOpenDescriptors());
+    EXPECT_EQ(before + 1, with);
+}
+
+}  // namespace
+}  // namespace korvane::test

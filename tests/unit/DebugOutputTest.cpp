@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+// Text for descriptors of others: what each kind takes, and that none holds the writer up.
+
+#include <csignal>
+#include <string>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "DebugOutput.h"
+
+namespace korvane::hardware::camera::desktop::V2_0::implementation {
+namespace {
+
+class DebugOutputTest : public testing::Test {
+  protected:
+    ~DebugOutputTest() override {
+        for (int fd : mEnds) {
+            if (fd >= 0) close(fd);
+        }
+    }
+
+    void makePipe() { ASSERT_EQ(0, pipe2(mEnds, O_CLOEXEC)); }
+    void closeReader() {
+        close(mEnds[0]);
+        mEnds[0] = -1;
+    }
+    std::string read() {
+        std::string text(1 << 20, '\0');
+        const ssize_t size = ::read(mEnds[0], text.data(), text.size());
+        text.resize(size < 0 ? 0 : size);
+        return text;
+    }
+
+    int mEnds[2] = {-1, -1};
+};
+
+TEST_F(DebugOutputTest, APipeGetsTheText) {
+    makePipe();
+    writeAtOnce(mEnds[1], "status\n");
+    EXPECT_EQ("status\n", read());
+}
+
+TEST_F(DebugOutputTest, AFullPipeGetsWhatItTakes) {
+    makePipe();
+    const std::string text(200000, 'x');
+    writeAtOnce(mEnds[1], text);
+    EXPECT_EQ(std::string(65536, 'x'), read());
+}
+
+TEST_F(DebugOutputTest, APipeIsLeftAsItWas) {
+    makePipe();
+    const int before = fcntl(mEnds[1], F_GETFL);
+    writeAtOnce(mEnds[1], "status");
+    EXPECT_EQ(before, fcntl(mEnds[1], F_GETFL));
+    EXPECT_EQ(0, before & O_NONBLOCK);
+}
+
+// An unblocked SIGPIPE would end the test program here.
+TEST_F(DebugOutputTest, APipeThatNobodyReadsRaisesNoSignal) {
+    makePipe();
+    closeReader();
+    writeAtOnce(mEnds[1], "status");
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(0, sigismember(&pending, SIGPIPE));
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(0, sigismember(&blocked, SIGPIPE));
+}
+
+TEST_F(DebugOutputTest, ASignalThatIsBlockedAnywayStaysSo) {
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    makePipe();
+    writeAtOnce(mEnds[1], "status");
+    sigset_t blocked;
+    pthread_sigmask(SIG_UNBLOCK, &pipe, &blocked);
+    EXPECT_EQ(1, sigismember(&blocked, SIGPIPE));
+}
+
+TEST_F(DebugOutputTest, ASocketGetsTheTextAndNoMoreThanItTakes) {
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, mEnds));
+    writeAtOnce(mEnds[1], "status");
+    EXPECT_EQ("status", read());
+    for (int i = 0; i < 100; ++i) writeAtOnce(mEnds[1], std::string(100000, 'x'));
+    EXPECT_FALSE(read().empty());
+    closeReader();
+    writeAtOnce(mEnds[1], "status");
+}
+
+TEST_F(DebugOutputTest, AFileGetsAllOfIt) {
+    mEnds[0] = memfd_create("page", MFD_CLOEXEC);
+    const std::string text(200000, 'x');
+    writeAtOnce(mEnds[0], text);
+    EXPECT_EQ(text.size(), static_cast<size_t>(lseek(mEnds[0], 0, SEEK_CUR)));
+    EXPECT_TRUE(isPlainFile(mEnds[0]));
+}
+
+TEST_F(DebugOutputTest, WhatCannotBeWrittenIsLeft) {
+    writeAtOnce(-1, "status");
+    mEnds[0] = open("/", O_RDONLY | O_CLOEXEC);
+    writeAtOnce(mEnds[0], "status");
+    EXPECT_FALSE(isPlainFile(mEnds[0]));
+    EXPECT_FALSE(isPlainFile(-1));
+    mEnds[1] = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    writeAtOnce(mEnds[1], "status");
+}
+
+TEST_F(DebugOutputTest, ADeviceGetsNothing) {
+    mEnds[0] = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (mEnds[0] < 0 || grantpt(mEnds[0]) != 0 || unlockpt(mEnds[0]) != 0) GTEST_SKIP();
+    mEnds[1] = open(ptsname(mEnds[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(mEnds[1], 0);
+    writeAtOnce(mEnds[1], "status");
+    EXPECT_EQ("", read());
+}
+
+TEST_F(DebugOutputTest, PipesAndDevicesAreNoPlainFiles) {
+    makePipe();
+    EXPECT_FALSE(isPlainFile(mEnds[1]));
+    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_FALSE(isPlainFile(null));
+    close(null);
+}
+
+}  // namespace
+}  // namespace korvane::hardware::camera::desktop::V2_0::implementation
