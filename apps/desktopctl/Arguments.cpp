@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Arguments.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <iterator>
+
+#include "options/Options.h"
+
+namespace korvane::ctl {
+namespace {
+
+struct Known {
+    const char* name;
+    Arguments::Command command;
+    size_t operands;
+    const char* usage;
+};
+
+constexpr Known kCommands[] = {
+        {"status", Arguments::kStatus, 0, "status [--json]"},
+        {"watch", Arguments::kWatch, 0, "watch [--interval SECONDS] [--count N]"},
+        {"clients", Arguments::kClients, 0, "clients"},
+        {"send", Arguments::kSend, 2, "send KIND TEXT"},
+        {"suspend", Arguments::kSuspend, 0, "suspend"},
+        {"resume", Arguments::kResume, 0, "resume"},
+        {"snapshot", Arguments::kSnapshot, 1, "snapshot FILE.png|FILE.jpg"},
+        {"dump", Arguments::kDump, 1, "dump FILE [--seconds N]"},
+        {"doctor", Arguments::kDoctor, 0, "doctor [--json]"},
+};
+
+const Known* find(const std::string& name) {
+    const auto found = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                    [&name](const Known& known) { return known.name == name; });
+    return found == std::end(kCommands) ? nullptr : found;
+}
+
+bool positive(const std::string& text, double* out) {
+    char* end = nullptr;
+    const double number = strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !std::isfinite(number) || number <= 0) return false;
+    *out = number;
+    return number <= 86400;
+}
+
+bool hasOption(Arguments::Command command, const std::string& name) {
+    if (name == "--json") return command == Arguments::kStatus || command == Arguments::kDoctor;
+    if (name == "--seconds") return command == Arguments::kDump;
+    return (name == "--interval" || name == "--count") && command == Arguments::kWatch;
+}
+
+}  // namespace
+
+std::string Arguments::read(const std::vector<std::string>& arguments) {
+    if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) return "";
+    if (arguments.empty()) return "which command? 'desktopctl --help' lists them";
+    const Known* known = find(arguments[0]);
+    if (known == nullptr) {
+        return "unknown command '" + arguments[0] + "'; 'desktopctl --help' lists them";
+    }
+    const std::string usage = std::string("usage: desktopctl ") + known->usage;
+    std::vector<std::string> operands;
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        // A text may begin with a dash, and so may the file behind it.
+        if (operands.size() < known->operands && arguments[i].rfind("--", 0) != 0) {
+            operands.push_back(arguments[i]);
+            continue;
+        }
+        if (!hasOption(known->command, arguments[i])) return usage;
+        if (arguments[i] == "--json") {
+            json = true;
+            continue;
+        }
+        const std::string& name = arguments[i];
+        if (++i == arguments.size()) return usage;
+        unsigned long count = 0;
+        const bool read = name == "--count" ? options::numberFrom(arguments[i], 1, 1000000, &count)
+                                            : positive(arguments[i],
+                                                       name == "--seconds" ? &seconds : &interval);
+        if (!read) return name + " is '" + arguments[i] + "', but a number above 0 is needed";
+        if (name == "--count") screens = static_cast<unsigned>(count);
+    }
+    if (operands.size() != known->operands) return usage;
+    if (known->command == kSend) {
+        unsigned long number = 0;
+        if (!options::numberFrom(operands[0], 0, 7, &number)) {
+            return "KIND is '" + operands[0] + "', but a number from 0 to 7 is needed";
+        }
+        kind = static_cast<unsigned>(number);
+        text = operands[1];
+    } else if (known->operands == 1) {
+        file = operands[0];
+    }
+    command = known->command;
+    return "";
+}
+
+std::string helpText() {
+    return "usage: desktopctl COMMAND\n"
+           "Shows what the desktop-camera service does, and finds what is wrong.\n"
+           "\n"
+           "  status [--json]           what there is, who is there, what has happened\n"
+           "  watch [--interval SECONDS] [--count N]\n"
+           "                            the same live: frames, rates, drops, latency\n"
+           "  clients                   who is connected, by kind, process and time\n"
+           "  send KIND TEXT            a text to the client of a kind (0 to 7); its reply\n"
+           "  suspend, resume           hold the picture, let it move again\n"
+           "  snapshot FILE.png|.jpg    the next frame as the host gets it\n"
+           "  dump FILE [--seconds N]   the bytes of every frame, for 10 seconds\n"
+           "  doctor [--json]           look at everything that a picture needs; needs no service\n"
+           "  --help                    this text\n"
+           "\n"
+           "Exit status: 0 streaming or ready, 1 it could not be done, 2 wrong usage,\n"
+           "3 the service is not running, 4 it has no node, 5 no camera is connected.\n"
+           "doctor: 0 when all is right, else 1.\n";
+}
+
+}  // namespace korvane::ctl

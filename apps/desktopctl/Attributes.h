@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reading the kernel's folders of small files.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvane::ctl {
+
+/** A file's text without the newline at its end; empty when it can't be read. */
+std::string attribute(const std::string& path);
+
+/** The decimal number that a file begins with, as the service reads it; nothing when none does. */
+std::optional<uint32_t> numberIn(const std::string& path);
+
+/** The names in a folder, in order; none when it can't be read. */
+std::vector<std::string> entriesOf(const std::string& folder);
+
+/** Those of them that are folders, links to folders left out. */
+std::vector<std::string> foldersIn(const std::string& folder);
+
+}  // namespace korvane::ctl

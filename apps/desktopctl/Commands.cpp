@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Commands.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Deadline.h"
+#include "FrameDump.h"
+#include "Screens.h"
+#include "Service.h"
+#include "Snapshot.h"
+
+namespace korvane::ctl {
+
+using ::android::base::unique_fd;
+using std::chrono::duration;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr unsigned kAnswerSeconds = 5;
+constexpr unsigned kClientKinds = 8;
+constexpr unsigned kController = 4;
+constexpr double kFirstFrameSeconds = 3;
+
+volatile sig_atomic_t sInterrupted = 0;
+
+void onInterrupt(int /*signal*/) {
+    sInterrupted = 1;
+}
+
+// A command that goes on for long ends in order.
+void catchInterrupts() {
+    signal(SIGINT, onInterrupt);
+    signal(SIGTERM, onInterrupt);
+}
+
+ExitCode fail(ExitCode code, const std::string& what) {
+    fprintf(stderr, "desktopctl: %s\n", what.c_str());
+    return code;
+}
+
+ExitCode notRunning() {
+    return fail(kNotRunning, "the service is not running; 'desktopctl doctor' says why");
+}
+
+double secondsSince(steady_clock::time_point start) {
+    return duration<double>(steady_clock::now() - start).count();
+}
+
+std::string megabytes(double bytes) {
+    char text[32];
+    snprintf(text, sizeof(text), "%.1f MB", bytes / 1e6);
+    return text;
+}
+
+// Why there is no stream, in the order in which a stream comes about.
+ExitCode noStream(const Status& status) {
+    const ExitCode code = status.exitCode();
+    if (code == kNoNode) return fail(code, "nothing streams: the service has no node");
+    if (code == kNoCamera) return fail(code, "nothing streams: there is no camera");
+    return fail(kFailed, "nothing streams: the host has not opened the webcam");
+}
+
+}  // namespace
+
+ExitCode showStatus(bool json) {
+    const Deadline deadline(kAnswerSeconds);
+    const auto service = Service::find();
+    if (!service) return notRunning();
+    const auto text = json ? service->debug({"--json"}) : service->debug({});
+    const auto status = service->status();
+    if (!text || !status) return notRunning();
+    fputs(text->c_str(), stdout);
+    return status->exitCode();
+}
+
+ExitCode showClients() {
+    const Deadline deadline(kAnswerSeconds);
+    const auto service = Service::find();
+    const auto status = service ? service->status() : std::nullopt;
+    if (!status) return notRunning();
+    fputs(clientList(*status).c_str(), stdout);
+    return status->exitCode();
+}
+
+ExitCode watch(double intervalSeconds, unsigned screens) {
+    catchInterrupts();
+    const char* const clear = isatty(STDOUT_FILENO) != 0 ? "\033[H\033[2J" : "";
+    std::optional<Status> before;
+    steady_clock::time_point beforeTime;
+    ExitCode code = kNotRunning;
+    for (unsigned i = 0; sInterrupted == 0 && (screens == 0 || i < screens); ++i) {
+        if (i > 0) std::this_thread::sleep_for(duration<double>(intervalSeconds));
+        const Deadline deadline(kAnswerSeconds);
+        const auto service = Service::find();
+        const auto now = service ? service->status() : std::nullopt;
+        const double passed = secondsSince(beforeTime);
+        beforeTime = steady_clock::now();
+        if (now) {
+            // Another process has counts of its own.
+            const bool same = before && before->pid == now->pid;
+            printf("%s%s", clear, watchScreen(*now, same ? &*before : nullptr, passed).c_str());
+            code = now->exitCode();
+        } else {
+            printf("%sthe service is not running\n", clear);
+            code = kNotRunning;
+        }
+        fflush(stdout);
+        before = now;
+    }
+    return code;
+}
+
+ExitCode sendText(unsigned kind, const std::string& text) {
+    // The service does not survive a kind that it has no slot for.
+    if (kind >= kClientKinds) return fail(kWrongUsage, "KIND is a number from 0 to 7");
+    const Deadline deadline(2 * kAnswerSeconds);
+    const auto service = Service::find();
+    if (!service) return notRunning();
+    const auto reply = service->send(kind, text);
+    if (!reply) return fail(kFailed, "the service has gone while it was asked");
+    printf("%s\n", reply->c_str());
+    return kReady;
+}
+
+ExitCode suspend(bool suspend) {
+    return sendText(kController,
+                    suspend ? R"({"stream-suspend":true})" : R"({"stream-suspend":false})");
+}
+
+ExitCode takeSnapshot(const std::string& path) {
+    if (!isPicturePath(path)) return fail(kWrongUsage, "FILE ends in .png, .jpg or .jpeg");
+    const Deadline deadline(2 * kAnswerSeconds);
+    const auto service = Service::find();
+    const auto status = service ? service->status() : std::nullopt;
+    if (!status) return notRunning();
+    const auto format =
+            status->mode ? testcard::formatFromName(status->mode->format) : std::nullopt;
+    if (!status->isStreaming()) return noStream(*status);
+    if (!format) return fail(kFailed, "a stream of " + status->mode->format + " has no pictures");
+
+    const unique_fd file(memfd_create("frames", MFD_CLOEXEC));
+    const auto start = steady_clock::now();
+    uint64_t frames = 0;
+    const auto enough = [&start](uint64_t seen) {
+        return seen > 0 || secondsSince(start) > kFirstFrameSeconds;
+    };
+    const std::string wrong = dumpFrames(*service, file.get(), enough, &frames);
+    if (!wrong.empty()) return fail(kFailed, wrong);
+
+    testcard::Capture capture;
+    std::string error;
+    struct stat size = {};
+    if (fstat(file.get(), &size) != 0 || size.st_size == 0) {
+        return fail(kFailed,
+                    "no frame came within three seconds; 'desktopctl status' says where "
+                    "they are lost");
+    }
+    const std::string frameFile = "/proc/self/fd/" + std::to_string(file.get());
+    if (!capture.open(frameFile, *format, status->mode->width, status->mode->height, &error) ||
+        !writePicture(path, capture.frames().front(), *format, status->mode->width,
+                      status->mode->height, &error)) {
+        return fail(kFailed, path + ": " + error);
+    }
+    return kReady;
+}
+
+ExitCode dumpTo(const std::string& path, double seconds) {
+    catchInterrupts();
+    const auto service = Service::find();
+    const auto status = service ? service->status() : std::nullopt;
+    if (!status) return notRunning();
+    if (!status->isStreaming()) return noStream(*status);
+    const unique_fd file(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (file.get() < 0) return fail(kFailed, path + ": " + strerror(errno));
+
+    const auto start = steady_clock::now();
+    uint64_t frames = 0;
+    const std::string wrong = dumpFrames(
+            *service, file.get(),
+            [&](uint64_t /*seen*/) { return sInterrupted != 0 || secondsSince(start) >= seconds; },
+            &frames);
+    if (!wrong.empty()) return fail(kFailed, wrong);
+    struct stat size = {};
+    fstat(file.get(), &size);
+    printf("%s of %s frames in %s\n", megabytes(static_cast<double>(size.st_size)).c_str(),
+           status->mode ? status->mode->format.c_str() : "?", path.c_str());
+    return kReady;
+}
+
+}  // namespace korvane::ctl

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// One line of the doctor's.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace korvane::ctl {
+
+struct Finding {
+    enum State {
+        kRight,
+        kNote,   // works, but perhaps not as wanted
+        kWrong,  // keeps the picture away
+    };
+
+    State state;
+    std::string what;  // the part that was looked at, a word
+    std::string says;
+    std::string mend;  // the command, or what to do; empty when nothing is needed
+};
+
+using Findings = std::vector<Finding>;
+
+inline Finding right(const std::string& what, const std::string& says) {
+    return {Finding::kRight, what, says, ""};
+}
+inline Finding note(const std::string& what, const std::string& says, const std::string& mend) {
+    return {Finding::kNote, what, says, mend};
+}
+inline Finding wrong(const std::string& what, const std::string& says, const std::string& mend) {
+    return {Finding::kWrong, what, says, mend};
+}
+
+inline bool anyWrong(const Findings& findings) {
+    for (const Finding& finding : findings) {
+        if (finding.state == Finding::kWrong) return true;
+    }
+    return false;
+}
+
+}  // namespace korvane::ctl

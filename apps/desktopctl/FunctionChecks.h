@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+// The webcam function in configfs: what the service can't read, and what the host would count in
+// another order than the service.
+#pragma once
+
+#include <string>
+
+#include "Finding.h"
+
+namespace korvane::ctl {
+
+/** Everything about /config/usb_gadget/g1; `udc`, unless null, becomes what it is bound to. */
+Findings checkFunction(std::string* udc);
+
+}  // namespace korvane::ctl

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+// The programs and the stream: what the service says of itself, judged.
+#pragma once
+
+#include "Finding.h"
+#include "Status.h"
+
+namespace korvane::ctl {
+
+/** The service manager: whether it answers. */
+Findings checkManager(bool answers);
+
+/** The service when it can't be found: whether it runs at all. */
+Findings checkMissingService();
+
+/**
+ * A service that answers: its node, its camera, the stream. `later` was taken `seconds` behind
+ * `status`.
+ */
+Findings checkStatus(const Status& status, const Status& later, double seconds);
+
+}  // namespace korvane::ctl

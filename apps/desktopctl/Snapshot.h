@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+// A frame as a picture file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "testcard/Capture.h"
+
+namespace korvane::ctl {
+
+/**
+ * Writes a frame as PNG or JPEG, as the path's ending says (".png", ".jpg" or ".jpeg"). A JPEG of a
+ * JPEG has the very bytes. False, with the reason in `error`, when the frame is damaged or the file
+ * can't be written.
+ */
+bool writePicture(const std::string& path, const testcard::Frame& frame,
+                  testcard::PixelFormat format, uint32_t width, uint32_t height,
+                  std::string* error);
+
+/** Whether the path ends in a way that writePicture() knows. */
+bool isPicturePath(const std::string& path);
+
+}  // namespace korvane::ctl

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the service says of itself, read from its JSON.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvane::ctl {
+
+/** How the program ends, for scripts. */
+enum ExitCode {
+    kReady = 0,       // streaming, or ready to
+    kFailed = 1,      // what was asked for could not be done
+    kWrongUsage = 2,  // the command line
+    kNotRunning = 3,  // no service answers
+    kNoNode = 4,      // the service has no node that it could open
+    kNoCamera = 5,    // no camera has registered
+};
+
+struct Picture {
+    std::string format;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    double fps = 0;
+};
+
+struct Client {
+    unsigned kind = 0;
+    std::string name;
+    int pid = 0;
+    double seconds = 0;
+};
+
+struct Surface {
+    Picture picture;
+    int renderer = 0;
+    bool suspended = false;
+};
+
+/** Times of one kind, in classes. */
+struct Latency {
+    std::vector<uint64_t> counts;  // of the stream
+};
+
+struct Status {
+    int pid = 0;
+    double seconds = 0;
+    std::string nodePath;
+    std::string nodeState;
+    std::optional<Picture> mode;
+    std::vector<std::string> buffers;
+    std::vector<Client> clients;
+    std::optional<Surface> surface;
+    double streamSeconds = 0;
+    std::map<std::string, uint64_t> stream;  // counts since the stream's start, by name
+    std::map<std::string, uint64_t> start;   // and since the service's
+    std::vector<uint64_t> belowUs;           // bounds of the classes of times but the last
+    Latency queueing;
+    Latency sending;
+
+    bool isStreaming() const { return nodeState == "streaming"; }
+    /** A count since the stream's start; 0 for an unknown name. */
+    uint64_t ofStream(const std::string& name) const;
+    uint64_t ofStart(const std::string& name) const;
+    /** Frames that came and did not leave, since the stream's start. */
+    uint64_t dropped() const;
+    ExitCode exitCode() const;
+};
+
+/** Reads the service's JSON; nothing when it is none, or lacks what every status has. */
+std::optional<Status> parseStatus(const std::string& json);
+
+}  // namespace korvane::ctl
