@@ -134,12 +134,13 @@ TEST_F(UvcCountsTest, ABlobTooLargeForTheBufferIsDropped) {
     EXPECT_EQ(0u, count(Count::FRAMES_SENT));
 }
 
-TEST_F(UvcCountsTest, APictureTooLargeForTheBufferIsSentStale) {
+TEST_F(UvcCountsTest, APictureTooLargeForTheBufferIsDropped) {
     streamYuyv(100);
     queue(0, makePicture(640, 480));
-    EXPECT_EQ(1u, count(Count::FRAMES_STALE));
-    EXPECT_EQ(1u, count(Count::FRAMES_SENT));
-    EXPECT_EQ(0u, count(Count::DROPPED_TOO_LARGE));
+    EXPECT_EQ(1u, count(Count::DROPPED_TOO_LARGE));
+    EXPECT_EQ(0u, count(Count::FRAMES_STALE));
+    EXPECT_EQ(0u, count(Count::FRAMES_SENT));
+    EXPECT_EQ(0u, count(Count::DROPPED_REFUSED));
 }
 
 TEST_F(UvcCountsTest, AFrameThatTheDriverRefusesIsDropped) {

@@ -95,7 +95,8 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     buf.sequence = mFrameCount;
     buf.index = frame->index;
     if (V4l2CtrlBase::queueBuffer(&buf) != 0) {
-        mStats.count(Count::DROPPED_REFUSED);
+        const bool isTooLarge = buf.bytesused > target.memory.length();
+        mStats.count(isTooLarge ? Count::DROPPED_TOO_LARGE : Count::DROPPED_REFUSED);
         ALOGE("Failed queue for buffer: %d", frame->index);
         return false;
     }
@@ -109,10 +110,7 @@ bool UvcV4l2Ctrl::fill_l(const UvcBufInfo& frame, LockedFrame& locked, const Map
                          v4l2_buffer* buf) {
     if (frame.graphicBuffer->getPixelFormat() == HAL_PIXEL_FORMAT_YCbCr_420_888) {
         // The host rather gets an old picture than none: the buffer is queued either way.
-        if (!convertFromYCbCr420_l(frame, locked, target, buf)) {
-            mStats.count(Count::FRAMES_STALE);
-            locked.unlock();
-        }
+        if (!convertFromYCbCr420_l(frame, locked, target, buf)) locked.unlock();
     } else if (!copyBlob_l(frame, locked, target, buf)) {
         return false;
     }
@@ -146,6 +144,7 @@ bool UvcV4l2Ctrl::convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& lo
     const android_ycbcr planes = locked.lockPicture();
     if (planes.y == nullptr || planes.cb == nullptr) {
         ALOGE("null ptr for ycbcr dequeued");
+        mStats.count(Count::FRAMES_STALE);
         return false;
     }
     if (!writeYCbCr420_l(frame, planes, target, buf)) {
