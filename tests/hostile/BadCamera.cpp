@@ -53,8 +53,8 @@ bool render(const sp<IGraphicBufferProducer>& queue, const Mishap& mishap) {
     for (int i = 0;; i++) {
         int slot = -1;
         sp<Fence> fence;
-        const status_t status =
-                queue->dequeueBuffer(&slot, &fence, 0, 0, 0, kUsage, nullptr, nullptr);
+        const status_t status = queue->dequeueBuffer(
+                &slot, &fence, kBlobSize, 1, HAL_PIXEL_FORMAT_BLOB, kUsage, nullptr, nullptr);
         if (status == android::TIMED_OUT) continue;
         if (status < 0) break;
         if (i == 2) mishap.at("dequeued");

@@ -33,6 +33,9 @@ bool createSurface(const Service& service);
 /** The surface; null if there is none. */
 android::sp<android::IGraphicBufferProducer> queueOf(const Service& service);
 
+/** Room for one compressed picture. */
+constexpr uint32_t kBlobSize = 65536;
+
 /** What a well-behaved camera asks for and sends. */
 constexpr uint64_t kUsage =
         android::GraphicBuffer::USAGE_SW_READ_OFTEN | android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;

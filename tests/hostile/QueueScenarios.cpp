@@ -142,9 +142,9 @@ class Brawler {
         sp<Fence> fence;
         const bool isPlain = below(2) == 0;
         const status_t status = mQueue->dequeueBuffer(
-                &slot, &fence, isPlain ? 0 : static_cast<uint32_t>(below(700)),
-                isPlain ? 0 : static_cast<uint32_t>(below(500)), isPlain ? 0 : below(40), kUsage,
-                nullptr, nullptr);
+                &slot, &fence, isPlain ? kBlobSize : static_cast<uint32_t>(below(700)),
+                isPlain ? 1 : static_cast<uint32_t>(below(500)),
+                isPlain ? HAL_PIXEL_FORMAT_BLOB : below(40), kUsage, nullptr, nullptr);
         sp<GraphicBuffer> buffer;
         if (status >= 0) mQueue->requestBuffer(slot, &buffer);
         return status;
