@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "PictureFormat.h"
 #include "testcard/FrameStamp.h"
@@ -16,6 +17,12 @@ struct PictureMemory {
     testcard::Planes planes;
     uint8_t* file = nullptr;
     size_t fileCapacity = 0;
+};
+
+/** What keeps a source from giving pictures, for people and for programs. */
+struct Trouble {
+    testcard::Notice notice = testcard::Notice::kNone;
+    std::string text;  // a sentence without its full stop; empty if there is no more to say
 };
 
 /**
@@ -43,6 +50,9 @@ class FrameSource {
                         size_t* bytes) = 0;
 
     virtual void stop() = 0;
+
+    /** Why start() or draw() has failed last. */
+    virtual Trouble trouble() const { return {testcard::Notice::kFailed, ""}; }
 };
 
 }  // namespace korvane::camera

@@ -13,6 +13,9 @@
 #include "testcard/Planes.h"
 
 namespace korvane::camera {
+
+using testcard::Notice;
+
 namespace {
 
 constexpr GstClockTime kPictureTimeout = 100 * GST_MSECOND;
@@ -75,14 +78,14 @@ bool GstreamerSource::start(const PictureFormat& format) {
     std::string error;
     mPipeline.reset(parse(pipelineFor(mDescription, format), &error));
     if (mPipeline == nullptr) {
-        ALOGE("the source cannot be built: %s", error.c_str());
+        note(Notice::kFailed, "the source cannot be built: " + error);
         return false;
     }
     mSink.reset(GST_APP_SINK(gst_bin_get_by_name(GST_BIN(mPipeline.get()), kSinkName)));
     if (gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
         return true;
     }
-    if (!failed()) ALOGE("the source does not start");
+    if (!failed()) note(Notice::kFailed, "the source does not start");
     stop();
     return false;
 }
@@ -98,6 +101,7 @@ FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
     GstSample* sample = gst_app_sink_try_pull_sample(mSink.get(), kPictureTimeout);
     if (sample == nullptr) return handleNoSample();
     mGavePicture = true;
+    mTrouble = {};
     const Result result = copySample(sample, memory, bytes);
     gst_sample_unref(sample);
     return result;
@@ -107,7 +111,7 @@ FrameSource::Result GstreamerSource::handleNoSample() {
     if (failed()) return Result::kFailed;
     if (!gst_app_sink_is_eos(mSink.get())) return Result::kNotYet;
     if (!mGavePicture) {
-        ALOGE("the source has ended without a picture");
+        note(Notice::kEnded, "the source has ended without a picture");
         return Result::kFailed;
     }
     // Not every source that ends can be sought in; every one can be built again.
@@ -125,20 +129,22 @@ bool GstreamerSource::failed() {
     gchar* detail = nullptr;
     gst_message_parse_error(message, &raised, &detail);
     const Error error(raised);
-    ALOGE("the source failed: %s: %s (%s)", GST_MESSAGE_SRC_NAME(message), error->message,
-          lastLine(detail).c_str());
+    const bool absent = g_error_matches(raised, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
+    note(absent ? Notice::kAbsent : Notice::kFailed,
+         std::string("the source failed: ") + GST_MESSAGE_SRC_NAME(message) + ": " +
+                 error->message + " (" + lastLine(detail) + ")");
     g_free(detail);
     gst_message_unref(message);
     return true;
 }
 
 FrameSource::Result GstreamerSource::copySample(GstSample* sample, const PictureMemory& memory,
-                                                size_t* bytes) const {
+                                                size_t* bytes) {
     return mFormat.isJpeg() ? copyFile(sample, memory, bytes) : copyPlanes(sample, memory, bytes);
 }
 
 FrameSource::Result GstreamerSource::copyFile(GstSample* sample, const PictureMemory& memory,
-                                              size_t* bytes) const {
+                                              size_t* bytes) {
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     *bytes = gst_buffer_get_size(buffer);
     if (*bytes > memory.fileCapacity) {
@@ -150,12 +156,12 @@ FrameSource::Result GstreamerSource::copyFile(GstSample* sample, const PictureMe
 }
 
 FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const PictureMemory& memory,
-                                                size_t* bytes) const {
+                                                size_t* bytes) {
     GstVideoInfo info;
     GstVideoFrame frame;
     if (!gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) ||
         !gst_video_frame_map(&frame, &info, gst_sample_get_buffer(sample), GST_MAP_READ)) {
-        ALOGE("the source gave a picture that cannot be read");
+        note(Notice::kFailed, "the source gave a picture that cannot be read");
         return Result::kFailed;
     }
     const auto plane = [&](int number, uint32_t line) {
@@ -171,6 +177,12 @@ FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const Picture
     gst_video_frame_unmap(&frame);
     *bytes = size_t{mFormat.width} * mFormat.height * 3 / 2;
     return Result::kDrawn;
+}
+
+// A source that is tried again and again fails in the same way: that is logged once.
+void GstreamerSource::note(Notice notice, const std::string& text) {
+    if (text != mTrouble.text) ALOGE("%s", text.c_str());
+    mTrouble = {notice, text};
 }
 
 }  // namespace korvane::camera

@@ -30,6 +30,7 @@ class GstreamerSource : public FrameSource {
     Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
                 size_t* bytes) override;
     void stop() override;
+    Trouble trouble() const override { return mTrouble; }
 
   private:
     template <typename T>
@@ -38,15 +39,17 @@ class GstreamerSource : public FrameSource {
     };
 
     static std::string pipelineFor(const std::string& description, const PictureFormat& format);
-    Result copySample(GstSample* sample, const PictureMemory& memory, size_t* bytes) const;
-    Result copyFile(GstSample* sample, const PictureMemory& memory, size_t* bytes) const;
-    Result copyPlanes(GstSample* sample, const PictureMemory& memory, size_t* bytes) const;
+    Result copySample(GstSample* sample, const PictureMemory& memory, size_t* bytes);
+    Result copyFile(GstSample* sample, const PictureMemory& memory, size_t* bytes);
+    Result copyPlanes(GstSample* sample, const PictureMemory& memory, size_t* bytes);
     Result handleNoSample();
     bool failed();
+    void note(testcard::Notice notice, const std::string& text);
 
     const std::string mDescription;
     PictureFormat mFormat;
     bool mGavePicture = false;  // since the pipeline was built
+    Trouble mTrouble;           // of kNone once there was a picture
     std::unique_ptr<GstElement, Unref<GstElement>> mPipeline;
     std::unique_ptr<GstAppSink, Unref<GstAppSink>> mSink;
 };

@@ -18,6 +18,7 @@
 #include "FrameJournal.h"
 #include "GstreamerSource.h"
 #include "ServiceConnection.h"
+#include "SteadySource.h"
 #include "StreamDemand.h"
 #include "TestCardSource.h"
 
@@ -64,7 +65,8 @@ int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journ
     const SignalWaiter signals(demand);
     android::hardware::configureRpcThreadpool(1, false);
     ServiceConnection connection(demand, kindsOf(options));
-    CameraClient(demand, connection, source, journal, options.lastFrame).run();
+    SteadySource steady(source, nullptr, {});
+    CameraClient(demand, connection, steady, journal, options.lastFrame).run();
     return 0;
 }
 

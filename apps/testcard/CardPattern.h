@@ -1,50 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
-// The moving picture behind the coded strips.
+// The picture behind a card's coded strips.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace korvane::testcard {
 
 /**
- * Slanted colour bars that wander to the left: the colour at (x, y) of frame n is that of the bars
- * at (x + y + kStep * n), and the bars repeat after kPeriod. So every line of every frame is a
- * piece of one long line, and every row of sixteen lines is one of kPhases: what makes drawing and
- * encoding cheap.
+ * What a card shows in each frame, line by line. Rows of sixteen lines, of which JPEG is made, come
+ * in a limited number of kinds over all frames, so that each has to be encoded only once.
  */
 class CardPattern {
   public:
-    static constexpr uint32_t kPeriod = 256;
-    static constexpr uint32_t kStep = 8;
-    static constexpr uint32_t kPhases = kPeriod / kStep;
+    virtual ~CardPattern() = default;
 
-    /** Prepares lines of `width` pixels (even). */
-    explicit CardPattern(uint32_t width);
+    /** The luma samples of a line of frame `number`; as many as the pattern is wide. */
+    virtual const uint8_t* luma(uint32_t number, uint32_t line) const = 0;
 
-    /** `width` luma samples of a line. */
-    const uint8_t* luma(uint32_t number, uint32_t line) const {
-        return &mLuma[offset(number, line)];
-    }
+    /** Pairs of Cb and Cr for a line of chroma, which stands for two of luma. */
+    virtual const uint8_t* chroma(uint32_t number, uint32_t chromaLine) const = 0;
 
-    /** `width` / 2 pairs of Cb and Cr for a line of chroma, which stands for two of luma. */
-    const uint8_t* chroma(uint32_t number, uint32_t chromaLine) const {
-        return &mChroma[offset(number, 2 * chromaLine)];
-    }
+    /** How many kinds of rows there are. */
+    virtual uint32_t rowKinds() const = 0;
 
-    /** Which of the kPhases kinds of sixteen lines stands at `row` (counted in sixteens). */
-    static uint32_t phaseOf(uint32_t number, uint32_t row) {
-        return offset(number, 16 * row) / kStep;
-    }
+    /** The kind of the row of sixteen lines `row` in frame `number`. */
+    virtual uint32_t rowKind(uint32_t number, uint32_t row) const = 0;
 
-  private:
-    static uint32_t offset(uint32_t number, uint32_t line) {
-        return (line + number % kPhases * kStep) % kPeriod;
-    }
-
-    std::vector<uint8_t> mLuma;
-    std::vector<uint8_t> mChroma;
+    /** One frame and row in which a kind stands. */
+    struct Place {
+        uint32_t number;
+        uint32_t row;
+    };
+    virtual Place placeOf(uint32_t kind) const = 0;
 };
 
 }  // namespace korvane::testcard

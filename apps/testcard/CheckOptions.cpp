@@ -63,14 +63,23 @@ std::string CheckOptions::read(const std::vector<std::string>& arguments) {
              {"--max-lost", "COUNT", "How many frames may be lost before it is an error (0).",
               takeCount(&maxLost)},
              {"--contact-sheet", "FILE", "Write a PNG picture of some of the frames.",
-              takePath(&contactSheet)}},
+              takePath(&contactSheet)},
+             {"--codes", "",
+              "Check nothing: print for each frame its number and why a card stands in for the\n"
+              "        camera's picture (starting, absent, failed, ended, silent, covered), "
+              "\"none\" on\n"
+              "        the test card, or \"no code\". Needs no log.",
+              [this](const std::string&) {
+                  codesOnly = true;
+                  return "";
+              }}},
             "CAPTURE", takePath(&capture));
     const std::string wrong = line.read(arguments);
     if (line.wantsHelp()) help = line.help();
     if (!wrong.empty() || line.wantsHelp()) return wrong;
     if (!format) return "testcard-check: --format is missing: MJPG, YUYV or NV12";
     if (!layout) return "testcard-check: --size is missing: the size of the frames, like 1280x720";
-    if (log.empty()) return "testcard-check: --log is missing: the log of the camera";
+    if (log.empty() && !codesOnly) return "testcard-check: --log is missing: the log of the camera";
     return "";
 }
 

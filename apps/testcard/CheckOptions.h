@@ -21,6 +21,7 @@ struct CheckOptions {
     std::string times;         // empty: no receive times
     std::string contactSheet;  // empty: none wanted
     size_t maxLost = 0;
+    bool codesOnly = false;  // nothing is to be checked, only the frames' codes shown
     std::string help;  // not empty: nothing is to be checked, this is to be shown
 
     /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */

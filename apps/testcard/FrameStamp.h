@@ -6,13 +6,28 @@
 
 namespace korvane::testcard {
 
-/** The frame number and the time of drawing, as a picture carries them. */
+/** Why a card stands in for the camera's picture. Programs read these numbers: none is reused. */
+enum class Notice : uint8_t {
+    kNone = 0,      // it doesn't: this is the test card
+    kStarting = 1,  // the source has yet to give its first picture
+    kAbsent = 2,    // there is no source
+    kFailed = 3,    // the source has failed
+    kEnded = 4,     // the source has ended
+    kSilent = 5,    // the source gives no picture any more
+    kCovered = 6,   // the camera is covered
+};
+
+/** The word for a notice, as programs write it; "unknown" for a number that is none. */
+const char* nameOf(Notice notice);
+
+/** The frame number, the time of drawing and the notice, as a picture carries them. */
 struct FrameStamp {
     uint32_t number = 0;
-    uint64_t timeUs = 0;  // monotonic clock, microseconds
+    uint64_t timeUs = 0;  // monotonic clock, microseconds, of which 56 bits are carried
+    Notice notice = Notice::kNone;
 
     bool operator==(const FrameStamp& other) const {
-        return number == other.number && timeUs == other.timeUs;
+        return number == other.number && timeUs == other.timeUs && notice == other.notice;
     }
     bool operator!=(const FrameStamp& other) const { return !(*this == other); }
 };

@@ -14,6 +14,7 @@ constexpr uint32_t kBrightest = 160;  // a mean above is a 1
 
 constexpr size_t kBytes = StripLayout::kBits / 8;
 constexpr size_t kChecked = kBytes - 2;
+constexpr size_t kNoticeByte = 4;  // behind the number; the time follows in seven bytes
 
 uint16_t checksum(const uint8_t* bytes, size_t count) {
     uint16_t crc = 0xFFFF;
@@ -55,7 +56,8 @@ uint32_t cellMean(const LumaView& luma, uint32_t left, uint32_t top, uint32_t ce
 
 StripCode::StripCode(const FrameStamp& stamp) {
     putBigEndian(&mBytes[0], 4, stamp.number);
-    putBigEndian(&mBytes[4], 8, stamp.timeUs);
+    mBytes[kNoticeByte] = static_cast<uint8_t>(stamp.notice);
+    putBigEndian(&mBytes[kNoticeByte + 1], 7, stamp.timeUs);
     putBigEndian(&mBytes[kChecked], 2, checksum(mBytes.data(), kChecked));
 }
 
@@ -79,7 +81,9 @@ std::optional<FrameStamp> readStrip(const StripLayout& layout, const LumaView& l
         if (mean > kBrightest) bytes[bit / 8] |= static_cast<uint8_t>(0x80 >> bit % 8);
     }
     if (getBigEndian(bytes + kChecked, 2) != checksum(bytes, kChecked)) return std::nullopt;
-    return FrameStamp{static_cast<uint32_t>(getBigEndian(bytes, 4)), getBigEndian(bytes + 4, 8)};
+    return FrameStamp{static_cast<uint32_t>(getBigEndian(bytes, 4)),
+                      getBigEndian(bytes + kNoticeByte + 1, 7),
+                      static_cast<Notice>(bytes[kNoticeByte])};
 }
 
 CardReading readCard(const StripLayout& layout, const LumaView& luma) {

@@ -32,7 +32,9 @@ struct CardReading {
     bool torn() const { return readable() && *top != *bottom; }
 };
 
-/** The bits of one stamp: number, time, then a checksum over both (CRC-16/CCITT), high bits first.
+/**
+ * The bits of one stamp: number, notice, time, then a checksum over all (CRC-16/CCITT), high bits
+ * first.
  */
 class StripCode {
   public:

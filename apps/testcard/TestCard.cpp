@@ -2,30 +2,35 @@
 #include "TestCard.h"
 
 #include <cstring>
+#include <utility>
 
+#include "BarPattern.h"
 #include "StripCode.h"
 
 namespace korvane::testcard {
 
 TestCard::TestCard(const StripLayout& layout)
+    : TestCard(layout, std::make_unique<BarPattern>(layout.width())) {}
+
+TestCard::TestCard(const StripLayout& layout, std::unique_ptr<const CardPattern> pattern)
     : mLayout(layout),
-      mPattern(layout.width()),
+      mPattern(std::move(pattern)),
       mCellLine(layout.width()),
       mGrey(layout.width(), 128) {}
 
 void TestCard::draw(const FrameStamp& stamp, const Planes& planes) {
-    drawBars(stamp.number, planes);
+    drawPattern(stamp.number, planes);
     drawStrips(stamp, planes);
 }
 
-void TestCard::drawBars(uint32_t number, const Planes& planes) const {
+void TestCard::drawPattern(uint32_t number, const Planes& planes) const {
     for (uint32_t line = 0; line < mLayout.height(); ++line) {
         if (mLayout.stripLine(line)) continue;
-        memcpy(planes.y + line * planes.yStride, mPattern.luma(number, line), mLayout.width());
+        memcpy(planes.y + line * planes.yStride, mPattern->luma(number, line), mLayout.width());
     }
     for (uint32_t line = 0; line < mLayout.height() / 2; ++line) {
         const bool strip = mLayout.stripLine(2 * line).has_value();
-        planes.putChroma(line, strip ? mGrey.data() : mPattern.chroma(number, line),
+        planes.putChroma(line, strip ? mGrey.data() : mPattern->chroma(number, line),
                          mLayout.width());
     }
 }

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <vector>
 
 #include "CardPattern.h"
@@ -15,13 +15,16 @@
 namespace korvane::testcard {
 
 /**
- * A test picture of one size: slanted colour bars that move, with the frame's stamp in a coded
- * strip at the top and another at the bottom. The same stamp and size always give the same samples.
- * Not thread-safe.
+ * A picture of one size: a pattern with the frame's stamp in a coded strip at the top and another
+ * at the bottom. The same stamp, pattern and size always give the same samples. Not thread-safe.
  */
 class TestCard {
   public:
+    /** The test card: slanted colour bars that move. */
     explicit TestCard(const StripLayout& layout);
+
+    /** A card with another pattern, which is at least as wide and high as the layout. */
+    TestCard(const StripLayout& layout, std::unique_ptr<const CardPattern> pattern);
 
     const StripLayout& layout() const { return mLayout; }
 
@@ -33,10 +36,10 @@ class TestCard {
 
   private:
     void drawStrips(const FrameStamp& stamp, const Planes& planes);
-    void drawBars(uint32_t number, const Planes& planes) const;
+    void drawPattern(uint32_t number, const Planes& planes) const;
 
     StripLayout mLayout;
-    CardPattern mPattern;
+    std::unique_ptr<const CardPattern> mPattern;
     std::vector<uint8_t> mCellLine;  // scratch: one line of a strip
     std::vector<uint8_t> mGrey;      // chroma of a strip
 };

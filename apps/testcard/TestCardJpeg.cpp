@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include "BarPattern.h"
 #include "JpegMarkers.h"
 #include "StripCode.h"
 
@@ -13,12 +15,13 @@ namespace {
 // Rows end at a two-byte marker: a restart, and behind the last one the end of the file.
 constexpr size_t kMarkerSize = 2;
 
-void fillBars(const CardPattern& pattern, uint32_t phase, RowPlanes& planes) {
+void fillRow(const CardPattern& pattern, uint32_t kind, RowPlanes& planes) {
+    const CardPattern::Place place = pattern.placeOf(kind);
     for (uint32_t line = 0; line < 16; ++line) {
-        memcpy(planes.luma(line), pattern.luma(phase, line), planes.width);
+        memcpy(planes.luma(line), pattern.luma(place.number, 16 * place.row + line), planes.width);
     }
     for (uint32_t line = 0; line < 8; ++line) {
-        const uint8_t* pairs = pattern.chroma(phase, line);
+        const uint8_t* pairs = pattern.chroma(place.number, 8 * place.row + line);
         for (uint32_t x = 0; x < planes.width / 2; ++x) {
             planes.blue(line)[x] = pairs[2 * x];
             planes.red(line)[x] = pairs[2 * x + 1];
@@ -42,18 +45,25 @@ void fillStrip(const StripLayout& layout, const StripCode& code, uint32_t row, R
 }  // namespace
 
 std::unique_ptr<TestCardJpeg> TestCardJpeg::create(const StripLayout& layout, int quality) {
-    std::unique_ptr<TestCardJpeg> card(new TestCardJpeg(layout, quality));
-    if (!card->encodeBars()) return nullptr;
+    const uint32_t wholeBlocks = (layout.width() + 15) / 16 * 16;
+    return create(layout, std::make_unique<BarPattern>(wholeBlocks), quality);
+}
+
+std::unique_ptr<TestCardJpeg> TestCardJpeg::create(const StripLayout& layout,
+                                                   std::unique_ptr<const CardPattern> pattern,
+                                                   int quality) {
+    std::unique_ptr<TestCardJpeg> card(new TestCardJpeg(layout, std::move(pattern), quality));
+    if (!card->encodePattern()) return nullptr;
     return card;
 }
 
-TestCardJpeg::TestCardJpeg(const StripLayout& layout, int quality)
-    : mLayout(layout), mEncoder(layout.width(), quality) {}
+TestCardJpeg::TestCardJpeg(const StripLayout& layout, std::unique_ptr<const CardPattern> pattern,
+                           int quality)
+    : mLayout(layout), mPattern(std::move(pattern)), mEncoder(layout.width(), quality) {}
 
-bool TestCardJpeg::encodeBars() {
-    const CardPattern pattern((mLayout.width() + 15) / 16 * 16);
-    const auto fill = [&](uint32_t phase, RowPlanes& planes) { fillBars(pattern, phase, planes); };
-    return mEncoder.encode(CardPattern::kPhases, fill, &mBars) && mBars.setHeight(mLayout.height());
+bool TestCardJpeg::encodePattern() {
+    const auto fill = [&](uint32_t kind, RowPlanes& planes) { fillRow(*mPattern, kind, planes); };
+    return mEncoder.encode(mPattern->rowKinds(), fill, &mRows) && mRows.setHeight(mLayout.height());
 }
 
 bool TestCardJpeg::encodeStrip(const FrameStamp& stamp) {
@@ -66,11 +76,11 @@ bool TestCardJpeg::encodeStrip(const FrameStamp& stamp) {
 
 const std::vector<uint8_t>& TestCardJpeg::rowData(uint32_t number, uint32_t row) const {
     const auto strip = mLayout.stripRow(row);
-    return strip ? mStrip.rows[*strip] : mBars.rows[CardPattern::phaseOf(number, row)];
+    return strip ? mStrip.rows[*strip] : mRows.rows[mPattern->rowKind(number, row)];
 }
 
 size_t TestCardJpeg::fileSize(uint32_t number) const {
-    size_t size = mBars.header.size();
+    size_t size = mRows.header.size();
     for (uint32_t row = 0; row < rowCount(); ++row) {
         size += rowData(number, row).size() + kMarkerSize;
     }
@@ -78,7 +88,7 @@ size_t TestCardJpeg::fileSize(uint32_t number) const {
 }
 
 void TestCardJpeg::assemble(uint32_t number, uint8_t* out) const {
-    out = std::copy(mBars.header.begin(), mBars.header.end(), out);
+    out = std::copy(mRows.header.begin(), mRows.header.end(), out);
     for (uint32_t row = 0; row < rowCount(); ++row) {
         const std::vector<uint8_t>& data = rowData(number, row);
         out = std::copy(data.begin(), data.end(), out);

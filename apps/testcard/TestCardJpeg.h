@@ -16,16 +16,21 @@
 namespace korvane::testcard {
 
 /**
- * The test card of one size as JPEG. The bars' rows repeat, so each kind is encoded once, at the
- * start; a frame encodes nothing but its coded strip, once for both places, and puts the rows
- * together. The same stamp, size and quality always give the same file. Not thread-safe.
+ * A card of one size as JPEG. Each kind of a pattern's rows is encoded once, at the start; a frame
+ * encodes nothing but its coded strip, once for both places, and puts the rows together. The same
+ * stamp, pattern, size and quality always give the same file. Not thread-safe.
  */
 class TestCardJpeg {
   public:
     static constexpr int kQuality = 85;
 
-    /** Encodes the bars; null if the encoder fails (no memory). */
+    /** Encodes the test card's bars; null if the encoder fails (no memory). */
     static std::unique_ptr<TestCardJpeg> create(const StripLayout& layout, int quality = kQuality);
+
+    /** The same for another pattern; its lines have to fill whole blocks. */
+    static std::unique_ptr<TestCardJpeg> create(const StripLayout& layout,
+                                                std::unique_ptr<const CardPattern> pattern,
+                                                int quality = kQuality);
 
     /** Writes the file of a frame to `out`; returns its size, 0 if it does not fit `capacity`. */
     size_t draw(const FrameStamp& stamp, uint8_t* out, size_t capacity);
@@ -34,9 +39,10 @@ class TestCardJpeg {
     std::vector<uint8_t> file(const FrameStamp& stamp);
 
   private:
-    TestCardJpeg(const StripLayout& layout, int quality);
+    TestCardJpeg(const StripLayout& layout, std::unique_ptr<const CardPattern> pattern,
+                 int quality);
 
-    bool encodeBars();
+    bool encodePattern();
     bool encodeStrip(const FrameStamp& stamp);
     uint32_t rowCount() const { return (mLayout.height() + 15) / 16; }
     const std::vector<uint8_t>& rowData(uint32_t number, uint32_t row) const;
@@ -44,8 +50,9 @@ class TestCardJpeg {
     void assemble(uint32_t number, uint8_t* out) const;
 
     StripLayout mLayout;
+    std::unique_ptr<const CardPattern> mPattern;
     JpegRowEncoder mEncoder;
-    JpegRows mBars;   // one row for each phase of the pattern; its header is every frame's
+    JpegRows mRows;   // one of each kind of the pattern's; their header is every frame's
     JpegRows mStrip;  // the strip of the frame being drawn
 };
 

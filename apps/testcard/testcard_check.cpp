@@ -40,10 +40,14 @@ struct Evidence {
 };
 
 int Evidence::read(const CheckOptions& options) {
-    std::ifstream file(options.log);
     std::string error;
-    if (!file) return cannotCheck(options.log, "cannot be opened");
-    if (!log.read(file, &error)) return cannotCheck(options.log, "not a camera's log: " + error);
+    if (!options.codesOnly) {
+        std::ifstream file(options.log);
+        if (!file) return cannotCheck(options.log, "cannot be opened");
+        if (!log.read(file, &error)) {
+            return cannotCheck(options.log, "not a camera's log: " + error);
+        }
+    }
     if (!capture.open(options.capture, *options.format, options.layout->width(),
                       options.layout->height(), &error)) {
         return cannotCheck(options.capture, error);
@@ -136,6 +140,27 @@ int writeContactSheet(const CheckOptions& options, const std::vector<Frame>& fra
     return cannotCheck(options.contactSheet, error);
 }
 
+// What the frame's two codes say; frames without them, or with different ones, have none.
+std::string codeOf(const CheckOptions& options, const Frame& frame) {
+    Picture picture;
+    std::string error;
+    if (!decodeFrame(frame, *options.format, options.layout->width(), options.layout->height(),
+                     &picture, &error)) {
+        return "undecodable";
+    }
+    if (picture.width != options.layout->width() || picture.height != options.layout->height()) {
+        return "of another size";
+    }
+    const CardReading reading = readCard(*options.layout, picture.luma());
+    if (!reading.readable() || reading.torn()) return "no code";
+    return std::to_string(reading.top->number) + " " + nameOf(reading.top->notice);
+}
+
+int printCodes(const CheckOptions& options, const std::vector<Frame>& frames) {
+    for (const Frame& frame : frames) printf("%s\n", codeOf(options, frame).c_str());
+    return 0;
+}
+
 int run(const std::vector<std::string>& arguments) {
     CheckOptions options;
     const std::string wrong = options.read(arguments);
@@ -152,7 +177,9 @@ int run(const std::vector<std::string>& arguments) {
     if (status == 0 && !options.contactSheet.empty()) {
         status = writeContactSheet(options, evidence.capture.frames());
     }
-    return status != 0 ? status : Check(options, evidence).run();
+    if (status != 0) return status;
+    if (options.codesOnly) return printCodes(options, evidence.capture.frames());
+    return Check(options, evidence).run();
 }
 
 }  // namespace

@@ -147,6 +147,18 @@ TEST_F(GstreamerSourceTest, GivesUpASourceThatEndsWithoutAPicture) {
     ASSERT_TRUE(source.start(kNv12));
     EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
     ASSERT_EQ(1u, log.lines("desktop-camera").size());
+    EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
+}
+
+TEST_F(GstreamerSourceTest, SaysThatASourceHasEndedOfWhichNoPictureCameThrough) {
+    GstreamerSource source(
+            "videotestsrc num-buffers=5 ! videorate drop-only=true ! "
+            "identity name=gate eos-after=1");
+    Memory memory;
+    ASSERT_TRUE(source.start(kNv12));
+    EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
+    EXPECT_EQ(testcard::Notice::kEnded, source.trouble().notice);
+    EXPECT_EQ("the source has ended without a picture", source.trouble().text);
 }
 
 TEST_F(GstreamerSourceTest, ServesStreamsOfDifferentFormatsInTurn) {
@@ -172,6 +184,29 @@ TEST_F(GstreamerSourceTest, FailsAndSaysWhyWhenTheSourceFails) {
             "the source failed: film: Resource not found. (No such file "
             "\"/nowhere/film.mp4\")",
             log.lines("desktop-camera")[0].message);
+    EXPECT_EQ(testcard::Notice::kAbsent, source.trouble().notice);
+    EXPECT_EQ(log.lines("desktop-camera")[0].message, source.trouble().text);
+    source.stop();
+    if (source.start(kNv12)) drawNext(source, &memory);
+    EXPECT_EQ(1u, log.lines("desktop-camera").size()) << "the same again is no news";
+}
+
+TEST_F(GstreamerSourceTest, FailsWhenItsSourceDoesInTheMiddleAndIsWellAgainAfterwards) {
+    const test::LogRecorder log;
+    // Fails at the third picture, in every run.
+    GstreamerSource source("videotestsrc is-live=true ! identity error-after=3");
+    Memory memory;
+    for (int run = 0; run < 2; ++run) {
+        ASSERT_TRUE(source.start(kNv12));
+        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        EXPECT_EQ("", source.trouble().text);
+        Result result = Result::kDrawn;
+        for (int i = 0; i < 10 && result == Result::kDrawn; ++i) result = drawNext(source, &memory);
+        EXPECT_EQ(Result::kFailed, result);
+        EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
+        source.stop();
+    }
+    EXPECT_EQ(2u, log.lines("desktop-camera").size()) << "a picture came between";
 }
 
 TEST_F(GstreamerSourceTest, ChecksDescriptionsBeforeTheyAreUsed) {

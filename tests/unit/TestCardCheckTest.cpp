@@ -443,6 +443,32 @@ TEST_F(TestCardCheckProgram, SaysWhatIsWrongWithItsFiles) {
     EXPECT_THAT(run("NV12").err, HasSubstr("/log: cannot be opened"));
 }
 
+TEST_F(TestCardCheckProgram, PrintsWhatTheCodesSayWithoutALog) {
+    TestCard card(*StripLayout::forSize(320, 240));
+    Bytes capture;
+    const auto add = [&](const Bytes& frame) {
+        capture.insert(capture.end(), frame.begin(), frame.end());
+    };
+    add(card.nv12({7, 1}));
+    for (uint8_t notice = 1; notice <= 7; ++notice) {
+        add(card.nv12({7U + notice, 1, static_cast<Notice>(notice)}));
+    }
+    add(Bytes(320 * 240 * 3 / 2, 128));
+    Bytes torn = card.nv12({20, 1});
+    const Bytes other = card.nv12({21, 1});
+    std::copy(other.begin(), other.begin() + 320 * 120, torn.begin());
+    add(torn);
+    write("capture", capture);
+    const auto result = test::runProgram(
+            "testcard-check", {"--codes", "--format=NV12", "--size=320x240", file("capture")});
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ("", result.err);
+    EXPECT_EQ(
+            "7 none\n8 starting\n9 absent\n10 failed\n11 ended\n12 silent\n13 covered\n"
+            "14 unknown\nno code\nno code\n",
+            result.out);
+}
+
 TEST_F(TestCardCheckProgram, RefusesTimesThatDoNotFitTheFrames) {
     write("times", std::string("1\n2\n"));
     const auto result =

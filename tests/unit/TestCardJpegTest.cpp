@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "testcard/BarPattern.h"
 #include "testcard/JpegMarkers.h"
 #include "testcard/JpegRows.h"
 #include "testcard/Picture.h"
@@ -50,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(All, TestCardJpegSizes,
 
 TEST_P(TestCardJpegSizes, DecodesWithoutWarningAndReadsBack) {
     // More frames than the bars have phases, so that every place of every row is seen.
-    for (uint32_t number = 0; number <= CardPattern::kPhases; ++number) {
+    for (uint32_t number = 0; number <= BarPattern::kPhases; ++number) {
         const FrameStamp stamp{number, kStamp.timeUs};
         const Picture picture = decoded(mCard->file(stamp));
         ASSERT_EQ(mLayout.width(), picture.width);

@@ -16,6 +16,7 @@ namespace korvane::testcard {
 namespace {
 
 constexpr FrameStamp kStamp{123456, 987654321012345};
+constexpr FrameStamp kLargest{UINT32_MAX, UINT64_MAX >> 8, static_cast<Notice>(UINT8_MAX)};
 
 struct Size {
     uint32_t width;
@@ -44,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(All, TestCardSizes,
                                          Size{3840, 2160}));
 
 TEST_P(TestCardSizes, ReadsBackWhatWasDrawn) {
-    for (const FrameStamp& stamp : {kStamp, FrameStamp{0, 0}, FrameStamp{UINT32_MAX, UINT64_MAX}}) {
+    for (const FrameStamp& stamp : {kStamp, FrameStamp{0, 0}, kLargest}) {
         const CardReading reading = read(mCard.nv12(stamp));
         EXPECT_EQ(stamp, reading.top);
         EXPECT_EQ(stamp, reading.bottom);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CardPattern.h"
+#include "BarPattern.h"
 
 namespace korvane::testcard {
 namespace {
@@ -16,15 +16,15 @@ constexpr Colour kBars[] = {
         {180, 128, 128}, {162, 44, 142}, {131, 156, 44}, {112, 72, 58},
         {84, 184, 198},  {65, 100, 212}, {35, 212, 114}, {16, 128, 128},
 };
-constexpr uint32_t kBarWidth = CardPattern::kPeriod / (sizeof kBars / sizeof kBars[0]);
+constexpr uint32_t kBarWidth = BarPattern::kPeriod / (sizeof kBars / sizeof kBars[0]);
 
 const Colour& barAt(uint32_t position) {
-    return kBars[position % CardPattern::kPeriod / kBarWidth];
+    return kBars[position % BarPattern::kPeriod / kBarWidth];
 }
 
 }  // namespace
 
-CardPattern::CardPattern(uint32_t width) {
+BarPattern::BarPattern(uint32_t width) {
     mLuma.reserve(width + kPeriod);
     mChroma.reserve(width + kPeriod);
     for (uint32_t x = 0; x < width + kPeriod; ++x) {

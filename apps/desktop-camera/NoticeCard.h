@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// The card that stands in for a picture and says why.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "FrameSource.h"
+#include "testcard/TestCard.h"
+#include "testcard/TestCardJpeg.h"
+
+namespace korvane::camera {
+
+/**
+ * Draws cards with words on them, moving, whose coded strips carry the notice. Used by one thread.
+ */
+class NoticeCard {
+  public:
+    /** Prepares for pictures of a format; false if no card fits into it. */
+    bool start(const PictureFormat& format);
+
+    /** Draws the card for a trouble; as FrameSource::draw(), but never kNotYet. */
+    FrameSource::Result draw(const Trouble& trouble, testcard::FrameStamp stamp,
+                             const PictureMemory& memory, size_t* bytes);
+
+    /** Lets go of what the cards of a format take. */
+    void stop();
+
+  private:
+    bool prepare(const Trouble& trouble);
+
+    PictureFormat mFormat;
+    testcard::Notice mNotice =
+            testcard::Notice::kNone;  // of the prepared card; kNone: there is none
+    std::string mText;
+    std::unique_ptr<testcard::TestCard> mCard;
+    std::unique_ptr<testcard::TestCardJpeg> mJpegCard;
+};
+
+}  // namespace korvane::camera

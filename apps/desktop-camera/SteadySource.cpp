@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "desktop-camera"
+
+#include "SteadySource.h"
+
+#include <utility>
+
+#include <log/log.h>
+
+#include "StreamDemand.h"
+
+namespace korvane::camera {
+
+using testcard::FrameStamp;
+using testcard::Notice;
+
+SteadySource::SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times)
+    : mSource(source), mIsCovered(std::move(isCovered)), mTimes(times) {}
+
+bool SteadySource::start(const PictureFormat& format) {
+    stop();
+    mFormat = format;
+    mHasCard = mCard.start(format);
+    if (!mHasCard) ALOGW("no card fits into %ux%u", format.width, format.height);
+    mTrouble = {Notice::kStarting, ""};
+    noteCover();
+    if (mTrouble.notice != Notice::kCovered) open();
+    return mHasCard || mOpen;
+}
+
+void SteadySource::stop() {
+    close();
+    mCard.stop();
+}
+
+FrameSource::Result SteadySource::draw(const FrameStamp& stamp, const PictureMemory& memory,
+                                       size_t* bytes) {
+    noteCover();
+    if (mTrouble.notice != Notice::kCovered) {
+        const std::optional<Result> result = drawPicture(stamp, memory, bytes);
+        if (result) return *result;
+    }
+    return mHasCard ? mCard.draw(mTrouble, stamp, memory, bytes) : Result::kNotYet;
+}
+
+// Nothing if it is the card's turn.
+std::optional<FrameSource::Result> SteadySource::drawPicture(const FrameStamp& stamp,
+                                                             const PictureMemory& memory,
+                                                             size_t* bytes) {
+    if (!mOpen && monotonicNs() >= mRetryAt) open();
+    if (!mOpen) return std::nullopt;
+    const Result result = mSource.draw(stamp, memory, bytes);
+    if (result == Result::kDrawn) {
+        notePicture();
+        return result;
+    }
+    const int64_t quiet = monotonicNs() - mSince;
+    if (result == Result::kFailed) {
+        noteLoss(mSource.trouble());
+    } else if (quiet > (mGavePicture ? mTimes.gap : mTimes.patience)) {
+        noteLoss({Notice::kSilent, ""});
+    } else if (mTrouble.notice == Notice::kNone ||
+               (mTrouble.notice == Notice::kStarting && quiet < mTimes.beforeCard)) {
+        return Result::kNotYet;
+    }
+    return std::nullopt;
+}
+
+void SteadySource::open() {
+    mOpen = mSource.start(mFormat);
+    mGavePicture = false;
+    mSince = monotonicNs();
+    if (!mOpen) noteLoss(mSource.trouble());
+}
+
+void SteadySource::close() {
+    if (mOpen) mSource.stop();
+    mOpen = false;
+}
+
+void SteadySource::noteCover() {
+    const bool covered = mIsCovered != nullptr && mIsCovered();
+    if (covered == (mTrouble.notice == Notice::kCovered)) return;
+    ALOGI("the camera is %s", covered ? "covered" : "uncovered");
+    close();
+    mTrouble = {covered ? Notice::kCovered : Notice::kStarting, ""};
+    mRetryAt = 0;
+}
+
+// The same trouble again, at each new try, is not worth another line.
+void SteadySource::noteLoss(const Trouble& trouble) {
+    close();
+    mRetryAt = monotonicNs() + mTimes.retry;
+    if (trouble.notice != mTrouble.notice || trouble.text != mTrouble.text) {
+        ALOGW("no picture: the source is %s; it is tried again every %.1f s",
+              nameOf(trouble.notice), static_cast<double>(mTimes.retry) / 1e9);
+    }
+    mTrouble = trouble;
+}
+
+void SteadySource::notePicture() {
+    if (mTrouble.notice != Notice::kNone && mTrouble.notice != Notice::kStarting) {
+        ALOGI("the source gives pictures again");
+    }
+    mTrouble = {};
+    mGavePicture = true;
+    mSince = monotonicNs();
+}
+
+}  // namespace korvane::camera

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// A source that always has a picture.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+#include "FrameSource.h"
+#include "NoticeCard.h"
+
+namespace korvane::camera {
+
+/**
+ * Gives the pictures of another source, and cards that say why for as long as that has none: it is
+ * begun again and again until it has. While the camera is covered, the other source is stopped, so
+ * that nothing is looked at. Used by one thread.
+ */
+class SteadySource : public FrameSource {
+  public:
+    /** All in monotonic nanoseconds. */
+    struct Times {
+        int64_t retry = 2'000'000'000;     // from the loss of the source to its next beginning
+        int64_t beforeCard = 500'000'000;  // what a source may take for its first picture unnoticed
+        int64_t patience = 10'000'000'000;  // for the first picture; then it is begun anew
+        int64_t gap = 3'000'000'000;        // the same between pictures
+    };
+
+    /** `source` must outlive this. `isCovered` is asked for each picture; null: never covered. */
+    SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times);
+
+    /** False only if no card fits into the format and the source gives none such either. */
+    bool start(const PictureFormat& format) override;
+    Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
+                size_t* bytes) override;
+    void stop() override;
+
+  private:
+    std::optional<Result> drawPicture(const testcard::FrameStamp& stamp,
+                                      const PictureMemory& memory, size_t* bytes);
+    void open();
+    void close();
+    void noteCover();
+    void noteLoss(const Trouble& trouble);
+    void notePicture();
+
+    FrameSource& mSource;
+    const std::function<bool()> mIsCovered;
+    const Times mTimes;
+    NoticeCard mCard;
+    PictureFormat mFormat;
+    bool mHasCard = false;      // whether cards fit into the format
+    bool mOpen = false;         // whether the source is started
+    bool mGavePicture = false;  // since it was
+    int64_t mSince = 0;         // its latest picture or, before the first, its start
+    int64_t mRetryAt = 0;
+    Trouble mTrouble;  // of kNone while the source's own pictures are shown
+};
+
+}  // namespace korvane::camera
