@@ -34,11 +34,12 @@ const char* text(SurfaceRenderer::End end) {
 }  // namespace
 
 CameraClient::CameraClient(StreamDemand& demand, ServiceConnection& connection, FrameSource& source,
-                           FrameJournal& journal, uint32_t lastFrame)
+                           FrameJournal& journal, StreamHooks& hooks, uint32_t lastFrame)
     : mDemand(demand),
       mConnection(connection),
       mSource(source),
       mJournal(journal),
+      mHooks(hooks),
       mLastFrame(lastFrame) {}
 
 void CameraClient::run() {
@@ -101,9 +102,11 @@ void CameraClient::render(const StreamTicket& ticket, const PictureFormat& forma
     if (!mSource.start(format)) return;
     ALOGI("rendering %s %ux%u at %.2f frames a second", format.fourcc.c_str(), format.width,
           format.height, format.fps);
+    mHooks.started();
     const uint32_t first = mJournal.nextNumber();
     const auto end = SurfaceRenderer(surface, format, mSource, mJournal).run(ticket, mLastFrame);
     mSource.stop();
+    mHooks.ended();
     ALOGI("the stream ends after %u frames: %s", mJournal.nextNumber() - first, text(end));
     if (end == SurfaceRenderer::End::kLastFrame) mDemand.quit();
 }

@@ -9,6 +9,7 @@
 #include "PictureFormat.h"
 #include "ServiceConnection.h"
 #include "StreamDemand.h"
+#include "StreamHooks.h"
 #include "SurfaceRenderer.h"
 
 namespace korvane::camera {
@@ -18,7 +19,7 @@ class CameraClient {
   public:
     /** All must outlive the client. `lastFrame` is the number of the last frame to be queued. */
     CameraClient(StreamDemand& demand, ServiceConnection& connection, FrameSource& source,
-                 FrameJournal& journal, uint32_t lastFrame);
+                 FrameJournal& journal, StreamHooks& hooks, uint32_t lastFrame);
 
     /**
      * Connects, joins the stream that runs already, serves those that follow, connects again when
@@ -38,6 +39,7 @@ class CameraClient {
     ServiceConnection& mConnection;
     FrameSource& mSource;
     FrameJournal& mJournal;
+    StreamHooks& mHooks;
     const uint32_t mLastFrame;
 };
 

@@ -6,11 +6,21 @@
 #include <string>
 #include <vector>
 
+#include "GstreamerPipeline.h"
+
 namespace korvane::camera {
 
 /** The command line of desktop-camera, understood. */
 struct CameraOptions {
-    std::string source;  // a GStreamer pipeline; empty for the test card
+    enum class Source { kCard, kAuto, kPipeline };
+
+    Source source = Source::kCard;
+    std::string pipeline;  // for Source::kPipeline, as it was given
+    Turn turn;
+    std::string privacy;  // the path of a file; empty: none
+    std::string onStart;  // commands of the shell; empty: none
+    std::string onStop;
+    bool list = false;  // the cameras are to be listed, and nothing else done
     bool asLauncher = false;
     bool asStreamClient = true;
     std::string log;                  // empty: no log of the frames
@@ -19,9 +29,6 @@ struct CameraOptions {
 
     /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);
-
-  private:
-    std::string readSettings(const std::string& path);
 };
 
 }  // namespace korvane::camera

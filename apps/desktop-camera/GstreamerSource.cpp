@@ -3,7 +3,6 @@
 
 #include "GstreamerSource.h"
 
-#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -18,27 +17,9 @@ using testcard::Notice;
 
 namespace {
 
-constexpr GstClockTime kPictureTimeout = 100 * GST_MSECOND;
-constexpr char kSinkName[] = "korvane-pictures";
-
 struct ErrorFree {
     void operator()(GError* error) const { g_error_free(error); }
 };
-using Error = std::unique_ptr<GError, ErrorFree>;
-
-// decodebin hands raw video through and decodes the rest; the conversions behind it do nothing
-// where nothing is to be done.
-std::string converted(const std::string& description) {
-    return description + " ! decodebin ! videoconvert ! videoscale ! videorate";
-}
-
-GstElement* parse(const std::string& pipeline, std::string* error) {
-    GError* raised = nullptr;
-    GstElement* element =
-            gst_parse_launch_full(pipeline.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &raised);
-    if (raised != nullptr) *error = Error(raised)->message;
-    return element;
-}
 
 // What an element adds to its errors begins with where in its code they were raised.
 std::string lastLine(const gchar* text) {
@@ -48,57 +29,47 @@ std::string lastLine(const gchar* text) {
 
 }  // namespace
 
-std::string GstreamerSource::check(const std::string& description) {
-    std::string error;
-    GstElement* pipeline = parse(converted(description) + " ! fakesink", &error);
-    if (pipeline != nullptr) gst_object_unref(pipeline);
-    return error;
-}
+GstreamerSource::GstreamerSource(const std::string& description, const Turn& turn)
+    : GstreamerSource([description](std::string* /*why*/) { return description; }, turn) {}
 
-GstreamerSource::GstreamerSource(std::string description) : mDescription(std::move(description)) {}
-
-GstreamerSource::~GstreamerSource() {
-    stop();
-}
-
-std::string GstreamerSource::pipelineFor(const std::string& description,
-                                         const PictureFormat& format) {
-    const std::string raw = format.isJpeg() ? "I420" : format.fourcc;
-    return converted(description) + " ! video/x-raw,format=" + raw +
-           ",width=" + std::to_string(format.width) + ",height=" + std::to_string(format.height) +
-           ",framerate=" + std::to_string(std::lround(format.fps * 1000)) + "/1000 ! " +
-           (format.isJpeg() ? "jpegenc ! " : "") + "appsink name=" + kSinkName +
-           " max-buffers=1 drop=true";
-}
+GstreamerSource::GstreamerSource(Describe describe, const Turn& turn)
+    : mDescribe(std::move(describe)), mTurn(turn) {}
 
 bool GstreamerSource::start(const PictureFormat& format) {
-    stop();
     mFormat = format;
+    mMayPass = mTurn.isNone();
+    return open();
+}
+
+bool GstreamerSource::open() {
+    stop();
     mGavePicture = false;
-    std::string error;
-    mPipeline.reset(parse(pipelineFor(mDescription, format), &error));
-    if (mPipeline == nullptr) {
-        note(Notice::kFailed, "the source cannot be built: " + error);
+    std::string wrong;
+    const std::string description = mDescribe(&wrong);
+    if (description.empty()) {
+        note(Notice::kAbsent, wrong);
         return false;
     }
-    mSink.reset(GST_APP_SINK(gst_bin_get_by_name(GST_BIN(mPipeline.get()), kSinkName)));
-    if (gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE) {
+    mPipeline = std::make_unique<GstreamerPipeline>(mFormat, mTurn, mMayPass);
+    wrong = mPipeline->build(description);
+    if (!wrong.empty()) {
+        note(Notice::kFailed, "the source cannot be built: " + wrong);
+    } else if (mPipeline->play()) {
         return true;
+    } else if (!failed()) {
+        note(Notice::kFailed, "the source does not start");
     }
-    if (!failed()) note(Notice::kFailed, "the source does not start");
     stop();
     return false;
 }
 
 void GstreamerSource::stop() {
-    if (mPipeline != nullptr) gst_element_set_state(mPipeline.get(), GST_STATE_NULL);
-    mSink.reset();
     mPipeline.reset();
 }
 
 FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
                                           const PictureMemory& memory, size_t* bytes) {
-    GstSample* sample = gst_app_sink_try_pull_sample(mSink.get(), kPictureTimeout);
+    GstSample* sample = mPipeline->pull();
     if (sample == nullptr) return handleNoSample();
     mGavePicture = true;
     mTrouble = {};
@@ -109,26 +80,23 @@ FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
 
 FrameSource::Result GstreamerSource::handleNoSample() {
     if (failed()) return Result::kFailed;
-    if (!gst_app_sink_is_eos(mSink.get())) return Result::kNotYet;
+    if (!mPipeline->hasEnded()) return Result::kNotYet;
     if (!mGavePicture) {
         note(Notice::kEnded, "the source has ended without a picture");
         return Result::kFailed;
     }
     // Not every source that ends can be sought in; every one can be built again.
-    const PictureFormat format = mFormat;
-    return start(format) ? Result::kNotYet : Result::kFailed;
+    return open() ? Result::kNotYet : Result::kFailed;
 }
 
 // Whether the pipeline has reported an error since it started; logs it.
 bool GstreamerSource::failed() {
-    GstBus* bus = gst_element_get_bus(mPipeline.get());
-    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
-    gst_object_unref(bus);
+    GstMessage* message = mPipeline->takeError();
     if (message == nullptr) return false;
     GError* raised = nullptr;
     gchar* detail = nullptr;
     gst_message_parse_error(message, &raised, &detail);
-    const Error error(raised);
+    const std::unique_ptr<GError, ErrorFree> error(raised);
     const bool absent = g_error_matches(raised, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
     note(absent ? Notice::kAbsent : Notice::kFailed,
          std::string("the source failed: ") + GST_MESSAGE_SRC_NAME(message) + ": " +
@@ -147,12 +115,23 @@ FrameSource::Result GstreamerSource::copyFile(GstSample* sample, const PictureMe
                                               size_t* bytes) {
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     *bytes = gst_buffer_get_size(buffer);
+    if (*bytes > memory.fileCapacity && mPipeline->isPassing()) {
+        return encodeAgain(*bytes, memory.fileCapacity);
+    }
     if (*bytes > memory.fileCapacity) {
         ALOGW("left out a JPEG file of %zu bytes, the host takes %zu", *bytes, memory.fileCapacity);
         return Result::kNotYet;
     }
     gst_buffer_extract(buffer, 0, memory.file, *bytes);
     return Result::kDrawn;
+}
+
+// From now on, for the rest of the stream.
+FrameSource::Result GstreamerSource::encodeAgain(size_t bytes, size_t limit) {
+    ALOGW("a JPEG file of %zu bytes from the source is too large, the host takes %zu", bytes,
+          limit);
+    mMayPass = false;
+    return open() ? Result::kNotYet : Result::kFailed;
 }
 
 FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const PictureMemory& memory,

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // desktop-camera: the camera application of a webcam that runs under Linux.
+#define LOG_TAG "desktop-camera"
 
 #include <csignal>
 #include <cstdio>
@@ -13,13 +14,18 @@
 
 #include <hidl/HidlTransportSupport.h>
 
+#include <log/log.h>
+
 #include "CameraClient.h"
 #include "CameraOptions.h"
+#include "CaptureDevices.h"
+#include "FileWatch.h"
 #include "FrameJournal.h"
 #include "GstreamerSource.h"
 #include "ServiceConnection.h"
 #include "SteadySource.h"
 #include "StreamDemand.h"
+#include "StreamHooks.h"
 #include "TestCardSource.h"
 
 namespace korvane::camera {
@@ -27,9 +33,33 @@ namespace {
 
 constexpr char kBinder[] = "/dev/hwbinder";
 
-int refuse(const std::string& why) {
+constexpr int kFailed = 1;
+constexpr int kMisused = 2;
+
+int refuse(int status, const std::string& why) {
     fprintf(stderr, "desktop-camera: %s\n", why.c_str());
-    return 1;
+    return status;
+}
+
+// The description of the first camera that there is now.
+std::string describeFirstCamera(std::string* why) {
+    const auto camera = firstCamera(captureDevices());
+    *why = camera ? "" : "no capture device was found";
+    if (!camera) return "";
+    ALOGI("taking %s, %s", camera->path.c_str(), camera->name.c_str());
+    return "v4l2src device=" + camera->path;
+}
+
+std::unique_ptr<FrameSource> sourceFor(const CameraOptions& options) {
+    switch (options.source) {
+        case CameraOptions::Source::kCard:
+            break;
+        case CameraOptions::Source::kAuto:
+            return std::make_unique<GstreamerSource>(describeFirstCamera, options.turn);
+        case CameraOptions::Source::kPipeline:
+            return std::make_unique<GstreamerSource>(options.pipeline, options.turn);
+    }
+    return std::make_unique<TestCardSource>();
 }
 
 std::vector<ClientType> kindsOf(const CameraOptions& options) {
@@ -65,8 +95,10 @@ int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journ
     const SignalWaiter signals(demand);
     android::hardware::configureRpcThreadpool(1, false);
     ServiceConnection connection(demand, kindsOf(options));
-    SteadySource steady(source, nullptr, {});
-    CameraClient(demand, connection, steady, journal, options.lastFrame).run();
+    FileWatch cover(options.privacy);
+    SteadySource steady(source, [&cover] { return cover.exists(); }, {});
+    StreamHooks hooks(options.onStart, options.onStop);
+    CameraClient(demand, connection, steady, journal, hooks, options.lastFrame).run();
     return 0;
 }
 
@@ -75,27 +107,36 @@ int run(const std::vector<std::string>& arguments) {
     const std::string wrong = options.read(arguments);
     if (!wrong.empty()) {
         fprintf(stderr, "%s\n", wrong.c_str());
-        return 2;
+        return kMisused;
     }
     if (!options.help.empty()) {
         fputs(options.help.c_str(), stdout);
         return 0;
     }
-    std::unique_ptr<FrameSource> source = std::make_unique<TestCardSource>();
+    if (options.list) {
+        fputs(textOf(captureDevices()).c_str(), stdout);
+        return 0;
+    }
+    if (options.source != CameraOptions::Source::kCard) gst_init(nullptr, nullptr);
     std::string error;
-    if (!options.source.empty()) {
-        gst_init(nullptr, nullptr);
-        error = GstreamerSource::check(options.source);
-        if (!error.empty()) return refuse("--source: " + error);
-        source = std::make_unique<GstreamerSource>(options.source);
+    if (options.source == CameraOptions::Source::kPipeline) {
+        error = GstreamerPipeline::check(options.pipeline);
+        if (!error.empty()) {
+            return refuse(kMisused,
+                          "--source is '" + options.pipeline +
+                                  "', but a GStreamer pipeline, auto or card is needed: " + error);
+        }
     }
     FrameJournal journal;
-    if (!options.log.empty() && !journal.open(options.log, &error))
-        return refuse("--log: " + error);
-    if (access(kBinder, R_OK | W_OK) != 0) {
-        return refuse(std::string("cannot use ") + kBinder +
-                      ": is the kernel module binder_linux loaded, and is this root?");
+    if (!options.log.empty() && !journal.open(options.log, &error)) {
+        return refuse(kMisused, "--log needs a file that can be written: " + error);
     }
+    if (access(kBinder, R_OK | W_OK) != 0) {
+        return refuse(kFailed,
+                      std::string("cannot use ") + kBinder +
+                              ": is the kernel module binder_linux loaded, and is this root?");
+    }
+    const std::unique_ptr<FrameSource> source = sourceFor(options);
     return serve(options, *source, journal);
 }
 

@@ -150,13 +150,16 @@ class FakeService : public test::StubDesktop {
 
 class CameraClientTest : public testing::Test {
   protected:
+    explicit CameraClientTest(const std::string& onStart = "", const std::string& onStop = "")
+        : mHooks(onStart, onStop) {}
+
     void TearDown() override { quit(); }
 
     void startCamera(std::vector<ClientType> kinds = {ClientType::STREAM},
                      uint32_t lastFrame = UINT32_MAX) {
         mConnection = std::make_unique<ServiceConnection>(mDemand, std::move(kinds));
         mThread = std::thread([this, lastFrame] {
-            CameraClient(mDemand, *mConnection, mSource, mJournal, lastFrame).run();
+            CameraClient(mDemand, *mConnection, mSource, mJournal, mHooks, lastFrame).run();
         });
     }
 
@@ -177,6 +180,7 @@ class CameraClientTest : public testing::Test {
     StreamDemand mDemand;
     TestCardSource mSource;
     FrameJournal mJournal;
+    StreamHooks mHooks;
     std::unique_ptr<ServiceConnection> mConnection;
     std::thread mThread;
 };
@@ -315,6 +319,26 @@ TEST_F(CameraClientTest, FindsTheServiceAgainAfterItDied) {
     EXPECT_TRUE(second->surface()->waitForFrames(1));
 }
 
+/** What is run says nothing, but that it was run stands in the log. */
+class CameraHooksTest : public CameraClientTest {
+  protected:
+    CameraHooksTest() : CameraClientTest("exit 11", "exit 12") {}
+};
+
+TEST_F(CameraHooksTest, RunsTheCommandsAtTheEndsOfAStreamAndOfNoOther) {
+    startBoth();
+    mService->postsSurface = false;
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera", "no stream: there is no surface"));
+    mService->postsSurface = true;
+    mService->tell(ClientType::STREAM, kStart);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera", "'exit 11' ended with status 11"));
+    EXPECT_EQ(0u, mLog.count(ANDROID_LOG_WARN, "desktop-camera", "'exit 12' ended with status 12"));
+    mService->tell(ClientType::STREAM, kStop);
+    EXPECT_TRUE(mLog.waitFor(ANDROID_LOG_WARN, "desktop-camera", "'exit 12' ended with status 12"));
+    EXPECT_EQ(1u, mLog.count(ANDROID_LOG_WARN, "desktop-camera", "'exit 11' ended with status 11"));
+}
+
 TEST_F(CameraClientTest, JoinsAStreamThatRunsAlready) {
     mService->streaming = true;
     mServices.provide("default", mService);
@@ -432,28 +456,40 @@ TEST(CameraProgramTest, SaysInOneLineWhatIsWrongWithItsArguments) {
         std::string error;
     } kCases[] = {
             {{"--sourec=x"},
-             "desktop-camera: unknown option '--sourec'; accepted: --source, --config, --kind, "
-             "--log, --frames, --help\n"},
+             "desktop-camera: unknown option '--sourec'; accepted: --source, --list, --rotate, "
+             "--mirror, --privacy, --on-start, --on-stop, --config, --kind, --log, --frames, "
+             "--help\n"},
             {{"--kind", "2"}, "desktop-camera: --kind is '2', but 1, 3 or both is needed\n"},
             {{"--frames", "0"}, "desktop-camera: --frames is '0', but a number from 1 is needed\n"},
+            {{"--rotate", "45"},
+             "desktop-camera: --rotate is '45', but 0, 90, 180 or 270 is needed\n"},
+            {{"--mirror=yes"}, "desktop-camera: --mirror takes no value\n"},
             {{"--log"}, "desktop-camera: --log needs a value: FILE\n"},
             {{"now"},
-             "desktop-camera: unexpected argument 'now'; accepted: --source, --config, --kind, "
-             "--log, --frames, --help\n"},
-            {{"--source", "nosuchsrc"}, "desktop-camera: --source: no element \"nosuchsrc\"\n"},
+             "desktop-camera: unexpected argument 'now'; accepted: --source, --list, --rotate, "
+             "--mirror, --privacy, --on-start, --on-stop, --config, --kind, --log, --frames, "
+             "--help\n"},
+            {{"--source", "nosuchsrc"},
+             "desktop-camera: --source is 'nosuchsrc', but a GStreamer pipeline, auto or card is "
+             "needed: no element \"nosuchsrc\"\n"},
             {{"--log=/nowhere/log"},
-             "desktop-camera: --log: /nowhere/log: No such file or directory\n"},
+             "desktop-camera: --log needs a file that can be written: /nowhere/log: No such file "
+             "or directory\n"},
     };
     for (const auto& wrong : kCases) {
         const auto result = test::runProgram("desktop-camera", wrong.arguments);
-        EXPECT_NE(0, result.status);
+        EXPECT_EQ(2, result.status);
         EXPECT_EQ("", result.out);
         EXPECT_EQ(wrong.error, result.err);
     }
+    const auto list = test::runProgram("desktop-camera", {"--list"});
+    EXPECT_EQ(0, list.status);
+    EXPECT_EQ("", list.err);
+    EXPECT_NE(std::string::npos, list.out.find("--source auto"));
     const auto help = test::runProgram("desktop-camera", {"--help"});
     EXPECT_EQ(0, help.status);
     EXPECT_EQ("", help.err);
-    EXPECT_NE(std::string::npos, help.out.find("--source PIPELINE"));
+    EXPECT_NE(std::string::npos, help.out.find("--source SOURCE"));
 }
 
 }  // namespace

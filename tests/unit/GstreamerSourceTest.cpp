@@ -2,6 +2,9 @@
 #include "desktop-camera/GstreamerSource.h"
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -9,6 +12,8 @@
 
 #include "support/LogRecorder.h"
 #include "testcard/Picture.h"
+#include "testcard/StripLayout.h"
+#include "testcard/TestCardJpeg.h"
 
 // The thread sanitizer does not see the locks of GLib, which it was not built with, and takes what
 // they guard inside these libraries for races.
@@ -49,6 +54,27 @@ class GstreamerSourceTest : public testing::Test {
             result = source.draw({}, memory->picture(), &memory->used);
         }
         return result;
+    }
+
+    /** What was logged of what is wrong. */
+    static std::vector<std::string> complaints(const test::LogRecorder& log) {
+        std::vector<std::string> found;
+        for (const test::LogLine& line : log.lines("desktop-camera")) {
+            if (line.priority > ANDROID_LOG_INFO) found.push_back(line.message);
+        }
+        return found;
+    }
+
+    /** Runs until there is a picture; the log tells what was done to it. */
+    static void expectDone(const std::string& description, const PictureFormat& format,
+                           const Turn& turn, const std::string& line) {
+        const test::LogRecorder log;
+        GstreamerSource source(description, turn);
+        ASSERT_TRUE(source.start(format));
+        Memory memory;
+        EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
+        EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera", line)) << line;
+        EXPECT_EQ(1u, log.lines("desktop-camera").size());
     }
 
     static void expectRed(const Memory& memory) {
@@ -120,14 +146,14 @@ TEST_F(GstreamerSourceTest, LeavesOutAFileThatIsTooLarge) {
     ASSERT_TRUE(source.start(kMjpg));
     Memory memory;
     memory.bytes.resize(100);
-    for (int tries = 0; tries < 100 && log.lines("desktop-camera").empty(); ++tries) {
+    for (int tries = 0; tries < 100 && complaints(log).empty(); ++tries) {
         PictureMemory picture;
         picture.file = memory.bytes.data();
         picture.fileCapacity = memory.bytes.size();
         EXPECT_EQ(Result::kNotYet, source.draw({}, picture, &memory.used));
     }
-    ASSERT_FALSE(log.lines("desktop-camera").empty());
-    EXPECT_EQ(0u, log.lines("desktop-camera")[0].message.find("left out a JPEG file of "));
+    ASSERT_FALSE(complaints(log).empty());
+    EXPECT_EQ(0u, complaints(log)[0].find("left out a JPEG file of "));
     EXPECT_EQ(std::vector<uint8_t>(100, 1), memory.bytes);
 }
 
@@ -146,7 +172,7 @@ TEST_F(GstreamerSourceTest, GivesUpASourceThatEndsWithoutAPicture) {
     Memory memory;
     ASSERT_TRUE(source.start(kNv12));
     EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
-    ASSERT_EQ(1u, log.lines("desktop-camera").size());
+    ASSERT_EQ(1u, complaints(log).size());
     EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
 }
 
@@ -179,16 +205,16 @@ TEST_F(GstreamerSourceTest, FailsAndSaysWhyWhenTheSourceFails) {
     if (source.start(kNv12)) {
         EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
     }
-    ASSERT_FALSE(log.lines("desktop-camera").empty());
+    ASSERT_FALSE(complaints(log).empty());
     EXPECT_EQ(
             "the source failed: film: Resource not found. (No such file "
             "\"/nowhere/film.mp4\")",
-            log.lines("desktop-camera")[0].message);
+            complaints(log)[0]);
     EXPECT_EQ(testcard::Notice::kAbsent, source.trouble().notice);
-    EXPECT_EQ(log.lines("desktop-camera")[0].message, source.trouble().text);
+    EXPECT_EQ(complaints(log)[0], source.trouble().text);
     source.stop();
     if (source.start(kNv12)) drawNext(source, &memory);
-    EXPECT_EQ(1u, log.lines("desktop-camera").size()) << "the same again is no news";
+    EXPECT_EQ(1u, complaints(log).size()) << "the same again is no news";
 }
 
 TEST_F(GstreamerSourceTest, FailsWhenItsSourceDoesInTheMiddleAndIsWellAgainAfterwards) {
@@ -206,14 +232,176 @@ TEST_F(GstreamerSourceTest, FailsWhenItsSourceDoesInTheMiddleAndIsWellAgainAfter
         EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
         source.stop();
     }
-    EXPECT_EQ(2u, log.lines("desktop-camera").size()) << "a picture came between";
+    EXPECT_EQ(2u, complaints(log).size()) << "a picture came between";
+}
+
+/** A file in a folder of its own that goes with it. */
+class Files {
+  public:
+    Files() {
+        char name[] = "/tmp/gstreamer-source-XXXXXX";
+        mFolder = mkdtemp(name);
+    }
+    ~Files() { std::filesystem::remove_all(mFolder); }
+
+    std::string path(const std::string& name) const { return mFolder + "/" + name; }
+
+    std::string write(const std::string& name, const std::vector<uint8_t>& bytes) const {
+        std::ofstream(path(name), std::ios::binary)
+                .write(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<std::streamsize>(bytes.size()));
+        return path(name);
+    }
+
+  private:
+    std::string mFolder;
+};
+
+// As cameras and films give them: each buffer is a file, and its size is known.
+std::string jpegFiles(const std::string& path, const std::string& size) {
+    return "multifilesrc location=" + path + " caps=image/jpeg,framerate=30/1," + size +
+           " loop=true";
+}
+
+std::vector<uint8_t> cardFile(uint32_t width, uint32_t height) {
+    const auto layout = *testcard::StripLayout::forSize(width, height);
+    return testcard::TestCardJpeg::create(layout)->file({1, 2});
+}
+
+TEST_F(GstreamerSourceTest, PassesJpegFilesOfTheStreamsSizeOnUntouched) {
+    const Files files;
+    const std::vector<uint8_t> jpeg = cardFile(kWidth, kHeight);
+    const test::LogRecorder log;
+    GstreamerSource source(jpegFiles(files.write("a.jpg", jpeg), "width=320,height=240"));
+    ASSERT_TRUE(source.start(kMjpg));
+    Memory memory;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        memory.bytes.resize(memory.used);
+        EXPECT_EQ(jpeg, memory.bytes);
+        memory.bytes.resize(kWidth * kHeight);
+    }
+    EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera",
+                        "MJPG 320x240 from the source is passed on untouched"));
+}
+
+TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreNotAsTheStreamWantsThem) {
+    const Files files;
+    const std::string right = files.write("a.jpg", cardFile(kWidth, kHeight));
+    const std::string large = files.write("b.jpg", cardFile(640, 480));
+    expectDone(jpegFiles(large, "width=640,height=480"), kMjpg, {},
+               "MJPG from the source is encoded again: it is not 320x240");
+    expectDone(jpegFiles(right, "width=320,height=240"), kMjpg, {180, false},
+               "MJPG from the source is encoded again: it is turned");
+    expectDone("filesrc location=" + right, kMjpg, {},
+               "MJPG from the source is encoded again: it does not come file by file");
+    expectDone(jpegFiles(right, "width=320,height=240"), kNv12, {},
+               "I420 320x240 from the source is converted to NV12 320x240");
+}
+
+TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreTooLarge) {
+    const Files files;
+    std::vector<uint8_t> jpeg = cardFile(kWidth, kHeight);
+    jpeg.resize(kWidth * kHeight + 1);  // zeros behind the end, as some cameras have them
+    const test::LogRecorder log;
+    GstreamerSource source(jpegFiles(files.write("a.jpg", jpeg), "width=320,height=240"));
+    ASSERT_TRUE(source.start(kMjpg));
+    Memory memory;
+    memory.bytes.resize(kWidth * kHeight);
+    ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+    testcard::Picture picture;
+    std::string error;
+    EXPECT_TRUE(testcard::decodeJpeg(memory.bytes.data(), memory.used, &picture, &error)) << error;
+    EXPECT_TRUE(log.has(ANDROID_LOG_WARN, "desktop-camera",
+                        "a JPEG file of 76801 bytes from the source is too large, the host takes "
+                        "76800"));
+    EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera",
+                        "MJPG from the source is encoded again: its files are too large"));
+    source.stop();
+    ASSERT_TRUE(source.start(kMjpg));
+    drawNext(source, &memory);
+    EXPECT_EQ(2u, log.count(ANDROID_LOG_INFO, "desktop-camera",
+                            "MJPG 320x240 from the source is passed on untouched"))
+            << "another stream may have more room";
+}
+
+TEST_F(GstreamerSourceTest, SaysWhatBecomesOfRawVideo) {
+    const std::string source = "videotestsrc is-live=true ! video/x-raw,format=";
+    expectDone(source + "NV12,width=320,height=240", kNv12, {},
+               "NV12 320x240 from the source is copied as it is");
+    expectDone(source + "NV12,width=640,height=480", kNv12, {},
+               "NV12 640x480 from the source is converted to NV12 320x240");
+    expectDone(source + "NV12,width=320,height=240", kNv12, {0, true},
+               "NV12 320x240 from the source is converted to NV12 320x240");
+    expectDone(source + "YUY2,width=320,height=240", kMjpg, {},
+               "YUY2 320x240 from the source is encoded");
+}
+
+// The brightest quarter of the picture, named by where it is.
+std::string brightCorner(const std::vector<uint8_t>& luma) {
+    const auto at = [&](uint32_t x, uint32_t y) { return luma[y * kWidth + x] > 128; };
+    std::string corners;
+    if (at(80, 60)) corners += "top left ";
+    if (at(240, 60)) corners += "top right ";
+    if (at(80, 180)) corners += "bottom left ";
+    if (at(240, 180)) corners += "bottom right ";
+    return corners;
+}
+
+TEST_F(GstreamerSourceTest, TurnsAndMirrorsPictures) {
+    // Bright at the top left alone, and square, so that a quarter turn keeps its shape.
+    constexpr uint32_t kSide = 240;
+    std::vector<uint8_t> square(kSide * kSide * 3 / 2, 128);
+    for (uint32_t y = 0; y < kSide; ++y) {
+        for (uint32_t x = 0; x < kSide; ++x) {
+            square[y * kSide + x] = x < kSide / 2 && y < kSide / 2 ? 220 : 40;
+        }
+    }
+    const Files files;
+    const std::string source = "filesrc location=" + files.write("raw", square) +
+                               " ! rawvideoparse format=nv12 width=240 height=240 framerate=30/1";
+    const struct {
+        Turn turn;
+        const char* bright;
+    } kCases[] = {
+            {{0, false}, "top left "},       {{90, false}, "top right "},
+            {{180, false}, "bottom right "}, {{270, false}, "bottom left "},
+            {{0, true}, "top right "},       {{90, true}, "top left "},
+            {{180, true}, "bottom left "},   {{270, true}, "bottom right "},
+    };
+    for (const auto& expected : kCases) {
+        GstreamerSource turned(source, expected.turn);
+        ASSERT_TRUE(turned.start(kNv12));
+        Memory memory;
+        ASSERT_EQ(Result::kDrawn, drawNext(turned, &memory));
+        EXPECT_EQ(expected.bright, brightCorner(memory.bytes))
+                << expected.turn.degrees << (expected.turn.mirrored ? " mirrored" : "");
+    }
+}
+
+TEST_F(GstreamerSourceTest, AsksForItsDescriptionAtEachStart) {
+    const test::LogRecorder log;
+    std::string description;
+    GstreamerSource source(
+            [&](std::string* why) {
+                *why = "there is none";
+                return description;
+            },
+            {});
+    EXPECT_FALSE(source.start(kNv12));
+    EXPECT_EQ(testcard::Notice::kAbsent, source.trouble().notice);
+    EXPECT_EQ("there is none", source.trouble().text);
+    description = "videotestsrc is-live=true pattern=red";
+    ASSERT_TRUE(source.start(kNv12));
+    Memory memory;
+    EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
 }
 
 TEST_F(GstreamerSourceTest, ChecksDescriptionsBeforeTheyAreUsed) {
-    EXPECT_EQ("", GstreamerSource::check("videotestsrc"));
-    EXPECT_EQ("no element \"nosuchsrc\"", GstreamerSource::check("nosuchsrc"));
-    EXPECT_NE("", GstreamerSource::check("videotestsrc !"));
-    EXPECT_NE("", GstreamerSource::check("videotestsrc nosuchproperty=1"));
+    EXPECT_EQ("", GstreamerPipeline::check("videotestsrc"));
+    EXPECT_EQ("no element \"nosuchsrc\"", GstreamerPipeline::check("nosuchsrc"));
+    EXPECT_NE("", GstreamerPipeline::check("videotestsrc !"));
+    EXPECT_NE("", GstreamerPipeline::check("videotestsrc nosuchproperty=1"));
 }
 
 }  // namespace

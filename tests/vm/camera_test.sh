@@ -28,12 +28,14 @@ streams() {
     log_has "$host_log" 'VIDIOC_STREAMON returned 0' 1
 }
 
-# film FOURCC SIZE: the same, and keeps what it receives, by the name "film".
+# film NAME FOURCC SIZE: the same, and keeps what it receives, by that name.
 film() {
+    local name=$1
+    shift
     : >"$host_log"
     start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
         --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
-        --stream-count=100000 --stream-to=$CAPTURES/film.raw
+        --stream-count=100000 --stream-to="$CAPTURES/$name.raw"
 }
 
 # received: how many frames the host has received in this stream.
@@ -136,7 +138,7 @@ unplug() {
 
 start_camera --source "v4l2src device=$camera"
 need "a camera without a source registers" wait_log 20 "$SHARE/camera.log" 'connected to the desktop' 6
-film NV12 320x240
+film plugged NV12 320x240
 need "the host sees a card" moves 20
 plug
 need "the camera takes the source when it is there" \
@@ -154,6 +156,30 @@ check "the camera takes it when it is there again" \
 check "the stream goes on with its pictures" moves 20
 check "it was one stream" test "$(grep -c 'rendering NV12' "$SHARE/camera.log")" = 1
 stop capture
-keep_capture film
+keep_capture plugged
+stop camera
+
+# ---- what a person wants of it ---------------------------------------------------------------------
+
+check "the list names the first camera that is not the webcam itself" \
+    grep -E "^$vivid  a camera  \(vivid\)  vivid  <- --source auto$" \
+    <<<"$("$KORVANE_BUILD/bin/desktop-camera" --list)"
+start_camera --source auto --privacy /run/covered --on-start "echo on >>$SHARE/light" \
+    --on-stop "echo off >>$SHARE/light"
+need "a camera that finds its source itself registers" \
+    wait_log 20 "$SHARE/camera.log" 'connected to the desktop' 7
+film covered NV12 320x240
+need "the host sees a picture" moves 20
+check "it is the first camera's" grep -F "taking $vivid, vivid" "$SHARE/camera.log"
+check_equal "a lamp is lit" on "$(<"$SHARE/light")"
+: >/run/covered
+check "the camera is covered" wait_log 5 "$SHARE/camera.log" 'the camera is covered'
+check "the stream goes on with a card" moves 20
+rm /run/covered
+check "the camera is uncovered" wait_log 5 "$SHARE/camera.log" 'the camera is uncovered'
+check "the stream goes on with its pictures" moves 40
+stop capture
+check "the lamp goes out" wait_for 10 grep -x off "$SHARE/light"
+keep_capture covered
 stop camera
 finish

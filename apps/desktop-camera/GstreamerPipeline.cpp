@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "desktop-camera"
+
+#include "GstreamerPipeline.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <log/log.h>
+
+namespace korvane::camera {
+namespace {
+
+constexpr GstClockTime kPictureTimeout = 100 * GST_MSECOND;
+constexpr char kDecoder[] = " ! decodebin name=korvane-decoder";
+constexpr char kDecoderName[] = "korvane-decoder";
+
+struct ErrorFree {
+    void operator()(GError* error) const { g_error_free(error); }
+};
+struct CapsUnref {
+    void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+};
+using Caps = std::unique_ptr<GstCaps, CapsUnref>;
+
+GstElement* parse(const std::string& pipeline, std::string* error) {
+    GError* raised = nullptr;
+    GstElement* element =
+            gst_parse_launch_full(pipeline.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &raised);
+    if (raised != nullptr) *error = std::unique_ptr<GError, ErrorFree>(raised)->message;
+    return element;
+}
+
+bool isJpeg(const GstStructure* picture) {
+    return gst_structure_has_name(picture, "image/jpeg") != FALSE;
+}
+
+bool hasSize(const GstStructure* picture, const PictureFormat& format) {
+    int width = 0;
+    int height = 0;
+    return gst_structure_get_int(picture, "width", &width) &&
+           gst_structure_get_int(picture, "height", &height) &&
+           static_cast<uint32_t>(width) == format.width &&
+           static_cast<uint32_t>(height) == format.height;
+}
+
+// Whether each buffer is one file. A stream of bytes in which JPEG was found by looking is none.
+bool isInFiles(const GstStructure* picture) {
+    gboolean parsed = FALSE;
+    gst_structure_get_boolean(picture, "parsed", &parsed);
+    return parsed || !gst_structure_has_field(picture, "sof-marker");
+}
+
+std::string sizeOf(const PictureFormat& format) {
+    return std::to_string(format.width) + "x" + std::to_string(format.height);
+}
+
+// Like "YUY2 640x480".
+std::string nameOf(const GstStructure* picture) {
+    int width = 0;
+    int height = 0;
+    gst_structure_get_int(picture, "width", &width);
+    gst_structure_get_int(picture, "height", &height);
+    const char* format = gst_structure_get_string(picture, "format");
+    return (isJpeg(picture)     ? "MJPG"
+            : format == nullptr ? "video"
+                                : format) +
+           std::string(" ") + std::to_string(width) + "x" + std::to_string(height);
+}
+
+const char* elementFor(const Turn& turn) {
+    static constexpr const char* kPlain[] = {"", "90r", "180", "90l"};
+    // A mirror after the turn: as one of the eight ways in which a picture can lie.
+    static constexpr const char* kMirrored[] = {"horiz", "ul-lr", "vert", "ur-ll"};
+    return (turn.mirrored ? kMirrored : kPlain)[turn.degrees / 90 % 4];
+}
+
+}  // namespace
+
+std::string GstreamerPipeline::check(const std::string& description) {
+    std::string error;
+    GstElement* pipeline = parse(description + kDecoder, &error);
+    if (pipeline != nullptr) gst_object_unref(pipeline);
+    return error;
+}
+
+GstreamerPipeline::GstreamerPipeline(const PictureFormat& format, const Turn& turn, bool mayPass)
+    : mFormat(format), mTurn(turn), mMayPass(mayPass) {}
+
+// Waits for the pipeline's threads, which use this.
+GstreamerPipeline::~GstreamerPipeline() {
+    if (mPipeline != nullptr) gst_element_set_state(mPipeline.get(), GST_STATE_NULL);
+}
+
+std::string GstreamerPipeline::build(const std::string& description) {
+    std::string error;
+    mPipeline.reset(parse(description + kDecoder, &error));
+    if (mPipeline == nullptr) return error;
+    GstElement* decoder = gst_bin_get_by_name(GST_BIN(mPipeline.get()), kDecoderName);
+    g_signal_connect(decoder, "autoplug-continue", G_CALLBACK(onContinue), this);
+    g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), this);
+    preferStreamsFormat(decoder);
+    gst_object_unref(decoder);
+    return addSink() ? "" : "no element \"appsink\"";
+}
+
+bool GstreamerPipeline::addSink() {
+    GstElement* sink = gst_element_factory_make("appsink", nullptr);
+    if (sink == nullptr) return false;
+    g_object_set(sink, "max-buffers", 1, "drop", TRUE, nullptr);
+    gst_bin_add(GST_BIN(mPipeline.get()), sink);
+    mSink = GST_APP_SINK(sink);
+    return true;
+}
+
+// A camera that is the description's last element gives what it likes best, unless it is asked.
+void GstreamerPipeline::preferStreamsFormat(GstElement* decoder) const {
+    GstPad* sink = gst_element_get_static_pad(decoder, "sink");
+    GstPad* peer = gst_pad_get_peer(sink);
+    gst_object_unref(sink);
+    if (peer == nullptr) return;
+    GstElement* source = gst_pad_get_parent_element(peer);
+    GstElementFactory* factory = source == nullptr ? nullptr : gst_element_get_factory(source);
+    if (factory != nullptr && strcmp(GST_OBJECT_NAME(factory), "v4l2src") == 0) {
+        const Caps caps(gst_caps_from_string(preferredCaps().c_str()));
+        gst_element_unlink(source, decoder);
+        gst_element_link_filtered(source, decoder, caps.get());
+    }
+    if (source != nullptr) gst_object_unref(source);
+    gst_object_unref(peer);
+}
+
+// The stream's format first, then its size and rate in any, then anything.
+std::string GstreamerPipeline::preferredCaps() const {
+    const std::string size =
+            ",width=" + std::to_string(mFormat.width) + ",height=" + std::to_string(mFormat.height);
+    const long least = std::max(1L, std::lround(mFormat.fps) - 1);
+    const std::string rate = ",framerate=[" + std::to_string(least) + "/1,2147483647/1]";
+    const std::string jpeg = "image/jpeg";
+    const std::string raw = "video/x-raw";
+    const bool passes = mFormat.isJpeg() && mMayPass;
+    const std::string best =
+            passes ? jpeg : raw + ",format=" + (mFormat.isJpeg() ? "I420" : "NV12");
+    std::string caps = best + size + rate;
+    for (const std::string& ending : {size + rate, size, std::string()}) {
+        caps += "; " + (passes ? jpeg : raw) + ending + "; " + (passes ? raw : jpeg) + ending;
+    }
+    return caps + "; video/x-bayer; video/x-h264; video/x-h265; video/mpeg";
+}
+
+bool GstreamerPipeline::play() {
+    return gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
+}
+
+GstSample* GstreamerPipeline::pull() {
+    return gst_app_sink_try_pull_sample(mSink, kPictureTimeout);
+}
+
+GstMessage* GstreamerPipeline::takeError() {
+    GstBus* bus = gst_element_get_bus(mPipeline.get());
+    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    gst_object_unref(bus);
+    return message;
+}
+
+// FALSE where what has been found is what is wanted, and nothing is to be decoded.
+gboolean GstreamerPipeline::onContinue(GstElement* /*decoder*/, GstPad* /*pad*/, GstCaps* caps,
+                                       gpointer self) {
+    if (gst_caps_is_empty(caps) || gst_caps_is_any(caps)) return TRUE;
+    return static_cast<GstreamerPipeline*>(self)->passes(gst_caps_get_structure(caps, 0)) ? FALSE
+                                                                                          : TRUE;
+}
+
+bool GstreamerPipeline::passes(const GstStructure* picture) {
+    if (!mFormat.isJpeg() || !isJpeg(picture)) return false;
+    if (!hasSize(picture, mFormat)) {
+        mWhyNotPassed = "it is not " + sizeOf(mFormat);
+    } else if (!isInFiles(picture)) {
+        mWhyNotPassed = "it does not come file by file";
+    } else if (!mTurn.isNone()) {
+        mWhyNotPassed = "it is turned";
+    } else if (!mMayPass) {
+        mWhyNotPassed = "its files are too large";
+    } else {
+        return true;
+    }
+    return false;
+}
+
+void GstreamerPipeline::onPad(GstElement* /*decoder*/, GstPad* pad, gpointer self) {
+    Caps caps(gst_pad_get_current_caps(pad));
+    if (caps == nullptr) caps.reset(gst_pad_query_caps(pad, nullptr));
+    if (gst_caps_get_size(caps.get()) == 0) return;
+    static_cast<GstreamerPipeline*>(self)->connect(pad, gst_caps_get_structure(caps.get(), 0));
+}
+
+// Only the first picture counts: a film may have sound, or a second angle.
+void GstreamerPipeline::connect(GstPad* pad, const GstStructure* picture) {
+    const bool jpeg = isJpeg(picture);
+    if (!jpeg && !gst_structure_has_name(picture, "video/x-raw")) return;
+    GstPad* sink = gst_element_get_static_pad(GST_ELEMENT(mSink), "sink");
+    if (!gst_pad_is_linked(sink)) {
+        say(picture);
+        if (jpeg) {
+            mPassing = true;
+            gst_pad_link(pad, sink);
+        } else {
+            convert(pad);
+        }
+    }
+    gst_object_unref(sink);
+}
+
+// The conversions do nothing where nothing is to be done.
+void GstreamerPipeline::convert(GstPad* pad) {
+    GError* raised = nullptr;
+    GstElement* bin = gst_parse_bin_from_description(conversion().c_str(), TRUE, &raised);
+    if (raised != nullptr) {
+        ALOGE("the source's pictures cannot be converted: %s", raised->message);
+        g_error_free(raised);
+    }
+    if (bin == nullptr) return;
+    gst_bin_add(GST_BIN(mPipeline.get()), bin);
+    gst_element_link(bin, GST_ELEMENT(mSink));
+    GstPad* in = gst_element_get_static_pad(bin, "sink");
+    gst_pad_link(pad, in);
+    gst_object_unref(in);
+    gst_element_sync_state_with_parent(bin);
+}
+
+std::string GstreamerPipeline::conversion() const {
+    const std::string raw = mFormat.isJpeg() ? "I420" : mFormat.fourcc;
+    const std::string turn =
+            mTurn.isNone() ? "" : std::string(" ! videoflip video-direction=") + elementFor(mTurn);
+    return "videoconvert" + turn +
+           " ! videoscale ! videorate ! capsfilter caps=video/x-raw,format=" + raw +
+           ",width=" + std::to_string(mFormat.width) + ",height=" + std::to_string(mFormat.height) +
+           ",pixel-aspect-ratio=1/1,framerate=" + std::to_string(std::lround(mFormat.fps * 1000)) +
+           "/1000" + (mFormat.isJpeg() ? " ! jpegenc" : "");
+}
+
+void GstreamerPipeline::say(const GstStructure* picture) const {
+    const char* format = gst_structure_get_string(picture, "format");
+    const bool same = format != nullptr && mFormat.fourcc == format && hasSize(picture, mFormat);
+    const std::string name = nameOf(picture);
+    if (isJpeg(picture)) {
+        ALOGI("%s from the source is passed on untouched", name.c_str());
+    } else if (!mWhyNotPassed.empty()) {
+        ALOGI("MJPG from the source is encoded again: %s", mWhyNotPassed.c_str());
+    } else if (mFormat.isJpeg()) {
+        ALOGI("%s from the source is encoded", name.c_str());
+    } else if (same && mTurn.isNone()) {
+        ALOGI("%s from the source is copied as it is", name.c_str());
+    } else {
+        ALOGI("%s from the source is converted to %s %s", name.c_str(), mFormat.fourcc.c_str(),
+              sizeOf(mFormat).c_str());
+    }
+}
+
+}  // namespace korvane::camera
