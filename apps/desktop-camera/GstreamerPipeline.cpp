@@ -153,8 +153,14 @@ bool GstreamerPipeline::play() {
     return gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
 }
 
+// Pictures that come by a clock wait for nobody, and the latest is taken. Those that do not come as
+// fast as they are taken: else a source of files would read them all day long.
 GstSample* GstreamerPipeline::pull() {
-    return gst_app_sink_try_pull_sample(mSink, kPictureTimeout);
+    GstSample* sample = gst_app_sink_try_pull_sample(mSink, kPictureTimeout);
+    if (sample != nullptr && gst_sample_get_segment(sample)->format != GST_FORMAT_TIME) {
+        gst_app_sink_set_drop(mSink, FALSE);
+    }
+    return sample;
 }
 
 GstMessage* GstreamerPipeline::takeError() {

@@ -12,6 +12,7 @@
 
 #include "support/LogRecorder.h"
 #include "testcard/Picture.h"
+#include "testcard/StripCode.h"
 #include "testcard/StripLayout.h"
 #include "testcard/TestCardJpeg.h"
 
@@ -283,6 +284,34 @@ TEST_F(GstreamerSourceTest, PassesJpegFilesOfTheStreamsSizeOnUntouched) {
     }
     EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera",
                         "MJPG 320x240 from the source is passed on untouched"));
+}
+
+TEST_F(GstreamerSourceTest, TakesFilesOneByOneWhenTheyComeWithoutAClock) {
+    const Files files;
+    std::vector<std::vector<uint8_t>> jpegs;
+    const auto layout = *testcard::StripLayout::forSize(kWidth, kHeight);
+    const auto card = testcard::TestCardJpeg::create(layout);
+    for (uint32_t number = 0; number < 100; ++number) {
+        jpegs.push_back(card->file({number, 1}));
+        files.write(std::to_string(number) + ".jpg", jpegs.back());
+    }
+    GstreamerSource source(jpegFiles(files.path("%d.jpg"), "width=320,height=240"));
+    ASSERT_TRUE(source.start(kMjpg));
+    Memory memory;
+    uint32_t last = 0;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        testcard::Picture picture;
+        std::string error;
+        ASSERT_TRUE(testcard::decodeJpeg(memory.bytes.data(), memory.used, &picture, &error));
+        const auto reading = testcard::readCard(layout, picture.luma());
+        ASSERT_TRUE(reading.readable());
+        // Some may be read before the first is taken, and one wait beside it.
+        if (i > 2) {
+            EXPECT_EQ((last + 1) % 100, reading.top->number);
+        }
+        last = reading.top->number;
+    }
 }
 
 TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreNotAsTheStreamWantsThem) {
