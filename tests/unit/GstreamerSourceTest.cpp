@@ -299,7 +299,7 @@ TEST_F(GstreamerSourceTest, TakesFilesOneByOneWhenTheyComeWithoutAClock) {
     ASSERT_TRUE(source.start(kMjpg));
     Memory memory;
     uint32_t last = 0;
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 60; ++i) {
         ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
         testcard::Picture picture;
         std::string error;
