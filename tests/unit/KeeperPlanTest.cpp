@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "gadget/KeeperPlan.h"
+
+#include <chrono>
+
+#include <gtest/gtest.h>
+
+namespace korvane::gadget {
+namespace {
+
+using Step = KeeperPlan::Step;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class KeeperPlanTest : public testing::Test {
+  protected:
+    KeeperPlan mPlan;
+    KeeperPlan::Time mNow{seconds(1000)};
+
+    static KeeperFacts served() { return {true, true, true, "video0", true, false}; }
+    static KeeperFacts unserved() { return {true, true, true, "video0", false, false}; }
+    static KeeperFacts unbound() { return {true, false, true, "", false, false}; }
+
+    Step next(const KeeperFacts& facts, milliseconds later = milliseconds(0)) {
+        mNow += later;
+        return mPlan.next(facts, mNow);
+    }
+
+    /** Until it wakes up by itself; 0 if it never does. */
+    milliseconds sleep() const {
+        if (!mPlan.wakeUp()) return milliseconds(0);
+        return std::chrono::duration_cast<milliseconds>(*mPlan.wakeUp() - mNow);
+    }
+
+    /** A function that has been served for so long that all is well. */
+    void settle() {
+        EXPECT_EQ(Step::kNothing, next(served()));
+        EXPECT_EQ(Step::kNothing, next(served(), seconds(60)));
+    }
+};
+
+TEST_F(KeeperPlanTest, LeavesAServedFunctionAloneAndSleeps) {
+    settle();
+    EXPECT_FALSE(mPlan.wakeUp());
+    EXPECT_EQ(Step::kNothing, next(served(), seconds(3600)));
+    EXPECT_FALSE(mPlan.wakeUp());
+}
+
+TEST_F(KeeperPlanTest, BindsAtOnceWhenTheNodeIsNotServedAnyMore) {
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::kNothing, next(unserved()));
+    EXPECT_EQ(seconds(1), sleep());
+    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(200)));
+    EXPECT_FALSE(mPlan.wakeUp());
+}
+
+TEST_F(KeeperPlanTest, BindsAnUnboundFunctionAtOnce) {
+    settle();
+    EXPECT_EQ(Step::kBind, next(unbound()));
+    KeeperPlan fresh;
+    EXPECT_EQ(Step::kBind, fresh.next(unbound(), mNow));
+}
+
+TEST_F(KeeperPlanTest, WaitsLongerAfterEachTryThatDidNotHelp) {
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    for (const int wait : {1, 2, 4, 4, 4}) {
+        EXPECT_EQ(seconds(wait), sleep());
+        EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(wait * 1000 - 1)));
+        EXPECT_EQ(Step::kRebind, next(unserved(), milliseconds(1)));
+    }
+    EXPECT_FALSE(mPlan.gaveUp());
+}
+
+TEST_F(KeeperPlanTest, SleepsAfterTheLastTryUntilSomethingHappens) {
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    while (mPlan.wakeUp()) EXPECT_EQ(Step::kRebind, next(unserved(), sleep()));
+    EXPECT_TRUE(mPlan.gaveUp());
+    EXPECT_EQ(KeeperPlan::kMostTries + 1, mPlan.tries());
+    // The events of its own last try change nothing.
+    EXPECT_EQ(Step::kNothing, next(unserved(), seconds(1)));
+    EXPECT_FALSE(mPlan.wakeUp());
+    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(100)));
+    EXPECT_FALSE(mPlan.wakeUp());
+    EXPECT_EQ(Step::kNothing, next(unserved(), seconds(1)));
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(seconds(1), sleep());
+    EXPECT_FALSE(mPlan.gaveUp());
+}
+
+TEST_F(KeeperPlanTest, DoesNotHurryWhenAServerComesAndGoes) {
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(100)));
+    EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(100)));
+    EXPECT_EQ(milliseconds(800), sleep());
+    EXPECT_EQ(Step::kRebind, next(unserved(), milliseconds(800)));
+    EXPECT_EQ(seconds(2), sleep());
+}
+
+TEST_F(KeeperPlanTest, GivesAServerThatDiedTheTimeToComeBack) {
+    settle();
+    KeeperFacts died = unserved();
+    died.serverDied = true;
+    EXPECT_EQ(Step::kNothing, next(died));
+    EXPECT_EQ(seconds(4), sleep());
+    EXPECT_EQ(Step::kNothing, next(served(), seconds(3)));
+    EXPECT_EQ(Step::kNothing, next(died, seconds(10)));
+    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(4)));
+}
+
+TEST_F(KeeperPlanTest, GivesAServiceThatStartsBesideItTheTimeToCome) {
+    EXPECT_EQ(Step::kNothing, next(unserved()));
+    EXPECT_EQ(seconds(4), sleep());
+    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(4)));
+}
+
+TEST_F(KeeperPlanTest, DoesNothingWithoutAGadgetOrAController) {
+    settle();
+    KeeperFacts facts = unserved();
+    facts.made = false;
+    EXPECT_EQ(Step::kNothing, next(facts));
+    EXPECT_FALSE(mPlan.wakeUp());
+    facts = unbound();
+    facts.controller = false;
+    EXPECT_EQ(Step::kNothing, next(facts));
+    EXPECT_FALSE(mPlan.wakeUp());
+    EXPECT_EQ(Step::kBind, next(unbound()));
+}
+
+}  // namespace
+}  // namespace korvane::gadget
