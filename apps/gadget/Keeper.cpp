@@ -63,7 +63,7 @@ KeeperFacts Keeper::facts() {
     facts.controller = findController(mController, &controller).empty();
     if (facts.controller) mController = controller;
     facts.node = facts.bound ? videoNodeOn(bound) : "";
-    mWatch.watch(facts.node);
+    if (!mWatch.watch(facts.node)) say("cannot watch /dev/" + facts.node + ": " + strerror(errno));
     const pid_t server = serverOf(facts.node);
     facts.served = server != 0;
     facts.serverDied = mServer != 0 && !facts.served && hasDied(mServer);

@@ -15,7 +15,8 @@ std::vector<std::string> namesIn(const std::string& folder);
 
 bool exists(const std::string& path);
 
-/** Whether the kernel lets its owner write a file; root may open others for writing all the same. */
+/** Whether the kernel lets its owner write a file; root may open others for writing all the same.
+ */
 bool isWritable(const std::string& path);
 
 /**

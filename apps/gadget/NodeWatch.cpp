@@ -8,17 +8,19 @@ namespace korvane::gadget {
 
 NodeWatch::NodeWatch() : mInotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
 
-void NodeWatch::watch(const std::string& node) {
+bool NodeWatch::watch(const std::string& node) {
     const std::string path = "/dev/" + node;
     struct stat status = {};
-    if (!node.empty() && stat(path.c_str(), &status) != 0) status.st_ino = 0;
-    if (node == mNode && status.st_ino == mInode) return;
+    if (node.empty() || stat(path.c_str(), &status) != 0) status.st_ino = 0;
+    if (node == mNode && status.st_ino == mInode) return true;
     if (mWatched >= 0) inotify_rm_watch(mInotify.get(), mWatched);
+    mWatched = -1;
     mNode = node;
     mInode = status.st_ino;
-    mWatched = mInode == 0 ? -1
-                           : inotify_add_watch(mInotify.get(), path.c_str(),
-                                               IN_OPEN | IN_CLOSE_WRITE | IN_ATTRIB);
+    if (mInode == 0) return true;
+    mWatched =
+            inotify_add_watch(mInotify.get(), path.c_str(), IN_OPEN | IN_CLOSE_WRITE | IN_ATTRIB);
+    return mWatched >= 0;
 }
 
 void NodeWatch::drain() {

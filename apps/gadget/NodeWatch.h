@@ -17,8 +17,12 @@ class NodeWatch {
     /** Readable when something has happened. */
     int fd() const { return mInotify.get(); }
 
-    /** Watches /dev/`node` from now on, also if it is a new one by an old name; empty: none. */
-    void watch(const std::string& node);
+    /**
+     * Watches /dev/`node` from now on, also if it is a new one by an old name; empty: none.
+     *
+     * @return false if there is such a node, and it can't be watched
+     */
+    bool watch(const std::string& node);
     /** Takes what has happened. */
     void drain();
     /**
