@@ -59,7 +59,7 @@ bool hasDied(pid_t process) {
     long skipped = 0;
     unsigned long flags = 0;
     fields >> state >> skipped >> skipped >> skipped >> skipped >> skipped >> flags;
-    return state == "Z" || state == "X" || (flags & kExiting) != 0;
+    return (flags & kExiting) != 0;
 }
 
 }  // namespace korvane::gadget
