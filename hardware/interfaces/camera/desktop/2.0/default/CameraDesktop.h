@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>
@@ -96,9 +97,11 @@ class CameraDesktop : public V2_0::ICameraDesktop,
     ::android::sp<V1_0::ICameraDesktopCallback> callbackOf(uint8_t kind);
 
     std::mutex mSlotLock;
-    ::android::sp<bufferqueue::V2_0::IGraphicBufferProducer> mOutputSurface;
-    std::array<::android::sp<bufferqueue::V1_0::IGraphicBufferProducer>, kClientKinds> mSurfaces;
-    std::array<::android::sp<V1_0::ICameraDesktopCallback>, kClientKinds> mCallbacks;
+    ::android::sp<bufferqueue::V2_0::IGraphicBufferProducer> mOutputSurface GUARDED_BY(mSlotLock);
+    std::array<::android::sp<bufferqueue::V1_0::IGraphicBufferProducer>, kClientKinds> mSurfaces
+            GUARDED_BY(mSlotLock);
+    std::array<::android::sp<V1_0::ICameraDesktopCallback>, kClientKinds> mCallbacks
+            GUARDED_BY(mSlotLock);
     DeathLinks mDeathLinks;
     ::android::sp<UvcGadgetHandler> mHandler;
 };

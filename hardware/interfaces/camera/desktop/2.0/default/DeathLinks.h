@@ -7,6 +7,7 @@
 #include <list>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
 #include <hidl/HidlSupport.h>
 #include <korvane/hardware/camera/desktop/1.0/ICameraDesktopCallback.h>
 #include <utils/StrongPointer.h>
@@ -45,14 +46,16 @@ class DeathLinks {
     using Links = std::list<Link>;
 
     /** Moves the client's link to the newest place; false when there is none. */
-    bool renew_l(uint8_t kind, const ::android::sp<V1_0::ICameraDesktopCallback>& client);
+    bool renew_l(uint8_t kind, const ::android::sp<V1_0::ICameraDesktopCallback>& client)
+            REQUIRES(mLock);
     Links::iterator find_l(uint8_t kind,
-                           const ::android::sp<::android::hidl::base::V1_0::IBase>& client);
+                           const ::android::sp<::android::hidl::base::V1_0::IBase>& client)
+            REQUIRES(mLock);
     /** Takes the oldest link of a kind out when there are too many. */
-    Links takeSurplus_l(uint8_t kind);
+    Links takeSurplus_l(uint8_t kind) REQUIRES(mLock);
 
     std::mutex mLock;
-    Links mLinks;  // oldest first
+    Links mLinks GUARDED_BY(mLock);  // oldest first
 };
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

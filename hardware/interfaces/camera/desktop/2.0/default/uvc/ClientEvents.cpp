@@ -9,6 +9,8 @@
 #include <set>
 #include <utility>
 
+#include <android-base/thread_annotations.h>
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 namespace {
@@ -54,22 +56,25 @@ class ClientEvents::Senders : public std::enable_shared_from_this<ClientEvents::
         std::shared_ptr<Event> event;
     };
 
-    bool startThread_l(const std::shared_ptr<Event>& event);
+    bool startThread_l(const std::shared_ptr<Event>& event) REQUIRES(mLock);
     static void* runThread(void* task);
     void sendAll();
     std::shared_ptr<Event> waitForEvent();
     void sendOne(const std::shared_ptr<Event>& event, bool isAlone);
-    void end_l(const std::shared_ptr<Event>& event);
+    void end_l(const std::shared_ptr<Event>& event) REQUIRES(mLock);
 
     std::mutex mLock;
-    std::condition_variable mChanged;
-    bool mStarted = false;
-    bool mStopped = false;
-    bool mBusy = false;            // the thread that stays has an event, or is about to
-    std::shared_ptr<Event> mNext;  // for that thread
-    std::set<uint8_t> mAlone;      // the kinds that have a thread for an event of theirs
-    std::map<uint8_t, std::shared_ptr<Event>> mUnanswered;  // given up, and not ended yet
-    std::map<uint8_t, uint64_t> mGenerations;               // how many clients a kind has had
+    std::condition_variable_any mChanged;
+    bool mStarted GUARDED_BY(mLock) = false;
+    bool mStopped GUARDED_BY(mLock) = false;
+    bool mBusy GUARDED_BY(mLock) = false;  // the thread that stays has an event, or is about to
+    std::shared_ptr<Event> mNext GUARDED_BY(mLock);  // for that thread
+    // The kinds that have a thread for an event of theirs.
+    std::set<uint8_t> mAlone GUARDED_BY(mLock);
+    // Given up, and not ended yet.
+    std::map<uint8_t, std::shared_ptr<Event>> mUnanswered GUARDED_BY(mLock);
+    // How many clients a kind has had.
+    std::map<uint8_t, uint64_t> mGenerations GUARDED_BY(mLock);
 };
 
 bool ClientEvents::Senders::take(const std::shared_ptr<Event>& event) {
@@ -134,8 +139,8 @@ void ClientEvents::Senders::sendAll() {
 }
 
 std::shared_ptr<Event> ClientEvents::Senders::waitForEvent() {
-    std::unique_lock<std::mutex> guard(mLock);
-    mChanged.wait(guard, [this] { return mStopped || mNext != nullptr; });
+    std::lock_guard<std::mutex> guard(mLock);
+    while (!mStopped && mNext == nullptr) mChanged.wait(mLock);
     return std::exchange(mNext, nullptr);
 }
 

@@ -20,11 +20,12 @@ UvcGadgetHandler::UvcGadgetHandler() : mHotPlug(new HotPlugCtrl(this)) {
 
 UvcGadgetHandler::~UvcGadgetHandler() {
     ALOGD("%s E", __func__);
-    std::unique_lock<std::mutex> guard(mStartLock);
-    if (mPolling) return;  // the thread's destructor ends the process
-    mStopRequested = true;
-    mStartCondition.notify_all();
-    guard.unlock();
+    {
+        std::lock_guard<std::mutex> guard(mStartLock);
+        if (mPolling) return;  // the thread's destructor ends the process
+        mStopRequested = true;
+        mStartCondition.notify_all();
+    }
     mPollThread.join();
 }
 

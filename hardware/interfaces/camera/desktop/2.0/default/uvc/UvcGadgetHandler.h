@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include <android-base/thread_annotations.h>
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>
 #include <rapidjson/document.h>
 #include <ui/GraphicBuffer.h>
@@ -130,7 +131,7 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
 
     // The connection to the service and the commands (UvcGadgetCommands.cpp).
     bool connectToService();
-    bool connectToServiceLocked();  // under mServiceLock
+    bool connectToServiceLocked() REQUIRES(mServiceLock);
     ::android::sp<ICameraDesktop> service();
     std::string setCommandTo(ClientType type, const std::string& message);
     std::string getStreamConfig();
@@ -144,9 +145,10 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     };
     std::string createSurface(const rapidjson::Value& params);
     /** All but the start; "", or what was wrong. */
-    std::string makeSurface_l(const rapidjson::Value& params, NewSurface* made);
-    const char* refuseSurface_l() const;
-    const char* publishSurface_l(const NewSurface& made);
+    std::string makeSurface_l(const rapidjson::Value& params, NewSurface* made)
+            REQUIRES(mDeviceLock);
+    const char* refuseSurface_l() const REQUIRES(mDeviceLock);
+    const char* publishSurface_l(const NewSurface& made) REQUIRES(mDeviceLock);
     ::android::sp<::android::KorBufferSource> withdrawSurface();
     ::android::sp<::android::KorBufferSource> frameSource();
     ::android::sp<::android::KorBufferSource> exchangeFrameSource(
@@ -160,22 +162,23 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     std::unique_ptr<HotPlugCtrl> mHotPlug;
 
     std::mutex mDeviceLock;
-    std::unique_ptr<UvcV4l2Ctrl> mDevice;  // changed by the poll thread only
+    // Changed by the poll thread only, with the lock; without it nobody else looks.
+    std::unique_ptr<UvcV4l2Ctrl> mDevice;
 
     // Whether the poll thread may still be stopped, which it can be while it waits for the service.
     std::mutex mStartLock;
-    std::condition_variable mStartCondition;
-    bool mStopRequested = false;
-    bool mPolling = false;
+    std::condition_variable_any mStartCondition;
+    bool mStopRequested GUARDED_BY(mStartLock) = false;
+    bool mPolling GUARDED_BY(mStartLock) = false;
 
     std::mutex mServiceLock;
-    ::android::sp<ICameraDesktop> mService;
+    ::android::sp<ICameraDesktop> mService GUARDED_BY(mServiceLock);
     ::android::sp<CamDesktopCallback> mCallback;
 
     ClientEvents mEvents;
 
-    std::mutex mFrameSourceLock;
-    ::android::sp<::android::KorBufferSource> mFrameSource;
+    std::mutex mFrameSourceLock ACQUIRED_AFTER(mDeviceLock);
+    ::android::sp<::android::KorBufferSource> mFrameSource GUARDED_BY(mFrameSourceLock);
 
     std::thread mPollThread;
 };

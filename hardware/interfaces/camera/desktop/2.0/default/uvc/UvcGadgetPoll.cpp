@@ -56,8 +56,12 @@ bool UvcGadgetHandler::connectAtStart() {
 }
 
 bool UvcGadgetHandler::waitToConnect() {
-    std::unique_lock<std::mutex> guard(mStartLock);
-    return !mStartCondition.wait_for(guard, kConnectDelay, [this] { return mStopRequested; });
+    const auto end = std::chrono::steady_clock::now() + kConnectDelay;
+    std::lock_guard<std::mutex> guard(mStartLock);
+    while (!mStopRequested) {
+        if (mStartCondition.wait_until(mStartLock, end) == std::cv_status::timeout) break;
+    }
+    return !mStopRequested;
 }
 
 int UvcGadgetHandler::preparePoll() {

@@ -210,7 +210,7 @@ void UvcV4l2Ctrl::handleStartStream() {
     }
     mStreaming = true;
     mStats.streamStarted(static_cast<uint32_t>(mBuffers.size()));
-    notify(guard, &EventListener::onStreamStart);
+    notify_l(&EventListener::onStreamStart);
 }
 
 void UvcV4l2Ctrl::handleStopStream() {
@@ -218,7 +218,7 @@ void UvcV4l2Ctrl::handleStopStream() {
     if (!mStreaming) return;
     mStreaming = false;
     mStats.streamStopped();
-    notify(guard, &EventListener::onStreamStop);
+    notify_l(&EventListener::onStreamStop);
     streamOff();
     releaseBuffers_l();
     mStats.buffersReleased();

@@ -14,6 +14,7 @@
 #include <linux/usb/ch9.h>
 #include <linux/usb/g_uvc.h>
 
+#include <android-base/thread_annotations.h>
 #include <android-base/unique_fd.h>
 
 #include "uvc/LockedFrame.h"
@@ -136,7 +137,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     bool dumpFramesTo(FILE* file);
 
   private:
-    using Guard = std::unique_lock<std::mutex>;
+    using Guard = std::lock_guard<std::mutex>;
     struct FileCloser {
         void operator()(FILE* file) const { fclose(file); }
     };
@@ -146,28 +147,23 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     // The node and its stream.
     void closeNode();
     void subscribeEvents();
-    void setInitialFormat_l();
-    void noteMode_l();
+    void setInitialFormat_l() REQUIRES(mLock);
+    void noteMode_l() REQUIRES(mLock);
     int handleWritable();
     void handleEvent();
     void handleSetup(const usb_ctrlrequest& request);
     void handleStartStream();
     void handleStopStream();
-    /** Calls the listener with the lock, which guard holds, released. */
+    /** Calls the listener with the lock released meanwhile. */
     template <typename... Args>
-    void notify(Guard& guard, void (EventListener::*call)(Args...), Args... args) {
-        if (mListener == nullptr) return;
-        guard.unlock();
-        (mListener->*call)(args...);
-        guard.lock();
-    }
+    void notify_l(void (EventListener::*call)(Args...), Args... args) REQUIRES(mLock);
 
     // Class requests. A response that they leave alone stalls the request.
     void processClassEvent(const usb_ctrlrequest* request, uvc_request_data* response);
     void processControlEvent(uint8_t request, uint8_t selector);
     void processStreamingEvent(uint8_t request, uint8_t selector, uvc_request_data* response);
     void handleData(const uvc_request_data* data);
-    void commitFormat_l();
+    void commitFormat_l() REQUIRES(mLock);
 
     /** One of the stream's buffers, and what it holds while the driver has it. */
     struct OutputBuffer {
@@ -179,33 +175,41 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
 
     // Buffers. What fills one leaves locked as it is when the frame is to stay locked.
     v4l2_buffer makeBuffer();
-    bool allocBuffers_l();
-    bool mapBuffer_l(uint32_t index);
-    void releaseBuffers_l();
+    bool allocBuffers_l() REQUIRES(mLock);
+    bool mapBuffer_l(uint32_t index) REQUIRES(mLock);
+    void releaseBuffers_l() REQUIRES(mLock);
     bool fill_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
-                v4l2_buffer* buf);
+                v4l2_buffer* buf) REQUIRES(mLock);
     bool copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
-                    v4l2_buffer* buf);
+                    v4l2_buffer* buf) REQUIRES(mLock);
     bool convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& locked,
-                               const MappedBuffer& target, v4l2_buffer* buf);
+                               const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
     bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
-                         const MappedBuffer& target, v4l2_buffer* buf);
-    void dump_l(const MappedBuffer& buffer, uint32_t size);
+                         const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
+    void dump_l(const MappedBuffer& buffer, uint32_t size) REQUIRES(mLock);
     int handleWrite();
     /** Unlocks the frame of a buffer and empties it but for its mapping. */
-    UvcBufInfo takeFrame_l(uint32_t index);
+    UvcBufInfo takeFrame_l(uint32_t index) REQUIRES(mLock);
 
     EventListener* mListener = nullptr;
-    std::vector<OutputBuffer> mBuffers;  // by V4L2 index; guarded by mLock
     const std::string mDevName;
     ServiceStats& mStats;
     mutable std::mutex mLock;
-    uint32_t mOpenCount = 0;                      // guarded by mLock
-    std::atomic<bool> mStreaming{false};          // written with mLock held
-    UvcConfig mConfig;                            // its selection is guarded by mLock
-    uint32_t mFrameCount = 0;                     // guarded by mLock
-    std::unique_ptr<FILE, FileCloser> mDumpFile;  // guarded by mLock
-    YuyvConverter mConverter;                     // guarded by mLock
+    std::vector<OutputBuffer> mBuffers GUARDED_BY(mLock);  // by V4L2 index
+    uint32_t mOpenCount GUARDED_BY(mLock) = 0;
+    std::atomic<bool> mStreaming{false};  // written with mLock held
+    UvcConfig mConfig;                    // its selection is guarded by mLock
+    uint32_t mFrameCount GUARDED_BY(mLock) = 0;
+    std::unique_ptr<FILE, FileCloser> mDumpFile GUARDED_BY(mLock);
+    YuyvConverter mConverter GUARDED_BY(mLock);
 };
+
+template <typename... Args>
+void UvcV4l2Ctrl::notify_l(void (EventListener::*call)(Args...), Args... args) {
+    if (mListener == nullptr) return;
+    mLock.unlock();
+    (mListener->*call)(args...);
+    mLock.lock();
+}
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation

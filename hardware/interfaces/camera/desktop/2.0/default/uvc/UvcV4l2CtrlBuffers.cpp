@@ -185,7 +185,7 @@ int UvcV4l2Ctrl::handleWrite() {
     UvcBufInfo returned = takeFrame_l(buf.index);
     // Without a listener nobody would close it.
     const unique_fd unwanted(mListener == nullptr ? returned.fenceFd : -1);
-    notify(guard, &EventListener::onFrameEmptied, &returned);
+    notify_l(&EventListener::onFrameEmptied, &returned);
     return 0;
 }
 
