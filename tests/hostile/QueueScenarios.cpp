@@ -113,7 +113,10 @@ namespace {
 class Brawler {
   public:
     Brawler(sp<IGraphicBufferProducer> queue, unsigned long seed)
-        : mQueue(std::move(queue)), mRandom(seed) {}
+        : mQueue(std::move(queue)), mRandom(seed) {
+        // Whoever waits for ever holds all others up, which is not what is tried here.
+        mQueue->setDequeueTimeout(0);
+    }
 
     /** One call; false once the queue is gone. */
     bool step() {

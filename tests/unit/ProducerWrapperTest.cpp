@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The producer of a buffer queue as HIDL clients see it: connections, frames and fences.
 #include <climits>
+#include <functional>
 #include <vector>
 
 #include <fcntl.h>
@@ -52,6 +53,23 @@ TEST_F(ProducerWrapperTest, TheClientsListenerIsAskedAndTold) {
     ASSERT_EQ(NO_ERROR, release(item));
     EXPECT_EQ(1, clientListener->released);
     ASSERT_EQ(NO_ERROR, consumer->discardFreeBuffers());
+}
+
+// What the client does meanwhile must not keep the consumer out.
+TEST_F(ProducerWrapperTest, TheClientIsAskedOnceWhileTheQueueIsFree) {
+    struct Asked : public ClientListener {
+        Return<bool> needsReleaseNotify() override {
+            wasLocked = isLocked();
+            return ClientListener::needsReleaseNotify();
+        }
+        std::function<bool()> isLocked;
+        bool wasLocked = true;
+    };
+    const sp<Asked> clientListener = new Asked();
+    clientListener->isLocked = [this] { return isQueueLocked(); };
+    connectClient(clientListener);
+    EXPECT_EQ(1, clientListener->asked);
+    EXPECT_FALSE(clientListener->wasLocked);
 }
 
 TEST_F(ProducerWrapperTest, AClientThatDoesNotWantToHearIsNotTold) {

@@ -126,7 +126,10 @@ struct TWGraphicBufferProducer : public BASE {
                          bool producerControlledByApp,
                          HGraphicBufferProducer::connect_cb _hidl_cb) override {
         sp<WatchedProducerListener> native;
-        if (listener != nullptr) native = new WatchedProducerListener(mBase, listener);
+        if (listener != nullptr) {
+            native = new WatchedProducerListener(mBase, listener);
+            native->ask();
+        }
         BGraphicBufferProducer::QueueBufferOutput nativeOutput;
         status_t status = mBase->connect(native, api, producerControlledByApp, &nativeOutput);
         if (status == OK && native != nullptr && !native->watch()) {

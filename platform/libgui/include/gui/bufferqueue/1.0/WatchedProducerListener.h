@@ -23,6 +23,14 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
                             const sp<HProducerListener>& client)
         : LWProducerListener(client), mQueue(queue), mClient(client) {}
 
+    /**
+     * Waits for what the client wants to hear of. Before it connects, while the queue's lock is
+     * free: a client that doesn't answer must hold nobody but the thread that serves it.
+     */
+    void ask() { mNeedsReleaseNotify = LWProducerListener::needsReleaseNotify(); }
+
+    bool needsReleaseNotify() override { return mNeedsReleaseNotify; }
+
     /** Follows the client from now on; false if it has died. Once, when it has connected. */
     bool watch();
 
@@ -32,6 +40,7 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
   private:
     const wp<IGraphicBufferProducer> mQueue;  // not strong: its core holds this object
     const sp<HProducerListener> mClient;
+    bool mNeedsReleaseNotify = false;
 };
 
 }  // namespace android
