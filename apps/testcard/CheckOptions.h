@@ -22,7 +22,7 @@ struct CheckOptions {
     std::string contactSheet;  // empty: none wanted
     size_t maxLost = 0;
     bool codesOnly = false;  // nothing is to be checked, only the frames' codes shown
-    std::string help;  // not empty: nothing is to be checked, this is to be shown
+    std::string help;        // not empty: nothing is to be checked, this is to be shown
 
     /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);

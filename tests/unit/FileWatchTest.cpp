@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "desktop-camera/FileWatch.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -11,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "desktop-camera/StreamDemand.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -33,18 +33,12 @@ namespace fs = std::filesystem;
 
 class FileWatchTest : public testing::Test {
   protected:
-    FileWatchTest() {
-        char name[] = "/tmp/file-watch-XXXXXX";
-        mFolder = mkdtemp(name);
-    }
-    ~FileWatchTest() override { fs::remove_all(mFolder); }
-
     void SetUp() override { looks = 0; }
 
-    std::string path() const { return mFolder + "/covered"; }
+    std::string path() const { return mFolder.path("covered"); }
     void make() const { std::ofstream(path()) << "x"; }
 
-    std::string mFolder;
+    test::TemporaryFolder mFolder;
 };
 
 TEST_F(FileWatchTest, TellsAtOnceThatTheFileComesAndGoes) {
@@ -66,10 +60,10 @@ TEST_F(FileWatchTest, FindsAFileThatWasThereBefore) {
 TEST_F(FileWatchTest, TellsOfFilesThatAreMovedAndOfLinksAndFolders) {
     FileWatch watch(path());
     EXPECT_FALSE(watch.exists());
-    std::ofstream(mFolder + "/other") << "x";
-    fs::rename(mFolder + "/other", path());
+    std::ofstream(mFolder.path("other")) << "x";
+    fs::rename(mFolder.path("other"), path());
     EXPECT_TRUE(watch.exists());
-    fs::rename(path(), mFolder + "/other");
+    fs::rename(path(), mFolder.path("other"));
     EXPECT_FALSE(watch.exists());
     fs::create_symlink("/nowhere", path());
     EXPECT_TRUE(watch.exists());
@@ -90,7 +84,7 @@ TEST_F(FileWatchTest, LooksAtTheDiskOnlyWhenSomethingHappens) {
 }
 
 TEST_F(FileWatchTest, FindsAFolderThatComesLaterOrComesAgain) {
-    const std::string folder = mFolder + "/run";
+    const std::string folder = mFolder.path("run");
     FileWatch watch(folder + "/covered");
     EXPECT_FALSE(watch.exists());
     const auto appears = [&] {

@@ -2,15 +2,13 @@
 #include "desktop-camera/GstreamerSource.h"
 
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/LogRecorder.h"
+#include "support/TemporaryFolder.h"
 #include "testcard/Picture.h"
 #include "testcard/StripCode.h"
 #include "testcard/StripLayout.h"
@@ -236,28 +234,6 @@ TEST_F(GstreamerSourceTest, FailsWhenItsSourceDoesInTheMiddleAndIsWellAgainAfter
     EXPECT_EQ(2u, complaints(log).size()) << "a picture came between";
 }
 
-/** A file in a folder of its own that goes with it. */
-class Files {
-  public:
-    Files() {
-        char name[] = "/tmp/gstreamer-source-XXXXXX";
-        mFolder = mkdtemp(name);
-    }
-    ~Files() { std::filesystem::remove_all(mFolder); }
-
-    std::string path(const std::string& name) const { return mFolder + "/" + name; }
-
-    std::string write(const std::string& name, const std::vector<uint8_t>& bytes) const {
-        std::ofstream(path(name), std::ios::binary)
-                .write(reinterpret_cast<const char*>(bytes.data()),
-                       static_cast<std::streamsize>(bytes.size()));
-        return path(name);
-    }
-
-  private:
-    std::string mFolder;
-};
-
 // As cameras and films give them: each buffer is a file, and its size is known.
 std::string jpegFiles(const std::string& path, const std::string& size) {
     return "multifilesrc location=" + path + " caps=image/jpeg,framerate=30/1," + size +
@@ -270,7 +246,7 @@ std::vector<uint8_t> cardFile(uint32_t width, uint32_t height) {
 }
 
 TEST_F(GstreamerSourceTest, PassesJpegFilesOfTheStreamsSizeOnUntouched) {
-    const Files files;
+    const test::TemporaryFolder files;
     const std::vector<uint8_t> jpeg = cardFile(kWidth, kHeight);
     const test::LogRecorder log;
     GstreamerSource source(jpegFiles(files.write("a.jpg", jpeg), "width=320,height=240"));
@@ -287,7 +263,7 @@ TEST_F(GstreamerSourceTest, PassesJpegFilesOfTheStreamsSizeOnUntouched) {
 }
 
 TEST_F(GstreamerSourceTest, TakesFilesOneByOneWhenTheyComeWithoutAClock) {
-    const Files files;
+    const test::TemporaryFolder files;
     std::vector<std::vector<uint8_t>> jpegs;
     const auto layout = *testcard::StripLayout::forSize(kWidth, kHeight);
     const auto card = testcard::TestCardJpeg::create(layout);
@@ -315,7 +291,7 @@ TEST_F(GstreamerSourceTest, TakesFilesOneByOneWhenTheyComeWithoutAClock) {
 }
 
 TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreNotAsTheStreamWantsThem) {
-    const Files files;
+    const test::TemporaryFolder files;
     const std::string right = files.write("a.jpg", cardFile(kWidth, kHeight));
     const std::string large = files.write("b.jpg", cardFile(640, 480));
     expectDone(jpegFiles(large, "width=640,height=480"), kMjpg, {},
@@ -329,7 +305,7 @@ TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreNotAsTheStreamWantsThem)
 }
 
 TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreTooLarge) {
-    const Files files;
+    const test::TemporaryFolder files;
     std::vector<uint8_t> jpeg = cardFile(kWidth, kHeight);
     jpeg.resize(kWidth * kHeight + 1);  // zeros behind the end, as some cameras have them
     const test::LogRecorder log;
@@ -386,7 +362,7 @@ TEST_F(GstreamerSourceTest, TurnsAndMirrorsPictures) {
             square[y * kSide + x] = x < kSide / 2 && y < kSide / 2 ? 220 : 40;
         }
     }
-    const Files files;
+    const test::TemporaryFolder files;
     const std::string source = "filesrc location=" + files.write("raw", square) +
                                " ! rawvideoparse format=nv12 width=240 height=240 framerate=30/1";
     const struct {

@@ -3,10 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <fcntl.h>
@@ -19,27 +16,16 @@
 
 #include "desktop-camera/StreamDemand.h"
 #include "support/LogRecorder.h"
+#include "support/TemporaryFolder.h"
 
 namespace korvane::camera {
 namespace {
 
-namespace fs = std::filesystem;
-
 class StreamHooksTest : public testing::Test {
   protected:
-    StreamHooksTest() {
-        char name[] = "/tmp/stream-hooks-XXXXXX";
-        mFolder = mkdtemp(name);
-    }
-    ~StreamHooksTest() override { fs::remove_all(mFolder); }
-
-    std::string said() const {
-        std::ostringstream text;
-        text << std::ifstream(mFolder + "/said").rdbuf();
-        return text.str();
-    }
+    std::string said() const { return mFolder.read("said"); }
     std::string say(const std::string& what) const {
-        return "echo " + what + " >>" + mFolder + "/said";
+        return "echo " + what + " >>" + mFolder.path("said");
     }
 
     template <typename Condition>
@@ -59,7 +45,7 @@ class StreamHooksTest : public testing::Test {
     }
 
     const test::LogRecorder mLog;
-    std::string mFolder;
+    test::TemporaryFolder mFolder;
 };
 
 TEST_F(StreamHooksTest, RunsACommandAtEachEndOfAStream) {
@@ -73,7 +59,7 @@ TEST_F(StreamHooksTest, RunsACommandAtEachEndOfAStream) {
 }
 
 TEST_F(StreamHooksTest, DoesNotWaitForTheCommand) {
-    const std::string pipe = mFolder + "/pipe";
+    const std::string pipe = mFolder.path("pipe");
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
     StreamHooks hooks("read x <" + pipe + "; " + say("on"), say("off"));
     hooks.started();  // would wait for ever
@@ -84,7 +70,7 @@ TEST_F(StreamHooksTest, DoesNotWaitForTheCommand) {
 }
 
 TEST_F(StreamHooksTest, GoesOnAfterFiveSecondsOfASlowOne) {
-    const std::string pipe = mFolder + "/pipe";
+    const std::string pipe = mFolder.path("pipe");
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
     {
         StreamHooks hooks("read x <" + pipe, say("off"));

@@ -98,6 +98,7 @@ check "the restarted daemon's first picture comes at once" moves_within $soon "$
 
 stop daemon KILL
 stop capture KILL
+# shellcheck disable=SC2154 # lib.sh has it
 kill -STOP "${pids[camera]}"
 start_daemon
 need "a third daemon opens the node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' 3
@@ -110,17 +111,6 @@ stop capture
 stop camera
 
 # ---- a source that comes and goes ------------------------------------------------------------------
-
-# vivid_node: the node on which it gives pictures.
-vivid_node() {
-    local video
-    for video in /sys/class/video4linux/video*; do
-        [[ $(<"$video/name") == vivid-*-vid-cap ]] || continue
-        echo "/dev/${video##*/}"
-        return
-    done
-    return 1
-}
 
 need "the kernel has its virtual camera" modprobe vivid n_devs=1 node_types=0x1
 vivid=$(vivid_node)
@@ -172,7 +162,7 @@ film covered NV12 320x240
 need "the host sees a picture" moves 20
 check "it is the first camera's" grep -F "taking $vivid, vivid" "$SHARE/camera.log"
 check_equal "a lamp is lit" on "$(<"$SHARE/light")"
-: >/run/covered
+touch /run/covered
 check "the camera is covered" wait_log 5 "$SHARE/camera.log" 'the camera is covered'
 check "the stream goes on with a card" moves 20
 rm /run/covered

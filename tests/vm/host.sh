@@ -95,3 +95,14 @@ trace_sent() {
 sent() {
     grep -c v4l2_qbuf: /sys/kernel/tracing/trace
 }
+
+# vivid_node: the node on which the kernel's virtual camera gives pictures.
+vivid_node() {
+    local video
+    for video in /sys/class/video4linux/video*; do
+        [[ $(<"$video/name") == vivid-*-vid-cap ]] || continue
+        echo "/dev/${video##*/}"
+        return
+    done
+    return 1
+}

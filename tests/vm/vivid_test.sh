@@ -5,17 +5,6 @@
 . "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/host.sh"
 
-# vivid_node: the node on which vivid gives pictures.
-vivid_node() {
-    local video
-    for video in /sys/class/video4linux/video*; do
-        [[ $(<"$video/name") == vivid-*-vid-cap ]] || continue
-        echo "/dev/${video##*/}"
-        return
-    done
-    return 1
-}
-
 need "the kernel has its virtual camera" modprobe vivid n_devs=1 node_types=0x1
 camera=$(vivid_node) || fail "vivid has a node"
 v4l2-ctl -d "$camera" --set-ctrl test_pattern=0 --set-ctrl horizontal_movement=3 >/dev/null
