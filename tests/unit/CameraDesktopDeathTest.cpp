@@ -2,6 +2,7 @@
 // Clients of other processes as the service follows them: by the proxies that the interface's
 // compiler makes, over binders whose death a test reports.
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -186,6 +187,35 @@ TEST_F(CameraDesktopDeathTest, OfManyThatLiveOnTheLastToRegisterAreFollowed) {
     last->die();
     for (const auto& other : others) other->die();
     EXPECT_EQ(kMaxLinks, deathsOf(3));
+}
+
+TEST_F(CameraDesktopDeathTest, ManyThatLiveOnLeaveAnotherKindsAlone) {
+    registerRemote(5, mFirst);
+    std::vector<sp<RemoteBinder>> others;
+    for (size_t i = 0; i <= kMaxLinks; ++i) others.push_back(new RemoteBinder());
+    for (const auto& other : others) registerRemote(3, other);
+    others.front()->die();
+    EXPECT_EQ(0u, deathsOf(3));
+    mFirst->die();
+    EXPECT_EQ(1u, deathsOf(5));
+}
+
+TEST_F(CameraDesktopDeathTest, AClientThatIsNotFollowedAnyMoreMayUseTheServiceWhenItIsLetGoOf) {
+    struct Leaving : public BpHwCameraDesktopCallback {
+        Leaving(const sp<IBinder>& binder, const std::function<void()>& leave)
+            : BpHwCameraDesktopCallback(binder), leave(leave) {}
+        ~Leaving() override { leave(); }
+        const std::function<void()> leave;
+    };
+    bool left = false;
+    registerProxy(3, new Leaving(mFirst, [&] {
+                      registerRemote(5, mSecond);
+                      left = true;
+                  }));
+    for (size_t i = 0; i < kMaxLinks; ++i) registerRemote(3, new RemoteBinder());
+    EXPECT_TRUE(left);
+    mSecond->die();
+    EXPECT_EQ(1u, deathsOf(5));
 }
 
 TEST_F(CameraDesktopDeathTest, HoweverManyLiveOnNoMoreThanThatAreKept) {
