@@ -29,6 +29,7 @@
 using namespace korvane::test;
 using android::base::unique_fd;
 using korvane::hardware::camera::desktop::V2_0::implementation::PollableDev;
+using korvane::hardware::camera::desktop::V2_0::implementation::ServiceStats;
 using korvane::hardware::camera::desktop::V2_0::implementation::UvcBufInfo;
 using korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
@@ -120,7 +121,7 @@ class Stream {
         serveUntil(false);
         mCtrl.close();
     }
-    explicit Stream(GadgetNode& node) : mNode(node), mCtrl(node.path().c_str()) {}
+    explicit Stream(GadgetNode& node) : mNode(node), mCtrl(node.path().c_str(), mStats) {}
 
     UvcV4l2Ctrl& device() { return mCtrl; }
 
@@ -134,6 +135,7 @@ class Stream {
     }
 
     GadgetNode& mNode;
+    ServiceStats mStats;
     UvcV4l2Ctrl mCtrl;
 };
 
