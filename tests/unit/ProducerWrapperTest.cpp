@@ -72,6 +72,13 @@ TEST_F(ProducerWrapperTest, TheClientIsAskedOnceWhileTheQueueIsFree) {
     EXPECT_FALSE(clientListener->wasLocked);
 }
 
+TEST_F(ProducerWrapperTest, AClientWhoseConnectionIsRefusedIsNotAsked) {
+    connectClient(new ClientListener());
+    const sp<ClientListener> second = new ClientListener();
+    EXPECT_EQ(BAD_VALUE, wrappedConnect(second));
+    EXPECT_EQ(0, second->asked);
+}
+
 TEST_F(ProducerWrapperTest, AClientThatDoesNotWantToHearIsNotTold) {
     const sp<ClientListener> clientListener = new ClientListener();
     clientListener->wants = false;

@@ -8,6 +8,10 @@
 
 namespace android {
 
+void WatchedProducerListener::onBufferReleased() {
+    if (mIsWanted) LWProducerListener::onBufferReleased();
+}
+
 bool WatchedProducerListener::watch() {
     return mClient->linkToDeath(this, 0 /* cookie */).withDefault(false);
 }

@@ -126,15 +126,15 @@ struct TWGraphicBufferProducer : public BASE {
                          bool producerControlledByApp,
                          HGraphicBufferProducer::connect_cb _hidl_cb) override {
         sp<WatchedProducerListener> native;
-        if (listener != nullptr) {
-            native = new WatchedProducerListener(mBase, listener);
-            native->ask();
-        }
+        if (listener != nullptr) native = new WatchedProducerListener(mBase, listener);
         BGraphicBufferProducer::QueueBufferOutput nativeOutput;
         status_t status = mBase->connect(native, api, producerControlledByApp, &nativeOutput);
-        if (status == OK && native != nullptr && !native->watch()) {
-            mBase->disconnectListener(native);
-            status = DEAD_OBJECT;
+        if (status == OK && native != nullptr) {
+            native->ask();
+            if (!native->watch()) {
+                mBase->disconnectListener(native);
+                status = DEAD_OBJECT;
+            }
         }
         HGraphicBufferProducer::QueueBufferOutput result = {};
         conversion::wrapAs(&result, nativeOutput);

@@ -2,6 +2,7 @@
 // A client's listener, whose death ends the client's connection.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include <gui/IGraphicBufferProducer.h>
@@ -24,12 +25,16 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
         : LWProducerListener(client), mQueue(queue), mClient(client) {}
 
     /**
-     * Waits for what the client wants to hear of. Before it connects, while the queue's lock is
-     * free: a client that doesn't answer must hold nobody but the thread that serves it.
+     * Waits for what the client wants to hear of. Once, when it has connected and before it is told
+     * so, which is when a queue asks; but the queue asks with its lock held, and a client that
+     * doesn't answer must hold nobody but the thread that serves it.
      */
-    void ask() { mNeedsReleaseNotify = LWProducerListener::needsReleaseNotify(); }
+    void ask() { mIsWanted = LWProducerListener::needsReleaseNotify(); }
 
-    bool needsReleaseNotify() override { return mNeedsReleaseNotify; }
+    /** What the queue is told: this object drops what the client doesn't want. */
+    bool needsReleaseNotify() override { return true; }
+
+    void onBufferReleased() override;
 
     /** Follows the client from now on; false if it has died. Once, when it has connected. */
     bool watch();
@@ -40,7 +45,7 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
   private:
     const wp<IGraphicBufferProducer> mQueue;  // not strong: its core holds this object
     const sp<HProducerListener> mClient;
-    bool mNeedsReleaseNotify = false;
+    std::atomic<bool> mIsWanted{false};  // asked by one thread, read by those that release
 };
 
 }  // namespace android
