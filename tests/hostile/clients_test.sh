@@ -42,7 +42,7 @@ again() {
 random() {
     local seed
     for seed in {1..5}; do
-        check "random: seed $seed" attack 120 random $seed
+        check "random: seed $seed" attack 120 random "$seed"
     done
 }
 
@@ -53,7 +53,7 @@ random_streaming() {
     start_capture MJPG 640x480
     check "random: a stream runs" wait_log 20 "$daemon_log" 'Registering surface ptr: 0x'
     for seed in {11..15}; do
-        check "random: seed $seed beside a stream" attack 120 random $seed
+        check "random: seed $seed beside a stream" attack 120 random "$seed"
     done
     stop capture
     stop camera KILL
@@ -153,26 +153,12 @@ at_step() {
     stop camera_step KILL
 }
 
-# ---- which of them ------------------------------------------------------------------------------
-
-known=" ${scenarios[*]} "
-[ "$*" != all ] || set -- "${scenarios[@]}"
-for scenario in "$@"; do
-    [[ $known == *" $scenario "* ]] || {
-        echo "clients_test.sh: no scenario $scenario; there are:$known" >&2
-        finished=1
-        exit 2
-    }
-done
-
-up
-for scenario in "$@"; do
-    remember
-    case $scenario in
-        kill_*) at_step "${scenario#kill_}" KILL ;;
-        stop_*) at_step "${scenario#stop_}" STOP ;;
-        *) "$scenario" ;;
+run_scenario() {
+    case $1 in
+        kill_*) at_step "${1#kill_}" KILL ;;
+        stop_*) at_step "${1#stop_}" STOP ;;
+        *) "$1" ;;
     esac
-    as_before "$scenario"
-done
-finish
+}
+
+run_scenarios "$@"

@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2154
+# shellcheck shell=bash disable=SC2034,SC2154
 # SPDX-License-Identifier: Apache-2.0
 # What the scripts here share: attackers, and how the daemon must be after them. They source it last,
 # behind tests/vm/lib.sh and host.sh, and run in the test machine.
@@ -79,4 +79,27 @@ as_before() {
     check "$1: so is its memory" wait_for 10 has_memory
     echo "      $(daemon_descriptors) descriptors, $(($(daemon_private) - memory)) kB more"
     check "$1: the next stream has every frame" good_stream after
+}
+
+run_scenario() {
+    "$1"
+}
+
+# run_scenarios SCENARIO...: those, or for "all" each of `scenarios`, and the script's end.
+run_scenarios() {
+    local scenario known=" ${scenarios[*]} "
+    [ "$*" != all ] || set -- "${scenarios[@]}"
+    for scenario in "$@"; do
+        [[ $known == *" $scenario "* ]] && continue
+        echo "${0##*/}: no scenario $scenario; there are:$known" >&2
+        finished=1
+        exit 2
+    done
+    up
+    for scenario in "$@"; do
+        remember
+        run_scenario "$scenario"
+        as_before "$scenario"
+    done
+    finish
 }

@@ -1,0 +1,156 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+# host_test.sh SCENARIO...: hosts that don't keep to the rules, and a kernel that says anything; each
+# must leave the daemon as it was. "all" stands for all of them. Runs in the test machine.
+. "$(dirname "$0")/../vm/lib.sh"
+. "$(dirname "$0")/../vm/host.sh"
+. "$(dirname "$0")/lib.sh"
+
+scenarios=(requests settings resets suspend port uevents unbound)
+
+# ---- hosts --------------------------------------------------------------------------------------
+
+# webcam: the webcam as the host's bus has it.
+webcam() {
+    local device
+    for device in /sys/bus/usb/devices/*; do
+        [ -e "$device/bDeviceClass" ] && [ "$(<"$device/bDeviceClass")" != 09 ] || continue
+        echo "$device"
+        return
+    done
+    return 1
+}
+
+webcam_is_there() {
+    webcam
+}
+
+# usb_node: its node, made if nobody makes nodes here.
+usb_node() {
+    local device node
+    device=$(webcam) || return 1
+    node=$(printf '/dev/bus/usb/%03d/%03d' "$(<"$device/busnum")" "$(<"$device/devnum")")
+    if [ ! -e "$node" ]; then
+        mkdir -p "${node%/*}"
+        mknod "$node" c $(tr : ' ' <"$device/dev")
+    fi
+    echo "$node"
+}
+
+# rebind: the function anew, and the daemon with it.
+rebind() {
+    gadget unbind
+    bound
+}
+
+# bound: the function is bound, and the daemon opens its node.
+bound() {
+    local opened
+    opened=$(grep -c 'added device' "$daemon_log")
+    gadget bind && wait_log 20 "$daemon_log" 'added device' $((opened + 1))
+}
+
+# without_driver SCENARIO: with no driver of the host's, whose own node would come and go.
+without_driver() {
+    gadget unbind
+    check "$1: the host's driver goes" wait_for 10 modprobe -r uvcvideo
+    gadget bind
+    check "$1: the host sees the webcam" wait_for 20 webcam_is_there
+    check "$1: the host tries it all" timeout 250 "$KORVANE_BUILD/tests/hostile-host" "$1" "$(usb_node)"
+    "$KORVANE_BUILD/tests/hostile-host" "$1" "$(usb_node)" | sed 's/^/      /'
+    modprobe uvcvideo
+    check "$1: the function is bound anew" rebind
+}
+
+requests() {
+    without_driver requests
+}
+
+settings() {
+    without_driver settings
+}
+
+resets() {
+    without_driver resets
+}
+
+is_suspended() {
+    [ "$(<"$(webcam)/power/runtime_status")" = suspended ]
+}
+
+suspend() {
+    local device
+    device=$(webcam)
+    echo 0 >"$device/power/autosuspend_delay_ms"
+    echo auto >"$device/power/control"
+    check "suspend: the port sleeps" wait_for 20 is_suspended
+    echo on >"$device/power/control"
+    check_not "suspend: and wakes" is_suspended
+}
+
+# The port off and on, while idle and in mid-stream.
+port() {
+    local when disable
+    disable=$(find /sys/bus/usb/devices/ -follow -maxdepth 3 -name disable 2>/dev/null | head -n 1)
+    need "port: there is a switch" test -n "$disable"
+    start_camera
+    for when in idle streaming; do
+        [ $when = idle ] || start_capture MJPG 640x480
+        [ $when = idle ] || check "port: a stream runs" wait_log 20 "$daemon_log" \
+            'got buffer with new dataSpace' $(($(grep -c 'got buffer with new dataSpace' "$daemon_log") + 1))
+        echo 1 >"$disable"
+        check_not "port: off, $when" wait_for 2 host_node
+        echo 0 >"$disable"
+        check "port: on again, $when" wait_host_node 20
+        stop capture
+    done
+    stop camera KILL
+    check "port: the function is bound anew" rebind
+}
+
+# ---- the kernel ---------------------------------------------------------------------------------
+
+long() {
+    printf '%*s' "$1" '' | tr ' ' "$2"
+}
+
+# Nothing of it is an event of a node that there is.
+uevents() {
+    local i
+    for i in {1..20}; do
+        raise_uevent 'add@'
+        raise_uevent '@' 'ACTION=' 'SUBSYSTEM=' 'DEVNAME='
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux DEVNAME=
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux DEVNAME=video
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux DEVNAME=../../etc/passwd
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux DEVNAME=video99999999999
+        raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux "DEVNAME=$(long 1500 v)"
+        raise_uevent 'remove@/devices/x' ACTION=remove SUBSYSTEM=video4linux
+        raise_uevent 'remove@/devices/x' ACTION=remove SUBSYSTEM=video4linux DEVNAME=video777
+        raise_uevent 'change@/x' ACTION=change SUBSYSTEM=android_usb
+        raise_uevent 'change@/x' ACTION=change SUBSYSTEM=android_usb USB_STATE=
+        raise_uevent 'change@/x' ACTION=change SUBSYSTEM=android_usb "USB_STATE=$(long 1500 D)"
+        raise_uevent "$(long 1000 a)@$(long 900 /)"
+        raise_uevent 'add@/x' ACTION ACTION= = == '=add' 'SUBSYSTEM=video4linux=video4linux'
+    done
+    check "uevents: the kernel's own still come" rebind
+}
+
+# In every state of a stream; lifecycle_test.sh has more of it.
+unbound() {
+    local state
+    for state in idle capturing streaming; do
+        [ $state = idle ] || start_capture MJPG 640x480
+        if [ $state = streaming ]; then
+            start_camera --log "$SHARE/unbound.frames"
+            check "unbound: frames flow" wait_for 30 test -s "$SHARE/unbound.frames"
+        fi
+        check "unbound: at once while $state" timeout 10 "$ROOT/vm/gadget" unbind
+        stop capture
+        stop camera KILL
+        check "unbound: and bound, after $state" bound
+    done
+}
+
+run_scenarios "$@"
