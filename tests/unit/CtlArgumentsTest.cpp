@@ -2,6 +2,8 @@
 // The command line of desktopctl: every command, its operands, its options, and what is none.
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -101,6 +103,20 @@ TEST_F(CtlArgumentsTest, HelpIsOneScreenWithEveryCommand) {
     for (const char* command : {"status", "watch", "clients", "send", "suspend", "resume",
                                 "snapshot", "dump", "doctor"}) {
         EXPECT_THAT(help, HasSubstr(std::string(" ") + command));
+    }
+}
+
+TEST_F(CtlArgumentsTest, ManualAndCompletionKnowEveryCommandAndOption) {
+    for (const char* file : {"desktopctl.1", "desktopctl.bash"}) {
+        std::ifstream stream(std::string(DESKTOPCTL_FOLDER) + "/" + file);
+        std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+        // The manual writes a dash that is to stay one with a backslash.
+        text.erase(std::remove(text.begin(), text.end(), '\\'), text.end());
+        for (const char* word :
+             {"status", "watch", "clients", "send", "suspend", "resume", "snapshot", "dump",
+              "doctor", "--json", "--interval", "--count", "--seconds"}) {
+            EXPECT_THAT(text, HasSubstr(word)) << file;
+        }
     }
 }
 
