@@ -53,6 +53,8 @@ class CameraDesktopDebugTest : public testing::Test {
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
         mWorld.start();
+        // Answered once the node has been opened.
+        mWorld.command(R"({"get-stream-config":true})");
     }
 
     // What debug() writes to the first of these descriptors.
@@ -261,6 +263,7 @@ TEST_F(CameraDesktopDebugTest, AFileThatCannotBeWrittenIsRefused) {
 }
 
 TEST_F(CameraDesktopDebugTest, NoDescriptorIsLeftBehind) {
+    mWorld.commit(1, 1);  // behind it the poll thread opens nothing more
     const int before = countOpenDescriptors();
     const MemoryFile file;
     const int with = countOpenDescriptors();
