@@ -54,6 +54,10 @@ bool hasOption(Arguments::Command command, const std::string& name) {
 
 std::string Arguments::read(const std::vector<std::string>& arguments) {
     if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) return "";
+    if (arguments == std::vector<std::string>{"--version"}) {
+        command = kVersion;
+        return "";
+    }
     if (arguments.empty()) return "which command? 'desktopctl --help' lists them";
     const Known* known = find(arguments[0]);
     if (known == nullptr) {
@@ -109,7 +113,7 @@ std::string helpText() {
            "  snapshot FILE.png|.jpg    the next frame as the host gets it\n"
            "  dump FILE [--seconds N]   the bytes of every frame, for 10 seconds\n"
            "  doctor [--json]           look at everything that a picture needs; needs no service\n"
-           "  --help                    this text\n"
+           "  --help, --version         this text, the version\n"
            "\n"
            "Exit status: 0 streaming or ready, 1 it could not be done, 2 wrong usage,\n"
            "3 the service is not running, 4 it has no node, 5 no camera is connected.\n"

@@ -10,6 +10,7 @@ namespace korvane::ctl {
 struct Arguments {
     enum Command {
         kHelp,
+        kVersion,
         kStatus,
         kWatch,
         kClients,

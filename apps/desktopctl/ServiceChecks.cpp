@@ -109,6 +109,10 @@ Finding checkFrames(const Status& status, const Status& later, double seconds) {
         return wrong("stream", "the camera draws nothing",
                      "restart the camera; its log says what its source does");
     }
+    if (grown(status, later, "stale") * 2 > drawn) {
+        return wrong("stream", "the host gets old pictures: the camera's can't be read",
+                     cureOf("unreadable"));
+    }
     if (sent == 0) {
         const std::string reason = mostDropped(status, later);
         if (!reason.empty()) {
@@ -118,10 +122,6 @@ Finding checkFrames(const Status& status, const Status& later, double seconds) {
     if (returned == 0) {
         return wrong("stream", "frames are queued, and none is sent",
                      "open the webcam at the host again; plug the cable out and in");
-    }
-    if (grown(status, later, "stale") * 2 > sent) {
-        return wrong("stream", "the host gets old pictures: the camera's do not fit its buffers",
-                     cureOf("too-large"));
     }
     char text[64];
     snprintf(text, sizeof(text), "%.1f frames a second", static_cast<double>(returned) / seconds);

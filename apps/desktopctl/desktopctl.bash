@@ -6,7 +6,7 @@ _desktopctl() {
     COMPREPLY=()
     if [ "$COMP_CWORD" = 1 ]; then
         mapfile -t COMPREPLY < <(compgen -W 'status watch clients send suspend resume snapshot dump
-            doctor --help' -- "$current")
+            doctor --help --version' -- "$current")
         return
     fi
     case ${COMP_WORDS[1]}:$before in

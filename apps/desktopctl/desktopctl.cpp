@@ -8,6 +8,7 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Doctor.h"
+#include "options/Options.h"
 
 using korvane::ctl::Arguments;
 
@@ -17,6 +18,9 @@ int run(const Arguments& arguments) {
     switch (arguments.command) {
         case Arguments::kHelp:
             fputs(korvane::ctl::helpText().c_str(), stdout);
+            return korvane::ctl::kReady;
+        case Arguments::kVersion:
+            printf("desktopctl %s\n", korvane::options::version().c_str());
             return korvane::ctl::kReady;
         case Arguments::kStatus:
             return korvane::ctl::showStatus(arguments.json);

@@ -51,6 +51,8 @@ TEST_F(CtlArgumentsTest, EveryCommandHasItsOperands) {
     EXPECT_EQ(10.0, mArguments.seconds);
     EXPECT_EQ("", read({"doctor"}));
     EXPECT_EQ(Arguments::kDoctor, mArguments.command);
+    EXPECT_EQ("", read({"--version"}));
+    EXPECT_EQ(Arguments::kVersion, mArguments.command);
 }
 
 TEST_F(CtlArgumentsTest, OptionsBelongToTheirCommands) {

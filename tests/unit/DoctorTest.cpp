@@ -412,7 +412,9 @@ TEST_F(DoctorStatusTest, FindsThatNothingIsSent) {
 
 TEST_F(DoctorStatusTest, FindsThatTheHostGetsOldPictures) {
     mLater.start["stale"] = 30;
-    EXPECT_THAT(last(), HasSubstr("wrong stream: the host gets old pictures"));
+    EXPECT_EQ("wrong stream: the host gets old pictures: the camera's can't be read", last());
+    mLater.start["stale"] = 1;
+    EXPECT_EQ("right stream: 25.0 frames a second", last());
 }
 
 TEST_F(DoctorStatusTest, ALineForEachAndTheMendBelow) {
