@@ -186,7 +186,9 @@ class Brawler {
             case 12:
                 return dequeue();
             default:
-                return mQueue->queueBuffer(someSlot(), frame(someFence()), &output);
+                // Without a fence: one that comes back when its slot has been discarded ends the
+                // daemon, as it must.
+                return mQueue->queueBuffer(someSlot(), frame(), &output);
         }
     }
 

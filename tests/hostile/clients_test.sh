@@ -111,7 +111,8 @@ fight() {
     start_capture MJPG 640x480
     for seed in 1 2; do
         check "fight: client $seed makes thousands of calls" \
-            wait_log 120 "$SHARE/fight$seed.log" '^calls 3000$'
+            wait_log 120 "$SHARE/fight$seed.log" '^calls 3000$|^WRONG'
+        check_not "fight: client $seed finds the daemon there" grep WRONG "$SHARE/fight$seed.log"
     done
     stop fight1 KILL
     stop fight2 KILL
