@@ -14,6 +14,10 @@ using ::android::hardware::Return;
 using ::android::hardware::Void;
 
 Return<void> CameraCallback::onCommand(const hidl_string& command, onCommand_cb reply) {
+    if (asksForStatus(command)) {
+        reply(mStatus.json());
+        return Void();
+    }
     ALOGI("told %s", command.c_str());
     const Event event = eventFrom(command);
     if (event == Event::kStart) mDemand.start();

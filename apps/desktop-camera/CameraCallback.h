@@ -4,6 +4,7 @@
 
 #include <korvane/hardware/camera/desktop/1.0/ICameraDesktopCallback.h>
 
+#include "CameraStatus.h"
 #include "StreamDemand.h"
 
 namespace korvane::camera {
@@ -17,15 +18,17 @@ class CameraCallback : public hardware::camera::desktop::V1_0::ICameraDesktopCal
     /** What a start is answered with: any text says that this client takes charge of the camera. */
     static constexpr char kTaken[] = "OK_CAMERA";
 
-    /** `demand` must live as long as the service may call, which is as long as the process. */
-    explicit CameraCallback(StreamDemand& demand) : mDemand(demand) {}
+    /** Both must live as long as the service may call, which is as long as the process. */
+    CameraCallback(StreamDemand& demand, const CameraStatus& status)
+        : mDemand(demand), mStatus(status) {}
 
-    /** Answers kTaken to a start, else an empty text. */
+    /** Answers kTaken to a start, its status to who asks for that, else an empty text. */
     ::android::hardware::Return<void> onCommand(const ::android::hardware::hidl_string& command,
                                                 onCommand_cb reply) override;
 
   private:
     StreamDemand& mDemand;
+    const CameraStatus& mStatus;
 };
 
 }  // namespace korvane::camera

@@ -51,6 +51,9 @@ class FrameSource {
 
     virtual void stop() = 0;
 
+    /** What is done to the pictures on their way, in words; may be empty. */
+    virtual std::string handling() const { return ""; }
+
     /** Why start() or draw() has failed last. */
     virtual Trouble trouble() const { return {testcard::Notice::kFailed, ""}; }
 };

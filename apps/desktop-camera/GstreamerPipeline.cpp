@@ -246,22 +246,26 @@ std::string GstreamerPipeline::conversion() const {
            "/1000" + (mFormat.isJpeg() ? " ! jpegenc" : "");
 }
 
-void GstreamerPipeline::say(const GstStructure* picture) const {
+std::string GstreamerPipeline::describe(const GstStructure* picture) const {
     const char* format = gst_structure_get_string(picture, "format");
     const bool same = format != nullptr && mFormat.fourcc == format && hasSize(picture, mFormat);
-    const std::string name = nameOf(picture);
-    if (isJpeg(picture)) {
-        ALOGI("%s from the source is passed on untouched", name.c_str());
-    } else if (!mWhyNotPassed.empty()) {
-        ALOGI("MJPG from the source is encoded again: %s", mWhyNotPassed.c_str());
-    } else if (mFormat.isJpeg()) {
-        ALOGI("%s from the source is encoded", name.c_str());
-    } else if (same && mTurn.isNone()) {
-        ALOGI("%s from the source is copied as it is", name.c_str());
-    } else {
-        ALOGI("%s from the source is converted to %s %s", name.c_str(), mFormat.fourcc.c_str(),
-              sizeOf(mFormat).c_str());
-    }
+    const std::string from = nameOf(picture) + " from the source is ";
+    if (isJpeg(picture)) return from + "passed on untouched";
+    if (!mWhyNotPassed.empty()) return "MJPG from the source is encoded again: " + mWhyNotPassed;
+    if (mFormat.isJpeg()) return from + "encoded";
+    if (same && mTurn.isNone()) return from + "copied as it is";
+    return from + "converted to " + mFormat.fourcc + " " + sizeOf(mFormat);
+}
+
+void GstreamerPipeline::say(const GstStructure* picture) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mHandling = describe(picture);
+    ALOGI("%s", mHandling.c_str());
+}
+
+std::string GstreamerPipeline::handling() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mHandling;
 }
 
 }  // namespace korvane::camera

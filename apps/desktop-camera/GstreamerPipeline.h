@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <gst/app/gstappsink.h>
@@ -53,6 +54,9 @@ class GstreamerPipeline {
     /** Whether what pull() gives is the source's own JPEG files. */
     bool isPassing() const { return mPassing; }
 
+    /** What is done to the pictures, in words; empty before there is one. */
+    std::string handling() const;
+
     /** The oldest error that was not taken yet, null if there is none. The caller has to unref it.
      */
     GstMessage* takeError();
@@ -72,12 +76,15 @@ class GstreamerPipeline {
     void connect(GstPad* pad, const GstStructure* picture);
     void convert(GstPad* pad);
     std::string conversion() const;
-    void say(const GstStructure* picture) const;
+    std::string describe(const GstStructure* picture) const;
+    void say(const GstStructure* picture);
 
     const PictureFormat mFormat;
     const Turn mTurn;
     const bool mMayPass;
     std::atomic<bool> mPassing{false};
+    mutable std::mutex mLock;
+    std::string mHandling;      // guarded by mLock
     std::string mWhyNotPassed;  // of the JPEG files that are decoded; the pipeline's threads use it
     std::unique_ptr<GstElement, Unref> mPipeline;
     GstAppSink* mSink = nullptr;  // the pipeline's

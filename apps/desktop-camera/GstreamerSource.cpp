@@ -67,6 +67,10 @@ void GstreamerSource::stop() {
     mPipeline.reset();
 }
 
+std::string GstreamerSource::handling() const {
+    return mPipeline == nullptr ? "" : mPipeline->handling();
+}
+
 FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
                                           const PictureMemory& memory, size_t* bytes) {
     GstSample* sample = mPipeline->pull();

@@ -33,6 +33,7 @@ class GstreamerSource : public FrameSource {
                 size_t* bytes) override;
     void stop() override;
     Trouble trouble() const override { return mTrouble; }
+    std::string handling() const override;
 
   private:
     bool open();

@@ -46,6 +46,10 @@ Event eventFrom(const std::string& command) {
     return start != nullptr && start->IsTrue() ? Event::kStart : Event::kNone;
 }
 
+bool asksForStatus(const std::string& command) {
+    return member(parse(command), "get-camera-status") != nullptr;
+}
+
 bool streamConfigFrom(const std::string& reply, PictureFormat* format) {
     const Document document = parse(reply);
     const Value* fourcc = member(document, "v4l2-format");

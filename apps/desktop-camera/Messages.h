@@ -16,6 +16,9 @@ enum class Event {
     kStop,   // it wants no more: {"event":"stream-stop"}
 };
 
+/** Whether a command asks for the camera's status: {"get-camera-status":...}. */
+bool asksForStatus(const std::string& command);
+
 /** Reads a command; kNone for whatever it does not understand. */
 Event eventFrom(const std::string& command);
 

@@ -48,10 +48,11 @@ class ServiceConnection::DeathListener : public hidl_death_recipient {
     StreamDemand& mDemand;
 };
 
-ServiceConnection::ServiceConnection(StreamDemand& demand, std::vector<ClientType> kinds)
+ServiceConnection::ServiceConnection(StreamDemand& demand, const CameraStatus& status,
+                                     std::vector<ClientType> kinds)
     : mDemand(demand),
       mKinds(std::move(kinds)),
-      mCallback(new CameraCallback(demand)),
+      mCallback(new CameraCallback(demand, status)),
       mDeathListener(new DeathListener(demand)) {}
 
 bool ServiceConnection::connect() {

@@ -25,8 +25,9 @@ using hardware::camera::desktop::V2_0::ICameraDesktop;
  */
 class ServiceConnection {
   public:
-    /** `demand` must live as long as the process. */
-    ServiceConnection(StreamDemand& demand, std::vector<ClientType> kinds);
+    /** `demand` and `status` must live as long as the process. */
+    ServiceConnection(StreamDemand& demand, const CameraStatus& status,
+                      std::vector<ClientType> kinds);
 
     /**
      * Connects to the service, in place of one that has died, waiting until there is one. False if

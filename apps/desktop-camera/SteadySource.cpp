@@ -14,23 +14,28 @@ namespace korvane::camera {
 using testcard::FrameStamp;
 using testcard::Notice;
 
-SteadySource::SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times)
-    : mSource(source), mIsCovered(std::move(isCovered)), mTimes(times) {}
+SteadySource::SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times,
+                           CameraStatus& status)
+    : mSource(source), mIsCovered(std::move(isCovered)), mTimes(times), mStatus(status) {}
 
 bool SteadySource::start(const PictureFormat& format) {
     stop();
     mFormat = format;
     mHasCard = mCard.start(format);
     if (!mHasCard) ALOGW("no card fits into %ux%u", format.width, format.height);
-    mTrouble = {Notice::kStarting, ""};
+    mStatus.begin(format);
+    show({Notice::kStarting, ""});
     noteCover();
     if (mTrouble.notice != Notice::kCovered) open();
-    return mHasCard || mOpen;
+    if (mHasCard || mOpen) return true;
+    mStatus.end();
+    return false;
 }
 
 void SteadySource::stop() {
     close();
     mCard.stop();
+    mStatus.end();
 }
 
 FrameSource::Result SteadySource::draw(const FrameStamp& stamp, const PictureMemory& memory,
@@ -83,7 +88,7 @@ void SteadySource::noteCover() {
     if (covered == (mTrouble.notice == Notice::kCovered)) return;
     ALOGI("the camera is %s", covered ? "covered" : "uncovered");
     close();
-    mTrouble = {covered ? Notice::kCovered : Notice::kStarting, ""};
+    show({covered ? Notice::kCovered : Notice::kStarting, ""});
     mRetryAt = 0;
 }
 
@@ -95,13 +100,19 @@ void SteadySource::noteLoss(const Trouble& trouble) {
         ALOGW("no picture: the source is %s; it is tried again every %.1f s",
               nameOf(trouble.notice), static_cast<double>(mTimes.retry) / 1e9);
     }
+    show(trouble);
+}
+
+void SteadySource::show(const Trouble& trouble) {
     mTrouble = trouble;
+    mStatus.setTrouble(trouble);
 }
 
 void SteadySource::notePicture() {
     if (mTrouble.notice != Notice::kNone && mTrouble.notice != Notice::kStarting) {
         ALOGI("the source gives pictures again");
     }
+    if (!mGavePicture) mStatus.setPictures(mSource.handling());
     mTrouble = {};
     mGavePicture = true;
     mSince = monotonicNs();

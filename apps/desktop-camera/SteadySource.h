@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 
+#include "CameraStatus.h"
 #include "FrameSource.h"
 #include "NoticeCard.h"
 
@@ -27,8 +28,10 @@ class SteadySource : public FrameSource {
         int64_t gap = 3'000'000'000;        // the same between pictures
     };
 
-    /** `source` must outlive this. `isCovered` is asked for each picture; null: never covered. */
-    SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times);
+    /** `source` and `status` must outlive this. `isCovered` is asked for each picture; null: never
+     * covered. */
+    SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times,
+                 CameraStatus& status);
 
     /** False only if no card fits into the format and the source gives none such either. */
     bool start(const PictureFormat& format) override;
@@ -44,10 +47,12 @@ class SteadySource : public FrameSource {
     void noteCover();
     void noteLoss(const Trouble& trouble);
     void notePicture();
+    void show(const Trouble& trouble);
 
     FrameSource& mSource;
     const std::function<bool()> mIsCovered;
     const Times mTimes;
+    CameraStatus& mStatus;
     NoticeCard mCard;
     PictureFormat mFormat;
     bool mHasCard = false;      // whether cards fit into the format

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "FrameSource.h"
 #include "testcard/TestCard.h"
@@ -17,6 +18,7 @@ class TestCardSource : public FrameSource {
     Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
                 size_t* bytes) override;
     void stop() override;
+    std::string handling() const override { return "the test card is drawn"; }
 
   private:
     std::unique_ptr<testcard::TestCard> mCard;

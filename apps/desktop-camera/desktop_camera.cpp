@@ -18,6 +18,7 @@
 
 #include "CameraClient.h"
 #include "CameraOptions.h"
+#include "CameraStatus.h"
 #include "CaptureDevices.h"
 #include "FileWatch.h"
 #include "FrameJournal.h"
@@ -92,11 +93,13 @@ class SignalWaiter {
 int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journal) {
     // Calls from the service may come until the very end of the process.
     auto& demand = *new StreamDemand;
+    auto& status = *new CameraStatus;
     const SignalWaiter signals(demand);
     android::hardware::configureRpcThreadpool(1, false);
-    ServiceConnection connection(demand, kindsOf(options));
+    ServiceConnection connection(demand, status, kindsOf(options));
     FileWatch cover(options.privacy);
-    SteadySource steady(source, [&cover] { return cover.exists(); }, {});
+    SteadySource steady(
+            source, [&cover] { return cover.exists(); }, {}, status);
     StreamHooks hooks(options.onStart, options.onStop);
     CameraClient(demand, connection, steady, journal, hooks, options.lastFrame).run();
     return 0;

@@ -157,7 +157,7 @@ class CameraClientTest : public testing::Test {
 
     void startCamera(std::vector<ClientType> kinds = {ClientType::STREAM},
                      uint32_t lastFrame = UINT32_MAX) {
-        mConnection = std::make_unique<ServiceConnection>(mDemand, std::move(kinds));
+        mConnection = std::make_unique<ServiceConnection>(mDemand, mStatus, std::move(kinds));
         mThread = std::thread([this, lastFrame] {
             CameraClient(mDemand, *mConnection, mSource, mJournal, mHooks, lastFrame).run();
         });
@@ -178,6 +178,7 @@ class CameraClientTest : public testing::Test {
     test::LocalServices mServices;
     sp<FakeService> mService = new FakeService;
     StreamDemand mDemand;
+    CameraStatus mStatus;
     TestCardSource mSource;
     FrameJournal mJournal;
     StreamHooks mHooks;

@@ -73,6 +73,7 @@ class GstreamerSourceTest : public testing::Test {
         Memory memory;
         EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
         EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera", line)) << line;
+        EXPECT_EQ(line, source.handling());
         EXPECT_EQ(1u, log.lines("desktop-camera").size());
     }
 

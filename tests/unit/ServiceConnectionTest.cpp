@@ -87,11 +87,12 @@ class ServiceConnectionTest : public testing::Test {
         return reply;
     }
 
-    const test::LogRecorder mLog;
+    test::LogRecorder mLog;
     test::LocalServices mServices;
     const sp<FailingService> mService = new FailingService;
     StreamDemand mDemand;
-    ServiceConnection mConnection{mDemand, {ClientType::STREAM, ClientType::LAUNCHER}};
+    CameraStatus mStatus;
+    ServiceConnection mConnection{mDemand, mStatus, {ClientType::STREAM, ClientType::LAUNCHER}};
 };
 
 TEST_F(ServiceConnectionTest, RegistersOneCallbackUnderAllItsKinds) {
@@ -170,6 +171,23 @@ TEST_F(ServiceConnectionTest, SaysThatTheServiceHasDied) {
               complaints());
     uint64_t stream = 0;
     EXPECT_EQ(StreamDemand::Work::kReconnect, mDemand.waitForWork(&stream));
+}
+
+TEST_F(ServiceConnectionTest, AnswersWhoAsksForTheCamerasStatus) {
+    ASSERT_TRUE(mConnection.connect());
+    mLog.clear();
+    EXPECT_EQ(R"({"streaming":false})", tell(R"({"get-camera-status":true})"));
+    mStatus.begin({"NV12", 640, 480, 30});
+    EXPECT_EQ(R"({"streaming":true,"format":"NV12","width":640,"height":480,)"
+              R"("notice":"starting","text":""})",
+              tell(R"({"get-camera-status":1})"));
+    mStatus.setTrouble({testcard::Notice::kAbsent, "no \"such\" device"});
+    EXPECT_EQ(R"({"streaming":true,"format":"NV12","width":640,"height":480,)"
+              R"("notice":"absent","text":"no \"such\" device"})",
+              tell(R"({"get-camera-status":true})"));
+    mStatus.end();
+    EXPECT_EQ(R"({"streaming":false})", tell(R"({"get-camera-status":true})"));
+    EXPECT_TRUE(mLog.lines().empty()) << "being asked is no event";
 }
 
 TEST_F(ServiceConnectionTest, TakesChargeOfTheCameraAtAStart) {

@@ -49,6 +49,7 @@ class ToldSource : public FrameSource {
     }
     void stop() override { open = false; }
     Trouble trouble() const override { return why; }
+    std::string handling() const override { return "copied"; }
 };
 
 class SteadySourceTest : public testing::Test {
@@ -83,7 +84,8 @@ class SteadySourceTest : public testing::Test {
     ToldSource mSource;
     bool mCovered = false;
     SteadySource::Times mTimes{50 * kMs, 30 * kMs, 100 * kMs, 60 * kMs};
-    SteadySource mSteady{mSource, [this] { return mCovered; }, mTimes};
+    CameraStatus mStatus;
+    SteadySource mSteady{mSource, [this] { return mCovered; }, mTimes, mStatus};
 };
 
 TEST(SteadySourceTimesTest, TriesAgainEveryTwoSeconds) {
@@ -182,6 +184,29 @@ TEST_F(SteadySourceTest, DoesNotBeginTheSourceOfACoveredCamera) {
     EXPECT_EQ(0, mSource.begun);
 }
 
+TEST_F(SteadySourceTest, KeepsTheStatusTrue) {
+    const auto says = [this](const std::string& notice, const std::string& text) {
+        return mStatus.json() ==
+               R"({"streaming":true,"format":"NV12","width":320,"height":240,"notice":")" + notice +
+                       R"(","text":")" + text + "\"}";
+    };
+    ASSERT_TRUE(mSteady.start(kNv12));
+    EXPECT_TRUE(says("starting", "")) << mStatus.json();
+    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_TRUE(says("none", "copied")) << mStatus.json();
+    mSource.result = Result::kFailed;
+    EXPECT_EQ(Notice::kFailed, draw());
+    EXPECT_TRUE(says("failed", "it broke")) << mStatus.json();
+    mSource.result = Result::kDrawn;
+    EXPECT_TRUE(drawUntil(Notice::kNone));
+    EXPECT_TRUE(says("none", "copied")) << mStatus.json();
+    mCovered = true;
+    EXPECT_EQ(Notice::kCovered, draw());
+    EXPECT_TRUE(says("covered", "")) << mStatus.json();
+    mSteady.stop();
+    EXPECT_EQ(R"({"streaming":false})", mStatus.json());
+}
+
 TEST_F(SteadySourceTest, ForgetsTheTroubleOfAnEarlierStream) {
     mSource.starts = false;
     ASSERT_TRUE(mSteady.start(kNv12));
@@ -204,6 +229,7 @@ TEST_F(SteadySourceTest, DoesWithoutCardsWhereNoneFits) {
     EXPECT_EQ(Result::kNotYet, mSteady.draw({1, 2}, picture, &bytes));
     mSource.starts = false;
     EXPECT_FALSE(mSteady.start(tiny));
+    EXPECT_EQ(R"({"streaming":false})", mStatus.json());
 }
 
 }  // namespace

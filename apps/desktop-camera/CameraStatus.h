@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the camera does at the moment, for whoever asks.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "FrameSource.h"
+#include "PictureFormat.h"
+
+namespace korvane::camera {
+
+/** Told by the thread that renders, asked from any. Thread-safe. */
+class CameraStatus {
+  public:
+    /** A stream of that format begins, or ends. */
+    void begin(const PictureFormat& format);
+    void end();
+
+    /** The host sees the card for a trouble. */
+    void setTrouble(const Trouble& trouble);
+
+    /** The host sees the source's pictures, to which this is done on their way. */
+    void setPictures(const std::string& handling);
+
+    /**
+     * A JSON object: "streaming" (bool); while that is true also "format", "width", "height",
+     * "notice" (what the card says in its code, "none" for pictures) and "text" (what is the
+     * matter, or what is done to the pictures).
+     */
+    std::string json() const;
+
+  private:
+    mutable std::mutex mLock;
+    // all guarded by mLock
+    bool mStreaming = false;
+    PictureFormat mFormat;
+    Trouble mShown;
+};
+
+}  // namespace korvane::camera
