@@ -86,7 +86,7 @@ int JsonUtils::parseValue(const Value& object, const char* name, float& out, int
     const Value& value = getValue(status, object, name, index);
     if (status != 0) return status;
     if (!value.IsNumber()) {
-        // The value's type is what is wrong, so there is no number of it to print.
+        // The value is of a wrong type, so there is no number to print.
         ALOGE("%s: %s=%f (real Value)", __func__, name, out);
         return -EINVAL;
     }

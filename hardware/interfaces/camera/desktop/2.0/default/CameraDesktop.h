@@ -24,11 +24,12 @@ namespace bufferqueue = ::android::hardware::graphics::bufferqueue;
  * clients, without reading them. Owns the webcam controller, which is a client (kind 4) itself.
  *
  * Every method answers with a successful transport status; what is wrong with a call is logged.
- * `type` counts by its low eight bits; a kind of kClientKinds or more has no slot.
+ * Only the low eight bits of `type` count; a kind of kClientKinds or more is refused.
  *
- * Outside clients' calls arrive on the one HIDL thread, the controller's on its own poll thread, so
- * two threads may be inside at once. mSlotLock guards the slots, and is never held while a client
- * is called or a reference to one is dropped.
+ * Outside clients' calls arrive on the one HIDL thread, the controller's on its poll thread and on
+ * the threads that send its events (ClientEvents), so several threads may be inside at once.
+ * mSlotLock guards the callbacks and surfaces, and is never held while a client is called or a
+ * reference to one is dropped.
  */
 class CameraDesktop : public V2_0::ICameraDesktop,
                       public ::android::hardware::hidl_death_recipient {
@@ -52,17 +53,17 @@ class CameraDesktop : public V2_0::ICameraDesktop,
     // V2_0::ICameraDesktop.
 
     /**
-     * Replaces the callback of a kind; null clears it. The service follows the client's death, also
-     * that of a callback which was replaced since: its death still clears the kind's slots
-     * (DeathLinks says how many are followed).
+     * Replaces the callback of a kind; null clears it. The service follows the client until it
+     * dies, even after another has replaced it: its death still clears the kind's callback and
+     * surface (DeathLinks says how many are followed).
      */
     ::android::hardware::Return<void> registerCallback(
             ClientType type, const ::android::sp<V1_0::ICameraDesktopCallback>& callback) override;
 
     /**
-     * Hands the command to the client of a kind and its answer to `reply`, once: the empty text
-     * when there is no such client or it can't be reached. For a kind without a slot `reply` is not
-     * called at all, which ends this process when the caller is another one.
+     * Hands the command to the client of a kind, and its answer to `reply`, once: an empty text
+     * when there is no such client or it can't be reached. For a kind of kClientKinds or more
+     * `reply` is never called, which ends this process when the caller is another one.
      */
     ::android::hardware::Return<void> sendCommand(ClientType type,
                                                   const ::android::hardware::hidl_string& command,
@@ -84,14 +85,14 @@ class CameraDesktop : public V2_0::ICameraDesktop,
     debug(const ::android::hardware::hidl_handle& fd,
           const ::android::hardware::hidl_vec<::android::hardware::hidl_string>& options) override;
 
-    /** A client died (HIDL thread): clears the callback and the surface of its kind, the cookie. */
+    /** A client died (HIDL thread): clears the callback and surface of the kind in the cookie. */
     void serviceDied(uint64_t cookie,
                      const ::android::wp<::android::hidl::base::V1_0::IBase>& who) override;
 
   private:
     static constexpr uint8_t kClientKinds = 8;
 
-    /** True when the kind has a slot; logs when it has none. */
+    /** Whether there is such a kind; logs when there isn't. */
     static bool isClientKind(uint8_t kind);
 
     ::android::sp<V1_0::ICameraDesktopCallback> callbackOf(uint8_t kind);

@@ -45,13 +45,13 @@ class DeathLinks {
     };
     using Links = std::list<Link>;
 
-    /** Moves the client's link to the newest place; false when there is none. */
+    /** Makes the client's link the newest; false when it has none. */
     bool renew_l(uint8_t kind, const ::android::sp<V1_0::ICameraDesktopCallback>& client)
             REQUIRES(mLock);
     Links::iterator find_l(uint8_t kind,
                            const ::android::sp<::android::hidl::base::V1_0::IBase>& client)
             REQUIRES(mLock);
-    /** Takes the oldest link of a kind out when there are too many. */
+    /** Removes the oldest link of a kind when there are too many, and returns it. */
     Links takeSurplus_l(uint8_t kind) REQUIRES(mLock);
 
     std::mutex mLock;

@@ -25,7 +25,7 @@ constexpr char kUsage[] =
         "--dump-frames  write every frame of the stream to the second descriptor, a file\n"
         "--end-dump     write no more frames\n";
 
-// An own descriptor of the same file, -1 when the handle has no such one.
+// A descriptor of our own for the same file; -1 when the handle has none.
 int duplicateAt(const native_handle_t* handle, int index) {
     if (index >= handle->numFds) return -1;
     return fcntl(handle->data[index], F_DUPFD_CLOEXEC, 0);

@@ -38,7 +38,7 @@ class CachedBuffer {
     /** Whether an AcquiredBuffer of it lives. */
     bool isAcquired() const { return mAcquirable.use_count() > 1; }
 
-    /** Notes that the buffer is its slot's no longer. Fatal when that is known already. */
+    /** Notes that the buffer is no longer its slot's. Fatal when that is known already. */
     void discard();
 
     const std::shared_ptr<Acquirable>& acquirable() const { return mAcquirable; }
@@ -54,7 +54,7 @@ class CachedBuffer {
  * A frame's hold on its buffer: the frame source's promise to the queue to release it. Shared by
  * everyone who still needs the frame; when the last of them lets go, the releaser runs.
  *
- * Guarded by the frame source's mutex, which has to be held for the destruction, too.
+ * Guarded by the frame source's mutex, which must also be held when it is destroyed.
  */
 class AcquiredBuffer {
   public:
@@ -64,7 +64,7 @@ class AcquiredBuffer {
     AcquiredBuffer(const std::shared_ptr<CachedBuffer>& buffer, const sp<Fence>& acquireFence,
                    Releaser releaser);
     /**
-     * Runs the releaser, which has to exist. Fatal when release fences are left after that: whoever
+     * Runs the releaser, which must exist. Fatal when release fences are left after that: whoever
      * gave them would wait for a buffer that the queue has forgotten.
      */
     ~AcquiredBuffer();
@@ -80,7 +80,7 @@ class AcquiredBuffer {
     /** Notes that one user is done when `fenceFd`, taken over, has signalled; -1 for at once. */
     void addReleaseFence(int fenceFd);
 
-    /** Signals when all users who said so are done, or before them when none has. */
+    /** Signals when every user who gave a release fence is done; the acquire fence if none has. */
     sp<Fence> takeReleaseFence();
 
   private:

@@ -13,9 +13,9 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
  * Makes calls to clients, one after the other, and waits for each, but no longer than kAnswerTime:
- * whoever doesn't answer until then counts as failed, and what it answers later is dropped. While a
- * client still hasn't answered, further events to its kind fail at once, until it has, or has died,
- * or the kind's client is another one.
+ * a client that doesn't answer in that time has failed, and its late answer is dropped. Until it
+ * has answered, or has died, or another client has taken its kind, further events to the kind fail
+ * at once.
  *
  * The calls are made on a thread of this object's own, started with the first event. A client may
  * call back meanwhile: that thread serves it, since it is the one that waits in binder; so it holds
@@ -23,8 +23,8 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * gets a thread for itself, one at a time for each kind. Threads outlive this object while a client
  * keeps them.
  *
- * Thread-safe. send() waits for those that came before it, so nothing that a client may need for
- * its answer is to be locked; onClientChanged() waits for nobody.
+ * Thread-safe. send() waits for the calls before its own and for the client, so its caller must not
+ * hold a lock that a client may need for an answer; onClientChanged() waits for nobody.
  */
 class ClientEvents {
   public:
@@ -45,12 +45,12 @@ class ClientEvents {
     ClientEvents& operator=(const ClientEvents&) = delete;
 
     /**
-     * Makes the call, once, which is to reach the client of this kind, and gives its answer. From
-     * within a call, when the client has called back, it is made at once and on the same thread.
+     * Makes the call, once, to the client of this kind, and returns its answer. From within
+     * another call, when the client has called back, it is made at once and on the same thread.
      */
     Answer send(uint8_t kind, const Call& call);
 
-    /** A kind has another client, or none: what the last one left unanswered counts no more. */
+    /** A kind has another client, or none: what the last one left unanswered no longer counts. */
     void onClientChanged(uint8_t kind);
 
   private:

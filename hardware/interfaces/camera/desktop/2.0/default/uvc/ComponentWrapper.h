@@ -23,17 +23,20 @@ struct ComponentWrapper : public RefBase {
      *
      * @param bufferId the codec buffer that the frame goes to
      * @param timestampUs of the frame, in microseconds
-     * @param fenceFd what to wait for before reading, -1 for nothing; the callee's from now on,
-     * also when it fails
+     * @param fenceFd signals when the producer has finished the picture, -1 when it has. The
+     *        callee's from now on, even when it fails. A consumer may wait for it, or give it back
+     *        with the codec buffer, as the graphic buffer's release fence; the webcam controller
+     *        does the latter.
      * @return OK, or an error, which leaves codec buffer and frame with the frame source
      */
     virtual status_t submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
                                   int64_t timestampUs, int fenceFd) = 0;
 
     /**
-     * Tells that no frame follows. Called once; takes a codec buffer, as a frame does.
+     * Tells that no frame follows. Called once; takes a codec buffer, as a frame does. Idle:
+     * nothing tells a frame source to stop.
      *
-     * @return OK, or an error, upon which it is tried again later
+     * @return OK, or an error, after which it is tried again later
      */
     virtual status_t submitEos(int bufferId) = 0;
 

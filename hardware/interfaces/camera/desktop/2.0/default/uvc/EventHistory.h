@@ -9,7 +9,7 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-/** What may happen; behind it what its detail says. Values are no part of any contract. */
+/** What may happen; beside it, what its detail says. Values are no part of any contract. */
 enum class Event : uint8_t {
     NONE = 0,
     NODE_OPENED,        // the node's number
@@ -37,9 +37,9 @@ enum class Event : uint8_t {
 
 /**
  * The last 32 events with their times. Any thread may add and read at any time: adding is two
- * relaxed atomic accesses. The same event again right behind itself takes no new place, so that a
- * failure at every frame leaves the history before it alone; should two threads add at the very
- * same moment, one of such repetitions may be lost.
+ * relaxed atomic accesses. The same event again right after itself takes no new place, so a
+ * failure at every frame doesn't push out what came before it. If two threads add at the very same
+ * moment, one such repetition may be lost.
  */
 class EventHistory {
   public:

@@ -67,13 +67,13 @@ class HotPlugCtrl : public PollableDev {
      * Receives one message and handles each event in it; type is ignored.
      *
      * @return 0 (also when a message too long for the buffer was discarded, with all that was
-     *         pending behind it), -EINVAL when there is no message, or the first non-zero result of
+     *         pending after it), -EINVAL when there is no message, or the first non-zero result of
      *         handleUEvent()
      */
     int32_t handlePendingData(PENDING_DATA_TYPE type) override;
 
     /**
-     * Fills obj from the strings of one event, which ends behind its "SEQNUM=".
+     * Fills obj from the strings of one event, of which "SEQNUM=" is the last.
      *
      * @param msg NUL-terminated strings, the last one followed by an empty one
      * @return where the next event starts; null when the message has ended
@@ -102,7 +102,7 @@ class HotPlugCtrl : public PollableDev {
      */
     bool readTextFile(const char* path, std::string& out);
 
-    /** Whether nodes that are added are looked at; those found by initCheck() always are. */
+    /** Whether added nodes are looked at; initCheck()'s always are. Idle: nothing clears it. */
     bool watchVideoAdd = true;
 
   private:

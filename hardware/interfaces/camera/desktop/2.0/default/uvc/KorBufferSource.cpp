@@ -54,6 +54,8 @@ KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats) {
         ALOGE("Error connecting to BufferQueue: %s (%d)", strerror(-mInitCheck), mInitCheck);
         return;
     }
+    // Connected: the check below can't fail.
+    // Connected: the check below can't fail.
     mConsumer->setConsumerName(String8(kQueueName));
     KOR_CHECK(372, mInitCheck == NO_ERROR);
 }
@@ -156,6 +158,8 @@ sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferPr
 status_t KorBufferSource::onInputBufferAdded(int32_t bufferId) {
     Mutex::Autolock lock(mMutex);
     if (mExecuting) {
+        // A fixed text: no function has that name.
+        // A fixed text: no function has that name.
         ALOGE("addCodecBuffer: buffer added while executing");
         return INVALID_OPERATION;
     }
@@ -173,6 +177,8 @@ status_t KorBufferSource::start() {
     if (mStopTimeUs == -1 && mEndOfStream && !haveAvailableBuffers_l()) {
         submitEndOfInputStream_l();
     }
+    // Idle: nothing sets a repeat interval.
+    // Idle: nothing sets a repeat interval.
     if (mRepeatIntervalUs >= 1 && mLooper == nullptr) startRepeatLooper_l();
     return OK;
 }

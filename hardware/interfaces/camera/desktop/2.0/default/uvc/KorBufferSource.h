@@ -42,11 +42,11 @@ namespace android {
  *
  * Three kinds of thread enter it: the owner's, those of the queue's producer (onFrameAvailable,
  * onBuffersReleased), and the one of its looper. One mutex guards all state; it is held while the
- * component is called and whenever the last reference to an AcquiredBuffer drops. So what holds
- * one in a function goes before the lock does, which is declared first.
+ * component is called and whenever the last reference to an AcquiredBuffer drops. So a function
+ * declares the lock first, and what holds an AcquiredBuffer after it.
  *
- * Time-lapse rates, repeat interval, start, stop and offset have no setters: the rules that they
- * take part in are complete, and idle.
+ * Idle, since nothing sets them: the time-lapse rates, the repeat interval, the stop, the time
+ * before which frames are skipped, and the offset. The rules that use them are complete.
  */
 class KorBufferSource : public RefBase {
   public:
@@ -76,8 +76,8 @@ class KorBufferSource : public RefBase {
                        uint32_t consumerUsage) EXCLUDES(mMutex);
 
     /**
-     * A new endpoint of the queue for a client to render into: the platform's, and as it behaves, a
-     * client that waits for a buffer waits on the thread that serves it. Takes no lock.
+     * A new endpoint of the queue for a client to render into. It behaves as the platform's does: a
+     * client that waits for a buffer holds the thread that serves it. Takes no lock.
      */
     sp<HGraphicBufferProducer> getHGraphicBufferProducer_V1_0() const;
 

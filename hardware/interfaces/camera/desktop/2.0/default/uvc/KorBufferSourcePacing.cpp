@@ -78,6 +78,8 @@ void KorBufferSource::resume_l() {
 bool KorBufferSource::applyActions_l(int64_t itemTimeUs) {
     if (mActionQueue.empty() || itemTimeUs < mActionQueue.front().mActionTimeUs) return false;
     const ActionItem nextAction = takeDueAction_l(itemTimeUs);
+    // Can't fail: only actions that are due are taken.
+    // Can't fail: only actions that are due are taken.
     KOR_CHECK(665, itemTimeUs >= nextAction.mActionTimeUs);
     switch (nextAction.mAction) {
         case ActionItem::STOP:
@@ -94,7 +96,7 @@ bool KorBufferSource::applyActions_l(int64_t itemTimeUs) {
     }
 }
 
-// The last action that is due, with those before it, but none behind a stop.
+// Takes the actions that are due, up to a stop, and returns the last of them.
 KorBufferSource::ActionItem KorBufferSource::takeDueAction_l(int64_t itemTimeUs) {
     ActionItem nextAction = mActionQueue.front();
     mActionQueue.pop_front();
@@ -106,6 +108,8 @@ KorBufferSource::ActionItem KorBufferSource::takeDueAction_l(int64_t itemTimeUs)
     return nextAction;
 }
 
+// Idle: nothing queues a stop.
+// Idle: nothing queues a stop.
 void KorBufferSource::stop_l() {
     mActionQueue.clear();
     releaseAllAvailableBuffers_l();
@@ -122,6 +126,8 @@ bool KorBufferSource::calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTi
     return true;
 }
 
+// Never so: nothing sets the two rates, and the two functions below are idle.
+// Never so: nothing sets the two rates, and the two functions below are idle.
 bool KorBufferSource::isTimeLapse_l() const {
     return mCaptureFps > 0 && (mFps > 2 * mCaptureFps || mCaptureFps > 2 * mFps);
 }
@@ -143,7 +149,7 @@ bool KorBufferSource::calculateTimeLapseTimestamp_l(int64_t timeUs, int64_t* cod
     return true;
 }
 
-// Puts the frame on the nearest whole interval of the capture rate, at least one further.
+// Puts the frame on the nearest whole interval of the capture rate, at least one past the last.
 bool KorBufferSource::snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) {
     double nFrames = mCaptureFps * (timeUs - mPrevCaptureUs) / kMicrosPerSecond;
     if (nFrames < 0.45) {
@@ -168,6 +174,10 @@ bool KorBufferSource::keepBackwardFrame_l() const {
     mStats.count(Count::DROPPED_BACKWARD);
     return false;
 }
+
+// The repetition, from here on, is idle: nothing sets a repeat interval.
+
+// The repetition, from here on, is idle: nothing sets a repeat interval.
 
 void KorBufferSource::startRepeatLooper_l() {
     mReflector = new AHandlerReflector<KorBufferSource>(this);

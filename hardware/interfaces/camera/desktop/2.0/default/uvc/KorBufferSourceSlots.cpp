@@ -22,8 +22,8 @@ void KorBufferSource::onFrameAvailable(const BufferItem& item) {
     ++mUnacquiredCount;
     if (!mEndOfStreamSent && mComponent != nullptr && !isDiscarding_l() && mExecuting &&
         mFreeCodecBuffers.empty()) {
-        // It stays in the queue until a codec buffer comes back. With a frame waiting, the latest
-        // one is not to be repeated.
+        // It stays in the queue until a codec buffer comes back. While a frame waits, the latest
+        // one must not be repeated.
         ++mRepeatGeneration;
         return;
     }
@@ -64,8 +64,8 @@ status_t KorBufferSource::acquireBuffer_l(VideoBuffer* buffer) {
     return OK;
 }
 
-// Null when the frame comes without its buffer and none is known for its slot, which is up to the
-// producer's order of calls and so must not end the process.
+// Null when the frame comes without its buffer and none is known for its slot. A producer's order
+// of calls can bring that about, so it must not end the process.
 std::shared_ptr<CachedBuffer> KorBufferSource::cacheBuffer_l(const BufferItem& item) {
     ssize_t index = mBufferSlots.indexOfKey(item.mSlot);
     if (item.mGraphicBuffer == nullptr) {
@@ -127,9 +127,11 @@ void KorBufferSource::onBuffersReleased() {
 void KorBufferSource::discardBufferAtSlotIndex_l(ssize_t index) {
     std::shared_ptr<CachedBuffer>& buffer = mBufferSlots.editValueAt(index);
     buffer->discard();
-    // The frame that uses it will not be released any more.
+    // The frame that uses it will no longer be released.
     if (buffer->isAcquired()) --mOutstandingAcquires;
     buffer.reset();
+    // Can't fail after the line above.
+    // Can't fail after the line above.
     KOR_CHECK(1130, buffer == nullptr);
 }
 

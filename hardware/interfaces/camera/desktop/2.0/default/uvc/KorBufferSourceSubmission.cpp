@@ -67,6 +67,8 @@ bool KorBufferSource::fillCodecBuffer_l() {
     if (applyActions_l(itemTimeUs)) return true;
     if (mSuspended) mStats.count(Count::DROPPED_SUSPENDED);
     if (mSuspended) return true;
+    // Idle: nothing sets a time to skip to.
+    // Idle: nothing sets a time to skip to.
     if (mSkipFramesBeforeNs >= 0 && buffer.mTimestampNs < mSkipFramesBeforeNs) return true;
     if (mSkipFramesBeforeNs >= 1) buffer.mTimestampNs -= mSkipFramesBeforeNs;
 
@@ -74,7 +76,7 @@ bool KorBufferSource::fillCodecBuffer_l() {
             mFrameDropper != nullptr && mFrameDropper->shouldDrop(buffer.mTimestampNs / 1000);
     if (dropped) mStats.count(Count::DROPPED_RATE);
     if (!dropped && submitBuffer_l(buffer) != OK) return true;
-    // A frame that was only too soon is the latest all the same.
+    // Idle: nothing sets a repeat interval. A frame that only came too soon counts as the latest.
     if (mRepeatIntervalUs >= 1) setLatestBuffer_l(buffer);
     mLastFrameTimestampUs = itemTimeUs;
     return true;
@@ -92,6 +94,8 @@ status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
     const status_t err = mComponent->submitBuffer(bufferId, buffer.mBuffer->graphicBuffer(),
                                                   codecTimeUs, fenceFd);
     if (err != OK) {
+        // A fixed text: no function has that name.
+        // A fixed text: no function has that name.
         ALOGW("WARNING: emptyGraphicBuffer failed: 0x%x", err);
         return err;
     }
@@ -167,12 +171,16 @@ void KorBufferSource::useFreeCodecBuffer_l() {
     }
 }
 
+// Idle: nothing ends the stream of a source.
+// Idle: nothing ends the stream of a source.
 void KorBufferSource::submitEndOfInputStream_l() {
     KOR_CHECK(926, mEndOfStream);
     if (mEndOfStreamSent || mFreeCodecBuffers.empty()) return;  // tried again as one comes back
     const int bufferId = mFreeCodecBuffers.front();
     const status_t err = mComponent->submitEos(bufferId);
     if (err != OK) {
+        // A fixed text: no function has that name.
+        // A fixed text: no function has that name.
         ALOGW("emptyDirectBuffer EOS failed: 0x%x", err);
         return;
     }

@@ -12,11 +12,11 @@
             nullptr, "KorBufferSource", "%s", \
             "hardware/interfaces/camera/desktop/2.0/default/uvc/KorBufferSource:" #site " " text)
 
-/** Aborts unless the condition holds, with its very words. */
+/** Aborts unless the condition holds, and quotes it. */
 #define KOR_CHECK(site, condition)                                          \
     do {                                                                    \
         if (!(condition)) KOR_FATAL(site, "CHECK(" #condition ") failed."); \
     } while (false)
 
-/** Aborts where control must not come to; `text` may be empty. */
+/** Aborts; marks code that must be unreachable. `text` may be empty. */
 #define KOR_TRESPASS(site, text) KOR_FATAL(site, "Should not be here. " text)

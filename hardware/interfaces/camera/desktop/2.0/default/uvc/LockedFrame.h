@@ -10,7 +10,8 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
  * Holds a frame, and locks it for the processor at most once: whoever has the object has the lock,
- * which goes with it or with unlock(). Moves, and is then empty. Takes no lock of the device's.
+ * which goes with it or with unlock(). Moves, and is then empty. Takes no lock of the device's, and
+ * waits for no fence.
  */
 class LockedFrame {
   public:

@@ -15,7 +15,7 @@ uint64_t chromaSize(const android_ycbcr& planes, uint32_t height) {
     return uint64_t{planes.cstride} * height / 2;
 }
 
-// How far behind its start an interleaved chroma plane has its first cb.
+// How far from its start an interleaved chroma plane has its first cb.
 size_t offsetOfCb(const android_ycbcr& planes) {
     const auto* cb = static_cast<const uint8_t*>(planes.cb);
     const auto* cr = static_cast<const uint8_t*>(planes.cr);

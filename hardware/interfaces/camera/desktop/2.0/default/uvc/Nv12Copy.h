@@ -12,9 +12,9 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 uint64_t nv12Size(const android_ycbcr& planes, uint32_t height);
 
 /**
- * Copies the luma and, right behind it, the chroma, taken as one interleaved plane that starts at
- * cb. In a frame that has cr first, the last byte of that plane would lie behind the frame; it is
- * left as it was.
+ * Copies the luma and, right after it, the chroma, taken as one interleaved plane that starts at
+ * cb. In a frame that has cr first, the last byte of that plane would lie past the frame's end; it
+ * is left as it was.
  *
  * @param out takes nv12Size() bytes
  */

@@ -43,12 +43,12 @@ enum class NodeState : uint8_t { NONE, UNOPENED, CLOSED, READY, STREAMING };
 enum class BufferState : uint8_t { NONE, FREE, QUEUED };
 
 /**
- * One for the service, made first and gone last; whoever counts has a reference. Nobody in it reads
- * anything back: the service does the same whether it is watched or not.
+ * One for the service, made first and gone last; whoever counts has a reference. The service never
+ * reads anything back: it does the same whether it is watched or not.
  *
- * All of it are relaxed atomics, from any thread: no lock, no allocation, no system call but the
- * clock's (which needs none). A reader sees every value by itself, those of one moment only nearly.
- * Times are milliseconds since the service started, but where they are called otherwise.
+ * All of it is relaxed atomics, for any thread: no lock, no allocation, no system call but the
+ * clock's (which needs none). A reader sees each value by itself; together they are only nearly of
+ * one moment. Times are milliseconds since the service started, unless their name says otherwise.
  */
 class ServiceStats {
   public:

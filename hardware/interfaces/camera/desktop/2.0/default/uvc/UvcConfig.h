@@ -20,8 +20,8 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * uses the one that setControlSelector() made active last. A new object has probe active and the
  * first frame of the first format selected in both, at an interval of 666666.
  *
- * Not thread-safe: the owner's lock guards it. Indices that the configuration does not have, as
- * with no format at all, read as a mode of zeros.
+ * Not thread-safe: the owner's lock guards it. An index that the configuration doesn't have, as
+ * when there is no format at all, reads as a mode of zeros.
  */
 class UvcConfig {
   public:
@@ -29,14 +29,16 @@ class UvcConfig {
     UvcConfig();
     virtual ~UvcConfig();
 
-    /** Makes the probe (1) or commit (2) selection active; any other selector is logged as probe.
+    /**
+     * Makes the probe (1) or commit (2) selection active. Any other selector is logged, and counts
+     * as probe.
      */
     void setControlSelector(int32_t selector);
     /** The last selector given to setControlSelector(); 0 before the first. */
     int32_t getControlSelector() const { return mControlSelector; }
 
     /**
-     * Stores a selection in the active slot.
+     * Stores the host's choice in the active selection.
      *
      * @param format host's format index, from 1
      * @param frame host's frame index, from 1
@@ -57,7 +59,7 @@ class UvcConfig {
     /** The UVC version of the function's control header, binary-coded: 336 (0x150) is UVC 1.5. */
     uint32_t getBcdUVC() const { return mBcdUVC; }
 
-    // The fill operations write the 34 bytes up to bMaxVersion, and nothing behind them.
+    // The fill operations write the 34 bytes up to bMaxVersion, and nothing after them.
 
     /** The selected format's smallest frame at the last interval listed for it. */
     void fillMinCtrl(uvc_streaming_control* ctrl) const;
@@ -86,7 +88,7 @@ class UvcConfig {
     std::vector<uvc_function_config_format> mFormats;
     int32_t mControlSelector = 0;
     int32_t mActiveSlot = 0;
-    // Positions from 0, one for each slot: probe, commit.
+    // Positions from 0, one for each selection: probe, commit.
     int32_t mFormatIndex[2] = {0, 0};
     int32_t mFrameIndex[2] = {0, 0};
     uint32_t mFrameInterval[2] = {666666, 666666};

@@ -26,13 +26,13 @@ namespace {
 
 constexpr float kIntervalsPerSecond = 1e7f;
 
-// Single precision, as the host's own figure; 0 for an interval of 0, which JSON could not carry.
+// In single precision, like the host's own figure; 0 for an interval of 0: JSON has no infinity.
 float framesPerSecond(uint32_t interval) {
     return interval == 0 ? 0.0f : kIntervalsPerSecond / static_cast<float>(interval);
 }
 
-// Whether the default parser, which recurses for every array and object that it enters, might
-// exhaust the stack: there are more of them than any command has, and the first is the root.
+// Whether the text might exhaust the stack of the default parser, which recurses for every array
+// and object: the text begins with one, and has more of them than any command.
 bool nestsDeep(const std::string& text) {
     constexpr int kMaxRecursion = 256;
     const auto opens = [](char c) { return c == '[' || c == '{'; };
@@ -41,7 +41,7 @@ bool nestsDeep(const std::string& text) {
            std::count_if(text.begin(), text.end(), opens) > kMaxRecursion;
 }
 
-// The two parsers differ in how they call a text that begins like no value.
+// The two parsers give different error codes for a text that begins like no value.
 void parse(const std::string& text, rapidjson::Document* document) {
     if (nestsDeep(text)) {
         document->Parse<rapidjson::kParseIterativeFlag>(text.c_str());

@@ -36,14 +36,14 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  *
  * States: no device; device present (opened, or left unopened after a failure); streaming. A
  * surface exists from a client's "create-surface" until the stream stops or another one replaces
- * it. Slot i of the frame source is buffer i of the device.
+ * it. Codec buffer i of the frame source is buffer i of the device.
  *
  * Threads:
  *  - the poll thread, which the constructor starts: the hot-plug and device callbacks, all creation
- *    and deletion of the device. It never restarts once `select` failed.
+ *    and deletion of the device. Once `select` has failed it has ended for good.
  *  - the thread that sends the events, for which the poll thread waits (ClientEvents).
- *  - whoever sends a command (the HIDL thread, or the one that sends events when a client calls
- * back from within one): handleCommand.
+ *  - whoever sends a command: handleCommand. That is the HIDL thread, or the thread that sends an
+ *    event when the client calls back from within it.
  *  - the frame source's callers (HIDL thread, poll thread): submitBuffer, with the frame source's
  *    mutex held.
  *
@@ -53,10 +53,15 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * over a call into one; until then it is the outer of the two. It is never held over a call to a
  * client, whose answer may need it. mFrameSourceLock guards the frame source pointer and its being
  * published, and nests inside mDeviceLock; mServiceLock guards the connection to the service.
- * Inside these two only the service's own lock of its slots is taken.
+ * Inside these two only the service's own lock and that of ClientEvents are taken.
  *
  * One instance for the life of the process. Destroying it ends a poll thread that still waits for
  * the service; later the thread can't be stopped, and destruction terminates the process.
+ *
+ * Its tests are named for what they pin, not all for the class: UvcGadgetHandlerTest (nodes and
+ * cable), UvcGadgetConnectionTest, UvcGadgetPollTest, CommandChannelTest (commands and events),
+ * SurfaceMakingTest and StreamSurfaceTest (the surface), FrameHandOverTest and FramePathTest
+ * (frames there and back), StreamCyclesTest.
  */
 class UvcGadgetHandler : public HotPlugCtrl::EventListener,
                          public UvcV4l2Ctrl::EventListener,
@@ -106,13 +111,14 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     // ::android::ComponentWrapper, under the frame source's mutex.
 
     /**
-     * Hands one frame to the device. Takes the fence descriptor in every case. OK, or UNKNOWN_ERROR
-     * when the device refused the frame; without a device the stream is stopped as well.
+     * Hands one frame to the device; `slot` is the codec buffer's number. Takes over the fence
+     * descriptor in every case. OK, or UNKNOWN_ERROR when the device refused the frame; without a
+     * device the stream is stopped as well.
      */
     ::android::status_t submitBuffer(int slot,
                                      const ::android::sp<::android::GraphicBuffer>& buffer,
                                      int64_t timestampUs, int fenceFd) override;
-    /** Does nothing; OK. */
+    /** Does nothing; OK. Idle: no frame source is ever told to stop. */
     ::android::status_t submitEos(int slot) override;
     void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) override;
 

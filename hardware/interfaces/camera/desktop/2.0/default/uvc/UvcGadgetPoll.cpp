@@ -17,7 +17,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 namespace {
 
-// The service registers itself while this thread waits; later commands try again on their own.
+// The service registers itself while this thread waits; later each event tries again.
 constexpr std::chrono::seconds kConnectDelay{2};
 constexpr int kConnectTries = 3;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The surface that the camera renders into, and the road of its frames to the device and back.
+// The surface that the camera renders into, and the way of its frames to the device and back.
 #define LOG_TAG "UVC-GadgetHandler"
 
 #include <unistd.h>
@@ -36,9 +36,9 @@ UvcBufInfo makeFrame(int slot, const sp<GraphicBuffer>& buffer, int64_t timestam
 
 }  // namespace
 
-// A source that hasn't been started hands over no frame, so that its lock may be taken inside the
-// device lock. Starting it hands over the frames that wait, each of which takes the device lock in
-// its turn; and letting go of the source before may end it, which calls its camera.
+// A source that hasn't been started hands over no frame, so its lock may be taken inside the device
+// lock. Not so afterwards: starting it hands over the frames that wait, each of which takes the
+// device lock itself, and letting go of the replaced source may end it, which calls its camera.
 std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
     NewSurface made;
     made.desktop = service();
@@ -89,8 +89,8 @@ const char* UvcGadgetHandler::refuseSurface_l() const {
     return nullptr;
 }
 
-// The stream stops without the device lock, perhaps since it was looked at. One that stops after
-// this has looked takes the surface back, for which it needs the frame source's lock.
+// A stop doesn't take the device lock, so the stream may have stopped since it was last looked at.
+// A stop that comes after this look withdraws the surface, for which it needs mFrameSourceLock.
 const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
     const auto producer = made.source->getHGraphicBufferProducer_V1_0();
     std::lock_guard<std::mutex> guard(mFrameSourceLock);
@@ -151,8 +151,8 @@ void UvcGadgetHandler::onStreamStart() {
 }
 
 void UvcGadgetHandler::onStreamStop() {
-    // Nobody reaches the source any more while the client is told, which may well call back; it
-    // goes when the last frame on its way lets go of it.
+    // Nobody reaches the source any more while the client, which may well call back, is told. It
+    // goes after that, or with the last call that is still inside it.
     const sp<KorBufferSource> source = withdrawSurface();
     setCommandTo(ClientType::STREAM, R"({"event":"stream-stop"})");
 }

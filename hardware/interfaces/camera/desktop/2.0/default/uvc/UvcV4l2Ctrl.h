@@ -61,8 +61,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
         virtual ~EventListener() = default;
 
         /**
-         * The gadget has sent the frame of one buffer. buf says which: what the buffer held when it
-         * came back, whatever it has taken since. It is the device's, and goes with this call;
+         * The gadget has sent the frame of one buffer. buf says which, and what the buffer held
+         * when it came back, whatever it has taken since. buf is only good during this call; its
          * fenceFd is the listener's from now on.
          */
         virtual void onFrameEmptied(UvcBufInfo* buf) = 0;
@@ -102,16 +102,17 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     int32_t handlePendingData(PENDING_DATA_TYPE type) override;
 
     /**
-     * Puts a frame into the UVC buffer of its index and queues that. From then until the buffer
-     * comes back the device holds the frame, locked for CPU access.
+     * Puts a frame into the UVC buffer of its index and queues that, by V4l2CtrlBase's operation of
+     * the same name. From then until the buffer comes back the device holds the frame, locked for
+     * CPU access. The frame is read at once: nobody waits for its fence.
      *
-     * YCbCr 4:2:0 is brought into the negotiated format, and queued even when that failed; anything
+     * YCbCr 4:2:0 is brought into the negotiated format, and queued even if that fails; anything
      * else is taken for a blob with a JPEG in it.
      *
      * @param frame only read; its index is below getBufferNum(). Its fence descriptor is the
      *        device's once the frame is queued, until onFrameEmptied() hands it on.
      * @return false when the frame was not queued: no stream, no CPU access, too large, or refused
-     * by the driver
+     *         by the driver
      */
     virtual bool queueBuffer(UvcBufInfo* frame);
 
@@ -149,6 +150,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     void subscribeEvents();
     void setInitialFormat_l() REQUIRES(mLock);
     void noteMode_l() REQUIRES(mLock);
+    /** Takes a buffer back by handleWrite(), and ends the stream when that keeps failing. */
     int handleWritable();
     void handleEvent();
     void handleSetup(const usb_ctrlrequest& request);
@@ -173,7 +175,8 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
         android::base::unique_fd fence;
     };
 
-    // Buffers. What fills one leaves locked as it is when the frame is to stay locked.
+    // Buffers. What fills one locks the frame through `locked`, and leaves it so if the frame is to
+    // stay locked.
     v4l2_buffer makeBuffer();
     bool allocBuffers_l() REQUIRES(mLock);
     bool mapBuffer_l(uint32_t index) REQUIRES(mLock);
@@ -187,8 +190,9 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
                          const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
     void dump_l(const MappedBuffer& buffer, uint32_t size) REQUIRES(mLock);
+    /** Takes one sent buffer back and reports it; -1 when that failed. */
     int handleWrite();
-    /** Unlocks the frame of a buffer and empties it but for its mapping. */
+    /** Unlocks a buffer's frame and takes out all that the buffer holds but its mapping. */
     UvcBufInfo takeFrame_l(uint32_t index) REQUIRES(mLock);
 
     EventListener* mListener = nullptr;

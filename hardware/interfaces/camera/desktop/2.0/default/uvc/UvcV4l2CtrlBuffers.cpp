@@ -88,7 +88,7 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     LockedFrame locked(frame->graphicBuffer);
     if (!fill_l(*frame, locked, target.memory, &buf)) return false;
     buf.timestamp = frame->timestamp;
-    // One may still be there: the driver refused it, or another surface's has not come back yet.
+    // One may still be there: the driver refused it, or it is another surface's and not back yet.
     target.frame = std::move(locked);
     target.fence.reset();
 
@@ -109,7 +109,7 @@ bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
 bool UvcV4l2Ctrl::fill_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
                          v4l2_buffer* buf) {
     if (frame.graphicBuffer->getPixelFormat() == HAL_PIXEL_FORMAT_YCbCr_420_888) {
-        // The host rather gets an old picture than none: the buffer is queued either way.
+        // A stale picture is better than none: queue the buffer either way.
         if (!convertFromYCbCr420_l(frame, locked, target, buf)) locked.unlock();
     } else if (!copyBlob_l(frame, locked, target, buf)) {
         return false;
@@ -183,7 +183,7 @@ int UvcV4l2Ctrl::handleWrite() {
     mStats.frameReturned(buf.index);
     // Once the lock is released the buffer may take its next frame, or be gone.
     UvcBufInfo returned = takeFrame_l(buf.index);
-    // Without a listener nobody would close it.
+    // Without a listener nobody else would close it.
     const unique_fd unwanted(mListener == nullptr ? returned.fenceFd : -1);
     notify_l(&EventListener::onFrameEmptied, &returned);
     return 0;

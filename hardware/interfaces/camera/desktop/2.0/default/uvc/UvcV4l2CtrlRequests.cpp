@@ -67,7 +67,7 @@ void UvcV4l2Ctrl::processClassEvent(const usb_ctrlrequest* request, uvc_request_
     }
 }
 
-// Whatever is asked for is stalled: there are no camera or processing-unit controls.
+// Every request stalls, for there are no camera or processing-unit controls: this only logs.
 void UvcV4l2Ctrl::processControlEvent(uint8_t request, uint8_t selector) {
     if (selector != 1 && selector != 2) return;
     switch (request) {
@@ -148,6 +148,8 @@ void UvcV4l2Ctrl::commitFormat_l() {
     pix.pixelformat = mConfig.getFormat();
     pix.field = V4L2_FIELD_ANY;
     if (pix.pixelformat == V4L2_PIX_FMT_MJPEG) pix.sizeimage = pix.width * pix.height * 2;
+    // The text names the caller.
+    // The text names the caller.
     ALOGD("%s: commit with fmt: %s, size: %dx%d, fps: %.2f", "handleData",
           mConfig.getFormatName().c_str(), pix.width, pix.height,
           kIntervalsPerSecond / static_cast<float>(mConfig.getFrameInterval()));

@@ -35,7 +35,8 @@ void takeChromaApart(const android_ycbcr& planes, const I420& i420, int width, i
                              i420.uvStride, i420.v, i420.uvStride, width, height);
 }
 
-// As many columns of as many rows from first on, which has to be even unless it is a single row.
+// Converts that many columns of that many rows from first on, which must be even unless it is a
+// single row.
 void toYuyv(const I420& i420, int first, int rows, uint8_t* out, int columns, int width) {
     const ptrdiff_t chroma = ptrdiff_t{first / 2} * i420.uvStride;
     libyuv::I420ToYUY2(i420.y + ptrdiff_t{first} * i420.yStride, i420.yStride, i420.u + chroma,
@@ -43,8 +44,8 @@ void toYuyv(const I420& i420, int first, int rows, uint8_t* out, int columns, in
                        out + ptrdiff_t{2} * first * width, width * 2, columns, rows);
 }
 
-// A row of odd width is written as whole pairs of pixels, two bytes too many: the next row covers
-// them, but behind the last one they would be outside the buffer.
+// A row of odd width is written as whole pairs of pixels, two bytes too many. The next row covers
+// them, but after the last one they would be outside the buffer.
 void toYuyvEndingInside(const I420& i420, uint8_t* out, int width, int height) {
     const int last = height - 1;
     const int even = width - 1;
