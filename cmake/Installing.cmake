@@ -1,5 +1,5 @@
 # What "cmake --install" puts where; the packages in debian/ are made of it.
-set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Where libraries go")
+set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE STRING "Where libraries go")
 include(GNUInstallDirs)
 set(korvane_libexec libexec/korvane)
 set(korvane_lib ${CMAKE_INSTALL_LIBDIR}/korvane)

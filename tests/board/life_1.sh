@@ -1,0 +1,91 @@
+# SPDX-License-Identifier: Apache-2.0
+# What a webcam on a board has to survive: it comes back by itself each time.
+. /run/host/lib.sh
+. /run/host/board.sh
+
+need "the packages install" install_packages /run/host/packages
+need "the host sees a webcam" wait_for 30 enumerated
+need "with a moving picture" picture
+
+# event NAME COMMAND...: COMMAND ends the camera at the host, or lets it end; the webcam comes back.
+event() {
+    local name=$1 before start
+    shift
+    before=$(host_camera)
+    start=$(now_ms)
+    "$@" >/run/event.log 2>&1 || fail "$name: happens" "$(cat /run/event.log)"
+    wait_for 10 gone_or_other "$before"
+    back "$name" "$start"
+}
+
+# host_camera: which one the host has: its number on the bus grows with each that comes.
+host_camera() {
+    local node
+    node=$(host_node) || return 0
+    readlink -f "/sys/class/video4linux/$(basename "$node")/device/.."
+    cat "/sys/class/video4linux/$(basename "$node")/device/../devnum"
+}
+
+gone_or_other() {
+    [ "$(host_camera)" != "$1" ] || [ -z "$(server)" ]
+}
+
+reset_bus() {
+    usbreset "$(lsusb -d 1d6b:0102 | sed -E 's,Bus ([0-9]+) Device ([0-9]+).*,\1/\2,')"
+}
+
+# suspend_host: the bus sleeps as it does with a host that does, and wakes up again.
+suspend_host() {
+    local device
+    device=$(readlink -f "/sys/class/video4linux/$(basename "$(host_node)")/device/..")
+    echo 0 >"$device/power/autosuspend_delay_ms"
+    echo auto >"$device/power/control"
+    wait_for 10 grep -q suspended "$device/power/runtime_status" || cat "$device"/power/runtime_*
+    wait_for 1 false
+    echo on >"$device/power/control"
+}
+
+remove_foreign_camera() {
+    modprobe vivid n_devs=1 && udevadm settle && modprobe -r vivid
+}
+
+kill_unit() {
+    kill -KILL "$(main_pid "$1")"
+}
+
+echo 1 >$port/disable
+check "the cable is pulled" wait_for 20 not_enumerated
+start=$(now_ms)
+echo 0 >$port/disable
+back "cable" "$start"
+event "bus reset" reset_bus
+check_equal "the host sleeps and wakes up" "" "$(suspend_host 2>&1)"
+back "host's suspend" "$(now_ms)"
+event "unbound function" "$(command -v korvane-gadget)" unbind
+event "foreign camera removed" remove_foreign_camera
+for unit in korvane-hwservicemanager korvane-desktop-camera korvane-camera korvane-keeper; do
+    event "$unit killed" kill_unit "$unit"
+done
+check_equal "no unit has failed" "" "$(systemctl --failed --plain --no-legend)"
+
+# ---- while a stream runs ------------------------------------------------------------------------
+
+node=$(host_node)
+start stream v4l2-ctl -d "$node" --set-fmt-video=width=640,height=480,pixelformat=YUYV \
+    --stream-mmap=4 --stream-count=100000 --stream-to=/dev/null
+wait_log 30 "$SHARE/stream.log" '<<<' || true
+bound=$(journalctl -u korvane-keeper | grep -c 'bound the function')
+udevadm trigger --subsystem-match=video4linux --action=change && udevadm settle
+restarted=$(now_ms)
+while [ $(($(now_ms) - restarted)) -lt 3000 ]; do systemctl restart korvane-keeper && break; done
+read -rt 5 -u "$never"
+check "a stream goes on whatever the keeper hears, even when it starts anew" running stream
+check_equal "and the function was not bound again" "$bound" \
+    "$(journalctl -u korvane-keeper | grep -c 'bound the function')"
+
+start=$(now_ms)
+check "an upgrade over a running stream" install_packages /run/host/newer
+check_equal "has the newer version" 9.9.9 "$(dpkg-query -f '${Version}' -W korvane-webcam)"
+stop stream
+back "upgrade" "$start" 60
+finish
