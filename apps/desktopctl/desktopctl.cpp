@@ -47,8 +47,13 @@ int run(const Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words == std::vector<std::string>{"--version"}) {
+        printf("desktopctl %s\n", korvane::options::version().c_str());
+        return korvane::ctl::kReady;
+    }
     Arguments arguments;
-    const std::string wrong = arguments.read(std::vector<std::string>(argv + 1, argv + argc));
+    const std::string wrong = arguments.read(words);
     if (!wrong.empty()) {
         fprintf(stderr, "desktopctl: %s\n", wrong.c_str());
         return korvane::ctl::kWrongUsage;

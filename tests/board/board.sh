@@ -17,9 +17,12 @@ took() {
     printf 'time  %-44s %6d ms\n' "$1" $(($(now_ms) - $2))
 }
 
-# install_packages FOLDER: as a user does.
+# install_packages FOLDER: as a user does, but for the pictures: the test card, since the only camera
+# here is the webcam itself.
 install_packages() {
-    apt-get install -y -q "$1"/korvane-*.deb >"$SHARE/apt.log" 2>&1 || { tail -n 20 "$SHARE/apt.log"; return 1; }
+    mkdir -p /etc/korvane
+    echo 'source = card' >/etc/korvane/camera.conf
+    apt-get install -y -q -o Dpkg::Options::=--force-confold "$1"/korvane-*.deb >"$SHARE/apt.log" 2>&1 || { tail -n 20 "$SHARE/apt.log"; return 1; }
 }
 
 # picture [SIZE]: a moving one comes to the host: ten frames of YUYV, of which at least five differ.

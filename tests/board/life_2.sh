@@ -63,11 +63,11 @@ start=$(now_ms)
 systemctl start korvane-webcam.target
 back "stopped and started" "$start"
 
-echo 'source = nosuchsrc' >>/etc/korvane/camera.conf
+echo 'source = nosuchsrc' >/etc/korvane/camera.conf
 systemctl restart korvane-camera
 check "a wrong camera ends in a clear state" wait_for 150 \
     sh -c 'systemctl is-failed korvane-camera && systemctl status korvane-camera | grep -q nosuchsrc'
-sed -i '$d' /etc/korvane/camera.conf
+echo 'source = card' >/etc/korvane/camera.conf
 systemctl reset-failed korvane-camera
 systemctl start korvane-camera
 check "the right one shows pictures" picture_within 30
