@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 #include <png.h>
-#include <unistd.h>
 
 #include "desktopctl/Snapshot.h"
+#include "support/TemporaryFolder.h"
 #include "testcard/Picture.h"
 #include "testcard/TestCardJpeg.h"
 
@@ -24,11 +24,6 @@ using Bytes = std::vector<uint8_t>;
 
 class CtlSnapshotTest : public testing::Test {
   protected:
-    ~CtlSnapshotTest() override {
-        unlink(mPng.c_str());
-        unlink(mJpeg.c_str());
-    }
-
     bool write(const std::string& path, const Bytes& bytes, PixelFormat format, uint32_t width = 64,
                uint32_t height = 32) {
         return writePicture(path, {bytes.data(), bytes.size()}, format, width, height, &mError);
@@ -70,8 +65,9 @@ class CtlSnapshotTest : public testing::Test {
         return testcard::TestCardJpeg::create(*layout)->file({7, 1000});
     }
 
-    const std::string mPng = testing::TempDir() + "snapshot.png";
-    const std::string mJpeg = testing::TempDir() + "snapshot.jpg";
+    const test::TemporaryFolder mFolder;
+    const std::string mPng = mFolder.path("snapshot.png");
+    const std::string mJpeg = mFolder.path("snapshot.jpg");
     std::string mError;
 };
 
