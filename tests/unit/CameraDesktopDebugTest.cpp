@@ -53,8 +53,7 @@ class CameraDesktopDebugTest : public testing::Test {
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
         mWorld.start();
-        // Answered once the node has been opened.
-        mWorld.command(R"({"get-stream-config":true})");
+        mWorld.node.waitUntilIdle();  // the poll thread has the node, and all its descriptors
     }
 
     // What debug() writes to the first of these descriptors.
