@@ -14,6 +14,7 @@
 #include "DebugCommand.h"
 #include "support/DaemonWorld.h"
 #include "support/OpenDescriptors.h"
+#include "support/StubProducer.h"
 #include "support/SurfaceCamera.h"
 
 namespace korvane::test {
@@ -159,6 +160,30 @@ TEST_F(CameraDesktopDebugTest, ADeadClientIsGoneAndItsDeathAnEvent) {
     const rapidjson::Value& last = now["events"][now["events"].Size() - 1];
     EXPECT_STREQ("client-died", last["what"].GetString());
     EXPECT_EQ(2, last["detail"].GetInt());
+}
+
+TEST_F(CameraDesktopDebugTest, ACommandThatFailsOnItsWayIsCountedAndAnEvent) {
+    using ::android::hardware::Status;
+    constexpr auto kKind = static_cast<hardware::camera::desktop::V2_0::ClientType>(2);
+    mWorld.addClient(2, "")->failCommands(Status::fromStatusT(::android::DEAD_OBJECT));
+    mWorld.service->sendCommand(kKind, "command", [](const hidl_string&) {});
+    const rapidjson::Document now = status();
+    EXPECT_EQ(1u, now["start"]["client-calls-failed"].GetUint64());
+    const rapidjson::Value& last = now["events"][now["events"].Size() - 1];
+    EXPECT_STREQ("client-failed", last["what"].GetString());
+    EXPECT_EQ(2, last["detail"].GetInt());
+}
+
+TEST_F(CameraDesktopDebugTest, OnlyWhoeverTakesTheControllersSurfaceRendersIntoIt) {
+    using hardware::camera::desktop::V2_0::ClientType;
+    mWorld.commit(1, 1);
+    mWorld.startStream();
+    ASSERT_EQ("", mWorld.command(kNv12));
+    mWorld.service->setSurface(ClientType::LAUNCHER, new StubProducer);
+    mWorld.service->getSurface(ClientType::LAUNCHER);
+    EXPECT_EQ(0, status()["surface"]["renderer"].GetInt());
+    mWorld.surface();
+    EXPECT_EQ(getpid(), status()["surface"]["renderer"].GetInt());
 }
 
 TEST_F(CameraDesktopDebugTest, ARefusedSurfaceIsAnEvent) {
