@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Text for descriptors of others: what each kind takes, and that none holds the writer up.
 
+#include <algorithm>
 #include <csignal>
+#include <functional>
 #include <string>
 
 #include <fcntl.h>
@@ -12,12 +14,26 @@
 
 #include "DebugOutput.h"
 
+namespace {
+
+// What becomes of each write(); the linker leads them here.
+std::function<ssize_t(int, const void*, size_t)> sWrite;
+
+}  // namespace
+
+extern "C" ssize_t __real_write(int fd, const void* bytes, size_t size);
+
+extern "C" ssize_t __wrap_write(int fd, const void* bytes, size_t size) {
+    return sWrite ? sWrite(fd, bytes, size) : __real_write(fd, bytes, size);
+}
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
 class DebugOutputTest : public testing::Test {
   protected:
     ~DebugOutputTest() override {
+        sWrite = nullptr;
         for (int fd : mEnds) {
             if (fd >= 0) close(fd);
         }
@@ -53,10 +69,36 @@ TEST_F(DebugOutputTest, AFullPipeGetsWhatItTakes) {
 
 TEST_F(DebugOutputTest, APipeIsLeftAsItWas) {
     makePipe();
-    const int before = fcntl(mEnds[1], F_GETFL);
+    // Of a number that fcntl() could take for nothing else.
+    const int pipe = fcntl(mEnds[1], F_DUPFD_CLOEXEC, 500);
+    ASSERT_EQ(0, fcntl(pipe, F_SETFL, O_APPEND));
+    const int before = fcntl(pipe, F_GETFL);
+    writeAtOnce(pipe, "status");
+    EXPECT_EQ("status", read());
+    EXPECT_EQ(before, fcntl(pipe, F_GETFL));
+    EXPECT_EQ(O_APPEND, before & (O_APPEND | O_NONBLOCK));
+    close(pipe);
+}
+
+// Fills the part of the stack that the next call will use.
+[[gnu::noinline]] void soilTheStack() {
+    volatile char soiled[4096];
+    for (volatile char& byte : soiled) byte = '\xff';
+}
+
+TEST_F(DebugOutputTest, APipeKeepsNoOtherSignalAwayMeanwhile) {
+    makePipe();
+    sigset_t blocked;
+    sWrite = [&](int, const void*, size_t size) {
+        pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        return static_cast<ssize_t>(size);
+    };
+    soilTheStack();
     writeAtOnce(mEnds[1], "status");
-    EXPECT_EQ(before, fcntl(mEnds[1], F_GETFL));
-    EXPECT_EQ(0, before & O_NONBLOCK);
+    EXPECT_EQ(1, sigismember(&blocked, SIGPIPE));
+    for (int other : {SIGHUP, SIGTERM, SIGUSR1, SIGRTMAX}) {
+        EXPECT_EQ(0, sigismember(&blocked, other)) << other;
+    }
 }
 
 // An unblocked SIGPIPE would end the test program here.
@@ -100,6 +142,29 @@ TEST_F(DebugOutputTest, AFileGetsAllOfIt) {
     writeAtOnce(mEnds[0], text);
     EXPECT_EQ(text.size(), static_cast<size_t>(lseek(mEnds[0], 0, SEEK_CUR)));
     EXPECT_TRUE(isPlainFile(mEnds[0]));
+}
+
+TEST_F(DebugOutputTest, WhatIsTakenInPartsIsWrittenOnFromThere) {
+    mEnds[0] = memfd_create("page", MFD_CLOEXEC);
+    int calls = 0;
+    sWrite = [&](int fd, const void* bytes, size_t size) {
+        ++calls;
+        return __real_write(fd, bytes, std::min(size, size_t{1}));
+    };
+    writeAtOnce(mEnds[0], "status");
+    EXPECT_EQ(6, calls);
+    lseek(mEnds[0], 0, SEEK_SET);
+    EXPECT_EQ("status", read());
+}
+
+TEST_F(DebugOutputTest, NothingIsTriedAgainThatIsNotTaken) {
+    mEnds[0] = memfd_create("page", MFD_CLOEXEC);
+    for (ssize_t result : {ssize_t{0}, ssize_t{-1}}) {
+        int calls = 0;
+        sWrite = [&](int, const void*, size_t) { return ++calls == 1 ? result : 1; };
+        writeAtOnce(mEnds[0], "status");
+        EXPECT_EQ(1, calls) << result;
+    }
 }
 
 TEST_F(DebugOutputTest, WhatCannotBeWrittenIsLeft) {
