@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # clients_test.sh SCENARIO...: clients that lie, sleep or take all they can get, one after the other;
 # each must leave the daemon as it was. "all" stands for all of them. Runs in the test machine.
+# shellcheck source-path=SCRIPTDIR disable=SC2034
 . "$(dirname "$0")/../vm/lib.sh"
 . "$(dirname "$0")/../vm/host.sh"
 . "$(dirname "$0")/lib.sh"

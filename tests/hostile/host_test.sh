@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # host_test.sh SCENARIO...: hosts that don't keep to the rules, and a kernel that says anything; each
 # must leave the daemon as it was. "all" stands for all of them. Runs in the test machine.
+# shellcheck source-path=SCRIPTDIR disable=SC2034
 . "$(dirname "$0")/../vm/lib.sh"
 . "$(dirname "$0")/../vm/host.sh"
 . "$(dirname "$0")/lib.sh"
@@ -27,12 +28,13 @@ webcam_is_there() {
 
 # usb_node: its node, made if nobody makes nodes here.
 usb_node() {
-    local device node
+    local device node major minor
     device=$(webcam) || return 1
     node=$(printf '/dev/bus/usb/%03d/%03d' "$(<"$device/busnum")" "$(<"$device/devnum")")
     if [ ! -e "$node" ]; then
         mkdir -p "${node%/*}"
-        mknod "$node" c $(tr : ' ' <"$device/dev")
+        IFS=: read -r major minor <"$device/dev"
+        mknod "$node" c "$major" "$minor"
     fi
     echo "$node"
 }
@@ -127,8 +129,8 @@ long() {
 
 # Nothing of it is an event of a node that there is.
 uevents() {
-    local i
-    for i in {1..20}; do
+    local _
+    for _ in {1..20}; do
         raise_uevent 'add@'
         raise_uevent '@' 'ACTION=' 'SUBSYSTEM=' 'DEVNAME='
         raise_uevent 'add@/devices/x' ACTION=add SUBSYSTEM=video4linux
