@@ -49,6 +49,13 @@ remove_foreign_camera() {
     modprobe vivid n_devs=1 && udevadm settle && modprobe -r vivid
 }
 
+# runs_again UNIT PID: as another process than that.
+runs_again() {
+    local pid
+    pid=$(main_pid "$1")
+    [ "$pid" != 0 ] && [ "$pid" != "$2" ]
+}
+
 kill_unit() {
     kill -KILL "$(main_pid "$1")"
 }
@@ -63,8 +70,16 @@ check_equal "the host sleeps and wakes up" "" "$(suspend_host 2>&1)"
 back "host's suspend" "$(now_ms)"
 event "unbound function" "$(command -v korvane-gadget)" unbind
 event "foreign camera removed" remove_foreign_camera
-for unit in korvane-hwservicemanager korvane-desktop-camera korvane-camera korvane-keeper; do
+for unit in korvane-hwservicemanager korvane-desktop-camera; do
     event "$unit killed" kill_unit "$unit"
+done
+# The host keeps its camera without these two.
+for unit in korvane-camera korvane-keeper; do
+    killed=$(main_pid "$unit")
+    start=$(now_ms)
+    kill_unit "$unit"
+    check "$unit killed: runs again" wait_for 20 runs_again "$unit" "$killed"
+    back "$unit killed" "$start"
 done
 check_equal "no unit has failed" "" "$(systemctl --failed --plain --no-legend)"
 
