@@ -66,7 +66,7 @@ back "stopped and started" "$start"
 echo 'source = nosuchsrc' >/etc/korvane/camera.conf
 systemctl restart korvane-camera
 check "a wrong camera ends in a clear state" wait_for 150 \
-    sh -c 'systemctl is-failed korvane-camera && systemctl status korvane-camera | grep -q nosuchsrc'
+    sh -c 'systemctl is-failed korvane-camera && systemctl status --full korvane-camera | grep -q nosuchsrc'
 echo 'source = card' >/etc/korvane/camera.conf
 systemctl reset-failed korvane-camera
 systemctl start korvane-camera
