@@ -10,6 +10,7 @@
 #include <hidl/ServiceManagement.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/utsname.h>
 
 #include "Deadline.h"
 #include "FunctionChecks.h"
@@ -61,22 +62,22 @@ Findings checkPrograms() {
     return findings;
 }
 
-Findings checkGadget() {
+Findings checkGadget(std::string* udc) {
     Findings findings = checkGadgetSupport();
     if (anyWrong(findings)) return findings;
-    std::string udc;
-    append(&findings, checkFunction(&udc));
-    if (udc.empty()) return findings;
+    utsname kernel = {};
+    uname(&kernel);
+    append(&findings, checkFunction(kernel.release, udc));
+    if (udc->empty()) return findings;
     append(&findings, checkNode());
     return findings;
 }
 
 // The host sees a webcam only once the service has opened the node.
 Findings checkAll() {
-    Findings findings = checkGadget();
-    append(&findings, checkPrograms());
     std::string udc;
-    checkFunction(&udc);
+    Findings findings = checkGadget(&udc);
+    append(&findings, checkPrograms());
     if (!anyWrong(findings)) append(&findings, checkHost(udc));
     return findings;
 }

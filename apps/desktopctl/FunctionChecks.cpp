@@ -8,8 +8,6 @@
 #include <sstream>
 #include <vector>
 
-#include <sys/utsname.h>
-
 #include "Attributes.h"
 
 namespace korvane::ctl {
@@ -229,22 +227,20 @@ void checkRates(const std::vector<Format>& formats, Findings* findings) {
 }
 
 // Kernels from 6.12 on rewrite the numbers for the service.
-bool kernelRewritesInterfaces() {
-    utsname name = {};
+bool rewritesInterfaces(const std::string& release) {
     unsigned major = 0;
     unsigned minor = 0;
-    uname(&name);
-    if (sscanf(name.release, "%u.%u", &major, &minor) != 2) return false;
+    if (sscanf(release.c_str(), "%u.%u", &major, &minor) != 2) return false;
     return major > 6 || (major == 6 && minor >= 12);
 }
 
-void checkInterfaces(Findings* findings) {
+void checkInterfaces(const std::string& release, Findings* findings) {
     const auto control = numberIn(kFunction + "/control/bInterfaceNumber");
     const auto streaming = numberIn(kFunction + "/streaming/bInterfaceNumber");
     if (!control || !streaming) return;
     if (*control == 0 && *streaming == 1) {
         findings->push_back(right("interfaces", "they are 0 and 1"));
-    } else if (kernelRewritesInterfaces()) {
+    } else if (rewritesInterfaces(release)) {
         findings->push_back(right("interfaces", "the kernel gives them to the service as 0 and 1"));
     } else {
         findings->push_back(wrong(
@@ -270,7 +266,7 @@ bool isLinked() {
 
 Findings checkBound(std::string* udc) {
     const std::string bound = attribute(kGadget + "/UDC");
-    if (udc != nullptr) *udc = bound;
+    *udc = bound;
     if (!isLinked()) {
         return {wrong("bound", "uvc.0 is in no configuration of the device",
                       "ln -s " + kFunction + " " + kGadget + "/configs/c.1/")};
@@ -301,7 +297,7 @@ std::optional<Finding> missingFunction() {
 
 }  // namespace
 
-Findings checkFunction(std::string* udc) {
+Findings checkFunction(const std::string& release, std::string* udc) {
     if (const auto missing = missingFunction()) return {*missing};
     Findings findings;
     checkAttributes(&findings);
@@ -323,7 +319,7 @@ Findings checkFunction(std::string* udc) {
     checkOrder(formats, &findings);
     checkRates(formats, &findings);
     for (const Finding& finding : checkBound(udc)) findings.push_back(finding);
-    checkInterfaces(&findings);
+    checkInterfaces(release, &findings);
     return findings;
 }
 

@@ -9,7 +9,10 @@
 
 namespace korvane::ctl {
 
-/** Everything about /config/usb_gadget/g1; `udc`, unless null, becomes what it is bound to. */
-Findings checkFunction(std::string* udc);
+/**
+ * Everything about /config/usb_gadget/g1, for a kernel of this release ("6.1.0-18-amd64"); `udc`
+ * becomes what the function is bound to.
+ */
+Findings checkFunction(const std::string& release, std::string* udc);
 
 }  // namespace korvane::ctl

@@ -3,6 +3,7 @@
 # desktopctl with real processes: what a new user sees from a machine with nothing running to a
 # picture, the status of each state, the frames that it takes out of a stream. Runs in the test
 # machine; desktopctl_after.sh then decodes and compares natively.
+# shellcheck disable=SC2154 # lib.sh's
 . "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/host.sh"
 
@@ -48,6 +49,14 @@ check "and the status ends as for a service that isn't there" exits 3 "$ctl" sta
 mv /dev/hwbinder.away /dev/hwbinder
 check "the doctor misses the function" finds wrong function 'there is no /config/usb_gadget/g1'
 check "and the service manager" finds wrong register 'no service manager answers'
+case $(uname -r) in
+5.* | 6.[0-9].* | 6.1[01].*) interfaces='wrong interfaces they' ;;
+*) interfaces='right interfaces the kernel' ;;
+esac
+need "a camera behind a serial port" gadget up --acm
+# shellcheck disable=SC2086 # three words
+check "the doctor looks at the interfaces" finds $interfaces
+need "it goes again" gadget down
 start_service_manager
 check "then the service" wait_for 10 finds wrong service 'it does not run'
 start_daemon
