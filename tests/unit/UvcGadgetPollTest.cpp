@@ -116,8 +116,8 @@ extern "C" int __wrap_usleep(useconds_t /* microseconds */) {
     return 0;
 }
 
-void constructDevice(void* device, const char* path, ServiceStats& stats) __asm__(
-        "__wrap_" CONSTRUCT_DEVICE);
+void constructDevice(void* device, const char* path,
+                     ServiceStats& stats) __asm__("__wrap_" CONSTRUCT_DEVICE);
 void constructDevice(void* device, const char* path, ServiceStats& stats) {
     static_assert(sizeof(DeviceWithFailingEvents) == sizeof(UvcV4l2Ctrl));
     new (device) DeviceWithFailingEvents(path, stats);
