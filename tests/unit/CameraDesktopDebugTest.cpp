@@ -2,7 +2,9 @@
 // What debug() answers: the status as a page and as JSON, the frames' dump, nothing to whom it
 // can't.
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -223,6 +225,28 @@ TEST_F(CameraDesktopDebugTest, BeingWatchedLeavesNoTrace) {
     debug({"--what"});
     EXPECT_THAT(mWorld.log.lines(), IsEmpty());
     EXPECT_EQ(before, mWorld.command("{}"));
+}
+
+TEST_F(CameraDesktopDebugTest, AskedWithoutEndEveryAnswerIsWholeAndNoFrameIsLost) {
+    constexpr int kFrames = 100;
+    stream();
+    mWorld.node.setAutoSend(true);
+    std::atomic<bool> done{false};
+    std::thread asker([this, &done] {
+        uint64_t sent = 0;
+        do {
+            const rapidjson::Document now = status();
+            EXPECT_GE(now["stream"]["sent"].GetUint64(), sent);
+            sent = now["stream"]["sent"].GetUint64();
+        } while (!done);
+    });
+    for (int i = 0; i < kFrames; ++i) queueFrame();
+    EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_QBUF", kFrames));
+    done = true;
+    asker.join();
+    mWorld.command(R"({"get-stream-config":true})");  // the last frame has been handed over
+    EXPECT_EQ(kFrames, status()["stream"]["drawn"].GetInt());
+    EXPECT_EQ(kFrames, status()["stream"]["sent"].GetInt());
 }
 
 TEST_F(CameraDesktopDebugTest, OtherOptionsAreAnsweredWithALineOnEach) {
