@@ -25,7 +25,7 @@ namespace {
 
 constexpr int64_t kRetryIntervalNs = 500'000'000;
 
-// Every result must have been looked at; a failure is logged, and the caller goes on without.
+// HIDL requires every result to be checked; a failure is logged, and the caller goes on without.
 bool succeeded(const char* what, const Return<void>& result) {
     if (result.isOk()) return true;
     ALOGE("cannot %s: %s", what, result.description().c_str());
