@@ -1,9 +1,11 @@
 """What became of the mutants: one file for each source, kept from run to run."""
 
 import csv
+import re
 from collections import Counter
 from pathlib import Path
 
+from cpp import Source
 from operators import mutants_of
 
 FIELDS = ('outcome', 'line', 'column', 'operator', 'original', 'changed', 'killer')
@@ -21,14 +23,20 @@ def listed_equivalents():
     return listed
 
 
+def code_of(text):
+    """What the compiler is given of a source: the same without its comments and line breaks."""
+    directives = re.findall(r'^[ \t]*#(?:\\\n|[^\n])*', text, re.MULTILINE)
+    return directives, [token.text for token in Source(text).tokens]
+
+
 class Results:
     def __init__(self, out, texts, keep, write=True):
         self.folder = out / 'results'
         self.folder.mkdir(parents=True, exist_ok=True)
         self.survivors = out / 'survivors.tsv'
         self.texts = texts
-        self.mutants = {path: {(m.line, m.column, m.original, m.changed): m
-                               for m in mutants_of(text)} for path, text in texts.items()}
+        self.mutants = {path: {self._place(m): m for m in mutants_of(text)}
+                        for path, text in texts.items()}
         self.listed = listed_equivalents()
         self.rows = {path: self._read(path) if keep else {} for path in texts}
         if write:
@@ -42,11 +50,26 @@ class Results:
         return self.folder / (path.name + '.source')
 
     def _read(self, path):
-        """Earlier results, unless the source has changed since."""
-        if not self._copy(path).exists() or self._copy(path).read_text() != self.texts[path]:
+        """Earlier results, unless the source has changed since in more than its comments."""
+        if not self._copy(path).exists():
             return {}
+        earlier, text = self._copy(path).read_text(), self.texts[path]
+        if earlier != text and code_of(earlier) != code_of(text):
+            return {}
+        now = dict(zip((self._place(m) for m in mutants_of(earlier)), self.mutants[path].values()))
+        rows = {}
         with self._file(path).open(newline='') as file:
-            return {self._key(row): row for row in csv.DictReader(file, delimiter='\t')}
+            for row in csv.DictReader(file, delimiter='\t'):
+                mutant = now.get(self._key(row))
+                if mutant is not None:
+                    row.update(line=mutant.line, column=mutant.column, original=mutant.original,
+                               changed=mutant.changed)
+                    rows[self._key(row)] = row
+        return rows
+
+    @staticmethod
+    def _place(mutant):
+        return mutant.line, mutant.column, mutant.original, mutant.changed
 
     @staticmethod
     def _key(row):
@@ -61,7 +84,7 @@ class Results:
 
     def settled(self, path, mutant):
         """Whether there is nothing left to find out about it."""
-        row = self.rows[path].get((mutant.line, mutant.column, mutant.original, mutant.changed))
+        row = self.rows[path].get(self._place(mutant))
         return row is not None and self._outcome(path, row) != 'survived'
 
     def add(self, path, mutant, outcome, killer):
