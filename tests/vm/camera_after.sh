@@ -5,7 +5,7 @@
 set -euo pipefail
 
 checker=${NATIVE_BUILD:-$KORVANE_BUILD}/bin/testcard-check
-frame=$((320 * 240 * 3 / 2))
+frame=$((640 * 360 * 3 / 2))
 status=0
 
 # look NAME PATTERN TEXT: what the frames of a capture say, one word for each run of the same, is as the
@@ -14,7 +14,7 @@ look() {
     local film=$SHARE/$1.raw runs
     # The capture was ended from outside, within a frame perhaps.
     truncate -s $(($(stat -c %s "$film") / frame * frame)) "$film"
-    runs=$("$checker" --codes --format NV12 --size 320x240 "$film" |
+    runs=$("$checker" --codes --format NV12 --size 640x360 "$film" |
         sed -E 's/^[0-9]+ //' | uniq | paste -sd, )
     if [[ $runs =~ ^$2$ ]]; then
         echo "ok    the host saw $3: $runs"

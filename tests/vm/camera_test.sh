@@ -62,7 +62,7 @@ moves_within() {
 # ---- a stream that runs already -------------------------------------------------------------------
 
 start_service_manager
-need "the function comes up" gadget up --format mjpeg:640x480@30 --format nv12:320x240@15
+need "the function comes up" gadget up --format mjpeg:640x480@30 --format nv12:640x360@15
 start_daemon
 need "the daemon opens the node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video'
 watch MJPG 640x480
@@ -128,7 +128,7 @@ unplug() {
 
 start_camera --source "v4l2src device=$camera"
 need "a camera without a source registers" wait_log 20 "$SHARE/camera.log" 'connected to the desktop' 6
-film plugged NV12 320x240
+film plugged NV12 640x360
 need "the host sees a card" moves 20
 plug
 need "the camera takes the source when it is there" \
@@ -158,8 +158,10 @@ start_camera --source auto --privacy /run/covered --on-start "echo on >>$SHARE/l
     --on-stop "echo off >>$SHARE/light"
 need "a camera that finds its source itself registers" \
     wait_log 20 "$SHARE/camera.log" 'connected to the desktop' 7
-film covered NV12 320x240
+film covered NV12 640x360
 need "the host sees a picture" moves 20
+check "which is asked for what the host wants" \
+    wait_log 1 "$SHARE/camera.log" 'NV12 640x360 from the source is copied as it is'
 check "it is the first camera's" grep -F "taking $vivid, vivid" "$SHARE/camera.log"
 check_equal "a lamp is lit" on "$(<"$SHARE/light")"
 touch /run/covered
@@ -172,4 +174,30 @@ stop capture
 check "the lamp goes out" wait_for 10 grep -x off "$SHARE/light"
 keep_capture covered
 stop camera
+
+# ---- what a frame costs ----------------------------------------------------------------------------
+
+# camera_cpu: the camera's processor time so far, in microseconds.
+camera_cpu() {
+    local fields
+    read -r -a fields <"/proc/${pids[camera]}/stat"
+    echo $(((fields[13] + fields[14]) * 1000000 / $(getconf CLK_TCK)))
+}
+
+# cost FORMAT PATTERN: of frames that vivid gives in a format; the camera's log has a line like PATTERN.
+cost() {
+    local begin frames
+    start_camera --source "v4l2src device=$vivid ! video/x-raw,format=$1,width=640,height=360"
+    watch NV12 640x360
+    check "frames come from $1" moves 15
+    check "as they should" wait_log 1 "$SHARE/camera.log" "$2"
+    begin=$(camera_cpu) frames=$(received)
+    check "more frames come" moves 45
+    echo "      from $1: $((($(camera_cpu) - begin) / ($(received) - frames))) us of processor a frame"
+    stop capture
+    stop camera
+}
+
+cost NV12 'NV12 640x360 from the source is copied as it is'
+cost YUY2 'YUY2 640x360 from the source is converted to NV12 640x360'
 finish
