@@ -41,14 +41,18 @@ comply() {
     sed -nE 's/^\s*fail: (.*)$/\1/p' "$SHARE/compliance-${1##*/}.log" | sort -u
 }
 
+# What the tool says of any camera of the kernel's UVC driver: it starts a stream from a second handle,
+# which that driver answers with EBUSY before a frame flows, and the tool wants EINVAL.
+drivers_own='v4l2-test-buffers.cpp(1345): streamon != EINVAL'
+
 # by_compliance: nothing fails for the webcam but what fails for the kernel's own virtual camera,
-# too: the tool is older than this kernel.
+# too (the tool is older than this kernel), and what is its host driver's.
 by_compliance() {
     modprobe vivid n_devs=1 node_types=0x1 || return 1
     local only
     comply "$(host_node)" >/run/webcam
     comply "$(vivid_node)" >/run/vivid
-    only=$(comm -23 /run/webcam /run/vivid)
+    only=$(comm -23 /run/webcam /run/vivid | grep -vxF "$drivers_own" || true)
     echo "$only"
     [ -z "$only" ]
 }
