@@ -2,6 +2,8 @@
 // Events to clients that answer, late, never, or after they have called back.
 #include "uvc/ClientEvents.h"
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -14,9 +16,38 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include "support/PendingCall.h"
 #include "support/ShortWaits.h"
+
+namespace {
+
+// The linker leads the service's calls here; the library's own threads don't come by.
+std::atomic<bool> gNoThreads{false};
+std::atomic<int> gCreated{0};
+std::atomic<int> gDetached{0};
+
+}  // namespace
+
+extern "C" {
+
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+int __real_pthread_detach(pthread_t);
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                          void* argument) {
+    if (gNoThreads) return EAGAIN;
+    ++gCreated;
+    return __real_pthread_create(thread, attributes, run, argument);
+}
+
+int __wrap_pthread_detach(pthread_t thread) {
+    ++gDetached;
+    return __real_pthread_detach(thread);
+}
+
+}  // extern "C"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
@@ -227,6 +258,31 @@ TEST_F(ClientEventsTest, NoMoreThanOneThreadForEachKindWaitsForClients) {
     mEvents->onClientChanged(kStream);
     EXPECT_EQ("failed", send(kStream, answering("no thread is left")));
     EXPECT_EQ("other", send(5, answering("other")));
+}
+
+TEST_F(ClientEventsTest, AnEventThatNoThreadCanBeMadeForFailsAndTheNextOneTriesAgain) {
+    gNoThreads = true;
+    EXPECT_EQ("failed", send(kStream, answering("nobody sends")));
+    gNoThreads = false;
+    EXPECT_EQ("here", send(kStream, answering("here")));
+}
+
+TEST_F(ClientEventsTest, AnEventBesideASilentClientsThatNoThreadCanBeMadeForFails) {
+    EXPECT_EQ("failed", sendInVain(kStream, silent()));
+    mClients.back()->waitUntilCalled();
+    gNoThreads = true;
+    EXPECT_EQ("failed", send(kLauncher, answering("nobody sends")));
+    gNoThreads = false;
+    EXPECT_EQ("here", send(kLauncher, answering("here")));
+}
+
+TEST_F(ClientEventsTest, NobodyHasToWaitForTheEndOfItsThreads) {
+    gCreated = gDetached = 0;
+    EXPECT_EQ("failed", sendInVain(kStream, silent()));
+    mClients.back()->waitUntilCalled();
+    EXPECT_EQ("here", send(kLauncher, answering("here")));
+    EXPECT_EQ(2, gCreated);
+    EXPECT_EQ(2, gDetached);
 }
 
 TEST_F(ClientEventsTest, AnotherClientOfTheKindIsReached) {
