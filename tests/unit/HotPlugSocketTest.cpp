@@ -135,6 +135,7 @@ TEST_F(HotPlugSocketTest, DescriptorZeroIsASocketLikeAnyOther) {
         EXPECT_EQ(O_RDWR | O_NONBLOCK, fcntl(STDIN_FILENO, F_GETFL));
     }
     EXPECT_EQ(-1, fcntl(STDIN_FILENO, F_GETFD));
+    EXPECT_TRUE(mLog.lines().empty());
 }
 
 TEST_F(HotPlugSocketTest, ReportsThatTheSocketCannotBeOpened) {

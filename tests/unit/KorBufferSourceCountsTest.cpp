@@ -48,6 +48,16 @@ TEST_F(KorBufferSourceCountsTest, FramesThatComeTooSoonAreDropped) {
     EXPECT_GT(count(Count::DROPPED_RATE), 0u);
 }
 
+TEST_F(KorBufferSourceCountsTest, FramesThatComeTooSoonForATimeLapseAreDropped) {
+    start(4);
+    peer.captureFps() = 1;
+    peer.fps() = 30;
+    queueFrame(0);
+    queueFrame(449 * kMs);
+    EXPECT_EQ(1u, component->submissions().size());
+    EXPECT_EQ(1u, count(Count::DROPPED_RATE));
+}
+
 TEST_F(KorBufferSourceCountsTest, FramesThatGoBackInTimeAreDropped) {
     start(4);
     queueFrame(5 * kMs);

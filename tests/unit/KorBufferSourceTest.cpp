@@ -58,6 +58,7 @@ void expectNoPacing(android::KorBufferSourcePeer peer) {
     EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
     EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
     EXPECT_EQ(0u, peer.latestBuffer().mDataSpace);
+    EXPECT_EQ(0, peer.latestBuffer().mArrivedNs);
     EXPECT_FALSE(peer.repeatBlocked());
     EXPECT_EQ(-1, peer.baseCaptureUs());
     EXPECT_EQ(-1, peer.baseFrameUs());
