@@ -47,6 +47,7 @@ bool wrong(const std::string& line);
 unsigned long number(const std::string& argument);
 
 // Calls.
+bool find(const std::string&);
 bool nest(const std::string&);
 bool bringDescriptors(const std::string& count);
 bool listen(const std::string& count);

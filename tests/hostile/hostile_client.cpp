@@ -18,6 +18,7 @@ const std::vector<Scenario>& scenarios() {
             {"again", "COUNT", registerAgain},
             {"camera", "STEP:SIGNAL", beACamera},
             {"descriptors", "COUNT", bringDescriptors},
+            {"find", "", find},
             {"fight", "SEED", fight},
             {"listeners", "COUNT", listen},
             {"memory", "", fillTheQueue},
@@ -27,6 +28,11 @@ const std::vector<Scenario>& scenarios() {
             {"silent", "KIND", beSilent},
     };
     return sAll;
+}
+
+/** No attack: whether the service is found at once. */
+bool find(const std::string&) {
+    return service() != nullptr;
 }
 
 Service service() {
