@@ -58,6 +58,28 @@ TEST_F(KorBufferSourceCountsTest, FramesThatComeTooSoonForATimeLapseAreDropped) 
     EXPECT_EQ(1u, count(Count::DROPPED_RATE));
 }
 
+TEST_F(KorBufferSourceCountsTest, AFrameWhoseGraphicBufferNeverCameIsDropped) {
+    start(1);
+    queue->onAcquired = [](android::BufferItem* item) { item->mGraphicBuffer = nullptr; };
+    queueFrame(1 * kMs);
+    EXPECT_EQ(1u, count(Count::DROPPED_UNREADABLE));
+}
+
+TEST_F(KorBufferSourceCountsTest, OnlyAFramesFirstWayIsTimed) {
+    start(2);
+    peer.repeatIntervalUs() = 10000;
+    stats.frameSent(0);  // which are the component's to tell
+    stats.frameSent(1);
+    queueFrame(1 * kMs);
+    const sp<AMessage> due = new AMessage(0, nullptr);
+    due->setInt32("generation", peer.repeatGeneration());
+    peer.onMessageReceived(due);
+    ASSERT_EQ(2u, component->submissions().size());
+    uint64_t timed = 0;
+    for (size_t i = 0; i < 16; ++i) timed += stats.queueing().total(i);
+    EXPECT_EQ(1u, timed);
+}
+
 TEST_F(KorBufferSourceCountsTest, FramesThatGoBackInTimeAreDropped) {
     start(4);
     queueFrame(5 * kMs);

@@ -177,8 +177,6 @@ bool KorBufferSource::keepBackwardFrame_l() const {
 
 // The repetition, from here on, is idle: nothing sets a repeat interval.
 
-// The repetition, from here on, is idle: nothing sets a repeat interval.
-
 void KorBufferSource::startRepeatLooper_l() {
     mReflector = new AHandlerReflector<KorBufferSource>(this);
     mLooper = new ALooper;
