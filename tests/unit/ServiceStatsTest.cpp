@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the service knows of itself: a frame's road, the node, the surface, the clients.
 
+#include <utility>
+
 #include <gtest/gtest.h>
 #include <utils/Timers.h>
 
@@ -87,6 +89,22 @@ TEST_F(ServiceStatsTest, BuffersThatThereAreNotAreOnlyCounted) {
     EXPECT_EQ(BufferState::NONE, mStats.buffer(32));
 }
 
+TEST_F(ServiceStatsTest, ABufferBeyondTheLastLeavesAllElseAlone) {
+    mStats.streamStarted(32);
+    mStats.frameSent(32);
+    mStats.frameTook(32, 1);
+    mStats.frameReturned(32);
+    EXPECT_EQ(0u, times(mStats.queueing()));
+    EXPECT_EQ(0u, times(mStats.sending()));
+    EXPECT_EQ(NodeState::STREAMING, mStats.node());
+    for (size_t i = 0; i < 32; ++i) EXPECT_EQ(BufferState::FREE, mStats.buffer(i)) << i;
+}
+
+TEST_F(ServiceStatsTest, AReturnOfWhatWasNotSentIsNotTimed) {
+    mStats.frameReturned(0);
+    EXPECT_EQ(0u, times(mStats.sending()));
+}
+
 TEST_F(ServiceStatsTest, AStreamStartsCountsAndTimesAnew) {
     mStats.frameArrived(1);
     mStats.frameSent(0);
@@ -123,6 +141,23 @@ TEST_F(ServiceStatsTest, ANodeHasTheNumberAtTheEndOfItsPath) {
     EXPECT_EQ(Event::NODE_REMOVED, all[1].event);
     EXPECT_EQ(12, all[1].detail);
     EXPECT_EQ(Event::NODE_UNOPENED, all[2].event);
+}
+
+TEST_F(ServiceStatsTest, ANumberIsAllOfTheDigitsAtTheEnd) {
+    const std::pair<const char*, int> paths[] = {{"/dev/video0", 0},
+                                                 {"/dev/video9", 9},
+                                                 {"/dev/video90", 90},
+                                                 {"/dev/5", 5},
+                                                 {"/dev/video1:2", 2},
+                                                 {"/dev/video1/", -1},
+                                                 {"", -1}};
+    for (const auto& [path, number] : paths) {
+        mStats.setNode(NodeState::READY, path);
+        EXPECT_EQ(number, mStats.nodeNumber()) << path;
+    }
+    const char digits[] = {'1', '2', '\0'};
+    mStats.setNode(NodeState::READY, digits + 1);
+    EXPECT_EQ(2, mStats.nodeNumber());
 }
 
 TEST_F(ServiceStatsTest, AModeHasARateButAnIntervalOfZeroHasNone) {
