@@ -105,6 +105,16 @@ TEST_F(ServiceStatsTest, AReturnOfWhatWasNotSentIsNotTimed) {
     EXPECT_EQ(0u, times(mStats.sending()));
 }
 
+TEST_F(ServiceStatsTest, WhatWasSentBeforeTheBuffersWentIsForgotten) {
+    mStats.streamStarted(4);
+    mStats.frameSent(1);
+    mStats.buffersReleased();
+    mStats.frameTook(1, 1);
+    mStats.frameReturned(1);
+    EXPECT_EQ(0u, times(mStats.queueing()));
+    EXPECT_EQ(0u, times(mStats.sending()));
+}
+
 TEST_F(ServiceStatsTest, AStreamStartsCountsAndTimesAnew) {
     mStats.frameArrived(1);
     mStats.frameSent(0);

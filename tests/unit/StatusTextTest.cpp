@@ -203,6 +203,16 @@ TEST_F(StatusTextTest, WhatThereIsNot) {
     EXPECT_THAT(statusPage(mStats), testing::Not(testing::HasSubstr("  3 stream")));
 }
 
+TEST_F(StatusTextTest, OfAKindBeyondTheLastThereIsNothing) {
+    mStats.clientRegistered(0, 100);
+    const std::string before = statusJson(mStats);
+    mStats.clientRegistered(8, 108);
+    mStats.clientGone(8, Event::CLIENT_LEFT);
+    EXPECT_EQ(before, statusJson(mStats));
+    EXPECT_EQ(0, mStats.client(8).pid);
+    EXPECT_EQ(0, mStats.client(8).sinceMs);
+}
+
 TEST(StatusNamesTest, OfEveryEvent) {
     std::vector<std::string> names;
     for (int i = 0; i <= static_cast<int>(Event::DUMP_STARTED); ++i) {
