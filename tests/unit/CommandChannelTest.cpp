@@ -98,9 +98,14 @@ TEST_F(CommandChannelTest, ATextOfManyBracketsIsJudgedAsTheDefaultParserDoes) {
                                  std::to_string(expected.GetErrorOffset());
         EXPECT_EQ(countError(DaemonWorld::kTag, line), expected.HasParseError() ? 1u : 0u) << text;
     }
-    EXPECT_EQ(mWorld.command("]" + std::string(257, '[')), "PARSE_ERR");
-    EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=3 at 0"),
-              1u);
+    for (const char* first : {"]", "#"}) {
+        mWorld.log.clear();
+        EXPECT_EQ(mWorld.command(first + std::string(257, '[')), "PARSE_ERR");
+        EXPECT_EQ(
+                countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=3 at 0"),
+                1u)
+                << first;
+    }
 }
 
 TEST_F(CommandChannelTest, ATextThatOnlyLooksNestedIsSurvived) {
