@@ -203,6 +203,15 @@ TEST_F(StatusTextTest, WhatThereIsNot) {
     EXPECT_THAT(statusPage(mStats), testing::Not(testing::HasSubstr("  3 stream")));
 }
 
+TEST_F(StatusTextTest, OfTheFirstNodeAndOfAStreamFromTheFirstMoment) {
+    ServiceStats stats;
+    stats.setNode(NodeState::READY, "/dev/video0");
+    EXPECT_THAT(statusPage(stats), testing::HasSubstr("\nNode:     /dev/video0, ready\n"));
+    EXPECT_THAT(statusJson(stats), testing::HasSubstr(R"("stream":{"drawn":0,)"));
+    stats.streamStarted(1);
+    EXPECT_THAT(statusJson(stats), testing::HasSubstr(R"("stream":{"seconds":0.0,"drawn":0,)"));
+}
+
 TEST_F(StatusTextTest, OfAKindBeyondTheLastThereIsNothing) {
     mStats.clientRegistered(0, 100);
     const std::string before = statusJson(mStats);
