@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
 
@@ -32,19 +33,21 @@ std::atomic<int> gDetached{0};
 
 extern "C" {
 
-int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-int __real_pthread_detach(pthread_t);
-
+// The real ones are looked up as the program runs: with a sanitizer they are its own.
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                           void* argument) {
     if (gNoThreads) return EAGAIN;
     ++gCreated;
-    return __real_pthread_create(thread, attributes, run, argument);
+    static const auto sReal =
+            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_DEFAULT, "pthread_create"));
+    return sReal(thread, attributes, run, argument);
 }
 
 int __wrap_pthread_detach(pthread_t thread) {
     ++gDetached;
-    return __real_pthread_detach(thread);
+    static const auto sReal =
+            reinterpret_cast<decltype(&pthread_detach)>(dlsym(RTLD_DEFAULT, "pthread_detach"));
+    return sReal(thread);
 }
 
 }  // extern "C"

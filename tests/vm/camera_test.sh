@@ -5,7 +5,6 @@
 . "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/host.sh"
 
-host_log=$SHARE/capture.log
 # Seconds within which the host's picture moves. On a machine it is one, as CameraClientTest has it; the
 # emulated processors also load the program and its libraries in that time, each ten times slower.
 soon=5
@@ -15,40 +14,8 @@ now() {
     cut -d' ' -f1 /proc/uptime
 }
 
-# watch FOURCC SIZE: the host opens its window, and notes every buffer it receives.
-watch() {
-    : >"$host_log"
-    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
-        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
-        --stream-count=100000 --stream-to=/dev/null
-}
-
-# streams: whether the host has begun.
-streams() {
-    log_has "$host_log" 'VIDIOC_STREAMON returned 0' 1
-}
-
-# film NAME FOURCC SIZE: the same, and keeps what it receives, by that name.
-film() {
-    local name=$1
-    shift
-    : >"$host_log"
-    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
-        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
-        --stream-count=100000 --stream-to="$CAPTURES/$name.raw"
-}
-
-# received: how many frames the host has received in this stream.
-received() {
-    grep -c 'cap dqbuf:' "$host_log"
-}
-
-# moves COUNT: until the host has received COUNT frames more.
-moves() {
-    wait_log 30 "$host_log" 'cap dqbuf:' $(($(received) + $1))
-}
-
 # moves_within SECONDS SINCE BEFORE: the first frame behind the first BEFORE ones came within SECONDS.
+# shellcheck disable=SC2154 # host.sh has host_log
 moves_within() {
     wait_log 30 "$host_log" 'cap dqbuf:' $(($3 + 1)) || return 1
     local stamp

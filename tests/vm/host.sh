@@ -35,6 +35,42 @@ start_capture() {
         --stream-count=100000 --stream-to=/dev/null
 }
 
+# A host whose window stays open, by the name "capture". What it notes of itself:
+host_log=$SHARE/capture.log
+
+# watch FOURCC SIZE: the host opens its window, and notes every buffer it receives.
+watch() {
+    : >"$host_log"
+    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
+        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
+        --stream-count=100000 --stream-to=/dev/null
+}
+
+# streams: whether the host has begun.
+streams() {
+    log_has "$host_log" 'VIDIOC_STREAMON returned 0' 1
+}
+
+# film NAME FOURCC SIZE: the same, and keeps what it receives, by that name.
+film() {
+    local name=$1
+    shift
+    : >"$host_log"
+    start capture timeout 120 v4l2-ctl -d "$(wait_host_node 20)" --verbose \
+        --set-fmt-video="width=${2%x*},height=${2#*x},pixelformat=$1" --stream-mmap=4 \
+        --stream-count=100000 --stream-to="$CAPTURES/$name.raw"
+}
+
+# received: how many frames the host has received in this stream.
+received() {
+    grep -c 'cap dqbuf:' "$host_log"
+}
+
+# moves COUNT: until the host has received COUNT frames more.
+moves() {
+    wait_log 30 "$host_log" 'cap dqbuf:' $(($(received) + $1))
+}
+
 # keep_capture NAME: move what was captured to the shared folder, where it is checked natively.
 keep_capture() {
     mv "$CAPTURES/$1".* "$SHARE/"

@@ -5,12 +5,12 @@ set -euo pipefail
 
 status=0
 
-# hues FILE FORMAT-OPTIONS...: how often each of the eight bars' colours stands in the first frame.
+# hues FILE FORMAT-OPTIONS...: how often each of the eight bars' colours stands in the last frame.
 hues() {
     local file=$1
     shift
-    ffmpeg -v error "$@" -i "$file" -frames:v 1 -vf scale=64:48:flags=neighbor -f rawvideo \
-        -pix_fmt rgb24 - | od -An -v -tu1 -w3 | awk '
+    ffmpeg -v error "$@" -i "$file" -vf scale=64:48:flags=neighbor -f rawvideo -pix_fmt rgb24 - |
+        tail -c $((64 * 48 * 3)) | od -An -v -tu1 -w3 | awk '
         { bar = ($1 > 96) * 4 + ($2 > 96) * 2 + ($3 > 96); seen[bar]++ }
         END { for (i = 0; i < 8; i++) printf "%d ", seen[i] }'
 }

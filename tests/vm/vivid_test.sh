@@ -5,6 +5,17 @@
 . "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/host.sh"
 
+# receive NAME FOURCC TIME: a stream's frames until enough of them are vivid's; until it gives the first,
+# which takes this machine a while, the host sees a card. It gives its first for the TIMEth time.
+receive() {
+    film "$1" "$2" 640x480
+    check "the camera has vivid's pictures for $2" \
+        wait_log 60 "$SHARE/camera.log" 'from the source is ' "$3"
+    check "the host receives what vivid shows as $2" moves 25
+    stop capture
+    keep_capture "$1"
+}
+
 need "the kernel has its virtual camera" modprobe vivid n_devs=1 node_types=0x1
 camera=$(vivid_node) || fail "vivid has a node"
 v4l2-ctl -d "$camera" --set-ctrl test_pattern=0 --set-ctrl horizontal_movement=3 >/dev/null
@@ -15,11 +26,9 @@ need "the daemon opens its node, not vivid's" wait_log 20 "$SHARE/daemon.log" \
     "added device: $(gadget_node)"
 start_camera --source "v4l2src device=$camera"
 need "the camera registers" wait_log 60 "$SHARE/daemon.log" 'Registering client 3'
-check "the host receives what vivid shows as YUYV" capture yuyv YUYV 640x480 15 20 90
-keep_capture yuyv
+receive yuyv YUYV 1
 stop camera
 start_camera --kind 1 --source "v4l2src device=$camera"
 need "the camera registers as the launcher" wait_log 20 "$SHARE/daemon.log" 'Registering client 1'
-check "the host receives what vivid shows as MJPEG" capture mjpeg MJPG 640x480 30 60 90
-keep_capture mjpeg
+receive mjpeg MJPG 2
 finish
