@@ -11,16 +11,33 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "DebugOutput.h"
 
 namespace {
 
-// What becomes of each write(); the linker leads them here.
+// What becomes of each write(); the linker leads them and the other calls here.
 std::function<ssize_t(int, const void*, size_t)> sWrite;
+unsigned long sFileSystem = 0;  // every file's, unless it is 0
+std::vector<timespec> sWaits;   // for signals, at most
 
 }  // namespace
+
+extern "C" int __real_fstatfs(int fd, struct statfs* status);
+extern "C" int __real_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* time);
+
+extern "C" int __wrap_fstatfs(int fd, struct statfs* status) {
+    const int result = __real_fstatfs(fd, status);
+    if (sFileSystem != 0) status->f_type = static_cast<__fsword_t>(sFileSystem);
+    return result;
+}
+
+extern "C" int __wrap_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* time) {
+    sWaits.push_back(*time);
+    return __real_sigtimedwait(set, info, time);
+}
 
 extern "C" ssize_t __real_write(int fd, const void* bytes, size_t size);
 
@@ -35,6 +52,7 @@ class DebugOutputTest : public testing::Test {
   protected:
     ~DebugOutputTest() override {
         sWrite = nullptr;
+        sFileSystem = 0;
         for (int fd : mEnds) {
             if (fd >= 0) close(fd);
         }
@@ -143,6 +161,27 @@ TEST_F(DebugOutputTest, AFileGetsAllOfIt) {
     writeAtOnce(mEnds[0], text);
     EXPECT_EQ(text.size(), static_cast<size_t>(lseek(mEnds[0], 0, SEEK_CUR)));
     EXPECT_TRUE(isPlainFile(mEnds[0]));
+}
+
+TEST_F(DebugOutputTest, AFileOfAProgramsFileSystemGetsNothing) {
+    mEnds[0] = memfd_create("page", MFD_CLOEXEC);
+    sFileSystem = 0x65735546;  // FUSE
+    EXPECT_FALSE(isPlainFile(mEnds[0]));
+    writeAtOnce(mEnds[0], "status");
+    EXPECT_EQ(0, lseek(mEnds[0], 0, SEEK_END));
+    for (unsigned long other : {0x65735545, 0x65735547}) {
+        sFileSystem = other;
+        EXPECT_TRUE(isPlainFile(mEnds[0])) << other;
+    }
+}
+
+TEST_F(DebugOutputTest, NoSignalIsWaitedFor) {
+    makePipe();
+    sWaits.clear();
+    writeAtOnce(mEnds[1], "status");
+    ASSERT_EQ(1u, sWaits.size());
+    EXPECT_EQ(0, sWaits[0].tv_sec);
+    EXPECT_EQ(0, sWaits[0].tv_nsec);
 }
 
 TEST_F(DebugOutputTest, WhatIsTakenInPartsIsWrittenOnFromThere) {

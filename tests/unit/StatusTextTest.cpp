@@ -214,6 +214,9 @@ TEST_F(StatusTextTest, OfTheFirstNodeAndOfAStreamFromTheFirstMoment) {
 
 TEST_F(StatusTextTest, OfAKindBeyondTheLastThereIsNothing) {
     mStats.clientRegistered(0, 100);
+    EXPECT_THAT(statusPage(mStats),
+                testing::HasSubstr("Clients:\n  0 other      process 100, for "));
+    EXPECT_THAT(statusJson(mStats), testing::HasSubstr(R"("clients":[{"kind":0,"name":"other",)"));
     const std::string before = statusJson(mStats);
     mStats.clientRegistered(8, 108);
     mStats.clientGone(8, Event::CLIENT_LEFT);
