@@ -188,6 +188,13 @@ TEST_F(CameraDesktopDebugTest, OnlyWhoeverTakesTheControllersSurfaceRendersIntoI
     EXPECT_EQ(getpid(), status()["surface"]["renderer"].GetInt());
 }
 
+TEST_F(CameraDesktopDebugTest, APulledCableIsAnEvent) {
+    stream();
+    mWorld.raiseDisconnected();
+    mWorld.settle();
+    EXPECT_THAT(debug({"--json"}), HasSubstr(R"("what":"cable-pulled")"));
+}
+
 TEST_F(CameraDesktopDebugTest, ARefusedSurfaceIsAnEvent) {
     EXPECT_EQ("not streaming", mWorld.command(kNv12));
     EXPECT_THAT(debug({"--json"}), HasSubstr("surface-refused"));

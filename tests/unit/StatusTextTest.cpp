@@ -210,6 +210,7 @@ TEST_F(StatusTextTest, OfTheFirstNodeAndOfAStreamFromTheFirstMoment) {
     EXPECT_THAT(statusJson(stats), testing::HasSubstr(R"("stream":{"drawn":0,)"));
     stats.streamStarted(1);
     EXPECT_THAT(statusJson(stats), testing::HasSubstr(R"("stream":{"seconds":0.0,"drawn":0,)"));
+    EXPECT_THAT(statusPage(stats), testing::HasSubstr("\nBuffers:  0 service\n"));
 }
 
 TEST_F(StatusTextTest, OfAKindBeyondTheLastThereIsNothing) {
