@@ -188,6 +188,31 @@ TEST_F(CameraDesktopDebugTest, OnlyWhoeverTakesTheControllersSurfaceRendersIntoI
     EXPECT_EQ(getpid(), status()["surface"]["renderer"].GetInt());
 }
 
+TEST_F(CameraDesktopDebugTest, ASurfaceIsGoneWithItsStreamAndWithOneThatIsRefused) {
+    stream();
+    EXPECT_EQ("format missing", mWorld.command(R"({"create-surface":{"width":640,"height":480,)"
+                                               R"("consumer-usage":3}})"));
+    EXPECT_FALSE(status()["surface"].IsNull());
+    EXPECT_THAT(mWorld.command(R"({"create-surface":{"width":640,"height":480,)"
+                               R"("consumer-usage":3,"v4l2-format":"ABCD","fps":30}})"),
+                Not(IsEmpty()));
+    EXPECT_TRUE(status()["surface"].IsNull());
+    ASSERT_EQ("", mWorld.command(kNv12));
+    EXPECT_FALSE(status()["surface"].IsNull());
+    mWorld.stopStream();
+    EXPECT_TRUE(status()["surface"].IsNull());
+}
+
+TEST_F(CameraDesktopDebugTest, ADumpAndACommitAreEvents) {
+    stream();
+    const MemoryFile file;
+    debug({"--dump-frames"}, file.fd());
+    EXPECT_THAT(debug({"--json"}), HasSubstr(R"("what":"dump-started")"));
+    EXPECT_THAT(debug({"--json"}), HasSubstr(R"("what":"mode-committed")"));
+    debug({"--end-dump"});
+    EXPECT_THAT(debug({"--json"}), HasSubstr(R"("what":"dump-started","detail":0,"times":1})"));
+}
+
 TEST_F(CameraDesktopDebugTest, APulledCableIsAnEvent) {
     stream();
     mWorld.raiseDisconnected();
