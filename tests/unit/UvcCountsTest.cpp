@@ -153,6 +153,29 @@ TEST_F(UvcCountsTest, AFrameThatTheDriverRefusesIsDropped) {
     EXPECT_EQ(BufferState::FREE, mStats.buffer(0));
 }
 
+TEST_F(UvcCountsTest, ABlobThatJustFitsIsNotTooLargeForADriverThatRefusesIt) {
+    streamJpeg();
+    mKernel.fail("VIDIOC_QBUF", ENODEV);
+    queue(0, makeJpeg(kBlobLength + 100, kBlobLength));
+    EXPECT_EQ(1u, count(Count::DROPPED_REFUSED));
+    EXPECT_EQ(0u, count(Count::DROPPED_TOO_LARGE));
+}
+
+TEST_F(UvcCountsTest, ABlobThatTheCpuMayNotSeeIsDropped) {
+    streamJpeg();
+    queue(0, new GraphicBuffer(1000, 1, HAL_PIXEL_FORMAT_BLOB, 1, GraphicBuffer::USAGE_HW_TEXTURE));
+    EXPECT_EQ(1u, count(Count::DROPPED_UNREADABLE));
+    EXPECT_EQ(0u, count(Count::FRAMES_SENT));
+}
+
+TEST_F(UvcCountsTest, APictureThatTheCpuMayNotSeeIsSentStale) {
+    streamYuyv();
+    queue(1, new GraphicBuffer(640, 480, HAL_PIXEL_FORMAT_YCbCr_420_888, 1,
+                               GraphicBuffer::USAGE_HW_TEXTURE));
+    EXPECT_EQ(1u, count(Count::FRAMES_STALE));
+    EXPECT_EQ(1u, count(Count::FRAMES_SENT));
+}
+
 // --- The host's requests ---
 
 TEST_F(UvcCountsTest, RequestsAreAnsweredOrStalled) {
