@@ -25,7 +25,8 @@ using ::android::hardware::Parcel;
 using ::korvane::hardware::camera::desktop::V1_0::BpHwCameraDesktopCallback;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::DeathLinks;
 
-constexpr size_t kMaxLinks = DeathLinks::kMaxLinks;
+constexpr size_t kMaxLinks = 64;
+static_assert(kMaxLinks == DeathLinks::kMaxLinks);
 
 /** An object of another process: links to it go with who made them, as the runtime has it. */
 class RemoteBinder : public IBinder {

@@ -284,7 +284,12 @@ TEST_F(CameraDesktopDebugTest, AskedWithoutEndEveryAnswerIsWholeAndNoFrameIsLost
 TEST_F(CameraDesktopDebugTest, OtherOptionsAreAnsweredWithALineOnEach) {
     for (const hidl_vec<hidl_string>& options :
          {hidl_vec<hidl_string>{"--help"}, hidl_vec<hidl_string>{"--json", "--json"}}) {
-        EXPECT_THAT(debug(options), HasSubstr("--dump-frames"));
+        EXPECT_EQ(
+                "(nothing)      the status as a page\n"
+                "--json         the status for programs\n"
+                "--dump-frames  write every frame of the stream to the second descriptor, a file\n"
+                "--end-dump     write no more frames\n",
+                debug(options));
     }
 }
 
@@ -350,6 +355,13 @@ TEST_F(CameraDesktopDebugTest, NoDescriptorIsLeftBehind) {
     debug({});
     debug({"--dump-frames"}, file.fd());
     debug({"--dump-frames"});
+    const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    debug({"--dump-frames"}, null);
+    close(null);
+    const std::string path = "/proc/self/fd/" + std::to_string(file.fd());
+    const int readable = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    debug({"--dump-frames"}, readable);
+    close(readable);
     EXPECT_EQ(with, countOpenDescriptors());
     EXPECT_EQ(before + 1, with);
 }
