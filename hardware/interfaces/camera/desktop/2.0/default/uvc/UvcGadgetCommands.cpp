@@ -124,7 +124,7 @@ std::string UvcGadgetHandler::handleCommand(const std::string& command) {
 
     const rapidjson::Value& params = JsonUtils::getValue(status, document, "create-surface", -1);
     if (status == 0) {
-        const std::string refusal = createSurface(params);
+        std::string refusal = createSurface(params);
         if (!refusal.empty()) mStats.note(Event::SURFACE_REFUSED);
         return refusal;
     }
