@@ -13,7 +13,10 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
+
 #include "support/ControllerTest.h"
+#include "support/FrameProducer.h"
 #include "support/PendingCall.h"
 #include "support/UvcFrames.h"
 
@@ -93,6 +96,8 @@ StreamSettings wrappedSettings(const UvcV4l2Ctrl* device) {
 namespace korvane::test {
 namespace {
 
+using ::android::OK;
+using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
 using testing::ElementsAre;
 
 constexpr char kAnyConfig[] = R"({"get-stream-config":1})";
@@ -219,6 +224,34 @@ TEST_F(SurfaceMakingTest, AStreamThatEndsMeanwhileTakesItsSurfaceBackWithoutTheL
     });
     EXPECT_EQ("", mHandler->handleCommand(kCreate));
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kPosted, kCleared, kToldStop));
+}
+
+// The source that was being made belongs to the stream before: the stop took it away.
+TEST_F(SurfaceMakingTest, AStreamThatIsReplacedMeanwhileRefusesTheSurfaceAndTakesTheNextOne) {
+    stream();
+    during("configure for 4", [this] {
+        mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
+        EXPECT_TRUE(mDesktop->waitFor(kToldStop));
+        mWorld.node.sendEvent(UVC_EVENT_STREAMON);
+        EXPECT_TRUE(mDesktop->waitFor(kToldStart));
+    });
+    EXPECT_EQ("not streaming", mHandler->handleCommand(kCreate));
+    EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kToldStop, kToldStart));
+    EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), ElementsAre(error("webcam is not streaming")));
+    EXPECT_EQ(0u, mHandler->stats().surface().format);
+
+    StubDesktop::SurfaceV1 surface;
+    mDesktop->onSurface = [&](const StubDesktop::SurfaceV1& posted) { surface = posted; };
+    EXPECT_EQ("", mHandler->handleCommand(kCreate));
+    mDesktop->onSurface = nullptr;
+    ASSERT_NE(nullptr, surface);
+    FrameProducer camera(new H2BGraphicBufferProducer(surface));
+    ASSERT_EQ(OK, camera.connect());
+    noteSteps();
+    mWorld.node.setAutoSend(true);
+    ASSERT_GE(camera.queue({}), 0);
+    mWorld.node.waitUntilIdle();
+    EXPECT_THAT(steps(), ElementsAre("queue 0", "emptied 0 with fence -1"));
 }
 
 }  // namespace

@@ -34,6 +34,11 @@ UvcBufInfo makeFrame(int slot, const sp<GraphicBuffer>& buffer, int64_t timestam
     return frame;
 }
 
+const char* refuseWithoutStream() {
+    ALOGE("webcam is not streaming");
+    return "not streaming";
+}
+
 }  // namespace
 
 // A source that hasn't been started hands over no frame, so its lock may be taken inside the device
@@ -82,19 +87,19 @@ const char* UvcGadgetHandler::refuseSurface_l() const {
         ALOGE("No video device is setup for webcam mode");
         return "no v4l2 device";
     }
-    if (!mDevice->isStreaming()) {
-        ALOGE("webcam is not streaming");
-        return "not streaming";
-    }
+    if (!mDevice->isStreaming()) return refuseWithoutStream();
     return nullptr;
 }
 
-// A stop doesn't take the device lock, so the stream may have stopped since it was last looked at.
-// A stop that comes after this look withdraws the surface, for which it needs mFrameSourceLock.
+// A stop doesn't take the device lock, so the stream may have stopped since it was last looked at,
+// and another one begun: then the source is no longer the one to which frames come back. A stop
+// that comes after this look withdraws the surface, for which it needs mFrameSourceLock.
 const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
     const auto producer = made.source->getHGraphicBufferProducer_V1_0();
     std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    if (const char* refusal = refuseSurface_l()) {
+    const char* refusal = refuseSurface_l();
+    if (refusal == nullptr && mFrameSource != made.source) refusal = refuseWithoutStream();
+    if (refusal != nullptr) {
         mFrameSource.clear();
         mStats.surfaceGone();
         return refusal;
