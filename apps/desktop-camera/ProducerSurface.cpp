@@ -3,6 +3,7 @@
 
 #include "ProducerSurface.h"
 
+#include <gui/IProducerListener.h>
 #include <log/log.h>
 #include <system/graphics.h>
 #include <system/window.h>
@@ -17,6 +18,7 @@ using android::OK;
 using android::Rect;
 using android::sp;
 using android::status_t;
+using android::StubProducerListener;
 
 namespace {
 
@@ -38,7 +40,9 @@ ProducerSurface::~ProducerSurface() {
 
 status_t ProducerSurface::connect() {
     IGraphicBufferProducer::QueueBufferOutput output;
-    status_t status = mProducer->connect(nullptr, NATIVE_WINDOW_API_CAMERA, true, &output);
+    // It hears nothing, but by its death the service knows that the camera has died.
+    status_t status =
+            mProducer->connect(new StubProducerListener, NATIVE_WINDOW_API_CAMERA, true, &output);
     if (status != OK) return status;
     mConnected = true;
     status = mProducer->setDequeueTimeout(static_cast<nsecs_t>(1e9 / mFormat.fps));

@@ -10,6 +10,7 @@
 #include <semaphore.h>
 #include <unistd.h>
 
+#include <gui/IProducerListener.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 #include <hidl/HidlTransportSupport.h>
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>
@@ -105,7 +106,8 @@ void draw(const sp<GraphicBuffer>& buffer, unsigned frame, const Format& format)
 // Renders until the stream ends; every call fails once its surface has gone.
 void render(const sp<IGraphicBufferProducer>& surface, const Format& format) {
     IGraphicBufferProducer::QueueBufferOutput output;
-    if (surface->connect(nullptr, NATIVE_WINDOW_API_CAMERA, true, &output) != OK) return;
+    const sp<::android::StubProducerListener> listener = new ::android::StubProducerListener;
+    if (surface->connect(listener, NATIVE_WINDOW_API_CAMERA, true, &output) != OK) return;
     sp<GraphicBuffer> buffers[::android::BufferQueueDefs::NUM_BUFFER_SLOTS];
     for (unsigned frame = 0; sWanted; ++frame) {
         usleep(static_cast<useconds_t>(1e6 / format.fps));
@@ -142,8 +144,7 @@ int main() {
         const Format format = askFormat(service);
         const auto surface = format.fps > 0 ? makeSurface(service, format) : nullptr;
         if (surface == nullptr) continue;
-        printf("a stream of %ux%u in %s\n", format.width, format.height, format.fourcc.c_str());
-        fflush(stdout);
+        fprintf(stderr, "a stream of %ux%u\n", format.width, format.height);
         render(surface, format);
     }
 }

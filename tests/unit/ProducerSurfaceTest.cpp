@@ -29,8 +29,10 @@ const PictureFormat kMjpg{"MJPG", 320, 240, 25};
 /** Gives statuses from the test and notes what it was asked. */
 class ScriptedProducer : public test::StubProducer {
   public:
-    Return<void> connect(const Listener&, int32_t api, bool byApp, connect_cb reply) override {
+    Return<void> connect(const Listener& given, int32_t api, bool byApp,
+                         connect_cb reply) override {
         note("connect " + std::to_string(api) + (byApp ? " by an application" : ""));
+        listener = given;
         reply(connected, QueueBufferOutput{});
         return Void();
     }
@@ -63,6 +65,7 @@ class ScriptedProducer : public test::StubProducer {
         return 0;
     }
 
+    Listener listener;
     int32_t connected = 0;
     int32_t timeoutSet = 0;
     int32_t countSet = 0;
@@ -102,6 +105,14 @@ TEST_F(ProducerSurfaceTest, ConnectsAsACameraThatWaitsForNoLongerThanAFrame) {
     }
     EXPECT_THAT(mProducer->calls, ElementsAre("connect 4 by an application", "timeout 40000000",
                                               "at most 2", "disconnect 4"));
+}
+
+TEST_F(ProducerSurfaceTest, GivesTheServiceSomethingWhoseDeathItCanFollow) {
+    ProducerSurface surface(mQueue, kNv12);
+    ASSERT_EQ(android::OK, surface.connect());
+    ASSERT_NE(nullptr, mProducer->listener.get());
+    EXPECT_FALSE(mProducer->listener->needsReleaseNotify())
+            << "that would be a call for each frame";
 }
 
 TEST_F(ProducerSurfaceTest, LeavesAloneWhatItCouldNotConnectTo) {
