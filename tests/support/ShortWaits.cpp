@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <mutex>
+#include <utility>
 
 namespace korvane::test {
 namespace {
@@ -17,6 +18,7 @@ enum class Mode { kReal, kStepOver, kHold };
 
 std::atomic<Mode> sMode{Mode::kReal};
 std::atomic<bool> sStepOverNextFuture{false};
+std::function<void()> sMeanwhile;  // written before and read after the flag is changed
 std::mutex sLock;
 std::vector<std::chrono::nanoseconds>& steppedOverLengths() {
     static auto* sLengths = new std::vector<std::chrono::nanoseconds>;  // for threads that go on
@@ -74,7 +76,13 @@ ShortWaits::~ShortWaits() {
 }
 
 void ShortWaits::stepOverNextFuture(bool stepOver) {
+    sMeanwhile = nullptr;
     sStepOverNextFuture = stepOver;
+}
+
+void ShortWaits::stepOverNextFuture(std::function<void()> meanwhile) {
+    sMeanwhile = std::move(meanwhile);
+    sStepOverNextFuture = true;
 }
 
 void ShortWaits::hold() {
@@ -126,6 +134,7 @@ bool waitForFuture(void* future, unsigned* address, unsigned value, bool hasTime
     const int64_t until = std::chrono::nanoseconds(seconds + nanoseconds).count();
     const int64_t left = until - sNowNs;
     if (isMeant(left) && sStepOverNextFuture.exchange(false)) {
+        if (sMeanwhile) sMeanwhile();
         stepOver(left);
         return false;
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <vector>
 
 namespace korvane::test {
@@ -24,6 +25,8 @@ class ShortWaits {
 
     /** The next wait of that length for a std::future ends at once, too; or, again, does not. */
     void stepOverNextFuture(bool stepOver = true);
+    /** The same, once this has run on the thread that waits: what happens as the time is up. */
+    void stepOverNextFuture(std::function<void()> meanwhile);
 
     /** How long the waits would have been that were stepped over, oldest first. */
     std::vector<std::chrono::nanoseconds> steppedOver() const;

@@ -11,10 +11,12 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "DebugCommand.h"
 #include "support/DaemonWorld.h"
+#include "support/DescriptorZero.h"
 #include "support/OpenDescriptors.h"
 #include "support/StubProducer.h"
 #include "support/SurfaceCamera.h"
@@ -25,6 +27,7 @@ namespace {
 using ::android::hardware::hidl_handle;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -83,6 +86,21 @@ class CameraDesktopDebugTest : public testing::Test {
         mWorld.startStream();
         ASSERT_EQ("", mWorld.command(kNv12));
         mCamera.emplace(mWorld.surface());
+    }
+
+    // The other descriptors that the process has for a file.
+    static std::vector<int> othersFor(const MemoryFile& file) {
+        struct stat wanted = {};
+        struct stat found = {};
+        EXPECT_EQ(0, fstat(file.fd(), &wanted));
+        std::vector<int> others;
+        for (int fd = 0; fd < 4096; ++fd) {
+            if (fd == file.fd() || fstat(fd, &found) != 0) continue;
+            if (found.st_ino == wanted.st_ino && found.st_dev == wanted.st_dev) {
+                others.push_back(fd);
+            }
+        }
+        return others;
     }
 
     void queueFrame() { mCamera->queue(mCamera->dequeue()); }
@@ -295,10 +313,12 @@ TEST_F(CameraDesktopDebugTest, OtherOptionsAreAnsweredWithALineOnEach) {
 
 TEST_F(CameraDesktopDebugTest, WithoutADescriptorThereIsNoAnswer) {
     EXPECT_TRUE(mWorld.service->debug(hidl_handle(), {}).isOk());
+    const MemoryFile file;
     native_handle_t* empty = native_handle_create(0, 1);
-    empty->data[0] = STDOUT_FILENO;  // a number, no descriptor
+    empty->data[0] = file.fd();  // a number, no descriptor
     EXPECT_TRUE(mWorld.service->debug(hidl_handle(empty), {}).isOk());
     native_handle_delete(empty);
+    EXPECT_EQ("", file.bytes());
 }
 
 // --- The dump ---
@@ -335,6 +355,34 @@ TEST_F(CameraDesktopDebugTest, ADumpNeedsAStreamAFileAndToBeTheOnlyOne) {
     EXPECT_EQ("", debug({"--dump-frames"}, file.fd()));
     const MemoryFile other;
     EXPECT_EQ("frames are being written already\n", debug({"--dump-frames"}, other.fd()));
+}
+
+TEST_F(CameraDesktopDebugTest, ADumpsDescriptorIsNotInherited) {
+    stream();
+    const MemoryFile file;
+    debug({"--dump-frames"}, file.fd());
+    const std::vector<int> others = othersFor(file);
+    ASSERT_EQ(1u, others.size());
+    EXPECT_EQ(FD_CLOEXEC, fcntl(others[0], F_GETFD));
+    debug({"--end-dump"});
+    EXPECT_THAT(othersFor(file), IsEmpty());
+}
+
+TEST_F(CameraDesktopDebugTest, ADumpMayHaveDescriptorZero) {
+    stream();
+    const MemoryFile file;
+    const MemoryFile answer;
+    native_handle_t* handle = native_handle_create(2, 0);
+    handle->data[0] = answer.fd();
+    handle->data[1] = file.fd();
+    {
+        const DescriptorZero zero;
+        mWorld.service->debug(hidl_handle(handle), {"--dump-frames"});
+        EXPECT_EQ("", answer.bytes());
+        EXPECT_THAT(othersFor(file), ElementsAre(0));
+        mWorld.service->debug(hidl_handle(handle), {"--end-dump"});
+    }
+    native_handle_delete(handle);
 }
 
 TEST_F(CameraDesktopDebugTest, AFileThatCannotBeWrittenIsRefused) {

@@ -9,10 +9,12 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
@@ -28,6 +30,9 @@ namespace {
 std::atomic<bool> gNoThreads{false};
 std::atomic<int> gCreated{0};
 std::atomic<int> gDetached{0};
+
+// Where a thread that has one stops before it gives its answer, when that has ended already.
+thread_local std::function<void()> tBeforeItsAnswer;
 
 }  // namespace
 
@@ -48,6 +53,14 @@ int __wrap_pthread_detach(pthread_t thread) {
     static const auto sReal =
             reinterpret_cast<decltype(&pthread_detach)>(dlsym(RTLD_DEFAULT, "pthread_detach"));
     return sReal(thread);
+}
+
+// A std::promise is set under a std::once_flag; what is run meanwhile must not set another one.
+int __wrap_pthread_once(pthread_once_t* once, void (*run)()) {
+    if (const auto act = std::exchange(tBeforeItsAnswer, nullptr)) act();
+    static const auto sReal =
+            reinterpret_cast<decltype(&pthread_once)>(dlsym(RTLD_DEFAULT, "pthread_once"));
+    return sReal(once, run);
 }
 
 }  // extern "C"
@@ -240,6 +253,30 @@ TEST_F(ClientEventsTest, ALateAnswerIsDroppedAndAllIsAsBefore) {
     EXPECT_EQ("prompt", answer);
     EXPECT_EQ(1, senders());
     EXPECT_EQ(1u, mWaits.steppedOver().size());
+}
+
+// The answer is there, but who waits for it has not been woken when the two seconds are over.
+TEST_F(ClientEventsTest, AnAnswerThatComesAsTheTimeIsUpCounts) {
+    SilentClient& client = silent();
+    SilentClient& gate = silent();
+    std::promise<void> timeIsUp;
+    mWaits.stepOverNextFuture([&] {
+        client.answer();
+        gate.waitUntilCalled();
+        timeIsUp.set_value();
+    });
+    PendingCall<std::string> event([&] {
+        return send(kStream, [&] {
+            tBeforeItsAnswer = gate.call();
+            return client.call("just in time")();
+        });
+    });
+    timeIsUp.get_future().wait();
+    EXPECT_TRUE(event.isHeldUp());
+    gate.answer();
+    EXPECT_EQ("just in time", event.get());
+    EXPECT_EQ("next", send(kStream, answering("next")));
+    EXPECT_EQ(1, senders());
 }
 
 TEST_F(ClientEventsTest, OthersAreReachedByAThreadOfTheirOwnWhichEnds) {

@@ -19,6 +19,7 @@ namespace {
 
 using ::android::OK;
 using ::android::sp;
+using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -57,6 +58,7 @@ TEST_F(FrameHandOverTest, AFrameWithoutADeviceEndsTheStream) {
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag),
                 ElementsAre(error("No video device is setup for webcam mode")));
     EXPECT_FALSE(fence.isOpen());
+    EXPECT_EQ(1u, mHandler->stats().total(Count::DROPPED_NO_STREAM));
 }
 
 TEST_F(FrameHandOverTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the service knows of itself: a frame's road, the node, the surface, the clients.
 
+#include <functional>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -8,11 +9,25 @@
 
 #include "uvc/ServiceStats.h"
 
+namespace {
+
+// What the time is, where a test says so; the linker leads the counts here.
+std::function<nsecs_t()> sTime;
+
+}  // namespace
+
+extern "C" nsecs_t __real_systemTime(int clock);
+extern "C" nsecs_t __wrap_systemTime(int clock) {
+    return sTime ? sTime() : __real_systemTime(clock);
+}
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
 class ServiceStatsTest : public testing::Test {
   protected:
+    ~ServiceStatsTest() override { sTime = nullptr; }
+
     static uint64_t times(const LatencyHistogram& histogram) {
         uint64_t sum = 0;
         for (size_t i = 0; i < LatencyHistogram::kClasses; ++i) sum += histogram.total(i);
@@ -78,6 +93,29 @@ TEST_F(ServiceStatsTest, AnArrivalThatIsNotKnownIsNotTimed) {
     mStats.frameTook(0, 0);
     mStats.frameTook(1, 1);  // nothing was sent with it
     EXPECT_EQ(0u, times(mStats.queueing()));
+}
+
+// It takes the place of one that came long before, of which nobody must be given the time.
+TEST_F(ServiceStatsTest, AFrameIsKnownOnceItsTimeIs) {
+    mStats.frameArrived(1);
+    int64_t meanwhile = -1;
+    sTime = [&] {
+        meanwhile = mStats.arrivalOf(65);
+        return nsecs_t{5};
+    };
+    mStats.frameArrived(65);
+    EXPECT_EQ(0, meanwhile);
+    EXPECT_EQ(5, mStats.arrivalOf(65));
+}
+
+TEST_F(ServiceStatsTest, TimeIsCountedInMillisecondsFromTheStart) {
+    sTime = [] { return nsecs_t{123}; };
+    const ServiceStats stats;
+    EXPECT_EQ(0, stats.nowMs());
+    sTime = [] { return nsecs_t{123} + 3600 * INT64_C(1000000000) - 1; };
+    EXPECT_EQ(3599999, stats.nowMs());
+    sTime = [] { return nsecs_t{123} + 3600 * INT64_C(1000000000); };
+    EXPECT_EQ(3600000, stats.nowMs());
 }
 
 TEST_F(ServiceStatsTest, BuffersThatThereAreNotAreOnlyCounted) {

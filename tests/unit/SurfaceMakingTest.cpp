@@ -11,9 +11,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <unistd.h>
-
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
+#include <unistd.h>
 
 #include "support/ControllerTest.h"
 #include "support/FrameProducer.h"
@@ -96,6 +95,7 @@ StreamSettings wrappedSettings(const UvcV4l2Ctrl* device) {
 namespace korvane::test {
 namespace {
 
+using ::android::NO_INIT;
 using ::android::OK;
 using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
 using testing::ElementsAre;
@@ -152,6 +152,23 @@ class SurfaceMakingTest : public ControllerTest {
     std::vector<std::string> steps() {
         const std::lock_guard<std::mutex> guard(mLock);
         return mSteps;
+    }
+
+    // The surface that this command posts.
+    StubDesktop::SurfaceV1 createSurface() {
+        StubDesktop::SurfaceV1 surface;
+        mDesktop->onSurface = [&](const StubDesktop::SurfaceV1& posted) { surface = posted; };
+        EXPECT_EQ("", mHandler->handleCommand(kCreate));
+        mDesktop->onSurface = nullptr;
+        return surface;
+    }
+
+    // Whether its frame source still is.
+    static bool exists(const StubDesktop::SurfaceV1& surface) {
+        FrameProducer camera(new H2BGraphicBufferProducer(surface));
+        const status_t status = camera.connect();
+        if (status == OK) camera.disconnect();
+        return status != NO_INIT;
     }
 
   private:
@@ -240,18 +257,43 @@ TEST_F(SurfaceMakingTest, AStreamThatIsReplacedMeanwhileRefusesTheSurfaceAndTake
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), ElementsAre(error("webcam is not streaming")));
     EXPECT_EQ(0u, mHandler->stats().surface().format);
 
-    StubDesktop::SurfaceV1 surface;
-    mDesktop->onSurface = [&](const StubDesktop::SurfaceV1& posted) { surface = posted; };
-    EXPECT_EQ("", mHandler->handleCommand(kCreate));
-    mDesktop->onSurface = nullptr;
-    ASSERT_NE(nullptr, surface);
-    FrameProducer camera(new H2BGraphicBufferProducer(surface));
+    FrameProducer camera(new H2BGraphicBufferProducer(createSurface()));
     ASSERT_EQ(OK, camera.connect());
     noteSteps();
     mWorld.node.setAutoSend(true);
     ASSERT_GE(camera.queue({}), 0);
     mWorld.node.waitUntilIdle();
     EXPECT_THAT(steps(), ElementsAre("queue 0", "emptied 0 with fence -1"));
+}
+
+// --- When a source goes ---
+
+// Its camera may well call back: not while the device is locked.
+TEST_F(SurfaceMakingTest, AReplacedSourceGoesOnceTheDeviceIsUnlockedAndBeforeTheNextOneStarts) {
+    stream();
+    const StubDesktop::SurfaceV1 first = createSurface();
+    bool existed = false;
+    during("rate 30.000000", [&] { existed = exists(first); });
+    const StubDesktop::SurfaceV1 second = createSurface();
+    EXPECT_TRUE(existed);
+    EXPECT_FALSE(exists(first));
+    bool existedAtTheStart = true;
+    during("start", [&] { existedAtTheStart = exists(second); });
+    EXPECT_TRUE(exists(createSurface()));
+    EXPECT_FALSE(existedAtTheStart);
+}
+
+TEST_F(SurfaceMakingTest, TheSourceOfAnEndedStreamGoesOnceTheCameraHasBeenTold) {
+    stream();
+    const StubDesktop::SurfaceV1 surface = createSurface();
+    bool existed = false;
+    mWorld.node.waitUntilIdle();  // nobody is told anything
+    mDesktop->onCommand = [&] { existed = exists(surface); };
+    mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
+    ASSERT_TRUE(mDesktop->waitFor(kToldStop));
+    mWorld.node.waitUntilIdle();
+    EXPECT_TRUE(existed);
+    EXPECT_FALSE(exists(surface));
 }
 
 }  // namespace

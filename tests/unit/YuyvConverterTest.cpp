@@ -223,4 +223,13 @@ TEST(YuyvConverterScratchTest, IsFreedByReleaseAndMadeAgainAfterIt) {
     EXPECT_EQ(128u, converter.scratchSize());
 }
 
+// What they kept of a picture went with the scratch buffer.
+TEST(YuyvConverterScratchTest, AnySizeMayFollowARelease) {
+    YuyvConverter converter;
+    const auto out = convert(converter, YCbCrPicture(YCbCrPicture::I420, 8, 8), {8, 8});
+    converter.release();
+    const auto next = convert(converter, YCbCrPicture(YCbCrPicture::I420, 4, 2), {4, 2});
+    EXPECT_EQ(pictureAsYuyv(4, 2), next);
+}
+
 }  // namespace
