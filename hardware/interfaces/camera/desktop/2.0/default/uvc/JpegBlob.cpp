@@ -35,7 +35,6 @@ uint32_t takeJpegSize(uint8_t* blob, uint32_t capacity) {
     }
     if (size != 0) return size;
     // A fixed text: no function has that name.
-    // A fixed text: no function has that name.
     ALOGW("%s: No JPEG header detected, defaulting to size=width=%d", "getBlobSizeFromCamera",
           capacity);
     return capacity;

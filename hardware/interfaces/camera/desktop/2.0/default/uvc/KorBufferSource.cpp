@@ -55,7 +55,6 @@ KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats) {
         return;
     }
     // Connected: the check below can't fail.
-    // Connected: the check below can't fail.
     mConsumer->setConsumerName(String8(kQueueName));
     KOR_CHECK(372, mInitCheck == NO_ERROR);
 }
@@ -159,7 +158,6 @@ status_t KorBufferSource::onInputBufferAdded(int32_t bufferId) {
     Mutex::Autolock lock(mMutex);
     if (mExecuting) {
         // A fixed text: no function has that name.
-        // A fixed text: no function has that name.
         ALOGE("addCodecBuffer: buffer added while executing");
         return INVALID_OPERATION;
     }
@@ -177,7 +175,6 @@ status_t KorBufferSource::start() {
     if (mStopTimeUs == -1 && mEndOfStream && !haveAvailableBuffers_l()) {
         submitEndOfInputStream_l();
     }
-    // Idle: nothing sets a repeat interval.
     // Idle: nothing sets a repeat interval.
     if (mRepeatIntervalUs >= 1 && mLooper == nullptr) startRepeatLooper_l();
     return OK;

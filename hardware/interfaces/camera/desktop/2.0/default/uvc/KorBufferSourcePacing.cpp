@@ -79,7 +79,6 @@ bool KorBufferSource::applyActions_l(int64_t itemTimeUs) {
     if (mActionQueue.empty() || itemTimeUs < mActionQueue.front().mActionTimeUs) return false;
     const ActionItem nextAction = takeDueAction_l(itemTimeUs);
     // Can't fail: only actions that are due are taken.
-    // Can't fail: only actions that are due are taken.
     KOR_CHECK(665, itemTimeUs >= nextAction.mActionTimeUs);
     switch (nextAction.mAction) {
         case ActionItem::STOP:
@@ -109,7 +108,6 @@ KorBufferSource::ActionItem KorBufferSource::takeDueAction_l(int64_t itemTimeUs)
 }
 
 // Idle: nothing queues a stop.
-// Idle: nothing queues a stop.
 void KorBufferSource::stop_l() {
     mActionQueue.clear();
     releaseAllAvailableBuffers_l();
@@ -126,7 +124,6 @@ bool KorBufferSource::calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTi
     return true;
 }
 
-// Never so: nothing sets the two rates, and the two functions below are idle.
 // Never so: nothing sets the two rates, and the two functions below are idle.
 bool KorBufferSource::isTimeLapse_l() const {
     return mCaptureFps > 0 && (mFps > 2 * mCaptureFps || mCaptureFps > 2 * mFps);

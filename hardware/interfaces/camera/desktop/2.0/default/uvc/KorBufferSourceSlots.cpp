@@ -131,7 +131,6 @@ void KorBufferSource::discardBufferAtSlotIndex_l(ssize_t index) {
     if (buffer->isAcquired()) --mOutstandingAcquires;
     buffer.reset();
     // Can't fail after the line above.
-    // Can't fail after the line above.
     KOR_CHECK(1130, buffer == nullptr);
 }
 

@@ -68,7 +68,6 @@ bool KorBufferSource::fillCodecBuffer_l() {
     if (mSuspended) mStats.count(Count::DROPPED_SUSPENDED);
     if (mSuspended) return true;
     // Idle: nothing sets a time to skip to.
-    // Idle: nothing sets a time to skip to.
     if (mSkipFramesBeforeNs >= 0 && buffer.mTimestampNs < mSkipFramesBeforeNs) return true;
     if (mSkipFramesBeforeNs >= 1) buffer.mTimestampNs -= mSkipFramesBeforeNs;
 
@@ -94,7 +93,6 @@ status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
     const status_t err = mComponent->submitBuffer(bufferId, buffer.mBuffer->graphicBuffer(),
                                                   codecTimeUs, fenceFd);
     if (err != OK) {
-        // A fixed text: no function has that name.
         // A fixed text: no function has that name.
         ALOGW("WARNING: emptyGraphicBuffer failed: 0x%x", err);
         return err;
@@ -172,14 +170,12 @@ void KorBufferSource::useFreeCodecBuffer_l() {
 }
 
 // Idle: nothing ends the stream of a source.
-// Idle: nothing ends the stream of a source.
 void KorBufferSource::submitEndOfInputStream_l() {
     KOR_CHECK(926, mEndOfStream);
     if (mEndOfStreamSent || mFreeCodecBuffers.empty()) return;  // tried again as one comes back
     const int bufferId = mFreeCodecBuffers.front();
     const status_t err = mComponent->submitEos(bufferId);
     if (err != OK) {
-        // A fixed text: no function has that name.
         // A fixed text: no function has that name.
         ALOGW("emptyDirectBuffer EOS failed: 0x%x", err);
         return;

@@ -28,7 +28,6 @@ struct UvcBufInfo {
 
     uint32_t kind = KIND_NONE;
     /** Idle: nothing sets or reads it. */
-    /** Idle: nothing sets or reads it. */
     int32_t bufFd = -1;
     /** Start of the buffer's mapping; null on a frame's way in and while nothing is mapped. */
     uint8_t* addr = nullptr;
@@ -36,7 +35,6 @@ struct UvcBufInfo {
     uint32_t index = 0;
     /** Bytes mapped at addr. */
     uint32_t length = 0;
-    /** Idle: nothing sets or reads it. */
     /** Idle: nothing sets or reads it. */
     int32_t auxFd = -1;
     /** The fence that came with the frame, handed back with it. */

@@ -149,7 +149,6 @@ void UvcV4l2Ctrl::commitFormat_l() {
     pix.field = V4L2_FIELD_ANY;
     if (pix.pixelformat == V4L2_PIX_FMT_MJPEG) pix.sizeimage = pix.width * pix.height * 2;
     // The text names the caller.
-    // The text names the caller.
     ALOGD("%s: commit with fmt: %s, size: %dx%d, fps: %.2f", "handleData",
           mConfig.getFormatName().c_str(), pix.width, pix.height,
           kIntervalsPerSecond / static_cast<float>(mConfig.getFrameInterval()));
