@@ -66,7 +66,7 @@ check_tests() {
 
 check_sites() {
     local there here
-    there=$(grep -rhoE 'KOR_(CHECK|TRESPASS)\([0-9]+' hardware | sed 's/.*(//' | sort -u)
+    there=$(grep -rhoE 'KOR_(CHECK|CHECK_AS|TRESPASS)\([0-9]+' hardware | sed 's/.*(//' | sort -u)
     here=$(sed -n '/^## The fatal checks/,/^## What is idle/p' docs/glossary.md | grep '^|' |
         grep -oE '\b[0-9]{3,4}\b' | sort -u)
     [ "$there" = "$here" ] ||

@@ -94,4 +94,14 @@ std::vector<int64_t> FrameSourceTest::submittedTimes() const {
     return result;
 }
 
+std::vector<int> FrameSourceTest::freeCodecBuffers() {
+    android::CodecBuffers copy = peer.codecBuffers();
+    std::vector<int> result;
+    while (copy.haveFree()) {
+        result.push_back(copy.nextFree());
+        copy.lendNext(nullptr);
+    }
+    return result;
+}
+
 }  // namespace korvane::test

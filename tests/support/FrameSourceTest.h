@@ -41,6 +41,8 @@ class ManualFence {
 
 class FrameSourceTest : public testing::Test {
   protected:
+    using State = android::KorBufferSourcePeer::State;
+
     static constexpr char kTag[] = "KorBufferSource";
     static constexpr uint32_t kMjpg = 0x47504A4D;
     static constexpr uint32_t kH264 = 0x34363248;
@@ -66,6 +68,9 @@ class FrameSourceTest : public testing::Test {
     /** The ids and the times, in microseconds, of what the component was given. */
     std::vector<int> submittedIds() const;
     std::vector<int64_t> submittedTimes() const;
+
+    /** The codec buffers that are free, the next to be lent first. */
+    std::vector<int> freeCodecBuffers();
 
     bool logged(android_LogPriority priority, const std::string& message) const {
         return log.has(priority, kTag, message);

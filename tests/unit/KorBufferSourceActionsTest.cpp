@@ -12,6 +12,8 @@
 namespace {
 
 using android::BAD_VALUE;
+using android::FrameActions;
+using android::FrameTimes;
 using android::INVALID_OPERATION;
 using android::OK;
 using android::UNKNOWN_ERROR;
@@ -38,7 +40,9 @@ namespace {
 using KorBufferSourceActionsTest = FrameSourceTest;
 using KorBufferSourceActionsDeathTest = FrameSourceTest;
 
-enum { PAUSE, RESUME, STOP };
+constexpr int PAUSE = 0;
+constexpr int RESUME = 1;
+constexpr int STOP = 2;
 
 // Pause and resume at once.
 
@@ -107,7 +111,7 @@ TEST_F(KorBufferSourceActionsTest, CanBePausedBeforeItIsStarted) {
     EXPECT_EQ(1u, queue->releases().size());
     EXPECT_EQ(OK, source->start());
     EXPECT_THAT(component->submissions(), IsEmpty());
-    EXPECT_TRUE(peer.suspended());
+    EXPECT_TRUE(peer.actions().isSuspended());
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_EQ(2u, queue->releases().size());
     EXPECT_THAT(component->submissions(), IsEmpty());
@@ -133,10 +137,7 @@ TEST_F(KorBufferSourceActionsTest, RefusesATimeThatIsYetToCome) {
                 ElementsAre(LogLine{
                         ANDROID_LOG_ERROR, kTag,
                         "setSuspend failed. 5001 is larger than current system time 5000 us"}));
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
-    EXPECT_EQ(-1, peer.lastActionTimeUs());
     EXPECT_EQ(OK, source->setSuspend(true, 5000));
-    EXPECT_EQ(5000, peer.lastActionTimeUs());
     gNow.reset();
 }
 
@@ -148,37 +149,25 @@ TEST_F(KorBufferSourceActionsTest, RefusesATimeBeforeThatOfTheLastAction) {
                         ANDROID_LOG_ERROR, kTag,
                         "setSuspend failed. 4999 is smaller than last action time 5000 us"}));
     EXPECT_EQ(OK, source->setSuspend(false, 5000));
-    ASSERT_EQ(2u, peer.actionQueue().size());
-    EXPECT_EQ(PAUSE, peer.actionQueue().front().mAction);
-    EXPECT_EQ(5000, peer.actionQueue().front().mActionTimeUs);
-    EXPECT_EQ(RESUME, peer.actionQueue().back().mAction);
-}
-
-TEST_F(KorBufferSourceActionsTest, TakesAnyPastTimeForTheFirstAction) {
-    EXPECT_EQ(OK, source->setSuspend(true, -5));
-    EXPECT_EQ(-5, peer.lastActionTimeUs());
 }
 
 TEST_F(KorBufferSourceActionsTest, LeavesScheduledActionsAloneWhenPausedAndResumedAtOnce) {
+    start(4);
     ASSERT_EQ(OK, source->setSuspend(true, 5000));
-    for (bool suspend : {true, false}) {
-        EXPECT_EQ(OK, source->setSuspend(suspend, -1));
-        ASSERT_EQ(1u, peer.actionQueue().size());
-        EXPECT_EQ(PAUSE, peer.actionQueue().front().mAction);
-        EXPECT_EQ(5000, peer.actionQueue().front().mActionTimeUs);
-        EXPECT_EQ(5000, peer.lastActionTimeUs());
-    }
+    for (bool suspend : {true, false}) EXPECT_EQ(OK, source->setSuspend(suspend, -1));
+    for (int64_t ms : {4, 5}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(4000));
 }
 
 TEST_F(KorBufferSourceActionsTest, RefusesToPauseOrResumeWhileAStopIsPending) {
-    peer.stopTimeUs() = 0;
+    peer.actions() = FrameActions(0);
     EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, -1));
     EXPECT_EQ(INVALID_OPERATION, source->setSuspend(false, -1));
     EXPECT_EQ(INVALID_OPERATION, source->setSuspend(true, INT64_MAX));
     EXPECT_EQ(3u,
               log.count(ANDROID_LOG_ERROR, kTag, "setSuspend failed as STOP action is pending"));
     EXPECT_EQ(3u, log.lines().size());
-    EXPECT_FALSE(peer.suspended());
+    EXPECT_FALSE(peer.actions().isSuspended());
 }
 
 TEST_F(KorBufferSourceActionsTest, PausesWithTheFirstFrameFromTheTimeOn) {
@@ -187,8 +176,7 @@ TEST_F(KorBufferSourceActionsTest, PausesWithTheFirstFrameFromTheTimeOn) {
     for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(1000));
     EXPECT_EQ(2u, queue->releases().size());
-    EXPECT_TRUE(peer.suspended());
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
+    EXPECT_TRUE(peer.actions().isDiscarding());  // nothing is queued any more
 }
 
 TEST_F(KorBufferSourceActionsTest, ResumesWithTheFirstFrameFromTheTimeOn) {
@@ -197,7 +185,7 @@ TEST_F(KorBufferSourceActionsTest, ResumesWithTheFirstFrameFromTheTimeOn) {
     ASSERT_EQ(OK, source->setSuspend(false, 2000));
     for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(2000, 3000));
-    EXPECT_FALSE(peer.suspended());
+    EXPECT_FALSE(peer.actions().isSuspended());
 }
 
 TEST_F(KorBufferSourceActionsTest, KeepsFramesForAScheduledResumeWhileAllCodecBuffersAreLent) {
@@ -220,11 +208,11 @@ TEST_F(KorBufferSourceActionsTest, GoesOnWithAFrameKeptForAResumeOnceACodecBuffe
     EXPECT_EQ(1, peer.unacquiredCount());
     EXPECT_EQ(2u, queue->releases().size());  // the one that was lent, and one from before the time
     EXPECT_THAT(submittedTimes(), ElementsAre(1000));
-    EXPECT_TRUE(peer.suspended());
+    EXPECT_TRUE(peer.actions().isSuspended());
 
     ASSERT_GE(queueFrame(4 * kMs), 0);  // sets the next one going, which resumes
     EXPECT_THAT(submittedTimes(), ElementsAre(1000, 3000));
-    EXPECT_FALSE(peer.suspended());
+    EXPECT_FALSE(peer.actions().isSuspended());
     EXPECT_EQ(2u, queue->releases().size());
 }
 
@@ -240,12 +228,12 @@ TEST_F(KorBufferSourceActionsTest, ResumesWithTheFrameThatACodecBufferComesBackF
 
 TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeCutTowardsZero) {
     start(4);
-    peer.prevFrameUs() = INT64_MIN;
-    peer.actionQueue().push_back({PAUSE, -1});
+    peer.times() = FrameTimes(stats, {.inputTimeOffsetUs = 10});
+    peer.actions().append({PAUSE, -1});
     ASSERT_GE(queueFrame(-2000), 0);
     ASSERT_GE(queueFrame(-1999), 0);
-    EXPECT_THAT(submittedTimes(), ElementsAre(-2));
-    EXPECT_TRUE(peer.suspended());
+    EXPECT_THAT(submittedTimes(), ElementsAre(8));
+    EXPECT_TRUE(peer.actions().isSuspended());
 }
 
 TEST_F(KorBufferSourceActionsTest, AppliesTheLastOfSeveralActionsThatAreDue) {
@@ -255,7 +243,6 @@ TEST_F(KorBufferSourceActionsTest, AppliesTheLastOfSeveralActionsThatAreDue) {
     }
     ASSERT_GE(queueFrame(2500000), 0);  // past pause and resume
     EXPECT_THAT(submittedTimes(), ElementsAre(2500));
-    EXPECT_EQ(1u, peer.actionQueue().size());
     ASSERT_GE(queueFrame(3 * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(2500));
 }
@@ -266,10 +253,9 @@ TEST_F(KorBufferSourceActionsTest, AppliesAllActionsOfTheSameTimeWithTheFrameOfT
     ASSERT_EQ(OK, source->setSuspend(false, 2000));
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(2000));
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceActionsTest, GoesOnBehindTheFramesOfAPauseWhenStarted) {
+TEST_F(KorBufferSourceActionsTest, GoesOnAfterTheFramesOfAPauseWhenStarted) {
     prepare(3);
     for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
     ASSERT_EQ(OK, source->setSuspend(true, 1000));
@@ -280,7 +266,7 @@ TEST_F(KorBufferSourceActionsTest, GoesOnBehindTheFramesOfAPauseWhenStarted) {
 
 TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeWithoutOffset) {
     start(4);
-    peer.inputTimeOffsetUs() = 5000;
+    peer.times() = FrameTimes(stats, {.inputTimeOffsetUs = 5000});
     ASSERT_EQ(OK, source->setSuspend(true, 2000));
     ASSERT_GE(queueFrame(1 * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(6000));
@@ -288,7 +274,7 @@ TEST_F(KorBufferSourceActionsTest, AppliesActionsByTheTimeWithoutOffset) {
 
 TEST_F(KorBufferSourceActionsDeathTest, AbortsOnAnUnknownAction) {
     start(1);
-    peer.actionQueue().push_back({3, 0});
+    peer.actions().append({3, 0});
     EXPECT_DEATH(queueFrame(1 * kMs), fatalLine(691, "Should not be here. Unknown action type"));
 }
 
@@ -296,60 +282,58 @@ TEST_F(KorBufferSourceActionsDeathTest, AbortsOnAnUnknownAction) {
 
 TEST_F(KorBufferSourceActionsTest, EndsTheStreamWithAStop) {
     start(2);
-    peer.actionQueue().push_back({STOP, 2000});
-    const int32_t generation = peer.repeatGeneration();
+    peer.actions().append({STOP, 2000});
+    const int32_t generation = peer.repetition().generation();
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
     EXPECT_THAT(component->submissions(), IsEmpty());
-    EXPECT_TRUE(peer.endOfStream());
-    EXPECT_TRUE(peer.endOfStreamSent());
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(1));
+    EXPECT_EQ(State::ENDED, peer.state());
+    EXPECT_THAT(freeCodecBuffers(), ElementsAre(1));
     EXPECT_EQ(1u, queue->releases().size());
-    EXPECT_EQ(generation + 2, peer.repeatGeneration());  // for the frame and for the end
+    EXPECT_EQ(generation + 2, peer.repetition().generation());  // for the frame and for the end
 }
 
 TEST_F(KorBufferSourceActionsTest, StaysPausedWithAStop) {
     start(2);
-    peer.actionQueue().push_back({STOP, 2000});
+    peer.actions().append({STOP, 2000});
     ASSERT_EQ(OK, source->setSuspend(true, -1));
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
-    EXPECT_TRUE(peer.suspended());
+    EXPECT_TRUE(peer.actions().isSuspended());
 }
 
 TEST_F(KorBufferSourceActionsTest, IsDoneWithAFrameThatStops) {
     prepare(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.actionQueue().push_back({STOP, 0});
-    peer.executing() = true;
+    peer.actions().append({STOP, 0});
+    peer.state() = State::EXECUTING;
     EXPECT_TRUE(peer.fillCodecBuffer());
 }
 
 TEST_F(KorBufferSourceActionsTest, GivesAllWaitingFramesBackWithAStop) {
     prepare(1);
     for (int64_t ms : {1, 2, 3}) ASSERT_GE(queueFrame(ms * kMs), 0);
-    peer.actionQueue().push_back({STOP, 0});
-    peer.actionQueue().push_back({PAUSE, 0});
+    peer.actions().append({STOP, 0});
+    peer.actions().append({PAUSE, 0});
     ASSERT_EQ(OK, source->start());
     EXPECT_EQ(3u, queue->releases().size());
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
-    EXPECT_FALSE(peer.suspended());
+    EXPECT_FALSE(peer.actions().isSuspended());
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));  // sent once
 }
 
-TEST_F(KorBufferSourceActionsTest, LooksAtNoActionBehindAStop) {
+TEST_F(KorBufferSourceActionsTest, LooksAtNoActionAfterAStop) {
     start(2);
-    peer.actionQueue().push_back({PAUSE, 0});
-    peer.actionQueue().push_back({STOP, 0});
-    peer.actionQueue().push_back({RESUME, 0});
+    peer.actions().append({PAUSE, 0});
+    peer.actions().append({STOP, 0});
+    peer.actions().append({RESUME, 0});
     ASSERT_GE(queueFrame(1 * kMs), 0);
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
     EXPECT_THAT(component->submissions(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceActionsTest, IgnoresFramesBehindTheEndOfTheStream) {
+TEST_F(KorBufferSourceActionsTest, IgnoresFramesAfterTheEndOfTheStream) {
     start(2);
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
     EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_WARN, kTag,
                                                      "onFrameAvailable: EOS is sent, ignoring "
@@ -358,11 +342,11 @@ TEST_F(KorBufferSourceActionsTest, IgnoresFramesBehindTheEndOfTheStream) {
     EXPECT_THAT(component->submissions(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceActionsTest, GivesFramesBehindTheEndBackEvenWithAllCodecBuffersLent) {
+TEST_F(KorBufferSourceActionsTest, GivesFramesAfterTheEndBackEvenWithAllCodecBuffersLent) {
     start(1);
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
-    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
+    EXPECT_THAT(freeCodecBuffers(), IsEmpty());
     EXPECT_EQ(2u, queue->releases().size());
     EXPECT_EQ(0, peer.unacquiredCount());
 }
@@ -370,10 +354,9 @@ TEST_F(KorBufferSourceActionsTest, GivesFramesBehindTheEndBackEvenWithAllCodecBu
 TEST_F(KorBufferSourceActionsTest, StillLendsFramesBeforeTheEndIsSent) {
     start(2);
     component->eosResult = UNKNOWN_ERROR;
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     ASSERT_GE(queueFrame(1 * kMs), 0);  // asks for the end, which is refused
-    ASSERT_TRUE(peer.endOfStream());
-    ASSERT_FALSE(peer.endOfStreamSent());
+    ASSERT_EQ(State::ENDING, peer.state());
     log.clear();
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_THAT(submittedTimes(), ElementsAre(2000));
@@ -384,38 +367,38 @@ TEST_F(KorBufferSourceActionsTest, StillLendsFramesBeforeTheEndIsSent) {
 TEST_F(KorBufferSourceActionsTest, LeavesFramesInTheQueueBeforeTheEndIsSent) {
     start(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.endOfStream() = true;
-    const int32_t generation = peer.repeatGeneration();
+    peer.state() = State::ENDING;
+    const int32_t generation = peer.repetition().generation();
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_EQ(1, peer.unacquiredCount());
-    EXPECT_EQ(generation + 1, peer.repeatGeneration());
+    EXPECT_EQ(generation + 1, peer.repetition().generation());
     EXPECT_THAT(peer.availableBuffers(), IsEmpty());
 }
 
 TEST_F(KorBufferSourceActionsTest, ReturnsTheCodecBufferOfTheEndWithAnErrorButQuietly) {
     start(1);
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     ASSERT_GE(queueFrame(1 * kMs), 0);
     EXPECT_EQ(BAD_VALUE, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(log.lines(), IsEmpty());
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
+    EXPECT_THAT(freeCodecBuffers(), ElementsAre(0));
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
 }
 
 TEST_F(KorBufferSourceActionsTest, SendsTheEndOnlyOnce) {
     start(2);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     ASSERT_GE(queueFrame(2 * kMs), 0);
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(component->endsOfStream(), ElementsAre(1));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
+    EXPECT_THAT(freeCodecBuffers(), ElementsAre(0));
 }
 
 TEST_F(KorBufferSourceActionsTest, SendsTheEndOnceACodecBufferIsFree) {
     start(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.endOfStream() = true;
+    peer.state() = State::ENDING;
     EXPECT_THAT(component->endsOfStream(), IsEmpty());
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
@@ -424,61 +407,67 @@ TEST_F(KorBufferSourceActionsTest, SendsTheEndOnceACodecBufferIsFree) {
 TEST_F(KorBufferSourceActionsTest, WaitsWithTheEndWhileAStopTimeIsSet) {
     start(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.endOfStream() = true;
-    peer.stopTimeUs() = 0;
+    peer.state() = State::ENDING;
+    peer.actions() = FrameActions(0);
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(component->endsOfStream(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceActionsTest, SendsTheEndWhenStartedBehindIt) {
+TEST_F(KorBufferSourceActionsTest, TriesAnEndAgainThatWasRefusedWhileItWasStarted) {
     prepare(1);
-    peer.endOfStream() = true;
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    peer.actions().append({STOP, 0});
+    component->eosResult = UNKNOWN_ERROR;
     ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0, 0));
+    EXPECT_EQ(State::ENDING, peer.state());
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithoutAStop) {
+    prepare(1);
+    ASSERT_EQ(OK, source->start());
+    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+    EXPECT_EQ(State::EXECUTING, peer.state());
+}
+
+TEST_F(KorBufferSourceActionsTest, SendsNoEndAgainWhenStartedWhileAFrameWaits) {
+    prepare(1);
+    ASSERT_GE(queueFrame(1 * kMs), 0);
+    queue->setResult("acquireBuffer", INVALID_OPERATION);
+    ASSERT_GE(queueFrame(2 * kMs), 0);
+    peer.actions().append({STOP, 0});
+    component->eosResult = UNKNOWN_ERROR;
+    ASSERT_EQ(OK, source->start());
+    EXPECT_EQ(1, peer.unacquiredCount());
     EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
 }
 
-TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithoutACodecBuffer) {
-    prepare(0);
-    peer.endOfStream() = true;
-    ASSERT_EQ(OK, source->start());
-    EXPECT_THAT(component->endsOfStream(), IsEmpty());
-    EXPECT_FALSE(peer.endOfStreamSent());
-}
-
-TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWhileAFrameWaits) {
+TEST_F(KorBufferSourceActionsTest, SendsNoEndAgainWhenStartedWithAStopTime) {
     prepare(1);
-    queue->setResult("acquireBuffer", INVALID_OPERATION);
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.endOfStream() = true;
+    peer.actions() = FrameActions(0);
+    peer.actions().append({STOP, 0});
+    component->eosResult = UNKNOWN_ERROR;
     ASSERT_EQ(OK, source->start());
-    EXPECT_EQ(1, peer.unacquiredCount());
-    EXPECT_THAT(component->endsOfStream(), IsEmpty());
-}
-
-TEST_F(KorBufferSourceActionsTest, SendsNoEndWhenStartedWithAStopTime) {
-    prepare(1);
-    peer.endOfStream() = true;
-    peer.stopTimeUs() = 0;
-    ASSERT_EQ(OK, source->start());
-    EXPECT_THAT(component->endsOfStream(), IsEmpty());
+    EXPECT_THAT(component->endsOfStream(), ElementsAre(0));
 }
 
 TEST_F(KorBufferSourceActionsTest, TriesTheEndAgainWhenTheComponentRefusesIt) {
     start(2);
     ASSERT_GE(queueFrame(1 * kMs), 0);
     component->eosResult = UNKNOWN_ERROR;
-    peer.actionQueue().push_back({STOP, 0});
+    peer.actions().append({STOP, 0});
     log.clear();
     ASSERT_GE(queueFrame(2 * kMs), 0);
     EXPECT_THAT(log.lines(kTag), ElementsAre(LogLine{ANDROID_LOG_WARN, kTag,
                                                      "emptyDirectBuffer EOS failed: 0x80000000"}));
-    EXPECT_FALSE(peer.endOfStreamSent());
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(1));
+    EXPECT_EQ(State::ENDING, peer.state());
+    EXPECT_THAT(freeCodecBuffers(), ElementsAre(1));
 
     component->eosResult = OK;
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(component->endsOfStream(), ElementsAre(1, 1));
-    EXPECT_TRUE(peer.endOfStreamSent());
+    EXPECT_EQ(State::ENDED, peer.state());
 }
 
 }  // namespace

@@ -10,6 +10,7 @@ namespace korvane::test {
 namespace {
 
 using android::AMessage;
+using android::FrameRepetition;
 using android::OK;
 using android::sp;
 using Count = ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
@@ -50,8 +51,7 @@ TEST_F(KorBufferSourceCountsTest, FramesThatComeTooSoonAreDropped) {
 
 TEST_F(KorBufferSourceCountsTest, FramesThatComeTooSoonForATimeLapseAreDropped) {
     start(4);
-    peer.captureFps() = 1;
-    peer.fps() = 30;
+    peer.times() = android::FrameTimes(stats, {.captureFps = 1, .fps = 30});
     queueFrame(0);
     queueFrame(449 * kMs);
     EXPECT_EQ(1u, component->submissions().size());
@@ -67,12 +67,12 @@ TEST_F(KorBufferSourceCountsTest, AFrameWhoseGraphicBufferNeverCameIsDropped) {
 
 TEST_F(KorBufferSourceCountsTest, OnlyAFramesFirstWayIsTimed) {
     start(2);
-    peer.repeatIntervalUs() = 10000;
+    peer.repetition() = FrameRepetition(10000);
     stats.frameSent(0);  // which are the component's to tell
     stats.frameSent(1);
     queueFrame(1 * kMs);
     const sp<AMessage> due = new AMessage(0, nullptr);
-    due->setInt32("generation", peer.repeatGeneration());
+    due->setInt32("generation", peer.repetition().generation());
     peer.onMessageReceived(due);
     ASSERT_EQ(2u, component->submissions().size());
     uint64_t timed = 0;
@@ -121,10 +121,10 @@ TEST_F(KorBufferSourceCountsTest, AFrameThatASuspensionOfItsTimeCatchesIsDropped
 
 TEST_F(KorBufferSourceCountsTest, ARepetitionIsSentAgainButNotDrawn) {
     start(2);
-    peer.repeatIntervalUs() = 10000;
+    peer.repetition() = FrameRepetition(10000);
     queueFrame(1 * kMs);
     const sp<AMessage> due = new AMessage(0, nullptr);
-    due->setInt32("generation", peer.repeatGeneration());
+    due->setInt32("generation", peer.repetition().generation());
     peer.onMessageReceived(due);
     EXPECT_EQ(2u, component->submissions().size());
     EXPECT_EQ(1u, count(Count::FRAMES_REPEATED));

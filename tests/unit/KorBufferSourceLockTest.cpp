@@ -79,7 +79,7 @@ TEST_F(KorBufferSourceLockTest, HoldsItOverEveryCallOfItsComponent) {
     ASSERT_EQ(OK, producer.connect(4));
     ASSERT_EQ(OK, source->start());
     ASSERT_GE(queueFrame(1 * kMs), 0);
-    peer.endOfStream() = true;
+    peer.state() = State::ENDING;
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(watcher->locked, ElementsAre(true, true, true));  // dataspace, frame, end
     EXPECT_FALSE(isLocked());
@@ -114,7 +114,6 @@ TEST_F(KorBufferSourceLockTest, SetsTheBufferCountBeforeItTakesIt) {
     PendingCall<status_t> configuring([this] { return configure(); });
     EXPECT_TRUE(configuring.isHeldUp());
     EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount"));
-    EXPECT_EQ(nullptr, peer.component());
     peer.mutex().unlock();
     EXPECT_EQ(OK, configuring.get());
 }

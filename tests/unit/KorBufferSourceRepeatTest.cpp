@@ -13,6 +13,7 @@ namespace {
 
 using android::AMessage;
 using android::Fence;
+using android::FrameRepetition;
 using android::KorBufferSource;
 using android::OK;
 using android::sp;
@@ -31,7 +32,7 @@ class KorBufferSourceRepeatTest : public FrameSourceTest {
   protected:
     void startRepeating(int codecBuffers) {
         start(codecBuffers);
-        peer.repeatIntervalUs() = kIntervalUs;
+        peer.repetition() = FrameRepetition(kIntervalUs);
     }
 
     static sp<AMessage> repeatMessage(int32_t generation) {
@@ -40,7 +41,14 @@ class KorBufferSourceRepeatTest : public FrameSourceTest {
         return msg;
     }
 
-    void repeatIsDue() { peer.onMessageReceived(repeatMessage(peer.repeatGeneration())); }
+    int repetitionsLeft() const {
+        FrameRepetition copy = peer.repetition();
+        int left = 1;
+        while (copy.noteRepeated()) ++left;
+        return left;
+    }
+
+    void repeatIsDue() { peer.onMessageReceived(repeatMessage(peer.repetition().generation())); }
 };
 
 using KorBufferSourceRepeatDeathTest = KorBufferSourceRepeatTest;
@@ -48,10 +56,11 @@ using KorBufferSourceRepeatDeathTest = KorBufferSourceRepeatTest;
 TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForItsRepetition) {
     startRepeating(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    EXPECT_NE(nullptr, peer.latestBuffer().mBuffer);
-    EXPECT_EQ(110 * kMs, peer.latestBuffer().mTimestampNs);
-    EXPECT_EQ(10, peer.outstandingRepeatCount());
-    EXPECT_EQ(1, peer.repeatGeneration());  // for the frame: nobody is there to be told later
+    EXPECT_NE(nullptr, peer.repetition().latest().mBuffer);
+    EXPECT_EQ(110 * kMs, peer.repetition().latest().mTimestampNs);
+    EXPECT_EQ(10, repetitionsLeft());
+    EXPECT_EQ(1,
+              peer.repetition().generation());  // for the frame: nobody is there to be told later
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_THAT(queue->releases(), IsEmpty());  // still held
 }
@@ -59,17 +68,17 @@ TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForItsRepetition) {
 TEST_F(KorBufferSourceRepeatTest, KeepsNoFrameWithoutAnInterval) {
     start(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
-    peer.repeatIntervalUs() = 0;
+    EXPECT_EQ(nullptr, peer.repetition().latest().mBuffer);
+    peer.repetition() = FrameRepetition(0);
     ASSERT_GE(queueFrame(200 * kMs), 0);
-    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
+    EXPECT_EQ(nullptr, peer.repetition().latest().mBuffer);
 }
 
 TEST_F(KorBufferSourceRepeatTest, KeepsTheLatestFrameForTheShortestInterval) {
     startRepeating(1);
-    peer.repeatIntervalUs() = 1;
+    peer.repetition() = FrameRepetition(1);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    EXPECT_EQ(100 * kMs + 1000, peer.latestBuffer().mTimestampNs);
+    EXPECT_EQ(100 * kMs + 1000, peer.repetition().latest().mTimestampNs);
 }
 
 TEST_F(KorBufferSourceRepeatTest, LendsTheLatestFrameAgainAnIntervalLater) {
@@ -79,8 +88,8 @@ TEST_F(KorBufferSourceRepeatTest, LendsTheLatestFrameAgainAnIntervalLater) {
     EXPECT_THAT(submittedIds(), ElementsAre(0, 1));
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 110000));
     EXPECT_EQ(component->submissions()[0].buffer, component->submissions()[1].buffer);
-    EXPECT_EQ(120 * kMs, peer.latestBuffer().mTimestampNs);
-    EXPECT_EQ(9, peer.outstandingRepeatCount());
+    EXPECT_EQ(120 * kMs, peer.repetition().latest().mTimestampNs);
+    EXPECT_EQ(9, repetitionsLeft());
 }
 
 TEST_F(KorBufferSourceRepeatTest, ReleasesARepeatedFrameWhenAllItsReadersAreDone) {
@@ -105,11 +114,11 @@ TEST_F(KorBufferSourceRepeatTest, ReleasesARepeatedFrameWhenAllItsReadersAreDone
 TEST_F(KorBufferSourceRepeatTest, IgnoresARepetitionThatANewFrameHasOvertaken) {
     startRepeating(4);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    const auto overtaken = repeatMessage(peer.repeatGeneration());
+    const auto overtaken = repeatMessage(peer.repetition().generation());
     ASSERT_GE(queueFrame(105 * kMs), 0);
     peer.onMessageReceived(overtaken);
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 105000));
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsNothingWhileAFrameWaits) {
@@ -117,27 +126,27 @@ TEST_F(KorBufferSourceRepeatTest, RepeatsNothingWhileAFrameWaits) {
     ASSERT_GE(queueFrame(100 * kMs), 0);
     ASSERT_GE(queueFrame(105 * kMs), 0);  // stays in the queue
     repeatIsDue();
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
     EXPECT_EQ(1u, component->submissions().size());
 }
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsNothingWhenNotExecuting) {
     startRepeating(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    peer.executing() = false;
+    peer.state() = State::IDLE;
     repeatIsDue();
     EXPECT_EQ(1u, component->submissions().size());
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsOnceACodecBufferIsFree) {
     startRepeating(1);
     ASSERT_GE(queueFrame(100 * kMs), 0);
     repeatIsDue();
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
     EXPECT_EQ(1u, component->submissions().size());
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 110000));
 }
 
@@ -151,7 +160,7 @@ TEST_F(KorBufferSourceRepeatTest, RepeatsUnaskedOnlyWhenARepetitionWasBlocked) {
 TEST_F(KorBufferSourceRepeatTest, IsBlockedWithoutAFrame) {
     startRepeating(1);
     repeatIsDue();
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, IsBlockedWhilePausedAndGoesOnWhenResumed) {
@@ -159,20 +168,20 @@ TEST_F(KorBufferSourceRepeatTest, IsBlockedWhilePausedAndGoesOnWhenResumed) {
     ASSERT_GE(queueFrame(100 * kMs), 0);
     ASSERT_EQ(OK, source->setSuspend(true, -1));
     repeatIsDue();
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
     ASSERT_EQ(OK, source->setSuspend(false, -1));
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
     EXPECT_THAT(submittedTimes(), ElementsAre(100000, 110000));
 }
 
 TEST_F(KorBufferSourceRepeatTest, IsNoLongerBlockedOnceTheLastRepetitionWentOut) {
     startRepeating(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    peer.outstandingRepeatCount() = 1;
-    peer.repeatBlocked() = true;
+    while (repetitionsLeft() > 1) peer.repetition().noteRepeated();
+    peer.repetition().setBlocked(true);
     ASSERT_EQ(OK, source->setSuspend(false, -1));
     EXPECT_EQ(2u, component->submissions().size());
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingUnlessBlocked) {
@@ -184,17 +193,17 @@ TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingUnlessBlocked) {
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingBeforeTheStart) {
     prepare(2);
-    peer.repeatBlocked() = true;
+    peer.repetition().setBlocked(true);
     ASSERT_EQ(OK, source->setSuspend(false, -1));
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, RepeatsNothingOnResumingWhileAFrameWaits) {
     startRepeating(1);
     for (int64_t ms : {100, 105}) ASSERT_GE(queueFrame(ms * kMs), 0);
-    peer.repeatBlocked() = true;
+    peer.repetition().setBlocked(true);
     ASSERT_EQ(OK, source->setSuspend(false, -1));
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
     EXPECT_EQ(1u, component->submissions().size());
 }
 
@@ -203,7 +212,7 @@ TEST_F(KorBufferSourceRepeatTest, StaysBlockedWhenItCannotRepeatOnResuming) {
     ASSERT_GE(queueFrame(100 * kMs), 0);
     repeatIsDue();
     ASSERT_EQ(OK, source->setSuspend(false, -1));
-    EXPECT_TRUE(peer.repeatBlocked());
+    EXPECT_TRUE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, IsBlockedWhenTheComponentRefuses) {
@@ -211,9 +220,9 @@ TEST_F(KorBufferSourceRepeatTest, IsBlockedWhenTheComponentRefuses) {
     ASSERT_GE(queueFrame(100 * kMs), 0);
     component->submitResult = android::UNKNOWN_ERROR;
     repeatIsDue();
-    EXPECT_TRUE(peer.repeatBlocked());
-    EXPECT_EQ(10, peer.outstandingRepeatCount());
-    EXPECT_EQ(110 * kMs, peer.latestBuffer().mTimestampNs);
+    EXPECT_TRUE(peer.repetition().isBlocked());
+    EXPECT_EQ(10, repetitionsLeft());
+    EXPECT_EQ(110 * kMs, peer.repetition().latest().mTimestampNs);
 }
 
 TEST_F(KorBufferSourceRepeatTest, GivesUpABlockedRepetitionThatTheComponentRefuses) {
@@ -223,34 +232,23 @@ TEST_F(KorBufferSourceRepeatTest, GivesUpABlockedRepetitionThatTheComponentRefus
     component->submitResult = android::UNKNOWN_ERROR;
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     EXPECT_EQ(2u, component->submissions().size());
-    EXPECT_FALSE(peer.repeatBlocked());
+    EXPECT_FALSE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, IsNoLongerBlockedWithANewFrame) {
     startRepeating(2);
-    peer.repeatBlocked() = true;
+    peer.repetition().setBlocked(true);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    EXPECT_FALSE(peer.repeatBlocked());
-}
-
-TEST_F(KorBufferSourceRepeatTest, AdvancesTheTimeUnlessItWasTheLastRepetition) {
-    startRepeating(3);
-    ASSERT_GE(queueFrame(100 * kMs), 0);
-    peer.outstandingRepeatCount() = 2;
-    repeatIsDue();
-    EXPECT_EQ(120 * kMs, peer.latestBuffer().mTimestampNs);
-    repeatIsDue();
-    EXPECT_EQ(120 * kMs, peer.latestBuffer().mTimestampNs);
-    EXPECT_EQ(0, peer.outstandingRepeatCount());
+    EXPECT_FALSE(peer.repetition().isBlocked());
 }
 
 TEST_F(KorBufferSourceRepeatTest, ForgetsTheLatestFrameWithTheEndOfTheStream) {
     startRepeating(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
-    peer.endOfStream() = true;
+    peer.state() = State::ENDING;
     peer.submitEndOfInputStream();
-    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
+    EXPECT_EQ(nullptr, peer.repetition().latest().mBuffer);
     EXPECT_EQ(1u, queue->releases().size());
 }
 
@@ -276,7 +274,7 @@ class RepeatLooperTest : public FrameSourceTest {
   protected:
     void startRepeating(int codecBuffers, int64_t intervalUs) {
         prepare(codecBuffers);
-        peer.repeatIntervalUs() = intervalUs;
+        peer.repetition() = FrameRepetition(intervalUs);
         ASSERT_EQ(OK, source->start());
         ASSERT_NE(nullptr, peer.looper());
     }
@@ -326,7 +324,7 @@ TEST_F(RepeatLooperTest, RepeatsAFrameTenTimes) {
 TEST_F(RepeatLooperTest, RepeatsAFrameThatWasThereBeforeTheStart) {
     prepare(2);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    peer.repeatIntervalUs() = 1000;
+    peer.repetition() = FrameRepetition(1000);
     ASSERT_EQ(OK, source->start());
     ASSERT_EQ(2u, component->waitFor(2).size());
     EXPECT_EQ(101000, submittedTimes()[1]);
@@ -355,7 +353,7 @@ TEST_F(RepeatLooperTest, GoesOnWhenTheSourceIsStartedAgain) {
     startRepeating(1, 1000000);
     const sp<android::ALooper> looper = peer.looper();
     ASSERT_EQ(OK, configure());
-    peer.repeatIntervalUs() = 1000000;
+    peer.repetition() = FrameRepetition(1000000);
     ASSERT_EQ(OK, source->start());
     EXPECT_EQ(looper, peer.looper());
 }
@@ -363,15 +361,15 @@ TEST_F(RepeatLooperTest, GoesOnWhenTheSourceIsStartedAgain) {
 TEST_F(RepeatLooperTest, RaisesTheGenerationWithEveryPostedRepetition) {
     startRepeating(2, 1000000000);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    EXPECT_EQ(2, peer.repeatGeneration());  // for the frame and for its repetition
+    EXPECT_EQ(2, peer.repetition().generation());  // for the frame and for its repetition
     peer.repeatLatestBuffer();
-    EXPECT_EQ(3, peer.repeatGeneration());
+    EXPECT_EQ(3, peer.repetition().generation());
 }
 
 TEST_F(RepeatLooperTest, BeginsAnewWithANewFrame) {
     startRepeating(2, 1000000000);
     ASSERT_GE(queueFrame(100 * kMs), 0);
-    peer.repeatIntervalUs() = 1000;
+    peer.repetition() = FrameRepetition(1000);  // the frame is still lent
     ASSERT_GE(queueFrame(200 * kMs), 0);
     ASSERT_EQ(OK, source->onInputBufferEmptied(0, -1));
     ASSERT_EQ(3u, component->waitFor(3).size());

@@ -14,6 +14,9 @@
 namespace {
 
 using android::BAD_VALUE;
+using android::FrameActions;
+using android::FrameRepetition;
+using android::FrameTimes;
 using android::INVALID_OPERATION;
 using android::KorBufferSource;
 using android::NO_INIT;
@@ -32,7 +35,17 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-using KorBufferSourceTest = FrameSourceTest;
+class KorBufferSourceTest : public FrameSourceTest {
+  protected:
+    /** Starts, and sees whether a frame comes to the component. */
+    bool lendsToItsComponent() {
+        EXPECT_EQ(OK, source->onInputBufferAdded(0));
+        EXPECT_EQ(OK, producer.connect());
+        EXPECT_EQ(OK, source->start());
+        EXPECT_GE(queueFrame(1 * kMs), 0);
+        return !component->submissions().empty();
+    }
+};
 using KorBufferSourceDeathTest = FrameSourceTest;
 
 TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication) {
@@ -40,49 +53,18 @@ TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication
     EXPECT_THAT(queue->calls(), ElementsAre("consumerConnect", "setConsumerName"));
     EXPECT_FALSE(queue->controlledByApp);
     EXPECT_EQ("KorBufferSource", queue->name);
-    EXPECT_EQ(OK, peer.initCheck());
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-// Neither started, paused nor ended, and frames go on as they come.
-void expectNoPacing(android::KorBufferSourcePeer peer) {
-    EXPECT_FALSE(peer.executing());
-    EXPECT_FALSE(peer.suspended());
-    EXPECT_FALSE(peer.endOfStream());
-    EXPECT_FALSE(peer.endOfStreamSent());
-    EXPECT_EQ(-1, peer.skipFramesBeforeNs());
-    EXPECT_EQ(nullptr, peer.frameDropper());
-    EXPECT_EQ(-1, peer.repeatIntervalUs());
-    EXPECT_EQ(0, peer.repeatGeneration());
-    EXPECT_EQ(0, peer.outstandingRepeatCount());
-    EXPECT_EQ(nullptr, peer.latestBuffer().mBuffer);
-    EXPECT_EQ(0, peer.latestBuffer().mTimestampNs);
-    EXPECT_EQ(0u, peer.latestBuffer().mDataSpace);
-    EXPECT_EQ(0, peer.latestBuffer().mArrivedNs);
-    EXPECT_FALSE(peer.repeatBlocked());
-    EXPECT_EQ(-1, peer.baseCaptureUs());
-    EXPECT_EQ(-1, peer.baseFrameUs());
-    EXPECT_EQ(0, peer.frameCount());
-    EXPECT_EQ(-1, peer.prevCaptureUs());
-    EXPECT_EQ(-1, peer.prevFrameUs());
-    EXPECT_EQ(0, peer.inputTimeOffsetUs());
-    EXPECT_EQ(-1.0, peer.fps());
-    EXPECT_EQ(-1.0, peer.captureFps());
-    EXPECT_EQ(-1, peer.stopTimeUs());
-    EXPECT_THAT(peer.actionQueue(), IsEmpty());
-}
-
 TEST_F(KorBufferSourceTest, HasNothingAndDoesNothingWhenItIsNew) {
-    EXPECT_EQ(nullptr, peer.component());
+    EXPECT_EQ(State::IDLE, peer.state());
+    EXPECT_FALSE(peer.actions().isSuspended());
+    EXPECT_FALSE(peer.repetition().isOn());
     EXPECT_THAT(peer.availableBuffers(), IsEmpty());
     EXPECT_EQ(0, peer.unacquiredCount());
     EXPECT_EQ(0, peer.outstandingAcquires());
-    EXPECT_THAT(peer.freeCodecBuffers(), IsEmpty());
-    EXPECT_EQ(0u, peer.lastDataSpace());
+    EXPECT_THAT(freeCodecBuffers(), IsEmpty());
     EXPECT_EQ(-1, peer.lastFrameTimestampUs());
-    EXPECT_EQ(-1, peer.lastActionTimeUs());
-    EXPECT_TRUE(peer.snapTimestamps());
-    expectNoPacing(peer);
 }
 
 TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
@@ -91,8 +73,6 @@ TEST_F(KorBufferSourceTest, StaysWithoutAQueueWhenConnectingFails) {
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR,
                        std::string("Error connecting to BufferQueue: ") + strerror(19) + " (-19)"));
     EXPECT_THAT(QueueSpy::last()->calls(), ElementsAre("consumerConnect"));
-    EXPECT_EQ(NO_INIT, android::KorBufferSourcePeer(unconnected.get()).initCheck());
-
     unconnected.clear();
     EXPECT_TRUE(logged(ANDROID_LOG_WARN, "consumerDisconnect failed: -22"));
 }
@@ -111,7 +91,7 @@ TEST_F(KorBufferSourceTest, RefusesABufferCountThatTheQueueRefuses) {
                 ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
                                     "Unable to set BQ max acquired buffer count to 0: -22"}));
     EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount"));
-    EXPECT_EQ(nullptr, peer.component());
+    EXPECT_FALSE(lendsToItsComponent());
 }
 
 TEST_F(KorBufferSourceTest, RefusesASizeThatTheQueueRefusesButKeepsTheComponent) {
@@ -121,7 +101,7 @@ TEST_F(KorBufferSourceTest, RefusesASizeThatTheQueueRefusesButKeepsTheComponent)
                 ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
                                     "Unable to set BQ default buffer size to 0x32: -22"}));
     EXPECT_THAT(queue->calls(), ElementsAre("setMaxAcquiredBufferCount", "setDefaultBufferSize"));
-    EXPECT_EQ(component, peer.component());
+    EXPECT_TRUE(lendsToItsComponent());
 }
 
 TEST_F(KorBufferSourceTest, TellsTheQueueItsConfigurationInOrder) {
@@ -168,7 +148,7 @@ TEST_F(KorBufferSourceTest, RefusesEveryOtherFormatButKeepsTheComponent) {
                                     "Failed to configure surface default format ret: -22"}));
     EXPECT_EQ(0u, queue->count("setDefaultBufferFormat"));
     EXPECT_EQ(0u, queue->count("setDefaultBufferDataSpace"));
-    EXPECT_EQ(component, peer.component());
+    EXPECT_TRUE(lendsToItsComponent());
 }
 
 TEST_F(KorBufferSourceTest, PassesOnThatTheQueueRefusesTheFormat) {
@@ -196,41 +176,40 @@ TEST_F(KorBufferSourceTest, CanBeCalledBackWhileItSetsTheBufferCount) {
 }
 
 TEST_F(KorBufferSourceTest, ForgetsItsPacingWhenConfigured) {
-    peer.executing() = peer.suspended() = true;
-    peer.endOfStream() = peer.endOfStreamSent() = true;
-    peer.skipFramesBeforeNs() = 1;
-    peer.frameDropper() = new android::FrameDropper;
-    peer.repeatIntervalUs() = 1;
-    peer.repeatGeneration() = peer.outstandingRepeatCount() = 1;
-    peer.latestBuffer().mTimestampNs = 1;
-    peer.repeatBlocked() = true;
-    peer.baseCaptureUs() = peer.baseFrameUs() = peer.frameCount() = 1;
-    peer.prevCaptureUs() = peer.prevFrameUs() = peer.inputTimeOffsetUs() = 1;
-    peer.fps() = peer.captureFps() = 1;
-    peer.stopTimeUs() = 1;
-    peer.actionQueue().push_back({0, 0});
-    peer.lastActionTimeUs() = 7;
-    peer.snapTimestamps() = false;
-    ASSERT_EQ(OK, configure());
-    expectNoPacing(peer);
-    // Not of one configuration: times never go back, and how to round is nobody's to change.
-    EXPECT_EQ(7, peer.lastActionTimeUs());
-    EXPECT_FALSE(peer.snapTimestamps());
+    prepare(2);
+    peer.times() = FrameTimes(stats, {.skipFramesBeforeNs = 100 * kMs, .inputTimeOffsetUs = 7});
+    ASSERT_EQ(OK, peer.times().setMaxFps(1));
+    peer.actions() = FrameActions(7);
+    peer.actions().setSuspended(true);
+    peer.repetition() = FrameRepetition(1);
+    peer.repetition().setLatest({nullptr, 1, 2, 3});
+    for (State state : {State::EXECUTING, State::ENDING, State::ENDED}) {
+        peer.state() = state;
+        ASSERT_EQ(OK, configure());
+        EXPECT_EQ(State::IDLE, peer.state());
+    }
+    EXPECT_FALSE(peer.actions().isSuspended());
+    EXPECT_FALSE(peer.actions().isStopPending());
+    EXPECT_FALSE(peer.repetition().isOn());
+    EXPECT_EQ(0, peer.repetition().latest().mTimestampNs);
+    ASSERT_EQ(OK, source->start());
+    for (int64_t ms : {1, 2}) ASSERT_GE(queueFrame(ms * kMs), 0);
+    EXPECT_THAT(submittedTimes(), ElementsAre(1000, 2000));
 }
 
 TEST_F(KorBufferSourceTest, KeepsItsPacingWhenItsConfigurationFails) {
-    const sp<android::FrameDropper> dropper = new android::FrameDropper;
-    peer.suspended() = true;
-    peer.frameDropper() = dropper;
-    peer.repeatIntervalUs() = peer.skipFramesBeforeNs() = peer.prevFrameUs() = 7;
-    peer.actionQueue().push_back({0, 0});
+    peer.state() = State::EXECUTING;
+    peer.times() = FrameTimes(stats, {.skipFramesBeforeNs = 7});
+    peer.actions() = FrameActions(7);
+    peer.actions().setSuspended(true);
+    peer.repetition() = FrameRepetition(7);
     const auto expectKept = [&](const char* why) {
-        EXPECT_TRUE(peer.suspended()) << why;
-        EXPECT_EQ(dropper, peer.frameDropper()) << why;
-        EXPECT_EQ(7, peer.repeatIntervalUs()) << why;
-        EXPECT_EQ(7, peer.skipFramesBeforeNs()) << why;
-        EXPECT_EQ(7, peer.prevFrameUs()) << why;
-        EXPECT_EQ(1u, peer.actionQueue().size()) << why;
+        EXPECT_EQ(State::EXECUTING, peer.state()) << why;
+        int64_t timeNs = 6;
+        EXPECT_TRUE(peer.times().skip(&timeNs)) << why;
+        EXPECT_TRUE(peer.actions().isSuspended()) << why;
+        EXPECT_TRUE(peer.actions().isStopPending()) << why;
+        EXPECT_EQ(7, peer.repetition().intervalUs()) << why;
     };
     EXPECT_EQ(BAD_VALUE, source->configure(nullptr, 4, kWidth, kHeight, kNv12, 0));
     expectKept("no component");
@@ -249,7 +228,6 @@ TEST_F(KorBufferSourceTest, LendsToTheComponentOfItsLastConfiguration) {
     const sp<korvane::test::RecordingComponent> second = new korvane::test::RecordingComponent;
     prepare(1);
     ASSERT_EQ(OK, source->configure(second, 4, kWidth, kHeight, kNv12, 0));
-    EXPECT_EQ(second, peer.component());
     ASSERT_EQ(OK, source->start());
     ASSERT_GE(queueFrame(1 * kMs), 0);
     EXPECT_EQ(1u, second->submissions().size());
@@ -271,7 +249,7 @@ TEST_F(KorBufferSourceTest, TakesCodecBuffersOnlyBeforeItIsStarted) {
     EXPECT_THAT(log.lines(kTag),
                 ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag,
                                     "addCodecBuffer: buffer added while executing"}));
-    EXPECT_THAT(peer.freeCodecBuffers(), ElementsAre(0));
+    EXPECT_THAT(freeCodecBuffers(), ElementsAre(0));
 }
 
 TEST_F(KorBufferSourceDeathTest, AbortsWhenStartedTwice) {
@@ -299,7 +277,7 @@ TEST_F(KorBufferSourceTest, GivesFramesBackWhenStartedWithoutAConfiguration) {
 
 TEST_F(KorBufferSourceTest, StartsNoLooperUnlessItRepeats) {
     prepare(1);
-    peer.repeatIntervalUs() = 0;
+    peer.repetition() = FrameRepetition(0);
     ASSERT_EQ(OK, source->start());
     EXPECT_EQ(nullptr, peer.looper());
 }
@@ -315,10 +293,10 @@ TEST_F(KorBufferSourceTest, DisconnectsFromItsQueueAtItsEnd) {
 TEST_F(KorBufferSourceTest, ReleasesAllFramesAtItsEnd) {
     start(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);  // lent
-    peer.freeCodecBuffers().push_back(1);
-    peer.repeatIntervalUs() = 1000;
+    peer.codecBuffers().add(1);
+    peer.repetition() = FrameRepetition(1000);
     ASSERT_GE(queueFrame(2 * kMs), 0);  // lent, and the latest
-    peer.executing() = false;
+    peer.state() = State::IDLE;
     ASSERT_GE(queueFrame(3 * kMs), 0);  // parked
     EXPECT_EQ(3, peer.outstandingAcquires());
     EXPECT_THAT(queue->releases(), IsEmpty());

@@ -84,7 +84,7 @@ class KorBufferSourceThreadsTest : public FrameSourceTest {
     }
 
     void expectEverythingBack() {
-        EXPECT_EQ(static_cast<size_t>(kCodecBuffers), peer.freeCodecBuffers().size());
+        EXPECT_EQ(static_cast<size_t>(kCodecBuffers), freeCodecBuffers().size());
         EXPECT_EQ(0, peer.outstandingAcquires());
         EXPECT_EQ(0, peer.unacquiredCount());
     }

@@ -44,7 +44,7 @@ const DefaultFormat* findDefaultFormat(uint32_t v4l2PixelFormat) {
 
 }  // namespace
 
-KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats) {
+KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats), mTimes(stats) {
     BufferQueue::createBufferQueue(&mProducer, &mConsumer, false);
     mConsumerProxy = new ConsumerProxy(this);
     const sp<BufferQueue::ProxyConsumerListener> listener =
@@ -60,14 +60,16 @@ KorBufferSource::KorBufferSource(ServiceStats& stats) : mStats(stats) {
 }
 
 KorBufferSource::~KorBufferSource() {
+    int32_t acquired = 0;
     {
         Mutex::Autolock lock(mMutex);
         mAvailableBuffers.clear();
-        mSubmittedCodecBuffers.clear();
-        mLatestBuffer = {};
+        mCodecBuffers.forgetLent();
+        mRepetition.forgetLatest();
+        acquired = mSlots.outstandingAcquires();
     }
-    if (mOutstandingAcquires != 0) {
-        ALOGW("potential buffer leak: acquired=%d", mOutstandingAcquires);
+    if (acquired != 0) {
+        ALOGW("potential buffer leak: acquired=%d", acquired);
         KOR_TRESPASS(388, "");
     }
     const status_t err = mConsumer->consumerDisconnect();
@@ -118,33 +120,16 @@ status_t KorBufferSource::setDefaultFormat_l(uint32_t v4l2PixelFormat,
 }
 
 void KorBufferSource::setDefaultDataSpace_l(android_dataspace dataSpace) {
-    ALOGD("setting dataspace: %#x, acquired=%d", dataSpace, mOutstandingAcquires);
+    ALOGD("setting dataspace: %#x, acquired=%d", dataSpace, mSlots.outstandingAcquires());
     mConsumer->setDefaultBufferDataSpace(dataSpace);
     mLastDataSpace = dataSpace;
 }
 
 void KorBufferSource::resetPacing_l() {
-    mExecuting = false;
-    mSuspended = false;
-    mEndOfStream = false;
-    mEndOfStreamSent = false;
-    mSkipFramesBeforeNs = -1;
-    mFrameDropper.clear();
-    mRepeatIntervalUs = -1;
-    mRepeatGeneration = 0;
-    mOutstandingRepeatCount = 0;
-    mLatestBuffer = {};
-    mRepeatBlocked = false;
-    mBaseCaptureUs = -1;
-    mBaseFrameUs = -1;
-    mFps = -1.0;
-    mCaptureFps = -1.0;
-    mFrameCount = 0;
-    mPrevCaptureUs = -1;
-    mPrevFrameUs = -1;
-    mInputTimeOffsetUs = 0;
-    mStopTimeUs = -1;
-    mActionQueue.clear();
+    mState = State::IDLE;
+    mActions.reset();
+    mTimes.reset();
+    mRepetition = FrameRepetition();
 }
 
 sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferProducer_V1_0()
@@ -156,27 +141,27 @@ sp<KorBufferSource::HGraphicBufferProducer> KorBufferSource::getHGraphicBufferPr
 
 status_t KorBufferSource::onInputBufferAdded(int32_t bufferId) {
     Mutex::Autolock lock(mMutex);
-    if (mExecuting) {
+    if (isExecuting_l()) {
         // A fixed text: no function has that name.
         ALOGE("addCodecBuffer: buffer added while executing");
         return INVALID_OPERATION;
     }
-    mFreeCodecBuffers.push_back(bufferId);
+    mCodecBuffers.add(bufferId);
     return OK;
 }
 
 status_t KorBufferSource::start() {
     Mutex::Autolock lock(mMutex);
-    KOR_CHECK(421, !mExecuting);
+    KOR_CHECK_AS(421, !isExecuting_l(), "!mExecuting");
     mLastDataSpace = 0;  // so that the first frame's is announced
-    mExecuting = true;
+    mState = State::EXECUTING;
     while (haveAvailableBuffers_l() && fillCodecBuffer_l()) {
     }
-    if (mStopTimeUs == -1 && mEndOfStream && !haveAvailableBuffers_l()) {
+    if (!mActions.isStopPending() && mState >= State::ENDING && !haveAvailableBuffers_l()) {
         submitEndOfInputStream_l();
     }
     // Idle: nothing sets a repeat interval.
-    if (mRepeatIntervalUs >= 1 && mLooper == nullptr) startRepeatLooper_l();
+    if (mRepetition.isOn() && mLooper == nullptr) startRepeatLooper_l();
     return OK;
 }
 

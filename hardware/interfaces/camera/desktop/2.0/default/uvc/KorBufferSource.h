@@ -2,28 +2,32 @@
 // The surface that the camera client renders into, and the source of the gadget's frames.
 #pragma once
 
-#include <cstddef>
+#include <sys/types.h>
+
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <vector>
 
 #include <android-base/thread_annotations.h>
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
 #include <gui/BufferQueue.h>
-#include <media/stagefright/bqhelper/FrameDropper.h>
 #include <media/stagefright/foundation/AHandlerReflector.h>
 #include <media/stagefright/foundation/ALooper.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Errors.h>
-#include <utils/KeyedVector.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
+#include "uvc/BufferSlotTable.h"
 #include "uvc/CachedBuffer.h"
+#include "uvc/CodecBuffers.h"
 #include "uvc/ComponentWrapper.h"
+#include "uvc/FrameActions.h"
+#include "uvc/FrameRepetition.h"
+#include "uvc/FrameTimes.h"
 #include "uvc/RecyclingAllocator.h"
 #include "uvc/ServiceStats.h"
+#include "uvc/VideoBuffer.h"
 
 namespace android {
 
@@ -40,13 +44,17 @@ namespace android {
  * (unacquired), is acquired, perhaps parked (available) until a codec buffer is free, is lent, and
  * goes back to the queue when nobody holds its AcquiredBuffer any more.
  *
+ * What has rules of its own is a value of its own, without a lock: FrameTimes (a frame's time, the
+ * rates), FrameActions (pauses, resumptions, the stop), FrameRepetition, BufferSlotTable,
+ * CodecBuffers. This class brings them together: who calls what, in which order, under the lock.
+ *
  * Three kinds of thread enter it: the owner's, those of the queue's producer (onFrameAvailable,
  * onBuffersReleased), and the one of its looper. One mutex guards all state; it is held while the
  * component is called and whenever the last reference to an AcquiredBuffer drops. So a function
  * declares the lock first, and what holds an AcquiredBuffer after it.
  *
- * Idle, since nothing sets them: the time-lapse rates, the repeat interval, the stop, the time
- * before which frames are skipped, and the offset. The rules that use them are complete.
+ * Idle, since nothing sets them: FrameTimes::Settings, the repeat interval and the stop. The rules
+ * that use them are complete.
  */
 class KorBufferSource : public RefBase {
   public:
@@ -128,24 +136,20 @@ class KorBufferSource : public RefBase {
     friend class KorBufferSourcePeer;  // sets, for the tests, what has no setter
     friend struct AHandlerReflector<KorBufferSource>;
 
-    struct VideoBuffer {
-        std::shared_ptr<AcquiredBuffer> mBuffer;
-        int64_t mTimestampNs = 0;  // the queue item's
-        uint32_t mDataSpace = 0;   // the queue item's
-        int64_t mArrivedNs = 0;    // as ServiceStats has it
-    };
-
-    struct SubmittedBuffer {
-        int mCodecBuffer;
-        std::shared_ptr<AcquiredBuffer> mBuffer;  // null with the end of stream
-    };
-    using SubmittedBuffers = std::vector<SubmittedBuffer>;
-
-    struct ActionItem {
-        enum Type { PAUSE = 0, RESUME = 1, STOP = 2 };
-        int mAction;
-        int64_t mActionTimeUs;
-    };
+    /**
+     * Its life; configure() leads to IDLE from everywhere.
+     *
+     *          start()              a stop            its end is sent
+     *    IDLE ─────────► EXECUTING ────────► ENDING ──────────────────► ENDED
+     *
+     * Only from EXECUTING on are frames lent. ENDING lasts while no codec buffer is free or the
+     * component refuses the end; frames are still lent meanwhile. Once ENDED they are ignored.
+     * Whether the source is paused is another matter, and FrameActions' own: it may be so always.
+     *
+     * The texts of fatal checks are fixed: they call all but IDLE mExecuting, ENDING and ENDED
+     * mEndOfStream, and ENDED mEndOfStreamSent.
+     */
+    enum class State { IDLE, EXECUTING, ENDING, ENDED };
 
     /** Passes the queue's callbacks on while the source lives. */
     class ConsumerProxy : public BufferQueue::ConsumerListener {
@@ -160,13 +164,12 @@ class KorBufferSource : public RefBase {
         const wp<KorBufferSource> mSource;
     };
 
-    using BufferSlots = KeyedVector<int, std::shared_ptr<CachedBuffer>>;
-
     // Configuration.
     status_t setDefaultFormat_l(uint32_t v4l2PixelFormat, android_dataspace* dataSpace)
             REQUIRES(mMutex);
     void setDefaultDataSpace_l(android_dataspace dataSpace) REQUIRES(mMutex);
     void resetPacing_l() REQUIRES(mMutex);
+    bool isExecuting_l() const REQUIRES(mMutex) { return mState != State::IDLE; }
 
     // From the queue to the table of slots, and back.
     /** Takes the queue's next frame; the queue's error, or NAME_NOT_FOUND for an unknown buffer. */
@@ -186,16 +189,11 @@ class KorBufferSource : public RefBase {
     void onBufferAcquired_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Whether frames wait, parked or in the queue. */
     bool haveAvailableBuffers_l() const REQUIRES(mMutex);
-    /** Whether frames that come are not wanted. */
-    bool isDiscarding_l() const REQUIRES(mMutex);
     bool takeAvailableBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
     /** Deals with the next waiting frame; true when it is worth calling again. */
     bool fillCodecBuffer_l() REQUIRES(mMutex);
     /** Lends the frame; UNKNOWN_ERROR when its time refuses it, or the component's error. */
     status_t submitBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
-    /** Notes that the first free codec buffer is the component's now, with this frame. */
-    void lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer) REQUIRES(mMutex);
-    SubmittedBuffers::iterator findSubmitted_l(int bufferId) REQUIRES(mMutex);
     void announceDataSpace_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Sends the end of stream if a codec buffer is free. */
     void submitEndOfInputStream_l() REQUIRES(mMutex);
@@ -203,19 +201,10 @@ class KorBufferSource : public RefBase {
     void useFreeCodecBuffer_l() REQUIRES(mMutex);
 
     // Pacing.
-    /** Carries out the actions that are due at this frame; true when that was a stop. */
-    bool applyActions_l(int64_t itemTimeUs) REQUIRES(mMutex);
-    ActionItem takeDueAction_l(int64_t itemTimeUs) REQUIRES(mMutex);
     void stop_l() REQUIRES(mMutex);
-    status_t scheduleSuspend_l(bool suspend, int64_t timeUs) REQUIRES(mMutex);
     void resume_l() REQUIRES(mMutex);
     /** The time to submit the frame with; false to drop it. */
     bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs) REQUIRES(mMutex);
-    bool calculateTimeLapseTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) REQUIRES(mMutex);
-    bool snapTimestamp_l(int64_t timeUs, int64_t* codecTimeUs) REQUIRES(mMutex);
-    bool isTimeLapse_l() const REQUIRES(mMutex);
-    /** Whether to keep a frame that isn't later than the one before. */
-    bool keepBackwardFrame_l() const REQUIRES(mMutex);
     void startRepeatLooper_l() REQUIRES(mMutex);
     void setLatestBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Lends the latest frame again; false when that isn't possible now. */
@@ -232,51 +221,23 @@ class KorBufferSource : public RefBase {
     status_t mInitCheck = UNKNOWN_ERROR;
     mutable Mutex mMutex;
 
-    BufferSlots mBufferSlots GUARDED_BY(mMutex);                    // by queue slot
-    std::vector<VideoBuffer> mAvailableBuffers GUARDED_BY(mMutex);  // parked, oldest first
-    // Announced by the queue, not acquired yet.
-    int32_t mUnacquiredCount GUARDED_BY(mMutex) = 0;
-    // Acquired from the queue, not released yet.
-    int32_t mOutstandingAcquires GUARDED_BY(mMutex) = 0;
-
-    std::vector<int> mFreeCodecBuffers GUARDED_BY(mMutex);  // the next to be used first
-    SubmittedBuffers mSubmittedCodecBuffers GUARDED_BY(mMutex);
+    sp<ComponentWrapper> mComponent GUARDED_BY(mMutex);
+    State mState GUARDED_BY(mMutex) = State::IDLE;
+    FrameActions mActions GUARDED_BY(mMutex);
+    FrameTimes mTimes GUARDED_BY(mMutex);
+    BufferSlotTable mSlots GUARDED_BY(mMutex);
+    CodecBuffers mCodecBuffers GUARDED_BY(mMutex);
     RecyclingAllocator<AcquiredBuffer> mAcquiredBufferAllocator GUARDED_BY(mMutex);
 
-    bool mEndOfStream GUARDED_BY(mMutex) = false;
-    bool mEndOfStreamSent GUARDED_BY(mMutex) = false;
+    int32_t mUnacquiredCount GUARDED_BY(mMutex) = 0;                // announced, not acquired yet
+    std::vector<VideoBuffer> mAvailableBuffers GUARDED_BY(mMutex);  // parked, oldest first
+
     uint32_t mLastDataSpace GUARDED_BY(mMutex) = 0;
-    int32_t mAspects GUARDED_BY(mMutex) = 0;
-    sp<ComponentWrapper> mComponent GUARDED_BY(mMutex);
-    bool mExecuting GUARDED_BY(mMutex) = false;
-    bool mSuspended GUARDED_BY(mMutex) = false;
     int64_t mLastFrameTimestampUs GUARDED_BY(mMutex) = -1;  // for the debugger's eyes
 
-    int64_t mStopTimeUs GUARDED_BY(mMutex) = -1;
-    int64_t mLastActionTimeUs GUARDED_BY(mMutex) = -1;
-    std::list<ActionItem> mActionQueue GUARDED_BY(mMutex);
-    int64_t mSkipFramesBeforeNs GUARDED_BY(mMutex) = -1;
-    sp<FrameDropper> mFrameDropper GUARDED_BY(mMutex);
-
+    FrameRepetition mRepetition GUARDED_BY(mMutex);
     sp<ALooper> mLooper GUARDED_BY(mMutex);
     sp<AHandlerReflector<KorBufferSource>> mReflector GUARDED_BY(mMutex);
-    int64_t mRepeatIntervalUs GUARDED_BY(mMutex) = -1;
-    // A posted repeat of another generation is void.
-    int32_t mRepeatGeneration GUARDED_BY(mMutex) = 0;
-    int32_t mOutstandingRepeatCount GUARDED_BY(mMutex) = 0;
-    // A repeat was due when no codec buffer was free.
-    bool mRepeatBlocked GUARDED_BY(mMutex) = false;
-    VideoBuffer mLatestBuffer GUARDED_BY(mMutex);
-
-    double mFps GUARDED_BY(mMutex) = -1.0;
-    double mCaptureFps GUARDED_BY(mMutex) = -1.0;
-    bool mSnapTimestamps GUARDED_BY(mMutex) = true;
-    int64_t mBaseCaptureUs GUARDED_BY(mMutex) = -1;
-    int64_t mBaseFrameUs GUARDED_BY(mMutex) = -1;
-    int64_t mFrameCount GUARDED_BY(mMutex) = 0;
-    int64_t mPrevCaptureUs GUARDED_BY(mMutex) = -1;
-    int64_t mPrevFrameUs GUARDED_BY(mMutex) = -1;
-    int64_t mInputTimeOffsetUs GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace android

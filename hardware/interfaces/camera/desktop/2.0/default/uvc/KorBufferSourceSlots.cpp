@@ -2,8 +2,6 @@
 // The traffic with the queue: frames acquired and released, slots filled and emptied.
 #define LOG_TAG "KorBufferSource"
 
-#include <utility>
-
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <log/log.h>
@@ -20,11 +18,11 @@ void KorBufferSource::onFrameAvailable(const BufferItem& item) {
     mStats.frameArrived(item.mFrameNumber);
     Mutex::Autolock lock(mMutex);
     ++mUnacquiredCount;
-    if (!mEndOfStreamSent && mComponent != nullptr && !isDiscarding_l() && mExecuting &&
-        mFreeCodecBuffers.empty()) {
+    if (mState != State::ENDED && mComponent != nullptr && !mActions.isDiscarding() &&
+        isExecuting_l() && !mCodecBuffers.haveFree()) {
         // It stays in the queue until a codec buffer comes back. While a frame waits, the latest
         // one must not be repeated.
-        ++mRepeatGeneration;
+        mRepetition.cancel();
         return;
     }
     VideoBuffer buffer;
@@ -60,25 +58,17 @@ status_t KorBufferSource::acquireBuffer_l(VideoBuffer* buffer) {
     buffer->mTimestampNs = item.mTimestamp;
     buffer->mDataSpace = item.mDataSpace;
     buffer->mArrivedNs = mStats.arrivalOf(item.mFrameNumber);
-    ++mOutstandingAcquires;
+    mSlots.noteAcquired();
     return OK;
 }
 
 // Null when the frame comes without its buffer and none is known for its slot. A producer's order
 // of calls can bring that about, so it must not end the process.
 std::shared_ptr<CachedBuffer> KorBufferSource::cacheBuffer_l(const BufferItem& item) {
-    ssize_t index = mBufferSlots.indexOfKey(item.mSlot);
-    if (item.mGraphicBuffer == nullptr) {
-        return index < 0 ? nullptr : mBufferSlots.valueAt(index);
-    }
-    if (index >= 0) {
-        discardBufferAtSlotIndex_l(index);
-    } else {
-        index = mBufferSlots.add(item.mSlot, nullptr);
-    }
-    auto& entry = mBufferSlots.editValueAt(index);
-    entry = std::make_shared<CachedBuffer>(item.mSlot, item.mGraphicBuffer);
-    return entry;
+    if (item.mGraphicBuffer == nullptr) return mSlots.find(item.mSlot);
+    const ssize_t index = mSlots.indexOf(item.mSlot);
+    if (index >= 0) discardBufferAtSlotIndex_l(index);
+    return mSlots.fill(item.mSlot, item.mGraphicBuffer);
 }
 
 std::shared_ptr<AcquiredBuffer> KorBufferSource::makeAcquiredBuffer_l(
@@ -97,8 +87,7 @@ void KorBufferSource::checkLocked() const {
 
 void KorBufferSource::releaseBuffer_l(AcquiredBuffer* buffer, uint64_t frameNumber) {
     const CachedBuffer& cachedBuffer = *buffer->cachedBuffer();
-    if (!cachedBuffer.isCached()) return;  // the queue has forgotten the slot
-    --mOutstandingAcquires;
+    if (!mSlots.noteReleased(cachedBuffer)) return;
     mConsumer->releaseBuffer(cachedBuffer.slot(), frameNumber, EGL_NO_DISPLAY, EGL_NO_SYNC_KHR,
                              buffer->takeReleaseFence());
 }
@@ -113,10 +102,10 @@ void KorBufferSource::onBuffersReleased() {
     String8 unpopulated;
     for (int slot = 0; slot < BufferQueue::NUM_BUFFER_SLOTS; ++slot) {
         if ((releasedMask & (uint64_t{1} << slot)) == 0) continue;
-        const ssize_t index = mBufferSlots.indexOfKey(slot);
+        const ssize_t index = mSlots.indexOf(slot);
         if (index >= 0) {
             discardBufferAtSlotIndex_l(index);
-            mBufferSlots.removeItemsAt(index);
+            mSlots.removeAt(index);
         } else {
             unpopulated.appendFormat("%s%d", unpopulated.isEmpty() ? "" : ", ", slot);
         }
@@ -125,13 +114,7 @@ void KorBufferSource::onBuffersReleased() {
 }
 
 void KorBufferSource::discardBufferAtSlotIndex_l(ssize_t index) {
-    std::shared_ptr<CachedBuffer>& buffer = mBufferSlots.editValueAt(index);
-    buffer->discard();
-    // The frame that uses it will no longer be released.
-    if (buffer->isAcquired()) --mOutstandingAcquires;
-    buffer.reset();
-    // Can't fail after the line above.
-    KOR_CHECK(1130, buffer == nullptr);
+    mSlots.discardAt(index);
 }
 
 void KorBufferSource::releaseAllAvailableBuffers_l() {

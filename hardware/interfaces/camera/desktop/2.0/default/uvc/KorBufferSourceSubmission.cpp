@@ -2,7 +2,6 @@
 // The traffic with the component: frames lent in codec buffers, and codec buffers coming back.
 #define LOG_TAG "KorBufferSource"
 
-#include <algorithm>
 #include <utility>
 
 #include <unistd.h>
@@ -20,6 +19,8 @@ using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
 
 namespace {
 
+constexpr int kAspects = 0;
+
 void closeFence(int fenceFd) {
     if (fenceFd >= 0) close(fenceFd);
 }
@@ -30,20 +31,16 @@ bool KorBufferSource::haveAvailableBuffers_l() const {
     return !mAvailableBuffers.empty() || mUnacquiredCount > 0;
 }
 
-bool KorBufferSource::isDiscarding_l() const {
-    return mSuspended && mActionQueue.empty();
-}
-
 void KorBufferSource::onBufferAcquired_l(const VideoBuffer& buffer) {
-    if (mEndOfStreamSent) {
+    if (mState == State::ENDED) {
         ALOGW("onFrameAvailable: EOS is sent, ignoring frame");
         return;
     }
-    if (isDiscarding_l()) mStats.count(Count::DROPPED_SUSPENDED);
-    if (mComponent == nullptr || isDiscarding_l()) return;
-    ++mRepeatGeneration;
+    if (mActions.isDiscarding()) mStats.count(Count::DROPPED_SUSPENDED);
+    if (mComponent == nullptr || mActions.isDiscarding()) return;
+    mRepetition.cancel();
     mAvailableBuffers.push_back(buffer);
-    if (mExecuting) fillCodecBuffer_l();
+    if (isExecuting_l()) fillCodecBuffer_l();
 }
 
 bool KorBufferSource::takeAvailableBuffer_l(VideoBuffer* buffer) {
@@ -58,32 +55,32 @@ bool KorBufferSource::takeAvailableBuffer_l(VideoBuffer* buffer) {
 }
 
 bool KorBufferSource::fillCodecBuffer_l() {
-    KOR_CHECK(604, mExecuting && haveAvailableBuffers_l());
-    if (mFreeCodecBuffers.empty()) return false;
+    KOR_CHECK_AS(604, isExecuting_l() && haveAvailableBuffers_l(),
+                 "mExecuting && haveAvailableBuffers_l()");
+    if (!mCodecBuffers.haveFree()) return false;
     VideoBuffer buffer;
     if (!takeAvailableBuffer_l(&buffer)) return false;
 
     const int64_t itemTimeUs = buffer.mTimestampNs / 1000;
-    if (applyActions_l(itemTimeUs)) return true;
-    if (mSuspended) mStats.count(Count::DROPPED_SUSPENDED);
-    if (mSuspended) return true;
-    // Idle: nothing sets a time to skip to.
-    if (mSkipFramesBeforeNs >= 0 && buffer.mTimestampNs < mSkipFramesBeforeNs) return true;
-    if (mSkipFramesBeforeNs >= 1) buffer.mTimestampNs -= mSkipFramesBeforeNs;
-
-    const bool dropped =
-            mFrameDropper != nullptr && mFrameDropper->shouldDrop(buffer.mTimestampNs / 1000);
-    if (dropped) mStats.count(Count::DROPPED_RATE);
+    if (mActions.apply(itemTimeUs)) {
+        stop_l();
+        return true;
+    }
+    if (mActions.isSuspended()) {
+        mStats.count(Count::DROPPED_SUSPENDED);
+        return true;
+    }
+    if (mTimes.skip(&buffer.mTimestampNs)) return true;
+    const bool dropped = mTimes.isTooSoon(buffer.mTimestampNs);
     if (!dropped && submitBuffer_l(buffer) != OK) return true;
     // Idle: nothing sets a repeat interval. A frame that only came too soon counts as the latest.
-    if (mRepeatIntervalUs >= 1) setLatestBuffer_l(buffer);
+    if (mRepetition.isOn()) setLatestBuffer_l(buffer);
     mLastFrameTimestampUs = itemTimeUs;
     return true;
 }
 
 status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
-    KOR_CHECK(886, !mFreeCodecBuffers.empty());
-    const int bufferId = mFreeCodecBuffers.front();
+    const int bufferId = mCodecBuffers.nextFree();
     int64_t codecTimeUs = 0;
     if (!calculateCodecTimestamp_l(buffer.mTimestampNs, &codecTimeUs)) return UNKNOWN_ERROR;
     if (buffer.mDataSpace != mLastDataSpace) announceDataSpace_l(buffer);
@@ -98,24 +95,8 @@ status_t KorBufferSource::submitBuffer_l(const VideoBuffer& buffer) {
         return err;
     }
     mStats.frameTook(bufferId, buffer.mArrivedNs);
-    lend_l(bufferId, buffer.mBuffer);
+    mCodecBuffers.lendNext(buffer.mBuffer);
     return OK;
-}
-
-void KorBufferSource::lend_l(int bufferId, const std::shared_ptr<AcquiredBuffer>& buffer) {
-    mFreeCodecBuffers.erase(mFreeCodecBuffers.begin());
-    const auto entry = findSubmitted_l(bufferId);
-    if (entry == mSubmittedCodecBuffers.end()) {
-        mSubmittedCodecBuffers.push_back({bufferId, buffer});
-    } else {
-        entry->mBuffer = buffer;
-    }
-}
-
-KorBufferSource::SubmittedBuffers::iterator KorBufferSource::findSubmitted_l(int bufferId) {
-    return std::find_if(
-            mSubmittedCodecBuffers.begin(), mSubmittedCodecBuffers.end(),
-            [bufferId](const SubmittedBuffer& entry) { return entry.mCodecBuffer == bufferId; });
 }
 
 void KorBufferSource::announceDataSpace_l(const VideoBuffer& buffer) {
@@ -123,30 +104,26 @@ void KorBufferSource::announceDataSpace_l(const VideoBuffer& buffer) {
     mLastDataSpace = buffer.mDataSpace;
     auto dataSpace = static_cast<android_dataspace>(mLastDataSpace);
     if (!ColorUtils::convertDataSpaceToV0(dataSpace)) return;
-    mComponent->dispatchDataSpaceChanged(static_cast<int>(mLastDataSpace), mAspects,
+    mComponent->dispatchDataSpaceChanged(static_cast<int>(mLastDataSpace), kAspects,
                                          buffer.mBuffer->graphicBuffer()->getPixelFormat());
 }
 
 status_t KorBufferSource::onInputBufferEmptied(int32_t bufferId, int fenceFd) {
     Mutex::Autolock lock(mMutex);
-    const auto entry = findSubmitted_l(bufferId);
-    if (entry == mSubmittedCodecBuffers.end()) {
+    std::shared_ptr<AcquiredBuffer> buffer;
+    if (!mCodecBuffers.takeBack(bufferId, &buffer)) {
         ALOGE("onInputBufferEmptied: buffer not recognized (bufferId=%u)", bufferId);
         closeFence(fenceFd);
         return BAD_VALUE;
     }
-    std::shared_ptr<AcquiredBuffer> buffer = std::move(entry->mBuffer);
-    mSubmittedCodecBuffers.erase(entry);
-    mFreeCodecBuffers.push_back(bufferId);
-
     if (buffer == nullptr) {
-        if (!(mEndOfStream && mEndOfStreamSent)) {
+        if (mState != State::ENDED) {
             ALOGE("onInputBufferEmptied: non-EOS null buffer (bufferId=%u)", bufferId);
         }
         closeFence(fenceFd);
         return BAD_VALUE;
     }
-    if (!mExecuting) {
+    if (!isExecuting_l()) {
         buffer.reset();
         closeFence(fenceFd);
         return OK;
@@ -159,31 +136,31 @@ status_t KorBufferSource::onInputBufferEmptied(int32_t bufferId, int fenceFd) {
 
 void KorBufferSource::useFreeCodecBuffer_l() {
     if (haveAvailableBuffers_l()) {
-        KOR_CHECK(572, !mEndOfStreamSent);
+        KOR_CHECK_AS(572, mState != State::ENDED, "!mEndOfStreamSent");
         fillCodecBuffer_l();
-    } else if (mEndOfStream && mStopTimeUs == -1) {
+    } else if (mState >= State::ENDING && !mActions.isStopPending()) {
         submitEndOfInputStream_l();
-    } else if (mRepeatBlocked) {
+    } else if (mRepetition.isBlocked()) {
         repeatLatestBuffer_l();
-        mRepeatBlocked = false;
+        mRepetition.setBlocked(false);
     }
 }
 
 // Idle: nothing ends the stream of a source.
 void KorBufferSource::submitEndOfInputStream_l() {
-    KOR_CHECK(926, mEndOfStream);
-    if (mEndOfStreamSent || mFreeCodecBuffers.empty()) return;  // tried again as one comes back
-    const int bufferId = mFreeCodecBuffers.front();
-    const status_t err = mComponent->submitEos(bufferId);
+    KOR_CHECK_AS(926, mState >= State::ENDING, "mEndOfStream");
+    // Without a free codec buffer it is tried again as one comes back.
+    if (mState == State::ENDED || !mCodecBuffers.haveFree()) return;
+    const status_t err = mComponent->submitEos(mCodecBuffers.nextFree());
     if (err != OK) {
         // A fixed text: no function has that name.
         ALOGW("emptyDirectBuffer EOS failed: 0x%x", err);
         return;
     }
-    lend_l(bufferId, nullptr);
-    mLatestBuffer = {};
-    mEndOfStreamSent = true;
-    ++mRepeatGeneration;
+    mCodecBuffers.lendNext(nullptr);
+    mRepetition.forgetLatest();
+    mState = State::ENDED;
+    mRepetition.cancel();
 }
 
 }  // namespace android

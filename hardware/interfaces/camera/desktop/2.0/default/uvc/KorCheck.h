@@ -18,5 +18,11 @@
         if (!(condition)) KOR_FATAL(site, "CHECK(" #condition ") failed."); \
     } while (false)
 
+/** The same with a fixed text, for a condition that is said in other words than it is tested. */
+#define KOR_CHECK_AS(site, condition, text)                           \
+    do {                                                              \
+        if (!(condition)) KOR_FATAL(site, "CHECK(" text ") failed."); \
+    } while (false)
+
 /** Aborts; marks code that must be unreachable. `text` may be empty. */
 #define KOR_TRESPASS(site, text) KOR_FATAL(site, "Should not be here. " text)
