@@ -10,26 +10,21 @@ KeeperPlan::Step KeeperPlan::next(const KeeperFacts& facts, Time now) {
     const bool wasServed = mServed;
     mServed = facts.made && !facts.node.empty() && facts.served;
     if (mServed) {
-        if (!wasServed) mServedAt = now;
+        mTries = 0;
+        mNextTry = mLastTry + kFirstWait;
         return Step::kNothing;
     }
-    if (wasServed) noteEnd(facts, now);
+    if (wasServed && facts.serverDied) mNextTry = now + kSuccessor;
     if (!facts.made || !facts.controller) return Step::kNothing;
-    if (!mNextTry && !wasServed && facts.bound && !facts.node.empty()) mNextTry = now + kSuccessor;
+    const bool starting = !mNextTry && !wasServed;
+    if (starting && facts.bound && !facts.node.empty()) mNextTry = now + kSuccessor;
     if (mNextTry && now < *mNextTry) return waitForNextTry();
     return tryNow(facts.bound ? Step::kRebind : Step::kBind, now);
 }
 
-void KeeperPlan::noteEnd(const KeeperFacts& facts, Time now) {
-    if (now - *mServedAt >= kCalm) {
-        mTries = 0;
-        mNextTry = now;
-    }
-    if (facts.serverDied) mNextTry = now + kSuccessor;
-}
-
 KeeperPlan::Step KeeperPlan::tryNow(Step step, Time now) {
-    mNextTry = now + std::min(kFirstWait * (1 << std::min(mTries, 8)), kLongestWait);
+    mLastTry = now;
+    mNextTry = now + (mTries == 0 ? kFirstWait : kLongestWait);
     mTries = std::min(mTries + 1, kMostTries + 1);
     waitForNextTry();
     return step;

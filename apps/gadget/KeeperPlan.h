@@ -20,9 +20,11 @@ struct KeeperFacts {
 
 /**
  * The keeper's rules. A function that somebody serves is never touched. One that nobody serves, or
- * that is not bound, is bound again at once; when that did not help, after waits that grow from a
- * second to four, and after the last of them once for whatever happens. A server that died, or one
- * that starts beside the keeper, is given the time to come by itself first.
+ * that is not bound, is bound again at once, but a second after the last time at the earliest. When
+ * nobody came to serve it then, it is tried again after waits that grow from a second to one and a
+ * half, and after the last of them once for whatever happens. So a webcam that can be back is back
+ * within two seconds. A server that died, or one that starts beside the keeper, is given the time
+ * to come by itself first.
  *
  * No clock and no kernel of its own. One thread.
  */
@@ -37,26 +39,24 @@ class KeeperPlan {
     /** When next() is to be called again though nothing happens; empty: never. */
     std::optional<Time> wakeUp() const { return mWakeUp; }
 
-    /** How often the function was bound again without a server since it last had one for long. */
+    /** How often the function was bound again since somebody served it last. */
     int tries() const { return mTries; }
 
     /** Nothing more is tried until something happens. */
     bool gaveUp() const { return mTries > kMostTries; }
 
-    static constexpr std::chrono::seconds kFirstWait{1};
-    static constexpr std::chrono::seconds kLongestWait{4};
+    static constexpr std::chrono::milliseconds kFirstWait{1000};
+    static constexpr std::chrono::milliseconds kLongestWait{1500};
     static constexpr std::chrono::seconds kSuccessor{4};  // for a server that died
-    static constexpr std::chrono::seconds kCalm{5};       // served for so long: all is well
-    static constexpr int kMostTries = 6;
+    static constexpr int kMostTries = 8;
 
   private:
     Step tryNow(Step step, Time now);
     Step waitForNextTry();
-    void noteEnd(const KeeperFacts& facts, Time now);
 
     int mTries = 0;
-    std::optional<Time> mNextTry;   // not before
-    std::optional<Time> mServedAt;  // since when somebody serves it
+    Time mLastTry;                 // the first of all times: none yet
+    std::optional<Time> mNextTry;  // not before; empty: nothing was ever tried or served
     std::optional<Time> mWakeUp;
     bool mServed = false;
 };
