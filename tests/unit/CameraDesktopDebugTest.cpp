@@ -3,6 +3,7 @@
 // can't.
 
 #include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,6 +193,28 @@ TEST_F(CameraDesktopDebugTest, ACommandThatFailsOnItsWayIsCountedAndAnEvent) {
     const rapidjson::Value& last = now["events"][now["events"].Size() - 1];
     EXPECT_STREQ("client-failed", last["what"].GetString());
     EXPECT_EQ(2, last["detail"].GetInt());
+}
+
+TEST_F(CameraDesktopDebugTest, AnEventThatIsGivenUpIsCountedAndAnEvent) {
+    std::promise<void> answer;
+    mWorld.addClient(3, [answered = answer.get_future().share()](const std::string&) {
+        answered.wait();
+        return "late";
+    });
+    mWorld.waits.stepOverNextFuture();
+    mWorld.node.sendEvent(UVC_EVENT_STREAMON);
+    ASSERT_TRUE(
+            mWorld.waitLog(ANDROID_LOG_ERROR, "setCommandTo: Failed during binder call, isDead 0"));
+    const rapidjson::Document now = status();
+    answer.set_value();
+    EXPECT_EQ(1u, now["start"]["client-calls-failed"].GetUint64());
+    size_t failures = 0;
+    for (const auto& event : now["events"].GetArray()) {
+        if (std::string("client-failed") != event["what"].GetString()) continue;
+        EXPECT_EQ(3, event["detail"].GetInt());
+        ++failures;
+    }
+    EXPECT_EQ(1u, failures);
 }
 
 TEST_F(CameraDesktopDebugTest, OnlyWhoeverTakesTheControllersSurfaceRendersIntoIt) {

@@ -54,11 +54,6 @@ void noteClient(ServiceStats& stats, uint8_t kind, bool there) {
     }
 }
 
-void noteFailure(ServiceStats& stats, uint8_t kind) {
-    stats.count(Count::CLIENT_CALLS_FAILED);
-    stats.note(Event::CLIENT_FAILED, kind);
-}
-
 }  // namespace
 
 CameraDesktop::CameraDesktop() : mHandler(new UvcGadgetHandler()) {}
@@ -115,7 +110,7 @@ Return<void> CameraDesktop::sendCommand(ClientType type, const hidl_string& comm
                 callback->onCommand(command, [&answer](const hidl_string& text) { answer = text; });
         if (!status.isOk()) {
             ALOGE("%s: Failed during binder call, isDead %d", __func__, status.isDeadObject());
-            noteFailure(mHandler->stats(), kind);
+            mHandler->stats().clientFailed(kind);
         }
     }
     reply(answer);

@@ -151,6 +151,11 @@ void ServiceStats::clientGone(uint8_t kind, Event how) {
     note(how, kind);
 }
 
+void ServiceStats::clientFailed(uint8_t kind) {
+    count(Count::CLIENT_CALLS_FAILED);
+    note(Event::CLIENT_FAILED, kind);
+}
+
 ServiceStats::Picture ServiceStats::mode() const {
     const uint64_t size = mModeSize.load(kRelaxed);
     const uint32_t interval = this->interval();

@@ -100,6 +100,8 @@ class ServiceStats {
     void setSuspended(bool suspended);
     void clientRegistered(uint8_t kind, pid_t pid);
     void clientGone(uint8_t kind, Event how);
+    /** A client was there, and a command to it failed or was given up. */
+    void clientFailed(uint8_t kind);
 
     // For those who show it.
     uint64_t total(Count what) const { return mCounts.total(static_cast<size_t>(what)); }

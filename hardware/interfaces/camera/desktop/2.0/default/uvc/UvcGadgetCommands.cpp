@@ -100,6 +100,7 @@ std::string UvcGadgetHandler::setCommandTo(ClientType type, const std::string& m
             mEvents.send(static_cast<uint8_t>(type),
                          [desktop, type, message] { return tell(desktop, type, message); });
     if (answer.failed) {
+        mStats.clientFailed(static_cast<uint8_t>(type));
         ALOGE("%s: Failed during binder call, isDead %d", __func__, answer.isDead);
     }
     return answer.text;
