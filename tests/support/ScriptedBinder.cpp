@@ -44,6 +44,8 @@ ScriptedBinder& ScriptedBinder::ofThisProcess() {
 void ScriptedBinder::clear() {
     mToGive.clear();
     mTaken.clear();
+    mExchanges = 0;
+    mWhenIdle = nullptr;
 }
 
 void ScriptedBinder::give(const std::vector<BinderCommand>& commands) {
@@ -67,11 +69,13 @@ std::vector<uint32_t> ScriptedBinder::takeNumbers() {
 }
 
 int ScriptedBinder::exchange(binder_write_read* exchange) {
+    mExchanges++;
     exchange->write_consumed =
             std::min<size_t>(exchange->write_size, std::exchange(mLimit, SIZE_MAX));
     record(pointerTo<uint8_t>(exchange->write_buffer), exchange->write_consumed);
     if (exchange->read_size == 0) return 0;
     if (mToGive.empty()) {
+        if (mWhenIdle != nullptr) mWhenIdle();
         errno = EIO;
         return -1;
     }

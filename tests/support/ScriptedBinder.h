@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,6 +66,12 @@ class ScriptedBinder {
     /** How many batches have not been read. */
     size_t left() const { return mToGive.size(); }
 
+    /** Called where the driver would wait, until clear(). */
+    void whenIdle(std::function<void()> called) { mWhenIdle = std::move(called); }
+
+    /** How many exchanges there have been, since clear(). */
+    size_t exchanges() const { return mExchanges; }
+
     /** Forgets them and everything written. */
     void clear();
 
@@ -84,6 +91,8 @@ class ScriptedBinder {
     std::deque<std::vector<uint8_t>> mToGive;
     std::vector<BinderCommand> mTaken;
     size_t mLimit = SIZE_MAX;
+    size_t mExchanges = 0;
+    std::function<void()> mWhenIdle;
 };
 
 }  // namespace korvane::test

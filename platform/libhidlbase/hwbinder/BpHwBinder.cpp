@@ -14,8 +14,10 @@ namespace android {
 namespace hardware {
 
 BpHwBinder::BpHwBinder(uint32_t handle, uint64_t deathCookie)
-    : mHandle(handle), mDeathCookie(deathCookie) {
-    IPCThreadState::self()->incStrongHandle(mHandle);
+    : mHandle(handle), mDeathCookie(deathCookie) {}
+
+void BpHwBinder::onFirstRef() {
+    IPCThreadState::self()->incStrongHandle(this);
 }
 
 BpHwBinder::~BpHwBinder() {

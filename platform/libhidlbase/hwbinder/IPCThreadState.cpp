@@ -5,12 +5,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <pthread.h>
 #include <unistd.h>
 
 #include <log/log.h>
 
+#include <hwbinder/BpHwBinder.h>
 #include <hwbinder/Parcel.h>
 #include <hwbinder/ProcessState.h>
 
@@ -58,7 +60,6 @@ IPCThreadState::IPCThreadState()
       mEvents(std::make_unique<DriverEvents>(*ProcessState::self(), *mChannel)) {}
 
 IPCThreadState::~IPCThreadState() {
-    mChannel->flush();
     mChannel->driver().exitThread();
 }
 
@@ -67,6 +68,7 @@ void IPCThreadState::threadDestructor(void* state) {
     // What runs here may still ask for this thread's state.
     pthread_setspecific(threadKey(threadDestructor), thread);
     thread->mEvents->runDeferred();
+    thread->flushCommands();
     pthread_setspecific(threadKey(threadDestructor), nullptr);
     delete thread;
 }
@@ -95,6 +97,15 @@ bool IPCThreadState::isOnlyBinderThread() const {
 
 void IPCThreadState::flushCommands() {
     mChannel->flush();
+    letGoOfProxies();
+}
+
+void IPCThreadState::flushUnlessServing() {
+    if (!mIsServing) flushCommands();
+}
+
+void IPCThreadState::letGoOfProxies() {
+    if (mChannel->out().isEmpty()) std::exchange(mNewProxies, {});
 }
 
 // Serving.
@@ -102,15 +113,17 @@ void IPCThreadState::flushCommands() {
 void IPCThreadState::joinThreadPool(bool isMain) {
     mChannel->out().write(isMain ? BC_ENTER_LOOPER : BC_REGISTER_LOOPER);
     mIsLooper = true;
+    mIsServing = true;
     status_t status;
     do {
         status = executeNextCommand();
     } while (status == OK || (status == TIMED_OUT && isMain));
+    mIsServing = false;
     ALOGE_IF(status != TIMED_OUT && status != -ECONNREFUSED,
              "A thread leaves the pool, as the driver says %d", status);
     mIsLooper = false;
     mChannel->out().write(BC_EXIT_LOOPER);
-    mChannel->flush();
+    flushCommands();
 }
 
 status_t IPCThreadState::setupPolling(int* fd) {
@@ -124,14 +137,18 @@ status_t IPCThreadState::setupPolling(int* fd) {
 }
 
 status_t IPCThreadState::handlePolledCommands() {
+    mIsServing = true;
     // The descriptor may be readable for nothing: only what is there is taken, without waiting.
     status_t status = mChannel->receive();
     while (status == OK && !mChannel->in().isExhausted()) status = executeNextCommand();
+    mIsServing = false;
     flushCommands();
     return status;
 }
 
 status_t IPCThreadState::executeNextCommand() {
+    // A proxy that nobody else has must not stay for as long as no call comes.
+    if (!mNewProxies.empty()) flushCommands();
     uint32_t command;
     status_t status = nextCommand(&command);
     if (status == OK) status = execute(command);
@@ -148,6 +165,7 @@ status_t IPCThreadState::nextCommand(uint32_t* command) {
     do {
         const status_t status = mChannel->receive();
         if (status != OK) return status;
+        letGoOfProxies();
     } while (mChannel->in().isExhausted());
     return mChannel->in().read(command) ? OK : BAD_VALUE;
 }
@@ -222,19 +240,24 @@ status_t IPCThreadState::receiveReply(Parcel* reply) {
 void IPCThreadState::freeBuffer(const uint8_t* bytes) {
     mChannel->out().write(BC_FREE_BUFFER,
                           static_cast<binder_uintptr_t>(reinterpret_cast<uintptr_t>(bytes)));
-    mChannel->flush();
+    flushUnlessServing();
 }
 
 // References and links of proxies.
 
-void IPCThreadState::incStrongHandle(uint32_t handle) {
-    mChannel->out().write(BC_ACQUIRE, handle);
-    mChannel->flush();
+void IPCThreadState::incStrongHandle(const sp<BpHwBinder>& proxy) {
+    mChannel->out().write(BC_ACQUIRE, proxy->handle());
+    // Until then the received bytes hold the object that a handle came for; none came for handle 0.
+    if (mIsServing && proxy->handle() != 0) {
+        mNewProxies.push_back(proxy);
+    } else {
+        mChannel->flush();
+    }
 }
 
 void IPCThreadState::decStrongHandle(uint32_t handle) {
     mChannel->out().write(BC_RELEASE, handle);
-    mChannel->flush();
+    flushUnlessServing();
 }
 
 status_t IPCThreadState::requestDeathNotification(uint32_t handle, uint64_t cookie) {

@@ -16,7 +16,8 @@ namespace hardware {
 /**
  * Keeps at most one proxy for each handle, weakly. While one is being destroyed, which ends with
  * forget(), a thread that asks for the same handle waits: the driver must have got the old one's
- * reference and death link back before a new one takes its own.
+ * death link back before a new one takes its own. References are counted: an old one may go back
+ * after a new one has been taken.
  *
  * Thread-safe. A proxy takes its reference under mLock; nobody else's code runs under it.
  */

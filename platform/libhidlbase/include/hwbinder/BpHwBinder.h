@@ -44,6 +44,7 @@ class BpHwBinder : public IBinder {
 
   protected:
     ~BpHwBinder() override;
+    void onFirstRef() override;
 
   private:
     struct Link {

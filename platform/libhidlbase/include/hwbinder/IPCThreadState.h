@@ -9,10 +9,12 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace android {
 namespace hardware {
 
+class BpHwBinder;
 class DriverChannel;
 class DriverEvents;
 class IncomingCall;
@@ -24,6 +26,10 @@ class IncomingCall;
  * A thread that waits for a reply serves the calls that come back within its own, and calls within
  * those. Two processes could go on like that until the stack ends: a thread serves no more than
  * kMaxServedDepth calls one inside another and answers what comes beyond with FAILED_TRANSACTION.
+ *
+ * What a serving thread takes and gives back waits for its next reply, call or wait for a call: it
+ * is sure to come to one, and asks the driver for nothing else. Any other thread may never call
+ * again, so what it takes and gives back goes to the driver at once.
  */
 class IPCThreadState {
   public:
@@ -72,11 +78,14 @@ class IPCThreadState {
     status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags);
 
-    /** Gives the bytes of a received call or reply back to the driver, at once. */
+    /** Gives the bytes of a received call or reply back to the driver. */
     void freeBuffer(const uint8_t* bytes);
 
-    /** Takes and gives back the process's reference of a handle, at once. */
-    void incStrongHandle(uint32_t handle);
+    /**
+     * Takes and gives back a proxy's reference of its handle. The proxy lives until the driver
+     * knows of the reference: another thread that drops it could give back what isn't taken yet.
+     */
+    void incStrongHandle(const sp<BpHwBinder>& proxy);
     void decStrongHandle(uint32_t handle);
 
     /** Asks for, or no longer for, a notice of the death of a handle's process, at once. */
@@ -103,12 +112,16 @@ class IPCThreadState {
     status_t receiveReply(Parcel* reply);
     status_t nextCommand(uint32_t* command);
     void runDeferredEvents();
+    void flushUnlessServing();
+    void letGoOfProxies();
 
     const std::unique_ptr<DriverChannel> mChannel;
     const std::unique_ptr<DriverEvents> mEvents;
     std::optional<Caller> mCaller;  // of the call being served
     bool mIsLooper = false;
     bool mIsPolling = false;
+    bool mIsServing = false;  // inside joinThreadPool() or handlePolledCommands()
+    std::vector<sp<BpHwBinder>> mNewProxies;  // whose references the driver may not know of
     int mServedDepth = 0;  // calls that this thread serves, one inside another
     int mCallDepth = 0;    // calls of this thread that wait for their reply, one inside another
 };
