@@ -6,7 +6,7 @@ has to be compiled by itself.
 """
 
 import re
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 
 from cpp import Source
 
@@ -97,6 +97,25 @@ def place(sites, number, mutant):
     return False
 
 
+def statements_of(sites):
+    for site in sites:
+        if site.kind == 'statement':
+            yield site
+        yield from statements_of(site.inner)
+
+
+def halves_of(mutant, text, begins, ends):
+    """The two statements that a mutant exchanges, each with the other in its place; None where it
+    isn't two statements that it exchanges, in which case it is none of begins and ends."""
+    one = begins.get(mutant.start)
+    other = ends.get(mutant.start + len(mutant.original))
+    if mutant.operator != 'swap' or one is None or other is None:
+        return None
+    first, second = text[one.start:one.end], text[other.start:other.end]
+    return ((one, replace(mutant, original=first, changed=second)),
+            (other, replace(mutant, start=other.start, original=second, changed=first)))
+
+
 class Switchboard:
     def __init__(self, text, mutants, first=1):
         """first: the number of the first mutant."""
@@ -104,8 +123,13 @@ class Switchboard:
         self.outermost = nest(sites_of(Source(text)))
         self.numbers = {}
         self.refused = set()
+        statements = list(statements_of(self.outermost))
+        begins, ends = {s.start: s for s in statements}, {s.end: s for s in statements}
         for number, mutant in enumerate(mutants, first):
-            if place(self.outermost, number, mutant):
+            halves = halves_of(mutant, text, begins, ends)
+            for site, half in halves or ():
+                site.mutants.append((number, half))
+            if halves or place(self.outermost, number, mutant):
                 self.numbers[mutant] = number
         self.mutants = {number: mutant for mutant, number in self.numbers.items()}
 
@@ -123,7 +147,7 @@ class Switchboard:
 
     def choice(self, site):
         original = self.render(site.inner, site.start, site.end)
-        alive = [(n, m) for n, m in site.mutants if m in self.numbers]
+        alive = [(n, m) for n, m in site.mutants if self.mutants[n] in self.numbers]
         if not alive:
             return original
         around, one, between = FORMS[site.kind]
@@ -153,11 +177,11 @@ class Switchboard:
             if mutant is None or mutant not in self.numbers:
                 continue
             found = True
-            if match[2] and self.in_statement(self.outermost, mutant):
+            if match[2] and self.in_statement(self.outermost, self.numbers[mutant]):
                 self.refused.add(mutant)
             del self.numbers[mutant]
         return found
 
-    def in_statement(self, sites, mutant):
-        return any(site.kind == 'statement' if mutant in (m for _, m in site.mutants)
-                   else self.in_statement(site.inner, mutant) for site in sites)
+    def in_statement(self, sites, number):
+        return any(site.kind == 'statement' if number in (n for n, _ in site.mutants)
+                   else self.in_statement(site.inner, number) for site in sites)
