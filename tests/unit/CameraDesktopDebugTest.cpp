@@ -408,6 +408,19 @@ TEST_F(CameraDesktopDebugTest, ADumpMayHaveDescriptorZero) {
     native_handle_delete(handle);
 }
 
+TEST_F(CameraDesktopDebugTest, ANumberOfTheHandlesIsNoFileForFrames) {
+    stream();
+    const MemoryFile file;
+    const MemoryFile answer;
+    native_handle_t* handle = native_handle_create(1, 1);
+    handle->data[0] = answer.fd();
+    handle->data[1] = file.fd();  // a number, no descriptor
+    mWorld.service->debug(hidl_handle(handle), {"--dump-frames"});
+    native_handle_delete(handle);
+    EXPECT_EQ("no file for the frames\n", answer.bytes());
+    EXPECT_THAT(othersFor(file), IsEmpty());
+}
+
 TEST_F(CameraDesktopDebugTest, AFileThatCannotBeWrittenIsRefused) {
     stream();
     const MemoryFile file;
