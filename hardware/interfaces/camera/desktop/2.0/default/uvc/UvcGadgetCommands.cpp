@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The controller's command channel: its connection to the service and the texts on it.
+// The controller's command channel: the texts that it takes and sends.
 #define LOG_TAG "UVC-GadgetHandler"
 
 #include <linux/videodev2.h>
@@ -68,34 +68,15 @@ std::string cameraFormat(const StreamSettings& settings) {
 }  // namespace
 
 bool UvcGadgetHandler::connectToServiceLocked() {
-    if (mService != nullptr) return true;
-
-    ALOGD("Trying to get service");
-    mService = ICameraDesktop::tryGetService("default", false);
-    if (mService != nullptr) {
-        // Without the registration no command arrives; events still leave.
-        (void)mService->registerCallback(ClientType::WEBCAM_CONTROLLER, mCallback).isOk();
-    }
-    ALOGD("Got service for camera desktop %p", mService.get());
-    return mService != nullptr;
-}
-
-bool UvcGadgetHandler::connectToService() {
-    std::lock_guard<std::mutex> guard(mServiceLock);
-    return connectToServiceLocked();
-}
-
-sp<ICameraDesktop> UvcGadgetHandler::service() {
-    std::lock_guard<std::mutex> guard(mServiceLock);
-    return mService;
+    return mConnection.connect();
 }
 
 std::string UvcGadgetHandler::setCommandTo(ClientType type, const std::string& message) {
-    if (!connectToService()) {
+    if (!connectToServiceLocked()) {
         ALOGE("%s: Service not available", __func__);
         return "";
     }
-    const sp<ICameraDesktop> desktop = service();
+    const sp<ICameraDesktop> desktop = mConnection.service();
     const ClientEvents::Answer answer =
             mEvents.send(static_cast<uint8_t>(type),
                          [desktop, type, message] { return tell(desktop, type, message); });
@@ -137,7 +118,7 @@ std::string UvcGadgetHandler::handleCommand(const std::string& command) {
 void UvcGadgetHandler::suspendStream(const rapidjson::Value& command) {
     bool suspend = false;
     if (JsonUtils::parseValue(command, "stream-suspend", suspend, -1) != 0) return;
-    const sp<KorBufferSource> source = frameSource();
+    const sp<KorBufferSource> source = mSurface.source();
     if (source != nullptr) source->setSuspend(suspend, -1);
 }
 

@@ -10,22 +10,19 @@
 
 #include <log/log.h>
 
+#include "uvc/CamDesktopCallback.h"
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-UvcGadgetHandler::UvcGadgetHandler() : mHotPlug(new HotPlugCtrl(this)) {
-    mCallback = new CamDesktopCallback(this);
+UvcGadgetHandler::UvcGadgetHandler()
+    : mHotPlug(new HotPlugCtrl(this)), mConnection(new CamDesktopCallback(this)), mSurface(mStats) {
     ALOGD("%s E", __func__);
     mPollThread = std::thread(&UvcGadgetHandler::pollThread, this);
 }
 
 UvcGadgetHandler::~UvcGadgetHandler() {
     ALOGD("%s E", __func__);
-    {
-        std::lock_guard<std::mutex> guard(mStartLock);
-        if (mPolling) return;  // the thread's destructor ends the process
-        mStopRequested = true;
-        mStartCondition.notify_all();
-    }
+    if (!mStart.stop()) return;  // the thread's destructor ends the process
     mPollThread.join();
 }
 

@@ -4,7 +4,6 @@
 
 #include <sys/select.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -19,9 +18,11 @@
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
-#include "uvc/CamDesktopCallback.h"
+#include "uvc/CameraSurface.h"
 #include "uvc/ClientEvents.h"
 #include "uvc/ComponentWrapper.h"
+#include "uvc/ControllerStart.h"
+#include "uvc/DesktopConnection.h"
 #include "uvc/HotPlugCtrl.h"
 #include "uvc/KorBufferSource.h"
 #include "uvc/ServiceStats.h"
@@ -33,6 +34,10 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * Webcam mode. Watches for the gadget's video node, opens and closes its device, tells the camera
  * clients when the host starts and stops streaming, makes the surface they render into and hands
  * its frames to the device.
+ *
+ * It is what the HIDL service, the gadget's node and the frame source each call, and has what it
+ * brings together: HotPlugCtrl, the device (UvcV4l2Ctrl), DesktopConnection, ClientEvents (which
+ * sends the events), CameraSurface (with its frame source) and ServiceStats.
  *
  * States: no device; device present (opened, or left unopened after a failure); streaming. A
  * surface exists from a client's "create-surface" until the stream stops or another one replaces
@@ -47,13 +52,11 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  *  - the frame source's callers (HIDL thread, poll thread): submitBuffer, with the frame source's
  *    mutex held.
  *
- * Locks: mDeviceLock guards the device pointer against deletion while another thread uses the
+ * Lock: mDeviceLock guards the device pointer against deletion while another thread uses the
  * device, and is held over the whole making of a surface, so that two commands come one after the
  * other. It nests inside the mutex of a frame source that has been started, so it is never held
  * over a call into one; until then it is the outer of the two. It is never held over a call to a
- * client, whose answer may need it. mFrameSourceLock guards the frame source pointer and its being
- * published, and nests inside mDeviceLock; mServiceLock guards the connection to the service.
- * Inside these two only the service's own lock and that of ClientEvents are taken.
+ * client, whose answer may need it. The parts have locks of their own, inside it if both are held.
  *
  * One instance for the life of the process. Destroying it ends a poll thread that still waits for
  * the service; later the thread can't be stopped, and destruction terminates the process.
@@ -129,16 +132,14 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     // The poll thread (UvcGadgetPoll.cpp).
     void pollThread();
     bool connectAtStart();
-    bool waitToConnect();
     int preparePoll();
     void serveHotPlug();
     void serveDevice();
     void removeDeviceIfGone();
 
-    // The connection to the service and the commands (UvcGadgetCommands.cpp).
-    bool connectToService();
-    bool connectToServiceLocked() REQUIRES(mServiceLock);
-    ::android::sp<ICameraDesktop> service();
+    // Commands and events (UvcGadgetCommands.cpp).
+    /** A fixed name; the lock in question is the connection's own. */
+    bool connectToServiceLocked();
     std::string setCommandTo(ClientType type, const std::string& message);
     std::string getStreamConfig();
     void suspendStream(const rapidjson::Value& command);
@@ -155,10 +156,6 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
             REQUIRES(mDeviceLock);
     const char* refuseSurface_l() const REQUIRES(mDeviceLock);
     const char* publishSurface_l(const NewSurface& made) REQUIRES(mDeviceLock);
-    ::android::sp<::android::KorBufferSource> withdrawSurface();
-    ::android::sp<::android::KorBufferSource> frameSource();
-    ::android::sp<::android::KorBufferSource> exchangeFrameSource(
-            const ::android::sp<::android::KorBufferSource>& source);
 
     ServiceStats mStats;
     fd_set mReadSet;
@@ -171,20 +168,10 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     // Changed by the poll thread only, with the lock; without it nobody else looks.
     std::unique_ptr<UvcV4l2Ctrl> mDevice;
 
-    // Whether the poll thread may still be stopped, which it can be while it waits for the service.
-    std::mutex mStartLock;
-    std::condition_variable_any mStartCondition;
-    bool mStopRequested GUARDED_BY(mStartLock) = false;
-    bool mPolling GUARDED_BY(mStartLock) = false;
-
-    std::mutex mServiceLock;
-    ::android::sp<ICameraDesktop> mService GUARDED_BY(mServiceLock);
-    ::android::sp<CamDesktopCallback> mCallback;
-
+    ControllerStart mStart;
+    DesktopConnection mConnection;
     ClientEvents mEvents;
-
-    std::mutex mFrameSourceLock ACQUIRED_AFTER(mDeviceLock);
-    ::android::sp<::android::KorBufferSource> mFrameSource GUARDED_BY(mFrameSourceLock);
+    CameraSurface mSurface;
 
     std::thread mPollThread;
 };

@@ -47,21 +47,10 @@ void UvcGadgetHandler::pollThread() {
 // False when the handler is being destroyed instead.
 bool UvcGadgetHandler::connectAtStart() {
     for (int i = 0; i < kConnectTries; ++i) {
-        if (!waitToConnect()) return false;
-        if (connectToService()) break;
+        if (!mStart.wait(kConnectDelay)) return false;
+        if (connectToServiceLocked()) break;
     }
-    std::lock_guard<std::mutex> guard(mStartLock);
-    mPolling = !mStopRequested;
-    return mPolling;
-}
-
-bool UvcGadgetHandler::waitToConnect() {
-    const auto end = std::chrono::steady_clock::now() + kConnectDelay;
-    std::lock_guard<std::mutex> guard(mStartLock);
-    while (!mStopRequested) {
-        if (mStartCondition.wait_until(mStartLock, end) == std::cv_status::timeout) break;
-    }
-    return !mStopRequested;
+    return mStart.beginPolling();
 }
 
 int UvcGadgetHandler::preparePoll() {

@@ -46,7 +46,7 @@ const char* refuseWithoutStream() {
 // device lock itself, and letting go of the replaced source may end it, which calls its camera.
 std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
     NewSurface made;
-    made.desktop = service();
+    made.desktop = mConnection.service();
     std::string refusal;
     {
         std::lock_guard<std::mutex> guard(mDeviceLock);
@@ -64,8 +64,7 @@ std::string UvcGadgetHandler::makeSurface_l(const rapidjson::Value& params, NewS
 
     const sp<KorBufferSource> source = new KorBufferSource(mStats);
     made->source = source;
-    made->replaced = exchangeFrameSource(source);
-    mStats.surfaceGone();
+    made->replaced = mSurface.replace(source);
     const int count = static_cast<int>(mDevice->getBufferNum());
     if (source->configure(this, count, request.width, request.height, request.fourcc(),
                           request.consumerUsage) != OK) {
@@ -93,21 +92,14 @@ const char* UvcGadgetHandler::refuseSurface_l() const {
 
 // A stop doesn't take the device lock, so the stream may have stopped since it was last looked at,
 // and another one begun: then the source is no longer the one to which frames come back. A stop
-// that comes after this look withdraws the surface, for which it needs mFrameSourceLock.
+// that comes after this look withdraws the surface.
 const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
-    const auto producer = made.source->getHGraphicBufferProducer_V1_0();
-    std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    const char* refusal = refuseSurface_l();
-    if (refusal == nullptr && mFrameSource != made.source) refusal = refuseWithoutStream();
-    if (refusal != nullptr) {
-        mFrameSource.clear();
-        mStats.surfaceGone();
-        return refusal;
-    }
-    if (made.desktop != nullptr) {
-        (void)made.desktop->setSurface(ClientType::WEBCAM_CONTROLLER, producer).isOk();
-    }
-    return nullptr;
+    return mSurface.publish(made.desktop, made.source,
+                            [this](bool isCurrent) REQUIRES(mDeviceLock) {
+                                const char* refusal = refuseSurface_l();
+                                if (refusal != nullptr || isCurrent) return refusal;
+                                return refuseWithoutStream();
+                            });
 }
 
 status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffer,
@@ -142,7 +134,7 @@ void UvcGadgetHandler::dispatchDataSpaceChanged(int /* dataSpace */, int /* aspe
                                                 int /* pixelFormat */) {}
 
 void UvcGadgetHandler::onFrameEmptied(UvcBufInfo* info) {
-    const sp<KorBufferSource> source = frameSource();
+    const sp<KorBufferSource> source = mSurface.source();
     if (source != nullptr) {
         source->onInputBufferEmptied(info->index, info->fenceFd);
     } else if (info->fenceFd >= 0) {
@@ -158,32 +150,8 @@ void UvcGadgetHandler::onStreamStart() {
 void UvcGadgetHandler::onStreamStop() {
     // Nobody reaches the source any more while the client, which may well call back, is told. It
     // goes after that, or with the last call that is still inside it.
-    const sp<KorBufferSource> source = withdrawSurface();
+    const sp<KorBufferSource> source = mSurface.withdraw(mConnection.service());
     setCommandTo(ClientType::STREAM, R"({"event":"stream-stop"})");
-}
-
-sp<KorBufferSource> UvcGadgetHandler::withdrawSurface() {
-    const sp<ICameraDesktop> desktop = service();
-    sp<KorBufferSource> source;
-    std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    if (desktop != nullptr) {
-        (void)desktop->setSurface(ClientType::WEBCAM_CONTROLLER, nullptr).isOk();
-    }
-    std::swap(source, mFrameSource);
-    mStats.surfaceGone();
-    return source;
-}
-
-sp<KorBufferSource> UvcGadgetHandler::frameSource() {
-    std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    return mFrameSource;
-}
-
-sp<KorBufferSource> UvcGadgetHandler::exchangeFrameSource(const sp<KorBufferSource>& source) {
-    sp<KorBufferSource> replaced = source;
-    std::lock_guard<std::mutex> guard(mFrameSourceLock);
-    std::swap(mFrameSource, replaced);
-    return replaced;
 }
 
 }  // namespace korvane::hardware::camera::desktop::V2_0::implementation
