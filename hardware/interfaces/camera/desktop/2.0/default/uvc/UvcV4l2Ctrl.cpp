@@ -69,22 +69,24 @@ StreamSettings UvcV4l2Ctrl::getStreamSettings() const {
 
 int UvcV4l2Ctrl::open() {
     Guard guard(mLock);
-    if (mOpenCount == 0) {
-        if (fd >= 0) {
-            ALOGE("FIX:first open but fd valid");
-            return -EINVAL;
-        }
-        fd = watchable(::open(mDevName.c_str(), O_RDWR | O_NONBLOCK));
-        if (fd < 0) {
-            ALOGE("open [%s] failed %d", mDevName.c_str(), errno);
-            mStats.setNode(NodeState::UNOPENED, mDevName.c_str());
-            return -ENODEV;
-        }
-        subscribeEvents();
-        setInitialFormat_l();
-        mStats.setNode(NodeState::READY, mDevName.c_str());
+    if (mState != State::CLOSED) {
+        ++mFurtherOpens;
+        return 0;
     }
-    ++mOpenCount;
+    if (fd >= 0) {
+        ALOGE("FIX:first open but fd valid");
+        return -EINVAL;
+    }
+    fd = watchable(::open(mDevName.c_str(), O_RDWR | O_NONBLOCK));
+    if (fd < 0) {
+        ALOGE("open [%s] failed %d", mDevName.c_str(), errno);
+        mStats.setNode(NodeState::UNOPENED, mDevName.c_str());
+        return -ENODEV;
+    }
+    subscribeEvents();
+    setInitialFormat_l();
+    mStats.setNode(NodeState::READY, mDevName.c_str());
+    mState = State::READY;
     return 0;
 }
 
@@ -114,15 +116,18 @@ void UvcV4l2Ctrl::noteMode_l() {
 int UvcV4l2Ctrl::close() {
     handleStopStream();
     Guard guard(mLock);
-    if (mOpenCount == 1) {
-        if (fd >= 0) {
-            closeNode();
-            mStats.setNode(NodeState::CLOSED);
-        } else {
-            ALOGE("FIX:close without open");
-        }
+    if (mState == State::CLOSED) return 0;
+    if (mFurtherOpens > 0) {
+        --mFurtherOpens;
+        return 0;
     }
-    if (mOpenCount > 0) --mOpenCount;
+    mState = State::CLOSED;
+    if (fd >= 0) {
+        closeNode();
+        mStats.setNode(NodeState::CLOSED);
+    } else {
+        ALOGE("FIX:close without open");
+    }
     return 0;
 }
 
@@ -197,7 +202,7 @@ void UvcV4l2Ctrl::handleSetup(const usb_ctrlrequest& request) {
 
 void UvcV4l2Ctrl::handleStartStream() {
     Guard guard(mLock);
-    if (mStreaming) return;
+    if (isStreaming()) return;
     if (!allocBuffers_l()) {
         ALOGE("Failed to alloc buffers");
         mStats.note(Event::STREAM_REFUSED);
@@ -208,15 +213,15 @@ void UvcV4l2Ctrl::handleStartStream() {
         releaseBuffers_l();
         return;
     }
-    mStreaming = true;
+    mState = State::STREAMING;
     mStats.streamStarted(static_cast<uint32_t>(mBuffers.size()));
     notify_l(&EventListener::onStreamStart);
 }
 
 void UvcV4l2Ctrl::handleStopStream() {
     Guard guard(mLock);
-    if (!mStreaming) return;
-    mStreaming = false;
+    if (!isStreaming()) return;
+    mState = State::READY;
     mStats.streamStopped();
     notify_l(&EventListener::onStreamStop);
     streamOff();

@@ -44,10 +44,15 @@ struct StreamSettings {
  * function's configuration, follows the host's stream start and stop, and while streaming puts
  * frames into the node's buffers.
  *
- *   closed --open()--> idle --STREAMON--> streaming --STREAMOFF--> idle
+ *               open()                 STREAMON
+ *     CLOSED ─────────────► READY ───────────────────────────► STREAMING
+ *            ◄─────────────       ◄───────────────────────────
+ *             last close(),        STREAMOFF, close(), DISCONNECT,
+ *             DISCONNECT           five failing writes in a row
  *
- * DISCONNECT, close() and five failing writes in a row end a stream as well; the first two also
- * drop one open reference, so after a DISCONNECT the node is closed while the object remains.
+ * DISCONNECT is a close() by the host: after it the node is closed while the object remains. A
+ * node that was opened more often stays open until each has been closed. fd is the node's
+ * descriptor unless CLOSED.
  *
  * Threads: everything runs on the poll thread except queueBuffer(), which the frame source's thread
  * calls, and isStreaming(), getBufferNum() and getStreamSettings(), which any thread may. One
@@ -124,7 +129,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     virtual uint32_t getBufferNum();
 
     /** Whether the host streams. From any thread, without the lock: it may change right after. */
-    bool isStreaming() const { return mStreaming; }
+    bool isStreaming() const { return mState == State::STREAMING; }
 
     /** A consistent copy of the negotiated settings, from any thread. Takes the lock. */
     StreamSettings getStreamSettings() const;
@@ -138,6 +143,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     bool dumpFramesTo(FILE* file);
 
   private:
+    enum class State { CLOSED, READY, STREAMING };
     using Guard = std::lock_guard<std::mutex>;
     struct FileCloser {
         void operator()(FILE* file) const { fclose(file); }
@@ -200,9 +206,9 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     ServiceStats& mStats;
     mutable std::mutex mLock;
     std::vector<OutputBuffer> mBuffers GUARDED_BY(mLock);  // by V4L2 index
-    uint32_t mOpenCount GUARDED_BY(mLock) = 0;
-    std::atomic<bool> mStreaming{false};  // written with mLock held
-    UvcConfig mConfig;                    // its selection is guarded by mLock
+    std::atomic<State> mState{State::CLOSED};              // written with mLock held
+    uint32_t mFurtherOpens GUARDED_BY(mLock) = 0;          // since the first, not closed yet
+    UvcConfig mConfig;                                     // its selection is guarded by mLock
     uint32_t mFrameCount GUARDED_BY(mLock) = 0;
     std::unique_ptr<FILE, FileCloser> mDumpFile GUARDED_BY(mLock);
     YuyvConverter mConverter GUARDED_BY(mLock);

@@ -73,7 +73,7 @@ void UvcV4l2Ctrl::releaseBuffers_l() {
 
 bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {
     Guard guard(mLock);
-    if (!mStreaming) {
+    if (!isStreaming()) {
         ALOGW("Not streaming, quit early");
         mStats.count(Count::DROPPED_NO_STREAM);
         return false;
