@@ -44,8 +44,7 @@ function(install_everything)
     install_programs(bin desktop-camera desktopctl)
     install_programs(${korvane_libexec} hwservicemanager korvane.hardware.camera.desktop-service)
     install(DIRECTORY docs/man/ DESTINATION share/man)
-    install(FILES apps/desktopctl/desktopctl.1 DESTINATION share/man/man1)
-    install(FILES apps/desktopctl/desktopctl.bash DESTINATION share/bash-completion/completions
-        RENAME desktopctl)
+    install(FILES apps/desktopctl/desktopctl.bash RENAME desktopctl
+        DESTINATION share/bash-completion/completions)
     install_development()
 endfunction()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CameraStatus.h"
 
+#include <utility>
+
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -8,21 +10,39 @@ namespace korvane::camera {
 
 using testcard::Notice;
 
+CameraStatus::CameraStatus(std::function<void(const std::string& json)> onTold)
+    : mOnTold(std::move(onTold)) {
+    publish();
+}
+
 void CameraStatus::begin(const PictureFormat& format) {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mStreaming = true;
-    mFormat = format;
-    mShown = {Notice::kStarting, ""};
+    {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mStreaming = true;
+        mFormat = format;
+        mShown = {Notice::kStarting, ""};
+    }
+    publish();
 }
 
 void CameraStatus::end() {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mStreaming = false;
+    {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mStreaming = false;
+    }
+    publish();
 }
 
 void CameraStatus::setTrouble(const Trouble& trouble) {
-    const std::lock_guard<std::mutex> guard(mLock);
-    mShown = trouble;
+    {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mShown = trouble;
+    }
+    publish();
+}
+
+void CameraStatus::publish() const {
+    if (mOnTold != nullptr) mOnTold(json());
 }
 
 void CameraStatus::setPictures(const std::string& handling) {

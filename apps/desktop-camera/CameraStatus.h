@@ -2,6 +2,7 @@
 // What the camera does at the moment, for whoever asks.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -13,6 +14,9 @@ namespace korvane::camera {
 /** Told by the thread that renders, asked from any. Thread-safe. */
 class CameraStatus {
   public:
+    /** `onTold` gets the status in JSON whenever it was told something, on the thread that told. */
+    explicit CameraStatus(std::function<void(const std::string& json)> onTold = nullptr);
+
     /** A stream of that format begins, or ends. */
     void begin(const PictureFormat& format);
     void end();
@@ -31,6 +35,9 @@ class CameraStatus {
     std::string json() const;
 
   private:
+    void publish() const;
+
+    const std::function<void(const std::string& json)> mOnTold;
     mutable std::mutex mLock;
     // all guarded by mLock
     bool mStreaming = false;

@@ -24,6 +24,7 @@
 #include "FrameJournal.h"
 #include "GstreamerSource.h"
 #include "ServiceConnection.h"
+#include "StatusFile.h"
 #include "SteadySource.h"
 #include "StreamDemand.h"
 #include "StreamHooks.h"
@@ -93,7 +94,8 @@ class SignalWaiter {
 int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journal) {
     // Calls from the service may come until the very end of the process.
     auto& demand = *new StreamDemand;
-    auto& status = *new CameraStatus;
+    StatusFile file(kStatusFile);
+    auto& status = *new CameraStatus([&file](const std::string& json) { file.write(json); });
     const SignalWaiter signals(demand);
     android::hardware::configureRpcThreadpool(1, false);
     ServiceConnection connection(demand, status, kindsOf(options));

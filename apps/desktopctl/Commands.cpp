@@ -14,11 +14,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "CameraReport.h"
 #include "Deadline.h"
 #include "FrameDump.h"
 #include "Screens.h"
 #include "Service.h"
 #include "Snapshot.h"
+#include "desktop-camera/StatusFile.h"
 
 namespace korvane::ctl {
 
@@ -78,9 +80,12 @@ ExitCode showStatus(bool json) {
     const Deadline deadline(kAnswerSeconds);
     const auto service = Service::find();
     if (!service) return notRunning();
-    const auto text = json ? service->debug({"--json"}) : service->debug({});
+    auto text = json ? service->debug({"--json"}) : service->debug({});
     const auto status = service->status();
     if (!text || !status) return notRunning();
+    if (const auto camera = readCameraReport(camera::kStatusFile, *status)) {
+        text = json ? jsonWith(*camera, *text) : pageWith(*camera, *text);
+    }
     fputs(text->c_str(), stdout);
     return status->exitCode();
 }

@@ -109,8 +109,8 @@ TEST_F(CtlArgumentsTest, HelpIsOneScreenWithEveryCommand) {
 }
 
 TEST_F(CtlArgumentsTest, ManualAndCompletionKnowEveryCommandAndOption) {
-    for (const char* file : {"desktopctl.1", "desktopctl.bash"}) {
-        std::ifstream stream(std::string(DESKTOPCTL_FOLDER) + "/" + file);
+    for (const char* file : {MANUAL, COMPLETION}) {
+        std::ifstream stream(file);
         std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
         // The manual writes a dash that is to stay one with a backslash.
         text.erase(std::remove(text.begin(), text.end(), '\\'), text.end());

@@ -65,6 +65,7 @@ need "the function comes up, unbound" gadget up --no-bind
 check "the doctor wants it bound" finds wrong bound 'the function is bound to no controller'
 need "it is bound" gadget bind
 check "a node without a camera" wait_for 20 exits 5 "$ctl" status
+check_not "and nobody says what it does" says '^Camera:'
 check "the doctor misses the camera" finds wrong camera 'none is connected'
 start_camera --log "$SHARE/camera.frames"
 check "a camera that waits for the host" wait_for 20 exits 0 "$ctl" status
@@ -86,6 +87,11 @@ host_streams() {
 host_streams MJPG $CAPTURES/mjpeg.raw
 need "the host streams" wait_for 30 says 'Node: .*streaming'
 check "the surface is the camera's" wait_for 10 says "Surface: .*MJPG.*taken by process ${pids[camera]}"
+check "the camera says how it got its picture" wait_for 10 says '^Camera: +the test card is drawn$'
+check "programs are told, too" test "$(member "['camera']['format']")" = MJPG
+kill -STOP "${pids[camera]}"
+check "a camera that doesn't answer holds up no status" says '^Camera: +the test card is drawn$'
+kill -CONT "${pids[camera]}"
 check "the doctor sees frames" wait_for 20 finds right stream '[0-9.]+ frames a second'
 check "a JPEG of a frame" exits 0 "$ctl" snapshot "$SHARE/mjpeg.jpg"
 check "a PNG of a frame" exits 0 "$ctl" snapshot "$SHARE/mjpeg.png"
@@ -100,6 +106,7 @@ check "the host was there all the time" running capture
 stop capture
 keep_capture mjpeg
 check "after the stream it is ready" wait_for 20 says 'Node: .*ready'
+check "and the camera draws nothing" wait_for 10 says '^Camera: +draws nothing$'
 check "what was counted stays" test "$(member "['stream']['sent']")" -ge 30
 check "nothing failed" test "$(member "['start']['calls-failed']")" = 0
 
@@ -133,5 +140,7 @@ for _ in 1 2 3 4 5; do
 done
 check_equal "the stream is nearly as fast, in the best of five" yes "$nearly_as_fast"
 stop capture
-stop camera
+stop camera KILL
+check "a camera that has died says nothing" wait_for 10 exits 5 "$ctl" status
+check_not "whatever it left behind" says '^Camera:'
 finish
