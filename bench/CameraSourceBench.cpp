@@ -80,7 +80,10 @@ void drawFrames(benchmark::State& state, const std::string& description, const c
     size_t bytes = 0;
     const auto draw = [&] {
         FrameSource::Result result = FrameSource::Result::kNotYet;
-        while (result == FrameSource::Result::kNotYet) result = source.draw({}, picture, &bytes);
+        while (result == FrameSource::Result::kNotYet ||
+               (result == FrameSource::Result::kEnded && source.startAgain())) {
+            result = source.draw({}, picture, &bytes);
+        }
         return result == FrameSource::Result::kDrawn;
     };
     if (!source.start({fourcc, kWidth, kHeight, 30}) || !draw()) {

@@ -27,20 +27,25 @@ struct Trouble {
 
 /**
  * Gives pictures for one stream at a time: start(), any number of draw(), stop(). Used by one
- * thread.
+ * thread at a time.
  */
 class FrameSource {
   public:
     enum class Result {
         kDrawn,
-        kNotYet,  // no picture within a tenth of a second, or one too large; try again
-        kFailed,  // there will be none any more, and the log says why
+        kNotYet,    // no picture within a tenth of a second, or one too large; try again
+        kStarting,  // nor that, since the start isn't over; try again
+        kEnded,     // the last one was the last; startAgain() begins anew
+        kFailed,    // there will be none any more, and the log says why
     };
 
     virtual ~FrameSource() = default;
 
     /** Prepares for pictures of a format. False if it cannot give such, and the log says why. */
     virtual bool start(const PictureFormat& format) = 0;
+
+    /** Begins anew, for the same stream, a source that has ended. False as with start(). */
+    virtual bool startAgain() { return false; }
 
     /**
      * Puts a picture into the memory, which is for the format given to start(). Returns its size in

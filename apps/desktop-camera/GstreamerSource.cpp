@@ -63,6 +63,11 @@ bool GstreamerSource::open() {
     return false;
 }
 
+// Not every source that ends can be sought in; every one can be built again.
+bool GstreamerSource::startAgain() {
+    return open();
+}
+
 void GstreamerSource::stop() {
     mPipeline.reset();
 }
@@ -89,8 +94,7 @@ FrameSource::Result GstreamerSource::handleNoSample() {
         note(Notice::kEnded, "the source has ended without a picture");
         return Result::kFailed;
     }
-    // Not every source that ends can be sought in; every one can be built again.
-    return open() ? Result::kNotYet : Result::kFailed;
+    return Result::kEnded;
 }
 
 // Whether the pipeline has reported an error since it started; logs it.
@@ -135,7 +139,7 @@ FrameSource::Result GstreamerSource::encodeAgain(size_t bytes, size_t limit) {
     ALOGW("a JPEG file of %zu bytes from the source is too large, the host takes %zu", bytes,
           limit);
     mMayPass = false;
-    return open() ? Result::kNotYet : Result::kFailed;
+    return Result::kEnded;
 }
 
 FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const PictureMemory& memory,

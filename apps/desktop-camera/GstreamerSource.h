@@ -14,8 +14,8 @@
 namespace korvane::camera {
 
 /**
- * Runs a pipeline while a stream lasts and takes its latest picture for each frame. A source that
- * ends is begun again.
+ * Runs a pipeline while a stream lasts and takes its latest picture for each frame. It ends with
+ * its source, and where JPEG files turn out to be too large, which are encoded after that.
  */
 class GstreamerSource : public FrameSource {
   public:
@@ -29,6 +29,7 @@ class GstreamerSource : public FrameSource {
     GstreamerSource(Describe describe, const Turn& turn);
 
     bool start(const PictureFormat& format) override;
+    bool startAgain() override;
     Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
                 size_t* bytes) override;
     void stop() override;

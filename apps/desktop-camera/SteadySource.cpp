@@ -14,6 +14,12 @@ namespace korvane::camera {
 using testcard::FrameStamp;
 using testcard::Notice;
 
+namespace {
+
+constexpr char kSlowStart[] = "the source does not start";
+
+}  // namespace
+
 SteadySource::SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times,
                            CameraStatus& status)
     : mSource(source), mIsCovered(std::move(isCovered)), mTimes(times), mStatus(status) {}
@@ -54,27 +60,43 @@ std::optional<FrameSource::Result> SteadySource::drawPicture(const FrameStamp& s
                                                              size_t* bytes) {
     if (!mOpen && monotonicNs() >= mRetryAt) open();
     if (!mOpen) return std::nullopt;
-    const Result result = mSource.draw(stamp, memory, bytes);
+    Result result = mSource.draw(stamp, memory, bytes);
+    if (result == Result::kEnded) {
+        result = mSource.startAgain() ? Result::kStarting : Result::kFailed;
+    }
     if (result == Result::kDrawn) {
         notePicture();
         return result;
     }
-    const int64_t quiet = monotonicNs() - mSince;
     if (result == Result::kFailed) {
         noteLoss(mSource.trouble());
-    } else if (quiet > (mGavePicture ? mTimes.gap : mTimes.patience)) {
-        noteLoss({Notice::kSilent, ""});
-    } else if (mTrouble.notice == Notice::kNone ||
-               (mTrouble.notice == Notice::kStarting && quiet < mTimes.beforeCard)) {
+    } else if (noteQuiet(result == Result::kStarting)) {
         return Result::kNotYet;
     }
     return std::nullopt;
 }
 
+// Whether the host can do without a card. A source is not begun anew while it begins.
+bool SteadySource::noteQuiet(bool starting) {
+    const int64_t now = monotonicNs();
+    const int64_t quiet = now - mSince;
+    if (starting) mReadySince = now;
+    if (now - mReadySince > (mGavePicture ? mTimes.gap : mTimes.patience)) {
+        noteLoss({Notice::kSilent, ""});
+    } else if (starting && quiet > mTimes.patience && mTrouble.text != kSlowStart) {
+        ALOGW("no picture: %s; it is waited for", kSlowStart);
+        show({Notice::kStarting, kSlowStart});
+    } else if (mTrouble.notice == Notice::kNone && quiet > mTimes.gap) {
+        show({Notice::kStarting, ""});
+    }
+    return mTrouble.notice == Notice::kNone ||
+           (mTrouble.notice == Notice::kStarting && quiet < mTimes.beforeCard);
+}
+
 void SteadySource::open() {
     mOpen = mSource.start(mFormat);
     mGavePicture = false;
-    mSince = monotonicNs();
+    mSince = mReadySince = monotonicNs();
     if (!mOpen) noteLoss(mSource.trouble());
 }
 
@@ -115,7 +137,7 @@ void SteadySource::notePicture() {
     if (!mGavePicture) mStatus.setPictures(mSource.handling());
     mTrouble = {};
     mGavePicture = true;
-    mSince = monotonicNs();
+    mSince = mReadySince = monotonicNs();
 }
 
 }  // namespace korvane::camera

@@ -15,8 +15,8 @@ namespace korvane::camera {
 
 /**
  * Gives the pictures of another source, and cards that say why for as long as that has none: it is
- * begun again and again until it has. While the camera is covered, the other source is stopped, so
- * that nothing is looked at. Used by one thread.
+ * begun again and again until it has, and when it ends. While the camera is covered, the other
+ * source is stopped, so that nothing is looked at. Used by one thread.
  */
 class SteadySource : public FrameSource {
   public:
@@ -42,6 +42,7 @@ class SteadySource : public FrameSource {
   private:
     std::optional<Result> drawPicture(const testcard::FrameStamp& stamp,
                                       const PictureMemory& memory, size_t* bytes);
+    bool noteQuiet(bool starting);
     void open();
     void close();
     void noteCover();
@@ -59,6 +60,7 @@ class SteadySource : public FrameSource {
     bool mOpen = false;         // whether the source is started
     bool mGavePicture = false;  // since it was
     int64_t mSince = 0;         // its latest picture or, before the first, its start
+    int64_t mReadySince = 0;    // the same, or when it was last seen at starting
     int64_t mRetryAt = 0;
     Trouble mTrouble;  // of kNone while the source's own pictures are shown
 };

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <pthread.h>
@@ -16,6 +17,7 @@
 
 #include <log/log.h>
 
+#include "BackgroundSource.h"
 #include "CameraClient.h"
 #include "CameraOptions.h"
 #include "CameraStatus.h"
@@ -53,15 +55,18 @@ std::string describeFirstCamera(std::string* why) {
 }
 
 std::unique_ptr<FrameSource> sourceFor(const CameraOptions& options) {
+    std::unique_ptr<FrameSource> source;
     switch (options.source) {
         case CameraOptions::Source::kCard:
-            break;
+            return std::make_unique<TestCardSource>();
         case CameraOptions::Source::kAuto:
-            return std::make_unique<GstreamerSource>(describeFirstCamera, options.turn);
+            source = std::make_unique<GstreamerSource>(describeFirstCamera, options.turn);
+            break;
         case CameraOptions::Source::kPipeline:
-            return std::make_unique<GstreamerSource>(options.pipeline, options.turn);
+            source = std::make_unique<GstreamerSource>(options.pipeline, options.turn);
+            break;
     }
-    return std::make_unique<TestCardSource>();
+    return std::make_unique<BackgroundSource>(std::move(source));
 }
 
 std::vector<ClientType> kindsOf(const CameraOptions& options) {

@@ -51,11 +51,13 @@ class GstreamerSourceTest : public testing::Test {
   protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
 
-    /** Draws until it is drawn or failed; kNotYet after half a minute without a picture. */
+    /** Draws, again after an end, until it is drawn or failed; kNotYet after half a minute without
+     * a picture. */
     static Result drawNext(GstreamerSource& source, Memory* memory) {
         Result result = Result::kNotYet;
         for (int tries = 0; tries < kTries && result == Result::kNotYet; ++tries) {
             result = source.draw({}, memory->picture(), &memory->used);
+            if (result == Result::kEnded && source.startAgain()) result = Result::kNotYet;
         }
         return result;
     }

@@ -10,10 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include "desktop-camera/StreamDemand.h"
 #include "support/LogRecorder.h"
 #include "testcard/StripCode.h"
 #include "testcard/StripLayout.h"
+
+// The clock moves only when a test moves it.
+extern "C" int64_t __wrap__ZN7korvane6camera11monotonicNsEv();
 
 namespace korvane::camera {
 namespace {
@@ -25,13 +27,17 @@ const PictureFormat kNv12{"NV12", 320, 240, 30};
 constexpr uint8_t kOwnPicture = 3;  // what the source's pictures are filled with
 constexpr int64_t kMs = 1'000'000;
 
+int64_t sNow = 0;
+
 /** A source that does as it is told. */
 class ToldSource : public FrameSource {
   public:
     bool starts = true;
     Result result = Result::kDrawn;
+    Result afterEnd = Result::kDrawn;
     Trouble why{Notice::kFailed, "it broke"};
     int begun = 0;
+    int begunAgain = 0;
     bool open = false;
     PictureFormat format;
 
@@ -40,6 +46,12 @@ class ToldSource : public FrameSource {
         format = given;
         ++begun;
         return open = starts;
+    }
+    bool startAgain() override {
+        EXPECT_TRUE(open) << "has not ended";
+        ++begunAgain;
+        result = afterEnd;
+        return starts;
     }
     Result draw(const testcard::FrameStamp&, const PictureMemory& memory, size_t* bytes) override {
         EXPECT_TRUE(open) << "asked for a picture without a start";
@@ -71,11 +83,11 @@ class SteadySourceTest : public testing::Test {
         return reading.top ? std::optional(reading.top->notice) : std::nullopt;
     }
 
-    /** Draws until the host is shown this; false after ten seconds. */
+    /** Draws each millisecond until the host is shown this; false after a second. */
     bool drawUntil(std::optional<Notice> notice) {
-        const int64_t end = monotonicNs() + 10'000 * kMs;
-        while (monotonicNs() < end) {
+        for (int ms = 0; ms < 1000; ++ms) {
             if (draw() == notice) return true;
+            sNow += kMs;
         }
         return false;
     }
@@ -125,10 +137,12 @@ TEST_F(SteadySourceTest, ShowsACardWhenTheSourceFailsInTheMiddle) {
 
 TEST_F(SteadySourceTest, TriesTheSourceAgainAfterTheTimeAndNotBefore) {
     mSource.starts = false;
-    const int64_t begin = monotonicNs();
+    const int64_t begin = sNow;
     ASSERT_TRUE(mSteady.start(kNv12));
-    while (mSource.begun < 4) EXPECT_EQ(Notice::kFailed, draw());
-    EXPECT_GE(monotonicNs() - begin, 3 * mTimes.retry);
+    for (; mSource.begun < 4 && sNow < begin + 1000 * kMs; sNow += kMs) {
+        EXPECT_EQ(Notice::kFailed, draw());
+    }
+    EXPECT_EQ(3 * mTimes.retry + kMs, sNow - begin);
     EXPECT_EQ(1u, mLog.lines().size()) << "the same trouble is logged once";
 }
 
@@ -136,7 +150,10 @@ TEST_F(SteadySourceTest, WaitsForTheFirstPictureBeforeItShowsACard) {
     mSource.result = Result::kNotYet;
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_EQ(std::nullopt, draw());
-    EXPECT_TRUE(drawUntil(Notice::kStarting));
+    sNow += mTimes.beforeCard - 1;
+    EXPECT_EQ(std::nullopt, draw());
+    sNow += 1;
+    EXPECT_EQ(Notice::kStarting, draw());
     EXPECT_TRUE(mSource.open);
     mSource.result = Result::kDrawn;
     EXPECT_EQ(Notice::kNone, draw());
@@ -147,19 +164,87 @@ TEST_F(SteadySourceTest, WaitsForTheFirstPictureBeforeItShowsACard) {
 TEST_F(SteadySourceTest, BeginsASourceAnewThatNeverGivesAPicture) {
     mSource.result = Result::kNotYet;
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_TRUE(drawUntil(Notice::kSilent));
+    sNow += mTimes.patience;
+    EXPECT_EQ(Notice::kStarting, draw());
+    sNow += 1;
+    EXPECT_EQ(Notice::kSilent, draw());
     EXPECT_FALSE(mSource.open);
-    while (mSource.begun < 2) EXPECT_EQ(Notice::kSilent, draw());
+    sNow += mTimes.retry - 1;
+    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(1, mSource.begun);
+    sNow += 1;
+    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(2, mSource.begun);
     mSource.result = Result::kDrawn;
     EXPECT_TRUE(drawUntil(Notice::kNone));
+}
+
+TEST_F(SteadySourceTest, DoesNotBeginASourceAnewWhileItBegins) {
+    mSource.result = Result::kStarting;
+    ASSERT_TRUE(mSteady.start(kNv12));
+    EXPECT_EQ(std::nullopt, draw());
+    sNow += mTimes.beforeCard;
+    for (int ms = 0; ms < 500; ++ms, sNow += kMs) EXPECT_EQ(Notice::kStarting, draw());
+    EXPECT_EQ(1, mSource.begun);
+    EXPECT_NE(std::string::npos, mStatus.json().find(R"("text":"the source does not start")"));
+    ASSERT_EQ(1u, mLog.lines().size());
+    EXPECT_EQ("no picture: the source does not start; it is waited for", mLog.lines()[0].message);
+    mSource.result = Result::kDrawn;
+    EXPECT_EQ(Notice::kNone, draw());
+}
+
+TEST_F(SteadySourceTest, HasPatienceWithASourceFromTheEndOfItsStart) {
+    mSource.result = Result::kStarting;
+    ASSERT_TRUE(mSteady.start(kNv12));
+    sNow += 2 * mTimes.patience;
+    EXPECT_EQ(Notice::kStarting, draw());
+    mSource.result = Result::kNotYet;
+    sNow += mTimes.patience;
+    EXPECT_EQ(Notice::kStarting, draw());
+    sNow += 1;
+    EXPECT_EQ(Notice::kSilent, draw());
+}
+
+TEST_F(SteadySourceTest, BeginsAgainWhatHasEndedWithoutACard) {
+    ASSERT_TRUE(mSteady.start(kNv12));
+    EXPECT_EQ(Notice::kNone, draw());
+    mSource.result = Result::kEnded;
+    EXPECT_EQ(std::nullopt, draw());
+    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(1, mSource.begunAgain);
+    EXPECT_TRUE(mLog.lines().empty());
+}
+
+TEST_F(SteadySourceTest, ShowsACardWhenWhatHasEndedTakesLongToBeginAgain) {
+    ASSERT_TRUE(mSteady.start(kNv12));
+    EXPECT_EQ(Notice::kNone, draw());
+    mSource.result = Result::kEnded;
+    mSource.afterEnd = Result::kStarting;
+    EXPECT_EQ(std::nullopt, draw());
+    sNow += mTimes.gap;
+    EXPECT_EQ(std::nullopt, draw());
+    sNow += 1;
+    EXPECT_EQ(Notice::kStarting, draw());
+    mSource.result = Result::kDrawn;
+    EXPECT_EQ(Notice::kNone, draw());
+}
+
+TEST_F(SteadySourceTest, ShowsACardWhenWhatHasEndedDoesNotBeginAgain) {
+    ASSERT_TRUE(mSteady.start(kNv12));
+    EXPECT_EQ(Notice::kNone, draw());
+    mSource.result = Result::kEnded;
+    mSource.starts = false;
+    EXPECT_EQ(Notice::kFailed, draw());
 }
 
 TEST_F(SteadySourceTest, LeavesAGapBetweenPicturesAloneButNotForLong) {
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_EQ(Notice::kNone, draw());
     mSource.result = Result::kNotYet;
+    sNow += mTimes.gap;
     EXPECT_EQ(std::nullopt, draw());
-    EXPECT_TRUE(drawUntil(Notice::kSilent));
+    sNow += 1;
+    EXPECT_EQ(Notice::kSilent, draw());
     mSource.result = Result::kDrawn;
     EXPECT_TRUE(drawUntil(Notice::kNone));
 }
@@ -234,3 +319,7 @@ TEST_F(SteadySourceTest, DoesWithoutCardsWhereNoneFits) {
 
 }  // namespace
 }  // namespace korvane::camera
+
+extern "C" int64_t __wrap__ZN7korvane6camera11monotonicNsEv() {
+    return korvane::camera::sNow;
+}

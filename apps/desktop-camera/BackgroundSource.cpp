@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "BackgroundSource.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+namespace korvane::camera {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr milliseconds kPictureTimeout{100};
+constexpr milliseconds kLastTimeout{1000};
+
+}  // namespace
+
+/** What the two threads share. Only the latest order counts: what it replaces was not begun. */
+class BackgroundSource::Worker {
+  public:
+    enum class Order { kNone, kStart, kStartAgain, kStop, kEnd };
+
+    explicit Worker(std::unique_ptr<FrameSource> source) : mSource(std::move(source)) {}
+
+    /** Carries orders out until the one to end. */
+    void run() {
+        std::unique_lock<std::mutex> guard(mLock);
+        Order order = Order::kNone;
+        while (order != Order::kEnd) {
+            mChanged.wait(guard, [this] { return mOrder != Order::kNone; });
+            order = std::exchange(mOrder, Order::kNone);
+            const PictureFormat format = mFormat;
+            mBusy = true;
+            guard.unlock();
+            const bool started = carryOut(order, format);
+            guard.lock();
+            mStarted = started;
+            mBusy = false;
+            mChanged.notify_all();
+        }
+    }
+
+    void order(Order order) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mOrder = order;
+        mChanged.notify_all();
+    }
+
+    void orderStart(const PictureFormat& format) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mFormat = format;
+        mOrder = Order::kStart;
+        mChanged.notify_all();
+    }
+
+    /**
+     * The source, for whoever gives the orders until its next one; null while an order is being
+     * carried out.
+     */
+    FrameSource* waitForSource(milliseconds timeout) {
+        std::unique_lock<std::mutex> guard(mLock);
+        const bool idle = mChanged.wait_for(guard, timeout,
+                                            [this] { return mOrder == Order::kNone && !mBusy; });
+        return idle ? mSource.get() : nullptr;
+    }
+
+    /** Whether the latest start went well. */
+    bool isStarted() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        return mStarted;
+    }
+
+  private:
+    bool carryOut(Order order, const PictureFormat& format) {
+        if (order == Order::kStartAgain) return mSource->startAgain();
+        if (isStarted()) mSource->stop();
+        return order == Order::kStart && mSource->start(format);
+    }
+
+    const std::unique_ptr<FrameSource> mSource;
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    // all guarded by mLock
+    Order mOrder = Order::kNone;
+    PictureFormat mFormat;
+    bool mBusy = false;  // the source is the worker's
+    bool mStarted = false;
+};
+
+BackgroundSource::BackgroundSource(std::unique_ptr<FrameSource> source)
+    : mWorker(std::make_shared<Worker>(std::move(source))),
+      mThread([worker = mWorker] { worker->run(); }) {}
+
+BackgroundSource::~BackgroundSource() {
+    mWorker->order(Worker::Order::kEnd);
+    if (mWorker->waitForSource(kLastTimeout) != nullptr) {
+        mThread.join();
+    } else {
+        mThread.detach();
+    }
+}
+
+bool BackgroundSource::start(const PictureFormat& format) {
+    mWorker->orderStart(format);
+    return true;
+}
+
+bool BackgroundSource::startAgain() {
+    mWorker->order(Worker::Order::kStartAgain);
+    return true;
+}
+
+FrameSource::Result BackgroundSource::draw(const testcard::FrameStamp& stamp,
+                                           const PictureMemory& memory, size_t* bytes) {
+    FrameSource* const source = mWorker->waitForSource(kPictureTimeout);
+    if (source == nullptr) return Result::kStarting;
+    return mWorker->isStarted() ? source->draw(stamp, memory, bytes) : Result::kFailed;
+}
+
+void BackgroundSource::stop() {
+    mWorker->order(Worker::Order::kStop);
+    mWorker->waitForSource(kPictureTimeout);
+}
+
+Trouble BackgroundSource::trouble() const {
+    const FrameSource* const source = mWorker->waitForSource(milliseconds(0));
+    return source == nullptr ? Trouble{testcard::Notice::kStarting, ""} : source->trouble();
+}
+
+std::string BackgroundSource::handling() const {
+    const FrameSource* const source = mWorker->waitForSource(milliseconds(0));
+    return source == nullptr ? "" : source->handling();
+}
+
+}  // namespace korvane::camera
