@@ -19,13 +19,12 @@ Parcel::Parcel() = default;
 Parcel::~Parcel() = default;
 
 ParcelView Parcel::view() const {
-    if (mBlock != nullptr) return mBlock->view();
-    return mWriter != nullptr ? mWriter->view() : ParcelView();
+    if (!mBlock.isEmpty()) return mBlock->view();
+    return !mWriter.isEmpty() ? mWriter->view() : ParcelView();
 }
 
 ParcelWriter& Parcel::writer() {
-    if (mWriter == nullptr) mWriter = std::make_unique<ParcelWriter>();
-    return *mWriter;
+    return mWriter.isEmpty() ? mWriter.emplace() : *mWriter;
 }
 
 ParcelReader Parcel::reader() const {
@@ -54,8 +53,8 @@ void Parcel::setDataPosition(size_t position) const {
 }
 
 void Parcel::freeData() {
-    mBlock = nullptr;
-    mWriter = nullptr;
+    mBlock.reset();
+    mWriter.reset();
     mPosition = 0;
     mObjectsRead = 0;
 }
@@ -71,9 +70,8 @@ status_t Parcel::ipcSetDataReference(const uint8_t* data, size_t size, const uin
     view.objectCount = objectCount;
     view.buffersBegin = reinterpret_cast<const uint8_t*>(objects + objectCount);
     view.buffersEnd = areaEnd;
-    auto block = std::make_unique<ReceivedBlock>(view, std::move(release));
-    const status_t status = block->check();
-    if (status == OK) mBlock = std::move(block);
+    const status_t status = mBlock.emplace(view, std::move(release)).check();
+    if (status != OK) mBlock.reset();
     return status;
 }
 
@@ -86,7 +84,7 @@ size_t Parcel::ipcObjectsCount() const {
 }
 
 size_t Parcel::ipcBufferSize() const {
-    return mWriter != nullptr ? mWriter->buffersSize() : 0;
+    return !mWriter.isEmpty() ? mWriter->buffersSize() : 0;
 }
 
 bool Parcel::isEveryObjectRead() const {
@@ -94,7 +92,7 @@ bool Parcel::isEveryObjectRead() const {
 }
 
 status_t Parcel::writeBytes(const void* bytes, size_t size) {
-    if (mBlock != nullptr) return INVALID_OPERATION;
+    if (!mBlock.isEmpty()) return INVALID_OPERATION;
     return writer().write(bytes, size);
 }
 

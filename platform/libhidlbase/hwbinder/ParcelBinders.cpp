@@ -25,7 +25,7 @@ status_t resolveRemote(const flat_binder_object& object, sp<IBinder>* binder) {
 }  // namespace
 
 status_t Parcel::writeStrongBinder(const sp<IBinder>& binder) {
-    if (mBlock != nullptr) return INVALID_OPERATION;
+    if (!mBlock.isEmpty()) return INVALID_OPERATION;
     return writer().writeBinder(binder);
 }
 

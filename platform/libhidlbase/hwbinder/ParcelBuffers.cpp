@@ -22,13 +22,13 @@ binder_buffer_object describe(const void* buffer, size_t length) {
 }  // namespace
 
 status_t Parcel::writeBuffer(const void* buffer, size_t length, size_t* handle) {
-    if (mBlock != nullptr) return INVALID_OPERATION;
+    if (!mBlock.isEmpty()) return INVALID_OPERATION;
     return writer().writeBuffer(describe(buffer, length), handle);
 }
 
 status_t Parcel::writeEmbeddedBuffer(const void* buffer, size_t length, size_t* handle,
                                      size_t parentHandle, size_t parentOffset) {
-    if (mBlock != nullptr) return INVALID_OPERATION;
+    if (!mBlock.isEmpty()) return INVALID_OPERATION;
     binder_buffer_object parent;
     if (!ObjectTable(writer().view()).getBuffer(parentHandle, &parent)) return BAD_VALUE;
     if (parent.length < sizeof(uint64_t) || parentOffset > parent.length - sizeof(uint64_t)) {

@@ -14,20 +14,11 @@ namespace {
 
 constexpr size_t kMaxSize = INT32_MAX & ~7;  // so that padding never passes it
 
-// What nearly every call and reply keeps within.
-constexpr size_t kUsualSize = 512;
-constexpr size_t kUsualObjects = 16;
-
 constexpr size_t padded(size_t size, size_t unit) {
     return (size + unit - 1) / unit * unit;
 }
 
 }  // namespace
-
-ParcelWriter::ParcelWriter() {
-    mBytes.reserve(kUsualSize);
-    mObjects.reserve(kUsualObjects);
-}
 
 ParcelWriter::~ParcelWriter() {
     for (const uint64_t name : mPublished) ProcessState::self()->localNodes().withdraw(name);
@@ -35,9 +26,8 @@ ParcelWriter::~ParcelWriter() {
 
 status_t ParcelWriter::write(const void* bytes, size_t size) {
     if (size > kMaxSize - mBytes.size()) return NO_MEMORY;
-    const auto* begin = static_cast<const uint8_t*>(bytes);
-    mBytes.insert(mBytes.end(), begin, begin + size);
-    mBytes.resize(padded(mBytes.size(), sizeof(uint32_t)));
+    mBytes.append(static_cast<const uint8_t*>(bytes), size,
+                  padded(mBytes.size() + size, sizeof(uint32_t)));
     return OK;
 }
 

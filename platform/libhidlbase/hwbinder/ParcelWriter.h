@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "InlineVector.h"
 #include "ObjectTable.h"
 
 namespace android {
@@ -16,11 +17,12 @@ namespace hardware {
 
 /**
  * The growing bytes and object offsets of a parcel, the room that its buffers will need, and the
- * binders that must live until it is sent. Nothing is written by a call that fails.
+ * binders that must live until it is sent. Nothing is written by a call that fails. Asks for memory
+ * when it carries binders, or more than the usual call does.
  */
 class ParcelWriter {
   public:
-    ParcelWriter();
+    ParcelWriter() = default;
     ~ParcelWriter();
     ParcelWriter(const ParcelWriter&) = delete;
     ParcelWriter& operator=(const ParcelWriter&) = delete;
@@ -50,8 +52,12 @@ class ParcelWriter {
     status_t writeLocal(const sp<IBinder>& binder);
     status_t writeRemote(const sp<IBinder>& binder);
 
-    std::vector<uint8_t> mBytes;
-    std::vector<uint64_t> mObjects;
+    // What nearly every call and reply keeps within.
+    static constexpr size_t kUsualSize = 512;
+    static constexpr size_t kUsualObjects = 16;
+
+    InlineVector<uint8_t, kUsualSize> mBytes;
+    InlineVector<uint64_t, kUsualObjects> mObjects;
     size_t mBuffersSize = 0;
     std::vector<sp<IBinder>> mBinders;
     std::vector<uint64_t> mPublished;  // names of local objects, to be withdrawn

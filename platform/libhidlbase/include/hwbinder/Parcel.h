@@ -3,6 +3,7 @@
 #pragma once
 
 #include <hwbinder/IBinder.h>
+#include <hwbinder/InPlace.h>
 
 #include <cutils/native_handle.h>
 #include <utils/String16.h>
@@ -10,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 
 namespace android {
 namespace hardware {
@@ -27,7 +27,9 @@ class ReceivedBlock;
  * Writing. Scalars are copied, little-endian, padded to four bytes. Buffers and native handles are
  * not: the parcel keeps their addresses, and their bytes are copied and their descriptors
  * duplicated when the parcel is sent, so that they must live until then. Objects are kept alive by
- * the parcel. Every write returns OK, or NO_MEMORY once the parcel would pass 2 GiB.
+ * the parcel. Every write returns OK, or NO_MEMORY once the parcel would pass 2 GiB. The parcel has
+ * room for the usual call in itself, which makes it a kilobyte; a longer one takes memory from the
+ * heap and keeps none of it.
  *
  * Reading. The bytes of a received parcel stay in the area that the driver filled, which is
  * read-only; pointers read from it are good until the parcel is freed, which also closes the
@@ -178,8 +180,8 @@ class Parcel {
     ParcelReader reader() const;
     ParcelWriter& writer();
 
-    std::unique_ptr<ParcelWriter> mWriter;  // what has been written here, if anything
-    std::unique_ptr<ReceivedBlock> mBlock;  // or, if not null, what has been received
+    InPlace<ParcelWriter, 768> mWriter;  // what has been written here, if anything
+    InPlace<ReceivedBlock, 96> mBlock;   // or, if there is one, what has been received
     mutable size_t mPosition = 0;
     mutable size_t mObjectsRead = 0;  // from the first on, without a gap
 };
