@@ -120,10 +120,10 @@ class IPCThreadState {
     std::optional<Caller> mCaller;  // of the call being served
     bool mIsLooper = false;
     bool mIsPolling = false;
-    bool mIsServing = false;  // inside joinThreadPool() or handlePolledCommands()
+    bool mIsServing = false;                  // inside joinThreadPool() or handlePolledCommands()
     std::vector<sp<BpHwBinder>> mNewProxies;  // whose references the driver may not know of
-    int mServedDepth = 0;  // calls that this thread serves, one inside another
-    int mCallDepth = 0;    // calls of this thread that wait for their reply, one inside another
+    int mServedDepth = 0;                     // calls that this thread serves, one inside another
+    int mCallDepth = 0;  // calls of this thread that wait for their reply, one inside another
 };
 
 }  // namespace hardware
