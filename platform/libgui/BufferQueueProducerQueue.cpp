@@ -4,7 +4,9 @@
 
 #include <gui/BufferQueueProducer.h>
 
+#include <cerrno>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include <log/log.h>
@@ -12,6 +14,10 @@
 
 namespace android {
 namespace {
+
+/** How often a wait for a fence looks whether the queue is still there, and when it says so. */
+constexpr int kGlanceMs = 100;
+constexpr int kPatienceMs = 3000;
 
 bool isScalingMode(int mode) {
     return mode >= NATIVE_WINDOW_SCALING_MODE_FREEZE &&
@@ -149,8 +155,19 @@ status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& inpu
     }
     deliver(callback);
     // An EGL producer's drawing runs ahead by no more than one frame.
-    if (api == NATIVE_WINDOW_API_EGL) lastFence->waitForever("queueBuffer");
+    if (api == NATIVE_WINDOW_API_EGL) waitForLast(*lastFence);
     return NO_ERROR;
+}
+
+void BufferQueueProducer::waitForLast(Fence& fence) const {
+    for (int waitedMs = 0; fence.wait(kGlanceMs) == -ETIME;) {
+        waitedMs += kGlanceMs;
+        if (waitedMs == kPatienceMs) {
+            ALOGE("queueBuffer: fence %d has not signalled within %d ms", fence.get(), kPatienceMs);
+        }
+        const std::lock_guard<std::mutex> lock(mCore->mMutex);
+        if (mCore->mIsAbandoned || mCore->mConnectedApi != NATIVE_WINDOW_API_EGL) return;
+    }
 }
 
 status_t BufferQueueProducer::cancelBuffer(int slot, const sp<Fence>& fence) {

@@ -274,6 +274,32 @@ TEST_F(BufferQueueCallbackTest, AnEglProducerWaitsForThePreviousFrame) {
     EXPECT_EQ(NO_ERROR, later.get());
 }
 
+TEST_F(BufferQueueCallbackTest, AnEglProducerWaitsNoLongerThanTheQueueLasts) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    ASSERT_EQ(NO_ERROR, connectProducer(false, NATIVE_WINDOW_API_EGL));
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    QueueBufferInput endless = input();
+    endless.fence = new Fence(eventfd(0, EFD_CLOEXEC));
+    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, endless, &output));
+    PendingCall<status_t> later([&] { return queueFrame(); });
+    EXPECT_TRUE(later.isHeldUp());
+    ASSERT_EQ(NO_ERROR, consumer->consumerDisconnect());
+    EXPECT_EQ(NO_ERROR, later.get());
+}
+
+TEST_F(BufferQueueCallbackTest, AnEglProducerWaitsNoLongerThanItIsConnected) {
+    ASSERT_EQ(NO_ERROR, connectConsumer());
+    ASSERT_EQ(NO_ERROR, connectProducer(false, NATIVE_WINDOW_API_EGL));
+    ASSERT_EQ(NO_ERROR, dequeueAndRequest());
+    QueueBufferInput endless = input();
+    endless.fence = new Fence(eventfd(0, EFD_CLOEXEC));
+    ASSERT_EQ(NO_ERROR, producer->queueBuffer(slot, endless, &output));
+    PendingCall<status_t> later([&] { return queueFrame(); });
+    EXPECT_TRUE(later.isHeldUp());
+    ASSERT_EQ(NO_ERROR, producer->disconnect(NATIVE_WINDOW_API_EGL));
+    EXPECT_EQ(NO_ERROR, later.get());
+}
+
 TEST_F(BufferQueueCallbackTest, OtherProducersDoNotWaitForThePreviousFrame) {
     connect();
     const base::unique_fd work(eventfd(0, EFD_CLOEXEC));

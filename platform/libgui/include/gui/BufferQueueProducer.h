@@ -111,6 +111,8 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     void enqueue_l(BufferItem item, QueueBufferOutput* output, FrameCallback* callback);
     void rememberLastQueued_l(int slot, const QueueBufferInput& input);
     void deliver(const FrameCallback& callback);
+    /** No longer than the queue and its producer last: a fence may never signal. */
+    void waitForLast(Fence& fence) const;
 
     status_t checkConnect_l(const QueueBufferOutput* output) const;
     void connect_l(const sp<IProducerListener>& listener, int api, QueueBufferOutput* output);
