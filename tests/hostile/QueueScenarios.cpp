@@ -107,6 +107,41 @@ bool keepSideband(const std::string&) {
     hold("refused");
 }
 
+/**
+ * Queues frames whose fences never signal, as this kind of producer: of all that comes back only
+ * its own drawing would have to wait. It stays connected to the stream's end, since a frame with a
+ * fence that comes back later ends the service, as it must.
+ */
+bool neverSignal(const std::string& api) {
+    const Service desktop = service();
+    StreamWatch watch(desktop);
+    say("registered");
+    watch.waitForStart();
+    if (!createSurface(desktop)) return false;
+    const sp<IGraphicBufferProducer> queue = queueOf(desktop);
+    IGraphicBufferProducer::QueueBufferOutput output;
+    if (queue == nullptr || queue->connect(new Listener(), static_cast<int>(number(api)), false,
+                                           &output) != android::OK) {
+        return wrong("can't connect");
+    }
+    queue->setDequeueTimeout(100000000);
+    status_t status = android::OK;
+    for (int frames = 0; status == android::OK || status == android::TIMED_OUT;) {
+        int slot = -1;
+        sp<Fence> fence;
+        status = queue->dequeueBuffer(&slot, &fence, kBlobSize, 1, HAL_PIXEL_FORMAT_BLOB, kUsage,
+                                      nullptr, nullptr);
+        if (status < 0) continue;
+        sp<GraphicBuffer> buffer;
+        queue->requestBuffer(slot, &buffer);
+        say("queueing " + std::to_string(++frames));
+        status = queue->queueBuffer(slot, frame(fenceForEver()), &output);
+    }
+    say("the queue says " + std::to_string(status));
+    if (status != android::NO_INIT) return wrong("a queue that is no more says NO_INIT (-19)");
+    hold("over");
+}
+
 namespace {
 
 /** Does whatever can be done with a queue, in no order. */

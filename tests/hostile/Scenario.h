@@ -58,6 +58,7 @@ bool callAtRandom(const std::string& seed);
 bool fillTheQueue(const std::string&);
 bool keepSideband(const std::string&);
 bool fight(const std::string& seed);
+bool neverSignal(const std::string& api);
 // A camera that stops at a step of a stream.
 bool beACamera(const std::string& stepAndSignal);
 

@@ -7,7 +7,8 @@
 . "$(dirname "$0")/../vm/host.sh"
 . "$(dirname "$0")/lib.sh"
 
-scenarios=(nested descriptors listeners again memory sideband silent random random_streaming fight)
+scenarios=(nested descriptors listeners again memory sideband silent random random_streaming fight
+    fences fences_egl)
 steps=(registered event started configured created taken connected dequeued requested queued streaming)
 for step in "${steps[@]}"; do
     scenarios+=("kill_$step" "stop_$step")
@@ -119,6 +120,25 @@ fight() {
     stop fight2 KILL
     stop capture
     stop camera KILL
+}
+
+# never_signals NAME API FRAMES: frames that are never finished; so many at least.
+never_signals() {
+    bad_camera "$1" fences "$2"
+    check "$1: its frames are taken" wait_log 30 "$SHARE/$1.log" "^queueing $3\$"
+    stop capture
+    check "$1: it learns that the stream has ended" wait_log 20 "$SHARE/$1.log" '^over$'
+    stop "$1" KILL
+}
+
+# Nobody waits for the fence of a camera's frame.
+fences() {
+    never_signals fences 4 20
+}
+
+# An EGL producer is made to wait for the one before, on the service's own thread.
+fences_egl() {
+    never_signals fences_egl 1 2
 }
 
 # ---- clients that don't answer ------------------------------------------------------------------

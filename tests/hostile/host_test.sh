@@ -7,7 +7,7 @@
 . "$(dirname "$0")/../vm/host.sh"
 . "$(dirname "$0")/lib.sh"
 
-scenarios=(requests settings resets suspend port uevents unbound)
+scenarios=(requests stages settings resets suspend port uevents unbound trees)
 
 # ---- hosts --------------------------------------------------------------------------------------
 
@@ -69,6 +69,10 @@ without_driver() {
 
 requests() {
     without_driver requests
+}
+
+stages() {
+    without_driver stages
 }
 
 settings() {
@@ -164,6 +168,61 @@ unbound() {
         stop camera KILL
         check "unbound: and bound, after $state" bound
     done
+}
+
+# tree ATTRIBUTE CONTENT lives|ends [LINE]: the function with that attribute's content, which the daemon
+# survives, or which ends it as it must, with its line.
+tree() {
+    local attribute=$function/$1 opened status
+    printf %s "$2" >/run/attribute
+    gadget unbind
+    opened=$(grep -c 'added device' "$daemon_log")
+    mount --bind /run/attribute "$attribute"
+    gadget bind
+    if [ "$3" = lives ]; then
+        check "trees: '${2:0:20}' for ${1##*/} is survived" \
+            wait_log 20 "$daemon_log" 'added device' $((opened + 1))
+    else
+        check "trees: '${2:0:20}' for ${1##*/} has its line" wait_log 20 "$daemon_log" "${1##*/}: $4"
+        check "trees: and ends the daemon" wait_for 10 daemon_is_gone
+    fi
+    umount "$attribute"
+    if [ "$3" = lives ]; then
+        check "trees: as it was" rebind
+        return
+    fi
+    stop daemon
+    check_equal "trees: by an abort" 134 "$stopped"
+    opened=$(grep -c 'added device' "$daemon_log")
+    start_daemon
+    check "trees: the next daemon opens the node" \
+        wait_log 20 "$daemon_log" 'added device' $((opened + 1))
+}
+
+daemon_is_gone() {
+    [[ $(</proc/${pids[daemon]}/stat) == *") Z "* ]]
+}
+
+# What configfs would never hold, put in its place. An attribute that is no number ends the daemon, by
+# design; another one then starts.
+trees() {
+    local function=/config/usb_gadget/g1/functions/uvc.0 frame wrong='no usable number'
+    frame=$(cd "$function" && echo streaming/mjpeg/m/*/wWidth | cut -d ' ' -f 1)
+    need "trees: there is a frame" test -e "$function/$frame"
+    tree "${frame%/*}/dwFrameInterval" '' lives
+    tree "${frame%/*}/dwFrameInterval" "$(seq 1 20000)" lives
+    tree "$frame" 4294967295 lives
+    tree "$frame" 0 lives
+    tree streaming/uncompressed/u/guidFormat '' lives
+    tree streaming/uncompressed/u/guidFormat "$(long 100000 x)" lives
+    tree "$frame" '' ends "$wrong"
+    tree "$frame" wide ends "$wrong"
+    tree "$frame" 99999999999999999999999999 ends "$wrong"
+    tree "${frame%/*}/dwFrameInterval" $'333333\nfast\n' ends "$wrong"
+    tree streaming_maxpacket '' ends "$wrong"
+    # Of the last of them.
+    check "trees: the last daemon streams" good_stream trees
+    remember
 }
 
 run_scenarios "$@"

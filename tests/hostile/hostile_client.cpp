@@ -19,6 +19,7 @@ const std::vector<Scenario>& scenarios() {
             {"camera", "STEP:SIGNAL", beACamera},
             {"descriptors", "COUNT", bringDescriptors},
             {"find", "", find},
+            {"fences", "API", neverSignal},
             {"fight", "SEED", fight},
             {"listeners", "COUNT", listen},
             {"memory", "", fillTheQueue},

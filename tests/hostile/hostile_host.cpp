@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -97,6 +99,46 @@ bool settings(int usb) {
     return true;
 }
 
+/**
+ * Requests with data that is announced and never sent: each is taken back before it ends, sooner or
+ * later, and the next one comes at once.
+ */
+bool stages(int usb) {
+    constexpr int kRounds = 400;
+    constexpr uint16_t kLengths[] = {26, 34, 48, 64, 1024};
+    if (!claim(usb)) return false;
+    Results results;
+    int takenBack = 0;
+    for (unsigned i = 0; i < kRounds; i++) {
+        const uint16_t length = kLengths[i % std::size(kLengths)];
+        uint8_t block[sizeof(usb_ctrlrequest) + 1024] = {};
+        usb_ctrlrequest setup = {};
+        setup.bRequestType = USB_TYPE_CLASS | USB_RECIP_INTERFACE | USB_DIR_OUT;
+        setup.bRequest = kSetCur;
+        setup.wValue = i % 2 == 0 ? 0x0100 : 0x0200;
+        setup.wIndex = kStreaming;
+        setup.wLength = length;
+        memcpy(block, &setup, sizeof(setup));
+        usbdevfs_urb transfer = {};
+        transfer.type = USBDEVFS_URB_TYPE_CONTROL;
+        transfer.buffer = block;
+        transfer.buffer_length = static_cast<int>(sizeof(setup) + length);
+        if (ioctl(usb, USBDEVFS_SUBMITURB, &transfer) != 0) {
+            results.add(-1);
+            continue;
+        }
+        // From before the set-up packet is seen to after it is answered.
+        usleep(i % 20 * 250);
+        ioctl(usb, USBDEVFS_DISCARDURB, &transfer);
+        usbdevfs_urb* reaped = nullptr;
+        results.add(ioctl(usb, USBDEVFS_REAPURB, &reaped));
+        if (transfer.status != 0) takenBack++;
+    }
+    results.print("stages");
+    printf("taken back before their end: %d\n", takenBack);
+    return takenBack > 0;
+}
+
 bool resets(int usb) {
     Results results;
     for (int i = 0; i < 10; i++) results.add(ioctl(usb, USBDEVFS_RESET, nullptr));
@@ -105,7 +147,7 @@ bool resets(int usb) {
 }
 
 const std::map<std::string, bool (*)(int)> kScenarios = {
-        {"requests", requests}, {"resets", resets}, {"settings", settings}};
+        {"requests", requests}, {"resets", resets}, {"settings", settings}, {"stages", stages}};
 
 }  // namespace
 
