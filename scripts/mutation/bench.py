@@ -3,6 +3,7 @@ compiled anew and the test programs that pin it are linked anew and run.
 """
 
 import collections
+import functools
 import gzip
 import hashlib
 import json
@@ -246,6 +247,12 @@ class Bench:
                 self.choices[name] = Choice(self, name, paths)
             return self.choices[name]
 
+    @functools.lru_cache(None)
+    def placed(self, path):
+        """The mutants of a source for which a choice has a place."""
+        text = (self.tree / path).read_text()
+        return frozenset(switchboard.Switchboard(text, mutants_of(text)).numbers)
+
     def place_for(self, folder, program):
         """Where a program finds those that it starts, as in the build folder."""
         (folder / 'tests').mkdir(exist_ok=True)
@@ -460,6 +467,8 @@ class Worker:
     def try_chosen(self, path, mutant):
         """What became of it and who found it (killed, survived, refused); None where it has to be
         compiled to know."""
+        if mutant not in self.bench.placed(path):
+            return None
         choice = self.bench.choice(path)
         if choice.refuses(path, mutant):
             return 'refused', ''
