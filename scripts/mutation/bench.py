@@ -209,7 +209,7 @@ class Choice:
 
 class Bench:
     def __init__(self, root, out, say, headers):
-        """headers: those whose mutants will be tried."""
+        """headers: those whose mutants will be chosen."""
         self.root, self.out, self.say, self.headers = root, out, say, headers
         self.tree = out / 'tree'
         self.build = self.tree / 'build'
@@ -250,6 +250,8 @@ class Bench:
     @functools.lru_cache(None)
     def placed(self, path):
         """The mutants of a source for which a choice has a place."""
+        if path.suffix == '.h' and path not in self.headers:
+            return frozenset()
         text = (self.tree / path).read_text()
         return frozenset(switchboard.Switchboard(text, mutants_of(text)).numbers)
 
