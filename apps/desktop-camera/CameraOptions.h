@@ -27,7 +27,7 @@ struct CameraOptions {
     uint32_t lastFrame = UINT32_MAX;  // the number of the last frame to be queued
     std::string help;                 // not empty: this is to be shown, and nothing else done
 
-    /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */
+    /** Reads the arguments after the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);
 };
 

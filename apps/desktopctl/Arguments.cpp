@@ -66,7 +66,7 @@ std::string Arguments::read(const std::vector<std::string>& arguments) {
     const std::string usage = std::string("usage: desktopctl ") + known->usage;
     std::vector<std::string> operands;
     for (size_t i = 1; i < arguments.size(); ++i) {
-        // A text may begin with a dash, and so may the file behind it.
+        // A text may begin with a dash, and so may the file after it.
         if (operands.size() < known->operands && arguments[i].rfind("--", 0) != 0) {
             operands.push_back(arguments[i]);
             continue;

@@ -28,7 +28,7 @@ int openError(const std::string& path) {
     return fd.get() < 0 ? errno : 0;
 }
 
-// The number behind "video", -1 for another name.
+// The number after "video", -1 for another name.
 int videoNumber(const std::string& name) {
     if (name.rfind("video", 0) != 0 || name.size() == 5) return -1;
     if (name.find_first_not_of("0123456789", 5) != std::string::npos) return -1;

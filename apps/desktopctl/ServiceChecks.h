@@ -14,7 +14,7 @@ Findings checkManager(bool answers);
 Findings checkMissingService();
 
 /**
- * A service that answers: its node, its camera, the stream. `later` was taken `seconds` behind
+ * A service that answers: its node, its camera, the stream. `later` was taken `seconds` after
  * `status`.
  */
 Findings checkStatus(const Status& status, const Status& later, double seconds);

@@ -51,7 +51,7 @@ pid_t serverOf(const std::string& node) {
 
 bool hasDied(pid_t process) {
     const std::string text = readText("/proc/" + std::to_string(process) + "/stat");
-    // Behind the name, which may hold anything: state, five numbers, flags.
+    // After the name, which may hold anything: state, five numbers, flags.
     const size_t name = text.rfind(')');
     if (name == std::string::npos) return true;
     std::istringstream fields(text.substr(name + 1));

@@ -15,7 +15,7 @@ constexpr unsigned kFromKernel = 1;  // the multicast group of the kernel's own 
 bool concerns(const std::string& message) {
     for (const char* subsystem : {"udc", "video4linux"}) {
         const std::string field = std::string("SUBSYSTEM=") + subsystem;
-        // With the NULs before and behind it.
+        // With the NULs before and after it.
         if (message.find('\0' + field + '\0') != std::string::npos) return true;
     }
     return false;

@@ -34,7 +34,7 @@ class Options {
             std::function<std::string(const std::string&)> takeOperand = nullptr);
 
     /**
-     * Reads the arguments behind the program's name. Returns an empty text, or one line that says
+     * Reads the arguments after the program's name. Returns an empty text, or one line that says
      * which argument is wrong and what is accepted. The operand must be there if there can be one.
      * Reading ends at "--help" or "--version", which set wantsHelp().
      */

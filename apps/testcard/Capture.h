@@ -30,8 +30,8 @@ struct Frame {
 };
 
 /**
- * A file of captured frames, as v4l2-ctl writes it: frames behind each other (--stream-to), or each
- * behind a header with its size (--stream-to-hdr). Mapped, so that its length is no matter.
+ * A file of captured frames, as v4l2-ctl writes it: one after the other (--stream-to), or each
+ * after a header with its size (--stream-to-hdr). Mapped, so that its length is no matter.
  */
 class Capture {
   public:

@@ -24,7 +24,7 @@ struct CheckOptions {
     bool codesOnly = false;  // nothing is to be checked, only the frames' codes shown
     std::string help;        // not empty: nothing is to be checked, this is to be shown
 
-    /** Reads the arguments behind the program's name; returns one line on what is wrong, or "". */
+    /** Reads the arguments after the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);
 };
 

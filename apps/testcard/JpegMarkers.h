@@ -33,7 +33,7 @@ class JpegMarkers {
         size_t end;
     };
 
-    /** The segment at `position` (behind the start marker or another segment); nothing if none is.
+    /** The segment at `position` (after the start marker or another segment); nothing if none is.
      */
     std::optional<Segment> segmentAt(size_t position) const;
 
@@ -44,7 +44,7 @@ class JpegMarkers {
     std::optional<size_t> nextMarker(size_t position) const;
 
     /**
-     * The position behind the end marker of the file that starts at `position`; nothing if the file
+     * The position after the end marker of the file that starts at `position`; nothing if the file
      * is cut short or not a JPEG.
      */
     std::optional<size_t> endOfFile(size_t position) const;

@@ -28,7 +28,7 @@ struct RowPlanes {
 
 /**
  * An encoder for pictures of one width: baseline, 4:2:0, the standard tables, a restart marker
- * behind every row. Rows from different calls have the same tables. Not thread-safe.
+ * after every row. Rows from different calls have the same tables. Not thread-safe.
  */
 class JpegRowEncoder {
   public:

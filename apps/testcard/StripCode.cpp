@@ -14,7 +14,7 @@ constexpr uint32_t kBrightest = 160;  // a mean above is a 1
 
 constexpr size_t kBytes = StripLayout::kBits / 8;
 constexpr size_t kChecked = kBytes - 2;
-constexpr size_t kNoticeByte = 4;  // behind the number; the time follows in seven bytes
+constexpr size_t kNoticeByte = 4;  // after the number; the time follows in seven bytes
 
 uint16_t checksum(const uint8_t* bytes, size_t count) {
     uint16_t crc = 0xFFFF;

@@ -12,7 +12,7 @@
 namespace korvane::testcard {
 namespace {
 
-// Rows end at a two-byte marker: a restart, and behind the last one the end of the file.
+// Rows end at a two-byte marker: a restart, and after the last one the end of the file.
 constexpr size_t kMarkerSize = 2;
 
 void fillRow(const CardPattern& pattern, uint32_t kind, RowPlanes& planes) {

@@ -22,7 +22,7 @@ void need(bool condition, const char* what) {
     if (!condition) throw std::runtime_error(std::string(what) + ": " + strerror(errno));
 }
 
-/** Commands that the driver brought; each has its data behind it. */
+/** Commands that the driver brought; each has its data after it. */
 class Arrived {
   public:
     Arrived(const uint8_t* bytes, size_t size) : mNext(bytes), mEnd(bytes + size) {}

@@ -49,8 +49,8 @@ class GuardedPicture {
     using Layout = YCbCrPicture::Layout;
 
     /**
-     * @param padding bytes behind each row
-     * @param lastRowPadded whether behind the last row of a plane, too
+     * @param padding bytes after each row
+     * @param lastRowPadded whether after the last row of a plane, too
      */
     GuardedPicture(Layout layout, uint32_t width, uint32_t height, size_t padding,
                    bool lastRowPadded, Tight tight) {

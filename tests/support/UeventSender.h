@@ -18,7 +18,7 @@ bool enterPrivateNetwork();
 
 /**
  * Has the kernel broadcast an event to the listeners of the sender's network namespace. They see it
- * as coming from the kernel, with a string "SEQNUM=..." behind the given ones.
+ * as coming from the kernel, with a string "SEQNUM=..." after the given ones.
  *
  * Needs root. The namespace is that of the thread that makes the sender.
  */

@@ -367,7 +367,7 @@ TEST_F(CameraClientTest, JoinsTheStreamOfAServiceThatTookTheDeadOnesPlace) {
 }
 
 TEST_F(CameraClientTest, RendersAStreamOnceWhoseStartComesWhileItIsJoined) {
-    // Whenever it comes: before, between and behind the questions.
+    // Whenever it comes: before, between and after the questions.
     for (size_t at : {0, 1, 2, 3}) {
         mService = new FakeService;
         size_t asked = 0;

@@ -432,7 +432,7 @@ TEST_F(CameraDesktopDebugTest, AFileThatCannotBeWrittenIsRefused) {
 }
 
 TEST_F(CameraDesktopDebugTest, NoDescriptorIsLeftBehind) {
-    mWorld.commit(1, 1);  // behind it the poll thread opens nothing more
+    mWorld.commit(1, 1);  // after it the poll thread opens nothing more
     const int before = countOpenDescriptors();
     const MemoryFile file;
     const int with = countOpenDescriptors();

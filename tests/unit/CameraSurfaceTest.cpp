@@ -102,8 +102,8 @@ TEST_F(CameraSurfaceTest, SaysWhetherTheSourceIsStillItsOwnBeforeItIsPosted) {
         return static_cast<const char*>(nullptr);
     };
     surface.replace(first);
-    surface.publish(desktop, first, note);
-    surface.publish(desktop, second, note);
+    (void)surface.publish(desktop, first, note);
+    (void)surface.publish(desktop, second, note);
     EXPECT_THAT(current, ElementsAre(true, false));
 }
 
@@ -144,7 +144,7 @@ TEST_F(CameraSurfaceTest, HasNoSurfaceForTheStatsWhileOneIsReplaced) {
 TEST_F(CameraSurfaceTest, IsNotWithdrawnUntilItIsPosted) {
     surface.replace(first);
     std::optional<PendingCall<sp<KorBufferSource>>> stop;
-    surface.publish(desktop, first, [&](bool) {
+    (void)surface.publish(desktop, first, [&](bool) {
         stop.emplace([this] { return surface.withdraw(desktop); });
         EXPECT_TRUE(stop->isHeldUp());
         return static_cast<const char*>(nullptr);

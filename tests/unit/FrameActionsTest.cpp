@@ -151,7 +151,7 @@ TEST_F(FrameActionsTest, ForgetsAllButTheLastTimeWithAReset) {
 
 TEST_F(FrameActionsDeathTest, AbortsOnAnUnknownAction) {
     actions.append({3, 0});
-    EXPECT_DEATH(actions.apply(0), fatalLine(691, "Should not be here. Unknown action type"));
+    EXPECT_DEATH((void)actions.apply(0), fatalLine(691, "Should not be here. Unknown action type"));
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ TEST(GraphicBufferFlattenTest, NeedsRoomForAllOfIt) {
     EXPECT_EQ(buffer->handle->data[0], fds[0]);
 }
 
-TEST(GraphicBufferFlattenTest, LeavesWhatComesBehindIt) {
+TEST(GraphicBufferFlattenTest, LeavesWhatComesAfterIt) {
     const sp<GraphicBuffer> buffer = allocate(8, 8, kRgba);
     Flat flat = flatten(*buffer);
     flat.words.push_back(77);

@@ -315,7 +315,7 @@ TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreNotAsTheStreamWantsThem)
 TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreTooLarge) {
     const test::TemporaryFolder files;
     std::vector<uint8_t> jpeg = cardFile(kWidth, kHeight);
-    jpeg.resize(kWidth * kHeight + 1);  // zeros behind the end, as some cameras have them
+    jpeg.resize(kWidth * kHeight + 1);  // zeros after the end, as some cameras have them
     const test::LogRecorder log;
     GstreamerSource source(jpegFiles(files.write("a.jpg", jpeg), "width=320,height=240"));
     ASSERT_TRUE(source.start(kMjpg));

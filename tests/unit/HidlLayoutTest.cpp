@@ -40,7 +40,7 @@ TEST(HidlLayoutTest, OfTheValueTypes) {
     EXPECT_EQ(0u, size_t{hidl_handle::kOffsetOfNativeHandle});
 }
 
-/** The fields behind the pointer, where a receiver in another process looks for them. */
+/** The fields after the pointer, where a receiver in another process looks for them. */
 TEST(HidlLayoutTest, OfTheFieldsOfTheValueTypes) {
     struct Fields {
         const void* pointer;

@@ -341,7 +341,7 @@ TEST_F(HidlSurplusTest, AMoreObjectIsRefusedBeforeTheMethodRuns) {
     EXPECT_EQ(0, mCounting->calls);
 }
 
-TEST_F(HidlSurplusTest, ASecondObjectBehindTheOneAskedForIsRefused) {
+TEST_F(HidlSurplusTest, ASecondObjectAfterTheOneAskedForIsRefused) {
     ASSERT_EQ(OK, mCall.writeStrongBinder(nullptr));
     ASSERT_EQ(OK, mCall.writeStrongBinder(mSurplus));
     EXPECT_EQ(BAD_VALUE, call(kSetSurface));
@@ -354,7 +354,7 @@ TEST_F(HidlSurplusTest, AMoreBufferIsRefused) {
     EXPECT_EQ(0, mCounting->calls);
 }
 
-TEST_F(HidlSurplusTest, NumbersBehindTheArgumentsDoNoHarm) {
+TEST_F(HidlSurplusTest, NumbersAfterTheArgumentsDoNoHarm) {
     ASSERT_EQ(OK, mCall.writeUint64(5));
     EXPECT_EQ(OK, call(kGetSurface));
     EXPECT_EQ(1, mCounting->calls);

@@ -217,7 +217,7 @@ TEST_F(HotPlugSocketTest, HandlesWhatFitsOfAMessageThatIsCut) {
 }
 
 TEST_F(HotPlugSocketTest, HandlesAValueThatIsCut) {
-    // 1024 bytes end within the name, with no NUL behind them.
+    // 1024 bytes end within the name, with no NUL after them.
     auto strings = removed("video");
     const size_t size = strings[0].size() + strings[1].size() + strings[2].size() + 3;
     strings[3] = "DEVNAME=" + std::string(1500, 'v');
@@ -257,7 +257,7 @@ TEST_F(HotPlugSocketTest, HandlesNothingOfATooLongMessage) {
     expectOnlyError("overflow message, discard.");
 }
 
-TEST_F(HotPlugSocketTest, DiscardsAllThatIsPendingBehindATooLongMessage) {
+TEST_F(HotPlugSocketTest, DiscardsAllThatIsPendingAfterATooLongMessage) {
     sResults = {1025, 10, 1024, 1, 0, 10};
     EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
     expectOnlyError("overflow message, discard.");
@@ -283,7 +283,7 @@ TEST_F(HotPlugSocketTest, TakesAMessageAsLongAsTheBufferForComplete) {
 }
 
 // Which ends a message that has no NUL of its own.
-TEST_F(HotPlugSocketTest, KeepsAnEmptyStringBehindTheLongestMessage) {
+TEST_F(HotPlugSocketTest, KeepsAnEmptyStringAfterTheLongestMessage) {
     sResults = {1024};
     soilTheStack();
     EXPECT_EQ(0, mHotPlug.handlePendingData(kReadable));
@@ -339,7 +339,7 @@ TEST_F(UEventTest, PointsTheFieldsIntoTheMessage) {
     EXPECT_EQ(mMessage.data() + strlen("add@/d") + 1 + strlen("ACTION="), mEvent.action);
 }
 
-TEST_F(UEventTest, StopsBehindTheSequenceNumber) {
+TEST_F(UEventTest, StopsAfterTheSequenceNumber) {
     parse("SEQNUM=1\0ACTION=add\0");
     EXPECT_EQ(9, next());
     EXPECT_EQ(nullptr, mEvent.action);

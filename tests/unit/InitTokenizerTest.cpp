@@ -68,7 +68,7 @@ TEST(InitTokenizerTest, BeginsACommentOnlyWhereAWordMayBegin) {
     EXPECT_TRUE(tokenizeInit("# a\n#b").empty());
 }
 
-TEST(InitTokenizerTest, ContinuesALineBehindABackslash) {
+TEST(InitTokenizerTest, ContinuesALineAfterABackslash) {
     EXPECT_EQ((Words{"a", "b"}), wordsOf("a \\\n    b\n"));
     EXPECT_EQ((Words{"ab"}), wordsOf("a\\\nb\n"));
     EXPECT_EQ((Words{"a"}), wordsOf("a \\\n\n"));

@@ -88,7 +88,7 @@ TEST_F(JsonUtilsTest, SaysNothingOfAMissingMember) {
     EXPECT_TRUE(mLog.lines().empty());
 }
 
-TEST_F(JsonUtilsTest, RefusesAnIndexBehindTheLastElement) {
+TEST_F(JsonUtilsTest, RefusesAnIndexAfterTheLastElement) {
     const auto& object = parse(R"({"x":[1,2]})");
     int status = 99;
     EXPECT_EQ(&object["x"], &JsonUtils::getValue(status, object, "x", 2));

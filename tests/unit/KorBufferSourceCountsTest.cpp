@@ -102,12 +102,12 @@ TEST_F(KorBufferSourceCountsTest, FramesThatComeOrWaitWhileSuspendedAreDropped) 
     start(1);
     queueFrame(1 * kMs);
     queueFrame(2 * kMs);  // waits
-    source->setSuspend(true, -1);
+    (void)source->setSuspend(true, -1);
     EXPECT_TRUE(stats.suspended());
     EXPECT_EQ(1u, count(Count::DROPPED_SUSPENDED));
     queueFrame(3 * kMs);
     EXPECT_EQ(2u, count(Count::DROPPED_SUSPENDED));
-    source->setSuspend(false, -1);
+    (void)source->setSuspend(false, -1);
     EXPECT_FALSE(stats.suspended());
     EXPECT_THAT(events(), ElementsAre(Event::FRAMES_SUSPENDED, Event::FRAMES_RESUMED));
 }

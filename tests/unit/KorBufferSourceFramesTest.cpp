@@ -322,7 +322,7 @@ TEST_F(KorBufferSourceFramesDeathTest, AbortsWhenAFrameWaitsAfterTheEndOfStream)
     EXPECT_DEATH(
             {
                 __android_log_set_logger(__android_log_stderr_logger);
-                source->onInputBufferEmptied(0, -1);
+                (void)source->onInputBufferEmptied(0, -1);
             },
             testing::AllOf(failedCheck(572, "!mEndOfStreamSent"),
                            testing::Not(testing::HasSubstr("dataSpace"))));  // not lent before

@@ -96,11 +96,11 @@ TEST_F(KorBufferSourceLockTest, HoldsItWhileAFrameIsReleased) {
 
 TEST_F(KorBufferSourceLockTest, WaitsForItWhoeverEnters) {
     prepare(1);
-    expectWaits("onInputBufferAdded", [this] { source->onInputBufferAdded(1); });
-    expectWaits("setMaxFps", [this] { source->setMaxFps(30); });
-    expectWaits("start", [this] { source->start(); });
-    expectWaits("setSuspend", [this] { source->setSuspend(false, -1); });
-    expectWaits("onInputBufferEmptied", [this] { source->onInputBufferEmptied(7, -1); });
+    expectWaits("onInputBufferAdded", [this] { (void)source->onInputBufferAdded(1); });
+    expectWaits("setMaxFps", [this] { (void)source->setMaxFps(30); });
+    expectWaits("start", [this] { (void)source->start(); });
+    expectWaits("setSuspend", [this] { (void)source->setSuspend(false, -1); });
+    expectWaits("onInputBufferEmptied", [this] { (void)source->onInputBufferEmptied(7, -1); });
     expectWaits("onFrameAvailable", [this] { source->onFrameAvailable(android::BufferItem()); });
     expectWaits("onBuffersReleased", [this] { source->onBuffersReleased(); });
     const sp<AMessage> repeat = new AMessage(0, nullptr);

@@ -179,7 +179,7 @@ TEST_F(KorBufferSourceSlotsDeathTest, AbortsWhenAFenceComesForABufferThatTheQueu
     ManualFence manual;
     ASSERT_GE(queueFrame(1 * kMs), 0);
     ASSERT_EQ(OK, producer.disconnect());
-    EXPECT_DEATH(source->onInputBufferEmptied(0, manual.dup()), trespass(259));
+    EXPECT_DEATH((void)source->onInputBufferEmptied(0, manual.dup()), trespass(259));
 }
 
 TEST_F(KorBufferSourceSlotsDeathTest, AbortsWhenAFrameIsLetGoWithoutTheLock) {

@@ -254,7 +254,7 @@ TEST_F(KorBufferSourceTest, TakesCodecBuffersOnlyBeforeItIsStarted) {
 
 TEST_F(KorBufferSourceDeathTest, AbortsWhenStartedTwice) {
     start(1);
-    EXPECT_DEATH(source->start(), failedCheck(421, "!mExecuting"));
+    EXPECT_DEATH((void)source->start(), failedCheck(421, "!mExecuting"));
 }
 
 TEST_F(KorBufferSourceTest, LendsTheParkedFramesWhenStarted) {

@@ -78,7 +78,7 @@ class KorBufferSourceThreadsTest : public FrameSourceTest {
 
     KorBufferSourceThreadsTest() {
         EXPECT_EQ(OK, source->configure(device, 4, kWidth, kHeight, kNv12, 3));
-        for (int id = 0; id < kCodecBuffers; ++id) source->onInputBufferAdded(id);
+        for (int id = 0; id < kCodecBuffers; ++id) (void)source->onInputBufferAdded(id);
         EXPECT_EQ(OK, producer.connect(4));
         EXPECT_EQ(OK, source->start());
     }

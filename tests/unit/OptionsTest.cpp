@@ -38,7 +38,7 @@ class OptionsTest : public testing::Test {
     }
 };
 
-TEST_F(OptionsTest, TakesValuesBehindASpaceOrAnEqualsSign) {
+TEST_F(OptionsTest, TakesValuesAfterASpaceOrAnEqualsSign) {
     EXPECT_EQ("", read({"--colour", "red", "wall"}));
     EXPECT_EQ("red", mColour);
     EXPECT_EQ("wall", mFile);

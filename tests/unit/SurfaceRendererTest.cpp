@@ -100,7 +100,7 @@ TEST_F(SurfaceRendererTest, DrawsNumberedPicturesIntoPlanes) {
     }
 }
 
-TEST_F(SurfaceRendererTest, DrawsJpegFilesWithAFooterBehindThem) {
+TEST_F(SurfaceRendererTest, DrawsJpegFilesWithAFooterAfterThem) {
     EXPECT_EQ(End::kLastFrame, render(mCard, kMjpg, 20));
     const auto frames = mCollector.frames();
     ASSERT_EQ(20u, frames.size());
@@ -126,7 +126,7 @@ TEST_F(SurfaceRendererTest, StampsFramesWithBeatsOfTheRate) {
         const int64_t step = frames[i].timestampNs - frames[i - 1].timestampNs;
         EXPECT_GE(step, 10'000'000 - 1);
         EXPECT_LE(step % 10'000'000, 1) << "not a whole number of intervals";
-        // Drawn at or behind its beat, on the same clock.
+        // Drawn at or after its beat, on the same clock.
         EXPECT_GE(stampOf(frames[i].bytes).timeUs, uint64_t(frames[i].timestampNs / 1000));
     }
 }

@@ -359,7 +359,7 @@ TEST_F(TestCardCheckProgram, FailsWhenAFrameIsAltered) {
     EXPECT_EQ("received 4: frame 5 of 1166665 us: not what the camera drew\n", result.err);
 }
 
-TEST_F(TestCardCheckProgram, GoesOnBehindADamagedJpegFile) {
+TEST_F(TestCardCheckProgram, GoesOnAfterADamagedJpegFile) {
     Session session(PixelFormat::kMjpg);
     session.received[4].resize(session.received[4].size() / 2);
     const auto result = check(session, PixelFormat::kMjpg);
@@ -368,7 +368,7 @@ TEST_F(TestCardCheckProgram, GoesOnBehindADamagedJpegFile) {
     EXPECT_THAT(result.out, HasSubstr("\"unreadable\":1,"));
 }
 
-TEST_F(TestCardCheckProgram, ReadsFramesBehindHeadersWithTheirSizes) {
+TEST_F(TestCardCheckProgram, ReadsFramesAfterHeadersWithTheirSizes) {
     Session session(PixelFormat::kMjpg);
     Bytes capture;
     for (const Bytes& frame : session.received) {

@@ -107,7 +107,7 @@ TEST(TestCardJpegTest, SurvivesLowQuality) {
     EXPECT_EQ(kStamp, reading.bottom);
 }
 
-TEST(TestCardJpegTest, HasARestartMarkerInSequenceBehindEveryRow) {
+TEST(TestCardJpegTest, HasARestartMarkerInSequenceAfterEveryRow) {
     const std::vector<uint8_t> file =
             TestCardJpeg::create(*StripLayout::forSize(1280, 720))->file(kStamp);
     const JpegMarkers markers(file.data(), file.size());

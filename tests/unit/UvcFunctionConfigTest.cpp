@@ -231,7 +231,7 @@ TEST_F(UvcFunctionConfigTest, ReadsBitsPerPixelBeforeTheGuid) {
 
 class GuidTest : public UvcFunctionConfigTest {
   protected:
-    // The code that the function's uncompressed format gets; MJPEG's, which comes behind it, when
+    // The code that the function's uncompressed format gets; MJPEG's, which comes after it, when
     // it is left out.
     uint32_t fourccOf(const std::string& guid) {
         mTree->addUncompressed("NV12");

@@ -31,7 +31,7 @@ TEST(UvcGadgetHandlerDeathTest, EndsTheProcessWhenItIsDestroyedWhileItPolls) {
     DaemonWorld world;
     if (!world.available()) GTEST_SKIP() << world.whyNot();
     ::android::sp<DaemonWorld::Controller> handler = new DaemonWorld::Controller();
-    // The node is looked at behind the point of no return.
+    // The node is looked at after the point of no return.
     ASSERT_TRUE(world.node.waitForCalls("VIDIOC_S_FMT", 1));
     EXPECT_EXIT(handler.clear(), testing::KilledBySignal(SIGABRT), "terminate called");
     keepForGood(handler);

@@ -69,7 +69,7 @@ TEST_F(UvcGadgetHandlerTest, OpensANodeThatComesLater) {
     mWorld.node.setDriver("uvcvideo");
     mWorld.create();
     ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));
-    // Behind a gap, where the scan at the start does not get to.
+    // After a gap, where the scan at the start does not get to.
     ScriptedKernel later("/dev/video5");
     mWorld.raiseAdd("video5");
     EXPECT_TRUE(waitDebug("added device: /dev/video5"));

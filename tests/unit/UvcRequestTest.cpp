@@ -61,7 +61,7 @@ Bytes blockOf(const Mode& mode) {
     return bytes;
 }
 
-// A whole response: the length, then the data and zeros behind it.
+// A whole response: the length, then the data and zeros after it.
 Bytes response(int32_t length, Bytes data = {}) {
     Bytes bytes;
     append(&bytes, static_cast<uint32_t>(length));

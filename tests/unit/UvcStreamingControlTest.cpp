@@ -315,7 +315,7 @@ TEST(ControlTextTest, PrintsEveryFieldAsAnUnsignedNumber) {
             UvcConfig::ctrlValsToString(&control));
 }
 
-TEST(ControlTextTest, PrintsEachFieldBehindItsLabel) {
+TEST(ControlTextTest, PrintsEachFieldAfterItsLabel) {
     uvc_streaming_control control = {};
     control.bmHint = 1;
     control.bFormatIndex = 2;

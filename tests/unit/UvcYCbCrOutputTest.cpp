@@ -61,7 +61,7 @@ TEST_F(UvcYCbCrOutputTest, AnNv12FrameOfAnOddHeightStaysWithinItsMemory) {
 }
 
 // 128x64 fills whole pages: with cr first, one byte more would be read from behind the mapping.
-TEST_F(UvcYCbCrOutputTest, AnNv12StreamReadsNothingBehindAFrameWithCrFirst) {
+TEST_F(UvcYCbCrOutputTest, AnNv12StreamReadsNothingAfterAFrameWithCrFirst) {
     setLayout(BufferLayoutOptions::Chroma::NV21);
     streamNv12();
     mKernel.fillBuffers(0xCD);

@@ -149,7 +149,7 @@ TEST(YuyvConverterRuleTest, WritesTheBytesOfTheRuleForAnySequenceOfFramesWithAnd
 }
 
 // Memory sizes are exact in these tests, so a sanitizer sees each byte written beyond.
-TEST(YuyvConverterBoundsTest, WritesNoByteBehindAnOddWidth) {
+TEST(YuyvConverterBoundsTest, WritesNoByteAfterAnOddWidth) {
     const YCbCrPicture picture(YCbCrPicture::NV12, 5, 4);
     std::vector<uint8_t> out(yuyvSize(5, 4) + 16, 0xCD);
     YuyvConverter().convert(picture.planes(), 5, 4, out.data());

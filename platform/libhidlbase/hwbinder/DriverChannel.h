@@ -18,7 +18,7 @@ class BinderDriver;
 /** Commands that wait to be handed to the driver. */
 class CommandWriter {
   public:
-    /** Appends a command and, right behind it, its argument. */
+    /** Appends a command and, right after it, its argument. */
     void write(uint32_t command) { append(&command, sizeof(command)); }
     template <typename T>
     void write(uint32_t command, const T& argument) {

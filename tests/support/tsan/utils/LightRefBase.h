@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Stands in for libutils' own header when the thread sanitizer is on: that one orders a destruction
-// behind all uses by an atomic fence, which the sanitizer does not understand. Here the counter
+// after all uses by an atomic fence, which the sanitizer does not understand. Here the counter
 // itself does it.
 #pragma once
 

@@ -14,7 +14,7 @@
 #define LITERAL_TO_STRING_INTERNAL(x) #x
 #define LITERAL_TO_STRING(x) LITERAL_TO_STRING_INTERNAL(x)
 
-/** Aborts with the given text behind the place it stands in. */
+/** Aborts with the given text after the place it stands in. */
 #define TRESPASS(...) \
     LOG_ALWAYS_FATAL(__FILE__ ":" LITERAL_TO_STRING(__LINE__) " Should not be here. " __VA_ARGS__)
 

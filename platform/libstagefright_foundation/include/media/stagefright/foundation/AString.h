@@ -37,7 +37,7 @@ struct AString {
     void append(double x);
     void append(void* x);
 
-    /** Where the substring first begins at or behind `start`, -1 if nowhere. */
+    /** Where the substring first begins at or after `start`, -1 if nowhere. */
     ssize_t find(const char* substring, size_t start = 0) const;
     bool startsWith(const char* prefix) const;
     bool endsWith(const char* suffix) const;

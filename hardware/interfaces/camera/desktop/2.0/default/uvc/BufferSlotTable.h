@@ -46,7 +46,7 @@ class BufferSlotTable {
     int32_t outstandingAcquires() const { return mOutstandingAcquires; }
     void noteAcquired() { ++mOutstandingAcquires; }
     /** A frame has gone. True when the queue must be told: it waits for it. */
-    bool noteReleased(const CachedBuffer& buffer);
+    [[nodiscard]] bool noteReleased(const CachedBuffer& buffer);
 
   private:
     KeyedVector<int, std::shared_ptr<CachedBuffer>> mSlots;

@@ -46,9 +46,9 @@ class CameraSurface {
      * @param refuse called under the lock: what stops the stream after that finds the surface here
      * @return null, or what was wrong
      */
-    const char* publish(const ::android::sp<ICameraDesktop>& desktop,
-                        const ::android::sp<::android::KorBufferSource>& source,
-                        const Refuse& refuse) EXCLUDES(mLock);
+    [[nodiscard]] const char* publish(const ::android::sp<ICameraDesktop>& desktop,
+                                      const ::android::sp<::android::KorBufferSource>& source,
+                                      const Refuse& refuse) EXCLUDES(mLock);
 
     /** Takes the producer back from the service. Returns the source, or null. */
     ::android::sp<::android::KorBufferSource> withdraw(const ::android::sp<ICameraDesktop>& desktop)

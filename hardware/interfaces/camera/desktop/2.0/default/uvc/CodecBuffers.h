@@ -38,7 +38,7 @@ class CodecBuffers {
      * @param buffer what it was lent with; null for the end of the stream
      * @return false when it isn't lent
      */
-    bool takeBack(int32_t bufferId, std::shared_ptr<AcquiredBuffer>* buffer);
+    [[nodiscard]] bool takeBack(int32_t bufferId, std::shared_ptr<AcquiredBuffer>* buffer);
 
     /** Lets go of the frames of all that are lent, which are neither lent nor free then. */
     void forgetLent() { mLent.clear(); }

@@ -24,13 +24,13 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 class ControllerStart {
   public:
     /** Waits that long, or until stop(). True when it hasn't been stopped. */
-    bool wait(std::chrono::steady_clock::duration delay) EXCLUDES(mLock);
+    [[nodiscard]] bool wait(std::chrono::steady_clock::duration delay) EXCLUDES(mLock);
 
     /** True when the thread polls from now on, false when it has been stopped. */
-    bool beginPolling() EXCLUDES(mLock);
+    [[nodiscard]] bool beginPolling() EXCLUDES(mLock);
 
     /** True when the thread is stopped, false when it polls. */
-    bool stop() EXCLUDES(mLock);
+    [[nodiscard]] bool stop() EXCLUDES(mLock);
 
   private:
     enum class State { CONNECTING, POLLING, STOPPED };

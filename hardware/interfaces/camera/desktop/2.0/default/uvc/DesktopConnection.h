@@ -25,7 +25,7 @@ class DesktopConnection {
         : mCallback(callback) {}
 
     /** Looks for the service unless it has been found before. False while there is none. */
-    bool connect() EXCLUDES(mLock);
+    [[nodiscard]] bool connect() EXCLUDES(mLock);
 
     /** The service; null until it has been found. */
     ::android::sp<ICameraDesktop> service() const EXCLUDES(mLock);

@@ -48,7 +48,7 @@ class FrameActions {
      * @param timeUs from when on; not later than nowUs, nor before that of the last one queued
      * @return INVALID_OPERATION for another time
      */
-    status_t schedule(bool suspend, int64_t timeUs, int64_t nowUs);
+    [[nodiscard]] status_t schedule(bool suspend, int64_t timeUs, int64_t nowUs);
 
     void append(const ActionItem& action) { mQueue.push_back(action); }
 
@@ -58,7 +58,7 @@ class FrameActions {
      *
      * @return true when that was a stop, which also empties the queue
      */
-    bool apply(int64_t itemTimeUs);
+    [[nodiscard]] bool apply(int64_t itemTimeUs);
 
   private:
     ActionItem takeDue(int64_t itemTimeUs);

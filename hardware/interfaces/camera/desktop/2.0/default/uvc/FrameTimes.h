@@ -51,24 +51,24 @@ class FrameTimes {
      *
      * @return BAD_VALUE for 0, after which there is no maximum
      */
-    status_t setMaxFps(float maxFps);
+    [[nodiscard]] status_t setMaxFps(float maxFps);
 
     /** Forgets the rates and all frames; only the way in which frames are snapped stays. */
     void reset();
 
     /** True to drop the frame; otherwise `timeNs` counts from the time skipped to. */
-    bool skip(int64_t* timeNs) const;
+    [[nodiscard]] bool skip(int64_t* timeNs) const;
 
     /** True to drop the frame, which counts as handled all the same. */
-    bool isTooSoon(int64_t timeNs);
+    [[nodiscard]] bool isTooSoon(int64_t timeNs);
 
     /** Makes the time to lend the frame with; false to drop it. */
-    bool calculate(int64_t timeNs, int64_t* codecTimeUs);
+    [[nodiscard]] bool calculate(int64_t timeNs, int64_t* codecTimeUs);
 
   private:
     bool isTimeLapse() const;
-    bool calculateTimeLapse(int64_t timeUs, int64_t* codecTimeUs);
-    bool snap(int64_t timeUs, int64_t* codecTimeUs);
+    [[nodiscard]] bool calculateTimeLapse(int64_t timeUs, int64_t* codecTimeUs);
+    [[nodiscard]] bool snap(int64_t timeUs, int64_t* codecTimeUs);
     bool keepBackwardFrame() const;
 
     // As captured and as lent, in microseconds. -1 before the first frame.

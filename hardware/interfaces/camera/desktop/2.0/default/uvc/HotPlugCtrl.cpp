@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -72,7 +73,7 @@ void drain(int socket, char* buffer) {
 HotPlugCtrl::HotPlugCtrl(EventListener* listener) : mListener(listener) {}
 
 HotPlugCtrl::~HotPlugCtrl() {
-    if (fd >= 0) close(fd);
+    ::android::base::unique_fd(std::exchange(fd, -1)).reset();
 }
 
 int HotPlugCtrl::open() {

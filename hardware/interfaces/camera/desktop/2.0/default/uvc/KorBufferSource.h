@@ -79,9 +79,10 @@ class KorBufferSource : public RefBase {
      * @return BAD_VALUE without a component, with another format, or as the queue says. A component
      *         is kept even if what follows fails.
      */
-    status_t configure(const sp<ComponentWrapper>& component, int maxAcquiredBufferCount,
-                       uint32_t width, uint32_t height, uint32_t v4l2PixelFormat,
-                       uint32_t consumerUsage) EXCLUDES(mMutex);
+    [[nodiscard]] status_t configure(const sp<ComponentWrapper>& component,
+                                     int maxAcquiredBufferCount, uint32_t width, uint32_t height,
+                                     uint32_t v4l2PixelFormat, uint32_t consumerUsage)
+            EXCLUDES(mMutex);
 
     /**
      * A new endpoint of the queue for a client to render into. It behaves as the platform's does: a
@@ -90,7 +91,7 @@ class KorBufferSource : public RefBase {
     sp<HGraphicBufferProducer> getHGraphicBufferProducer_V1_0() const;
 
     /** Adds a free codec buffer. INVALID_OPERATION once started. */
-    status_t onInputBufferAdded(int32_t bufferId) EXCLUDES(mMutex);
+    [[nodiscard]] status_t onInputBufferAdded(int32_t bufferId) EXCLUDES(mMutex);
 
     /**
      * Drops frames beyond this rate, in frames per second; a negative one lets through even those
@@ -98,10 +99,10 @@ class KorBufferSource : public RefBase {
      *
      * @return INVALID_OPERATION once started, BAD_VALUE for 0, which drops none
      */
-    status_t setMaxFps(float maxFps) EXCLUDES(mMutex);
+    [[nodiscard]] status_t setMaxFps(float maxFps) EXCLUDES(mMutex);
 
     /** Starts to lend frames, with those already waiting. Fatal the second time. */
-    status_t start() EXCLUDES(mMutex);
+    [[nodiscard]] status_t start() EXCLUDES(mMutex);
 
     /**
      * Takes a codec buffer back from the component.
@@ -109,7 +110,7 @@ class KorBufferSource : public RefBase {
      * @param fenceFd signals when the frame has been read, -1 for now; taken over in any case
      * @return BAD_VALUE for a codec buffer that isn't lent and for the one that ended the stream
      */
-    status_t onInputBufferEmptied(int32_t bufferId, int fenceFd) EXCLUDES(mMutex);
+    [[nodiscard]] status_t onInputBufferEmptied(int32_t bufferId, int fenceFd) EXCLUDES(mMutex);
 
     /**
      * Pauses or resumes; frames that come while paused go straight back to the queue.
@@ -119,7 +120,7 @@ class KorBufferSource : public RefBase {
      *                           once
      * @return INVALID_OPERATION for another time or when a stop is pending
      */
-    status_t setSuspend(bool suspend, int64_t suspendStartTimeUs) EXCLUDES(mMutex);
+    [[nodiscard]] status_t setSuspend(bool suspend, int64_t suspendStartTimeUs) EXCLUDES(mMutex);
 
     // Called by the queue: not for others.
 
@@ -165,15 +166,15 @@ class KorBufferSource : public RefBase {
     };
 
     // Configuration.
-    status_t setDefaultFormat_l(uint32_t v4l2PixelFormat, android_dataspace* dataSpace)
-            REQUIRES(mMutex);
+    [[nodiscard]] status_t setDefaultFormat_l(uint32_t v4l2PixelFormat,
+                                              android_dataspace* dataSpace) REQUIRES(mMutex);
     void setDefaultDataSpace_l(android_dataspace dataSpace) REQUIRES(mMutex);
     void resetPacing_l() REQUIRES(mMutex);
     bool isExecuting_l() const REQUIRES(mMutex) { return mState != State::IDLE; }
 
     // From the queue to the table of slots, and back.
     /** Takes the queue's next frame; the queue's error, or NAME_NOT_FOUND for an unknown buffer. */
-    status_t acquireBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
+    [[nodiscard]] status_t acquireBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
     std::shared_ptr<CachedBuffer> cacheBuffer_l(const BufferItem& item) REQUIRES(mMutex);
     std::shared_ptr<AcquiredBuffer> makeAcquiredBuffer_l(
             const std::shared_ptr<CachedBuffer>& cachedBuffer, const BufferItem& item)
@@ -189,11 +190,11 @@ class KorBufferSource : public RefBase {
     void onBufferAcquired_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Whether frames wait, parked or in the queue. */
     bool haveAvailableBuffers_l() const REQUIRES(mMutex);
-    bool takeAvailableBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
+    [[nodiscard]] bool takeAvailableBuffer_l(VideoBuffer* buffer) REQUIRES(mMutex);
     /** Deals with the next waiting frame; true when it is worth calling again. */
     bool fillCodecBuffer_l() REQUIRES(mMutex);
     /** Lends the frame; UNKNOWN_ERROR when its time refuses it, or the component's error. */
-    status_t submitBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
+    [[nodiscard]] status_t submitBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     void announceDataSpace_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Sends the end of stream if a codec buffer is free. */
     void submitEndOfInputStream_l() REQUIRES(mMutex);
@@ -204,7 +205,8 @@ class KorBufferSource : public RefBase {
     void stop_l() REQUIRES(mMutex);
     void resume_l() REQUIRES(mMutex);
     /** The time to submit the frame with; false to drop it. */
-    bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs) REQUIRES(mMutex);
+    [[nodiscard]] bool calculateCodecTimestamp_l(int64_t timeNs, int64_t* codecTimeUs)
+            REQUIRES(mMutex);
     void startRepeatLooper_l() REQUIRES(mMutex);
     void setLatestBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Lends the latest frame again; false when that isn't possible now. */

@@ -4,8 +4,7 @@
 
 #include <utility>
 
-#include <unistd.h>
-
+#include <android-base/unique_fd.h>
 #include <log/log.h>
 #include <media/stagefright/foundation/ColorUtils.h>
 #include <ui/Fence.h>
@@ -20,10 +19,6 @@ using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
 namespace {
 
 constexpr int kAspects = 0;
-
-void closeFence(int fenceFd) {
-    if (fenceFd >= 0) close(fenceFd);
-}
 
 }  // namespace
 
@@ -110,25 +105,20 @@ void KorBufferSource::announceDataSpace_l(const VideoBuffer& buffer) {
 
 status_t KorBufferSource::onInputBufferEmptied(int32_t bufferId, int fenceFd) {
     Mutex::Autolock lock(mMutex);
+    base::unique_fd fence(fenceFd);
     std::shared_ptr<AcquiredBuffer> buffer;
     if (!mCodecBuffers.takeBack(bufferId, &buffer)) {
         ALOGE("onInputBufferEmptied: buffer not recognized (bufferId=%u)", bufferId);
-        closeFence(fenceFd);
         return BAD_VALUE;
     }
     if (buffer == nullptr) {
         if (mState != State::ENDED) {
             ALOGE("onInputBufferEmptied: non-EOS null buffer (bufferId=%u)", bufferId);
         }
-        closeFence(fenceFd);
         return BAD_VALUE;
     }
-    if (!isExecuting_l()) {
-        buffer.reset();
-        closeFence(fenceFd);
-        return OK;
-    }
-    buffer->addReleaseFence(fenceFd);
+    if (!isExecuting_l()) return OK;
+    buffer->addReleaseFence(fence.release());
     buffer.reset();
     useFreeCodecBuffer_l();
     return OK;

@@ -119,7 +119,8 @@ void UvcGadgetHandler::suspendStream(const rapidjson::Value& command) {
     bool suspend = false;
     if (JsonUtils::parseValue(command, "stream-suspend", suspend, -1) != 0) return;
     const sp<KorBufferSource> source = mSurface.source();
-    if (source != nullptr) source->setSuspend(suspend, -1);
+    // The reply is the same if it is refused.
+    if (source != nullptr) (void)source->setSuspend(suspend, -1);
 }
 
 std::string UvcGadgetHandler::getStreamConfig() {

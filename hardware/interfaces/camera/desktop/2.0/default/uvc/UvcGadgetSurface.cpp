@@ -2,8 +2,7 @@
 // The surface that the camera renders into, and the way of its frames to the device and back.
 #define LOG_TAG "UVC-GadgetHandler"
 
-#include <unistd.h>
-
+#include <android-base/unique_fd.h>
 #include <log/log.h>
 
 #include "uvc/SurfaceRequest.h"
@@ -18,6 +17,7 @@ using ::android::OK;
 using ::android::sp;
 using ::android::status_t;
 using ::android::UNKNOWN_ERROR;
+using ::android::base::unique_fd;
 
 namespace {
 
@@ -53,7 +53,7 @@ std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
         refusal = makeSurface_l(params, &made);
     }
     made.replaced.clear();
-    if (refusal.empty()) made.source->start();
+    if (refusal.empty()) (void)made.source->start();  // always OK
     return refusal;
 }
 
@@ -75,9 +75,9 @@ std::string UvcGadgetHandler::makeSurface_l(const rapidjson::Value& params, NewS
                        static_cast<uint32_t>(request.consumerUsage));
     if (const char* refusal = publishSurface_l(*made)) return refusal;
     for (int i = 0; i < static_cast<int>(mDevice->getBufferNum()); ++i) {
-        source->onInputBufferAdded(i);
+        (void)source->onInputBufferAdded(i);  // can't fail before the start
     }
-    source->setMaxFps(request.fps);
+    (void)source->setMaxFps(request.fps);  // 0 is refused, and drops no frame
     return "";
 }
 
@@ -111,7 +111,7 @@ status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffe
         hasDevice = mDevice != nullptr;
         if (hasDevice && mDevice->queueBuffer(&frame)) return OK;
     }
-    if (fenceFd >= 0) close(fenceFd);
+    unique_fd(fenceFd).reset();
     if (!hasDevice) {
         mStats.count(Count::DROPPED_NO_STREAM);
         ALOGE("No video device is setup for webcam mode");
@@ -134,12 +134,11 @@ void UvcGadgetHandler::dispatchDataSpaceChanged(int /* dataSpace */, int /* aspe
                                                 int /* pixelFormat */) {}
 
 void UvcGadgetHandler::onFrameEmptied(UvcBufInfo* info) {
+    unique_fd fence(info->fenceFd);
     const sp<KorBufferSource> source = mSurface.source();
-    if (source != nullptr) {
-        source->onInputBufferEmptied(info->index, info->fenceFd);
-    } else if (info->fenceFd >= 0) {
-        close(info->fenceFd);
-    }
+    if (source == nullptr) return;
+    // What is wrong is logged there. Nothing is left to do: the device has the buffer back.
+    (void)source->onInputBufferEmptied(info->index, fence.release());
 }
 
 void UvcGadgetHandler::onStreamStart() {

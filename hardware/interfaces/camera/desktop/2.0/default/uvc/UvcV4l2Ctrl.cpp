@@ -137,14 +137,14 @@ int32_t UvcV4l2Ctrl::handlePendingData(PENDING_DATA_TYPE type) {
             handleEvent();
             return 0;
         case DATA_WRITABLE:
-            return handleWritable();
+            return takeBackOrGiveUp();
         default:
             ALOGW("Unknown data type: %d", type);
             return 0;
     }
 }
 
-int UvcV4l2Ctrl::handleWritable() {
+int UvcV4l2Ctrl::takeBackOrGiveUp() {
     if (handleWrite() != -1) {
         sWriteFailures = 0;
         return 0;

@@ -157,7 +157,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     void setInitialFormat_l() REQUIRES(mLock);
     void noteMode_l() REQUIRES(mLock);
     /** Takes a buffer back by handleWrite(), and ends the stream when that keeps failing. */
-    int handleWritable();
+    int takeBackOrGiveUp();
     void handleEvent();
     void handleSetup(const usb_ctrlrequest& request);
     void handleStartStream();
