@@ -16,19 +16,15 @@ constexpr GstClockTime kPictureTimeout = 100 * GST_MSECOND;
 constexpr char kDecoder[] = " ! decodebin name=korvane-decoder";
 constexpr char kDecoderName[] = "korvane-decoder";
 
-struct ErrorFree {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-struct CapsUnref {
-    void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
-};
-using Caps = std::unique_ptr<GstCaps, CapsUnref>;
+using Caps = GstreamerOwned<GstCaps>;
+using Element = GstreamerOwned<GstElement>;
+using Pad = GstreamerOwned<GstPad>;
 
-GstElement* parse(const std::string& pipeline, std::string* error) {
+Element parse(const std::string& pipeline, std::string* error) {
     GError* raised = nullptr;
-    GstElement* element =
-            gst_parse_launch_full(pipeline.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &raised);
-    if (raised != nullptr) *error = std::unique_ptr<GError, ErrorFree>(raised)->message;
+    Element element(
+            gst_parse_launch_full(pipeline.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &raised));
+    if (raised != nullptr) *error = GstreamerOwned<GError>(raised)->message;
     return element;
 }
 
@@ -80,8 +76,7 @@ const char* elementFor(const Turn& turn) {
 
 std::string GstreamerPipeline::check(const std::string& description) {
     std::string error;
-    GstElement* pipeline = parse(description + kDecoder, &error);
-    if (pipeline != nullptr) gst_object_unref(pipeline);
+    parse(description + kDecoder, &error);
     return error;
 }
 
@@ -95,13 +90,12 @@ GstreamerPipeline::~GstreamerPipeline() {
 
 std::string GstreamerPipeline::build(const std::string& description) {
     std::string error;
-    mPipeline.reset(parse(description + kDecoder, &error));
+    mPipeline = parse(description + kDecoder, &error);
     if (mPipeline == nullptr) return error;
-    GstElement* decoder = gst_bin_get_by_name(GST_BIN(mPipeline.get()), kDecoderName);
-    g_signal_connect(decoder, "autoplug-continue", G_CALLBACK(onContinue), this);
-    g_signal_connect(decoder, "pad-added", G_CALLBACK(onPad), this);
-    preferStreamsFormat(decoder);
-    gst_object_unref(decoder);
+    const Element decoder(gst_bin_get_by_name(GST_BIN(mPipeline.get()), kDecoderName));
+    g_signal_connect(decoder.get(), "autoplug-continue", G_CALLBACK(onContinue), this);
+    g_signal_connect(decoder.get(), "pad-added", G_CALLBACK(onPad), this);
+    preferStreamsFormat(decoder.get());
     return addSink() ? "" : "no element \"appsink\"";
 }
 
@@ -116,19 +110,16 @@ bool GstreamerPipeline::addSink() {
 
 // A camera that is the description's last element gives what it likes best, unless it is asked.
 void GstreamerPipeline::preferStreamsFormat(GstElement* decoder) const {
-    GstPad* sink = gst_element_get_static_pad(decoder, "sink");
-    GstPad* peer = gst_pad_get_peer(sink);
-    gst_object_unref(sink);
+    const Pad sink(gst_element_get_static_pad(decoder, "sink"));
+    const Pad peer(gst_pad_get_peer(sink.get()));
     if (peer == nullptr) return;
-    GstElement* source = gst_pad_get_parent_element(peer);
-    GstElementFactory* factory = source == nullptr ? nullptr : gst_element_get_factory(source);
-    if (factory != nullptr && strcmp(GST_OBJECT_NAME(factory), "v4l2src") == 0) {
-        const Caps caps(gst_caps_from_string(preferredCaps().c_str()));
-        gst_element_unlink(source, decoder);
-        gst_element_link_filtered(source, decoder, caps.get());
-    }
-    if (source != nullptr) gst_object_unref(source);
-    gst_object_unref(peer);
+    const Element source(gst_pad_get_parent_element(peer.get()));
+    GstElementFactory* factory =
+            source == nullptr ? nullptr : gst_element_get_factory(source.get());
+    if (factory == nullptr || strcmp(GST_OBJECT_NAME(factory), "v4l2src") != 0) return;
+    const Caps caps(gst_caps_from_string(preferredCaps().c_str()));
+    gst_element_unlink(source.get(), decoder);
+    gst_element_link_filtered(source.get(), decoder, caps.get());
 }
 
 // The stream's format first, then its size and rate in any, then anything.
@@ -155,19 +146,17 @@ bool GstreamerPipeline::play() {
 
 // Pictures that come by a clock wait for nobody, and the latest is taken. Those that do not come as
 // fast as they are taken: else a source of files would read them all day long.
-GstSample* GstreamerPipeline::pull() {
-    GstSample* sample = gst_app_sink_try_pull_sample(mSink, kPictureTimeout);
-    if (sample != nullptr && gst_sample_get_segment(sample)->format != GST_FORMAT_TIME) {
+GstreamerOwned<GstSample> GstreamerPipeline::pull() {
+    GstreamerOwned<GstSample> sample(gst_app_sink_try_pull_sample(mSink, kPictureTimeout));
+    if (sample != nullptr && gst_sample_get_segment(sample.get())->format != GST_FORMAT_TIME) {
         gst_app_sink_set_drop(mSink, FALSE);
     }
     return sample;
 }
 
-GstMessage* GstreamerPipeline::takeError() {
-    GstBus* bus = gst_element_get_bus(mPipeline.get());
-    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
-    gst_object_unref(bus);
-    return message;
+GstreamerOwned<GstMessage> GstreamerPipeline::takeError() {
+    const GstreamerOwned<GstBus> bus(gst_element_get_bus(mPipeline.get()));
+    return GstreamerOwned<GstMessage>(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
 }
 
 // FALSE where what has been found is what is wanted, and nothing is to be decoded.
@@ -205,33 +194,30 @@ void GstreamerPipeline::onPad(GstElement* /*decoder*/, GstPad* pad, gpointer sel
 void GstreamerPipeline::connect(GstPad* pad, const GstStructure* picture) {
     const bool jpeg = isJpeg(picture);
     if (!jpeg && !gst_structure_has_name(picture, "video/x-raw")) return;
-    GstPad* sink = gst_element_get_static_pad(GST_ELEMENT(mSink), "sink");
-    if (!gst_pad_is_linked(sink)) {
-        say(picture);
-        if (jpeg) {
-            mPassing = true;
-            gst_pad_link(pad, sink);
-        } else {
-            convert(pad);
-        }
+    const Pad sink(gst_element_get_static_pad(GST_ELEMENT(mSink), "sink"));
+    if (gst_pad_is_linked(sink.get())) return;
+    say(picture);
+    if (jpeg) {
+        mPassing = true;
+        gst_pad_link(pad, sink.get());
+    } else {
+        convert(pad);
     }
-    gst_object_unref(sink);
 }
 
 // The conversions do nothing where nothing is to be done.
 void GstreamerPipeline::convert(GstPad* pad) {
     GError* raised = nullptr;
     GstElement* bin = gst_parse_bin_from_description(conversion().c_str(), TRUE, &raised);
-    if (raised != nullptr) {
-        ALOGE("the source's pictures cannot be converted: %s", raised->message);
-        g_error_free(raised);
+    const GstreamerOwned<GError> error(raised);
+    if (error != nullptr) {
+        ALOGE("the source's pictures cannot be converted: %s", error->message);
     }
     if (bin == nullptr) return;
     gst_bin_add(GST_BIN(mPipeline.get()), bin);
     gst_element_link(bin, GST_ELEMENT(mSink));
-    GstPad* in = gst_element_get_static_pad(bin, "sink");
-    gst_pad_link(pad, in);
-    gst_object_unref(in);
+    const Pad in(gst_element_get_static_pad(bin, "sink"));
+    gst_pad_link(pad, in.get());
     gst_element_sync_state_with_parent(bin);
 }
 

@@ -3,13 +3,13 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <mutex>
 #include <string>
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include "GstreamerOwned.h"
 #include "PictureFormat.h"
 
 namespace korvane::camera {
@@ -45,8 +45,8 @@ class GstreamerPipeline {
     /** Lets it run; false if that failed at once. */
     bool play();
 
-    /** The latest picture; null if there is none for a while. The caller has to unref it. */
-    GstSample* pull();
+    /** The latest picture; null if there is none for a while. */
+    GstreamerOwned<GstSample> pull();
 
     /** Whether the source has ended. */
     bool hasEnded() const { return gst_app_sink_is_eos(mSink) != FALSE; }
@@ -57,15 +57,10 @@ class GstreamerPipeline {
     /** What is done to the pictures, in words; empty before there is one. */
     std::string handling() const;
 
-    /** The oldest error that was not taken yet, null if there is none. The caller has to unref it.
-     */
-    GstMessage* takeError();
+    /** The oldest error that was not taken yet, null if there is none. */
+    GstreamerOwned<GstMessage> takeError();
 
   private:
-    struct Unref {
-        void operator()(GstElement* object) const { gst_object_unref(object); }
-    };
-
     static gboolean onContinue(GstElement* decoder, GstPad* pad, GstCaps* caps, gpointer self);
     static void onPad(GstElement* decoder, GstPad* pad, gpointer self);
 
@@ -86,7 +81,7 @@ class GstreamerPipeline {
     mutable std::mutex mLock;
     std::string mHandling;      // guarded by mLock
     std::string mWhyNotPassed;  // of the JPEG files that are decoded; the pipeline's threads use it
-    std::unique_ptr<GstElement, Unref> mPipeline;
+    GstreamerOwned<GstElement> mPipeline;
     GstAppSink* mSink = nullptr;  // the pipeline's
 };
 

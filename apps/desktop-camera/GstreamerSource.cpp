@@ -17,8 +17,31 @@ using testcard::Notice;
 
 namespace {
 
-struct ErrorFree {
-    void operator()(GError* error) const { g_error_free(error); }
+/** A raw picture that can be read as long as this lives. */
+class MappedPicture {
+  public:
+    explicit MappedPicture(GstSample* sample) {
+        GstVideoInfo info;
+        mMapped = gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) != FALSE &&
+                  gst_video_frame_map(&mFrame, &info, gst_sample_get_buffer(sample),
+                                      GST_MAP_READ) != FALSE;
+    }
+    ~MappedPicture() {
+        if (mMapped) gst_video_frame_unmap(&mFrame);
+    }
+    MappedPicture(const MappedPicture&) = delete;
+    MappedPicture& operator=(const MappedPicture&) = delete;
+
+    bool isMapped() const { return mMapped; }
+
+    const uint8_t* line(int plane, uint32_t number) const {
+        return static_cast<const uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&mFrame, plane)) +
+               size_t{number} * GST_VIDEO_FRAME_PLANE_STRIDE(&mFrame, plane);
+    }
+
+  private:
+    GstVideoFrame mFrame;  // filled in while mapped
+    bool mMapped = false;
 };
 
 // What an element adds to its errors begins with where in its code they were raised.
@@ -44,6 +67,7 @@ bool GstreamerSource::start(const PictureFormat& format) {
 bool GstreamerSource::open() {
     stop();
     mGavePicture = false;
+    mError.reset();
     std::string wrong;
     const std::string description = mDescribe(&wrong);
     if (description.empty()) {
@@ -56,7 +80,9 @@ bool GstreamerSource::open() {
         note(Notice::kFailed, "the source cannot be built: " + wrong);
     } else if (mPipeline->play()) {
         return true;
-    } else if (!failed()) {
+    } else if (const auto error = mPipeline->takeError()) {
+        noteError(*error);
+    } else {
         note(Notice::kFailed, "the source does not start");
     }
     stop();
@@ -78,18 +104,23 @@ std::string GstreamerSource::handling() const {
 
 FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
                                           const PictureMemory& memory, size_t* bytes) {
-    GstSample* sample = mPipeline->pull();
+    const GstreamerOwned<GstSample> sample = mPipeline->pull();
     if (sample == nullptr) return handleNoSample();
     mGavePicture = true;
     mTrouble = {};
-    const Result result = copySample(sample, memory, bytes);
-    gst_sample_unref(sample);
-    return result;
+    return copySample(sample.get(), memory, bytes);
 }
 
+// The pictures that came before an error are taken before it.
 FrameSource::Result GstreamerSource::handleNoSample() {
-    if (failed()) return Result::kFailed;
-    if (!mPipeline->hasEnded()) return Result::kNotYet;
+    if (mError != nullptr) {
+        noteError(*mError);
+        return Result::kFailed;
+    }
+    // In this order: a source that fails ends after it has said so.
+    const bool ended = mPipeline->hasEnded();
+    mError = mPipeline->takeError();
+    if (mError != nullptr || !ended) return Result::kNotYet;
     if (!mGavePicture) {
         note(Notice::kEnded, "the source has ended without a picture");
         return Result::kFailed;
@@ -97,21 +128,16 @@ FrameSource::Result GstreamerSource::handleNoSample() {
     return Result::kEnded;
 }
 
-// Whether the pipeline has reported an error since it started; logs it.
-bool GstreamerSource::failed() {
-    GstMessage* message = mPipeline->takeError();
-    if (message == nullptr) return false;
+void GstreamerSource::noteError(GstMessage& message) {
     GError* raised = nullptr;
-    gchar* detail = nullptr;
-    gst_message_parse_error(message, &raised, &detail);
-    const std::unique_ptr<GError, ErrorFree> error(raised);
+    gchar* added = nullptr;
+    gst_message_parse_error(&message, &raised, &added);
+    const GstreamerOwned<GError> error(raised);
+    const GstreamerOwned<gchar> detail(added);
     const bool absent = g_error_matches(raised, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
     note(absent ? Notice::kAbsent : Notice::kFailed,
-         std::string("the source failed: ") + GST_MESSAGE_SRC_NAME(message) + ": " +
-                 error->message + " (" + lastLine(detail) + ")");
-    g_free(detail);
-    gst_message_unref(message);
-    return true;
+         std::string("the source failed: ") + GST_MESSAGE_SRC_NAME(&message) + ": " +
+                 error->message + " (" + lastLine(detail.get()) + ")");
 }
 
 FrameSource::Result GstreamerSource::copySample(GstSample* sample, const PictureMemory& memory,
@@ -144,24 +170,18 @@ FrameSource::Result GstreamerSource::encodeAgain(size_t bytes, size_t limit) {
 
 FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const PictureMemory& memory,
                                                 size_t* bytes) {
-    GstVideoInfo info;
-    GstVideoFrame frame;
-    if (!gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) ||
-        !gst_video_frame_map(&frame, &info, gst_sample_get_buffer(sample), GST_MAP_READ)) {
+    const MappedPicture picture(sample);
+    if (!picture.isMapped()) {
         note(Notice::kFailed, "the source gave a picture that cannot be read");
         return Result::kFailed;
     }
-    const auto plane = [&](int number, uint32_t line) {
-        return static_cast<const uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, number)) +
-               size_t{line} * GST_VIDEO_FRAME_PLANE_STRIDE(&frame, number);
-    };
     for (uint32_t line = 0; line < mFormat.height; ++line) {
-        memcpy(memory.planes.y + line * memory.planes.yStride, plane(0, line), mFormat.width);
+        memcpy(memory.planes.y + line * memory.planes.yStride, picture.line(0, line),
+               mFormat.width);
     }
     for (uint32_t line = 0; line < mFormat.height / 2; ++line) {
-        memory.planes.putChroma(line, plane(1, line), mFormat.width);
+        memory.planes.putChroma(line, picture.line(1, line), mFormat.width);
     }
-    gst_video_frame_unmap(&frame);
     *bytes = size_t{mFormat.width} * mFormat.height * 3 / 2;
     return Result::kDrawn;
 }

@@ -43,15 +43,16 @@ class GstreamerSource : public FrameSource {
     Result copyPlanes(GstSample* sample, const PictureMemory& memory, size_t* bytes);
     Result handleNoSample();
     Result encodeAgain(size_t bytes, size_t limit);
-    bool failed();
+    void noteError(GstMessage& message);
     void note(testcard::Notice notice, const std::string& text);
 
     const Describe mDescribe;
     const Turn mTurn;
     PictureFormat mFormat;
-    bool mMayPass = true;       // whether JPEG files of the source fit, as far as is known
-    bool mGavePicture = false;  // since the pipeline was built
-    Trouble mTrouble;           // of kNone once there was a picture
+    bool mMayPass = true;               // whether JPEG files of the source fit, as far as is known
+    bool mGavePicture = false;          // since the pipeline was built
+    GstreamerOwned<GstMessage> mError;  // the pipeline's, once the source has one
+    Trouble mTrouble;                   // of kNone once there was a picture
     std::unique_ptr<GstreamerPipeline> mPipeline;
 };
 
