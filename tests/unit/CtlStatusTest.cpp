@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "StatusJson.h"
@@ -141,9 +142,11 @@ TEST_F(CtlStatusTest, ABoundHoldsForItsPartOfTheTimes) {
 }
 
 TEST_F(CtlStatusTest, ClientsHaveTheNameOfTheirProcess) {
+    // An emulated program has its emulator's name until it has one of its own.
+    ASSERT_EQ(0, prctl(PR_SET_NAME, "a-launcher"));
     mStats.clientRegistered(1, getpid());
     EXPECT_THAT(clientList(read()),
-                HasSubstr("1 launcher   " + std::to_string(getpid()) + " (CtlStatusTest), for "));
+                HasSubstr("1 launcher   " + std::to_string(getpid()) + " (a-launcher), for "));
     EXPECT_EQ("?", processName(-1));
 }
 
