@@ -32,6 +32,11 @@ Rect convertRect(const HRect& from) {
 }
 
 bool convertRegion(::android::Region* to, const Region& from) {
+    // Nearly every frame's.
+    if (from.size() == 1) {
+        const Rect only = convertRect(from[0]);
+        return to->unflatten(&only, 1) == NO_ERROR;
+    }
     // What comes after as many could not be part of any region.
     if (from.size() > ::android::Region::kMaxRects + 1) return false;
     std::array<Rect, ::android::Region::kMaxRects + 1> rects;  // no memory for one in every frame
