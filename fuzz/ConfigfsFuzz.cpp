@@ -67,7 +67,8 @@ void use(UvcConfig& config, FuzzInput& input) {
         config.fillMinCtrl(&block);
         config.fillMaxCtrl(&block);
         mustHold(!UvcConfig::ctrlValsToString(&block).empty(), "a block can be shown");
-        mustHold(!config.getFormatName().empty(), "a format has a name");
+        mustHold(config.getFormatName().empty() == (config.getFormat() == 0),
+                 "a format has a name");
         config.getFrameInterval();
     }
 }

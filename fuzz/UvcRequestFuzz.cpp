@@ -113,6 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (int events = 0; !input.empty() && events < kMostEvents; events++) {
             raise(kernel, device, input);
         }
+        // As the controller does before it lets go of a device.
+        device.close();
     }
     mustHold(kernel.openDescriptors() == 0, "the node is closed");
     mustHold(kernel.openMappings() == 0, "nothing of it is mapped");
