@@ -5,7 +5,9 @@
 // frame is looked at: that the kernel has lost none and found no fault, that the card can be read,
 // is of one piece and the next one. With SUMS, a file, nothing is kept in memory: each frame's size
 // and checksum go there, to be compared with the camera's log.
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdint>
@@ -13,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <android-base/unique_fd.h>
@@ -33,6 +36,8 @@ using korvane::testcard::Picture;
 using korvane::testcard::StripLayout;
 
 constexpr int kBuffers = 16;
+/** One second's, which is as long as a host that shares its processors may be away. */
+constexpr int kBuffersOfLong = 32;
 /** The frames of a stream of which none are kept may be as many as there are. */
 constexpr int kMostKept = 64;
 /** A machine beside others can be this slow. */
@@ -121,7 +126,7 @@ class Stream {
 
     bool map() {
         v4l2_requestbuffers buffers = {};
-        buffers.count = kBuffers;
+        buffers.count = mSums ? kBuffersOfLong : kBuffers;
         buffers.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buffers.memory = V4L2_MEMORY_MMAP;
         if (!call(VIDIOC_REQBUFS, &buffers, "REQBUFS")) return false;
@@ -169,9 +174,14 @@ class Stream {
             return wrong("frame %d of %d is damaged: %u bytes", index + 1, mOrder.count,
                          buffer.bytesused);
         }
+        // Some of them itself, if it was too long away to give the kernel buffers.
+        const int64_t awayMs = millisecondsSince(&mLatest);
+        if (index > 0) mLongestMs = std::max(mLongestMs, awayMs);
         if (index > 0 && buffer.sequence != mSequence + 1) {
-            return wrong("%u frames lost before frame %d of %d", buffer.sequence - mSequence - 1,
-                         index + 1, mOrder.count);
+            return wrong(
+                    "%u frames lost before frame %d of %d; the host was away for up to %" PRId64
+                    " ms",
+                    buffer.sequence - mSequence - 1, index + 1, mOrder.count, mLongestMs);
         }
         mSequence = buffer.sequence;
         const uint8_t* data = mMapped[buffer.index].first;
@@ -182,6 +192,13 @@ class Stream {
             mFrames.emplace_back(data, data + buffer.bytesused);
         }
         return true;
+    }
+
+    /** And begins again. */
+    static int64_t millisecondsSince(std::chrono::steady_clock::time_point* begin) {
+        const auto now = std::chrono::steady_clock::now();
+        const auto passed = now - std::exchange(*begin, now);
+        return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
     }
 
     bool end() {
@@ -224,6 +241,8 @@ class Stream {
     std::vector<std::pair<uint8_t*, size_t>> mMapped;
     std::vector<std::vector<uint8_t>> mFrames;
     uint32_t mSequence = 0;
+    std::chrono::steady_clock::time_point mLatest;
+    int64_t mLongestMs = 0;
     uint32_t mFirst = 0;
     uint32_t mLast = 0;
     std::string mWrong;
