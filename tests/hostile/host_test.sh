@@ -60,11 +60,15 @@ without_driver() {
     check "$1: the host's driver goes" wait_for 10 modprobe -r uvcvideo
     gadget bind
     check "$1: the host sees the webcam" wait_for 20 webcam_is_there
-    check "$1: the host tries it all" timeout 250 "$KORVANE_BUILD/tests/hostile-host" "$1" "$(usb_node)"
-    "$KORVANE_BUILD/tests/hostile-host" "$1" "$(usb_node)" | sed 's/^/      /'
+    check "$1: the host tries it all" try_all "$1"
+    sed 's/^/      /' "$SHARE/tried"
     rm /etc/modprobe.d/hostile.conf
     modprobe uvcvideo
     check "$1: the function is bound anew" rebind
+}
+
+try_all() {
+    timeout 250 "$KORVANE_BUILD/tests/hostile-host" "$1" "$(usb_node)" >"$SHARE/tried"
 }
 
 requests() {
