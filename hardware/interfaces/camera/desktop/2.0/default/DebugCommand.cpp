@@ -3,10 +3,12 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include <android-base/unique_fd.h>
 
 #include "DebugOutput.h"
 #include "StatusJson.h"
@@ -14,6 +16,7 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
+using ::android::base::unique_fd;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
 
@@ -25,10 +28,10 @@ constexpr char kUsage[] =
         "--dump-frames  write every frame of the stream to the second descriptor, a file\n"
         "--end-dump     write no more frames\n";
 
-// A descriptor of our own for the same file; -1 when the handle has none.
-int duplicateAt(const native_handle_t* handle, int index) {
-    if (index >= handle->numFds) return -1;
-    return fcntl(handle->data[index], F_DUPFD_CLOEXEC, 0);
+// A descriptor of our own for the same file; none when the handle has none.
+unique_fd duplicateAt(const native_handle_t* handle, int index) {
+    if (index >= handle->numFds) return {};
+    return unique_fd(fcntl(handle->data[index], F_DUPFD_CLOEXEC, 0));
 }
 
 std::string line(const char* text) {
@@ -53,17 +56,11 @@ std::string DebugCommand::answer(const native_handle_t* handle, const std::strin
 }
 
 std::string DebugCommand::dumpFrames(const native_handle_t* handle) {
-    const int fd = duplicateAt(handle, 1);
-    if (fd < 0) return "no file for the frames\n";
-    if (!isPlainFile(fd)) {
-        close(fd);
-        return "frames go to a file only\n";
-    }
-    std::unique_ptr<FILE, int (*)(FILE*)> file(fdopen(fd, "w"), fclose);
-    if (file == nullptr) {
-        close(fd);
-        return "the file can't be written\n";
-    }
+    unique_fd fd = duplicateAt(handle, 1);
+    if (fd.get() < 0) return "no file for the frames\n";
+    if (!isPlainFile(fd.get())) return "frames go to a file only\n";
+    std::unique_ptr<FILE, int (*)(FILE*)> file(android::base::Fdopen(std::move(fd), "w"), fclose);
+    if (file == nullptr) return "the file can't be written\n";
     return line(mController.dumpFrames(std::move(file)));
 }
 

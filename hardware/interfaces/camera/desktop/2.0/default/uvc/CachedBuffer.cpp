@@ -5,8 +5,6 @@
 
 #include <utility>
 
-#include <unistd.h>
-
 #include <log/log.h>
 
 #include "uvc/KorCheck.h"
@@ -32,12 +30,12 @@ AcquiredBuffer::~AcquiredBuffer() {
     mReleaser(this);
     if (mReleaseFenceFds.empty()) return;
     ALOGW("release fences were not obtained, closing fds");
-    close(mReleaseFenceFds.front());
+    mReleaseFenceFds.front().reset();
     KOR_TRESPASS(259, "");
 }
 
 void AcquiredBuffer::addReleaseFence(int fenceFd) {
-    if (fenceFd >= 0) mReleaseFenceFds.push_back(fenceFd);
+    if (fenceFd >= 0) mReleaseFenceFds.emplace_back(fenceFd);
     mGotReleaseFences = true;
 }
 
@@ -48,9 +46,9 @@ sp<Fence> AcquiredBuffer::takeReleaseFence() {
     return fence;
 }
 
-sp<Fence> AcquiredBuffer::getReleaseFence(size_t start, size_t count) const {
+sp<Fence> AcquiredBuffer::getReleaseFence(size_t start, size_t count) {
     if (count == 0) return Fence::NO_FENCE;
-    if (count == 1) return new Fence(mReleaseFenceFds[start]);
+    if (count == 1) return new Fence(mReleaseFenceFds[start].release());
     const size_t half = count / 2;
     return Fence::merge("GBS::AB", getReleaseFence(start, half),
                         getReleaseFence(start + half, count - half));

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 #include <utils/StrongPointer.h>
@@ -84,12 +85,12 @@ class AcquiredBuffer {
     sp<Fence> takeReleaseFence();
 
   private:
-    sp<Fence> getReleaseFence(size_t start, size_t count) const;
+    sp<Fence> getReleaseFence(size_t start, size_t count);
 
     const std::shared_ptr<CachedBuffer> mCachedBuffer;
     const std::shared_ptr<CachedBuffer::Acquirable> mAcquirable;
     const sp<Fence> mAcquireFence;
-    std::vector<int> mReleaseFenceFds;  // owned until a Fence takes them over
+    std::vector<base::unique_fd> mReleaseFenceFds;  // until a Fence takes them over
     bool mGotReleaseFences = false;
     const Releaser mReleaser;
 };
