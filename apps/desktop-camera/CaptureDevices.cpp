@@ -8,14 +8,17 @@
 #include <system_error>
 #include <utility>
 
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include "options/Options.h"
 
 namespace korvane::camera {
+
+using ::android::base::unique_fd;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -26,25 +29,6 @@ constexpr char kPrefix[] = "video";
 constexpr char kGadgetDriver[] = "g_uvc";
 // A device controller and a host's port in one machine: what is plugged in there is its own gadget.
 constexpr char kOwnPort[] = "usb-dummy_hcd";
-
-/** A descriptor that closes itself. */
-class Node {
-  public:
-    explicit Node(const std::string& path)
-        : mFd(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)) {}
-    ~Node() {
-        if (mFd >= 0) close(mFd);
-    }
-    Node(const Node&) = delete;
-    Node& operator=(const Node&) = delete;
-
-    bool query(v4l2_capability* capability) const {
-        return mFd >= 0 && ioctl(mFd, VIDIOC_QUERYCAP, capability) == 0;
-    }
-
-  private:
-    const int mFd;
-};
 
 // A text in a field of the kernel's that is full without a NUL.
 template <size_t kSize>
@@ -98,7 +82,8 @@ CaptureDevice deviceOf(unsigned long number) {
         return device;
     }
     v4l2_capability capability = {};
-    if (!Node(device.path).query(&capability)) return device;
+    const unique_fd node(open(device.path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (node.get() < 0 || ioctl(node.get(), VIDIOC_QUERYCAP, &capability) != 0) return device;
     device.driver = textOf(capability.driver);
     device.name = textOf(capability.card);
     device.kind = kindOf(capability);

@@ -23,10 +23,6 @@ FileWatch::FileWatch(std::string path)
     : mPath(std::move(path)),
       mEvents(mPath.empty() ? -1 : inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
-FileWatch::~FileWatch() {
-    if (mEvents >= 0) close(mEvents);
-}
-
 bool FileWatch::exists() {
     if (mPath.empty()) return false;
     if (mFolder >= 0) {
@@ -49,13 +45,13 @@ void FileWatch::look() {
 bool FileWatch::takeEvents() {
     alignas(inotify_event) char events[4096];
     bool any = false;
-    for (ssize_t size; (size = read(mEvents, events, sizeof events)) > 0; any = true) {
+    for (ssize_t size; (size = read(mEvents.get(), events, sizeof events)) > 0; any = true) {
         const char* end = events + size;
         for (const char* at = events; at < end;) {
             const auto* event = reinterpret_cast<const inotify_event*>(at);
             if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0 &&
                 event->wd == mFolder) {
-                inotify_rm_watch(mEvents, mFolder);
+                inotify_rm_watch(mEvents.get(), mFolder);
                 mFolder = -1;
                 mNextLookNs = 0;
             }
@@ -68,7 +64,7 @@ bool FileWatch::takeEvents() {
 void FileWatch::watchFolder() {
     std::string folder = std::filesystem::path(mPath).parent_path();
     if (folder.empty()) folder = ".";
-    mFolder = mEvents < 0 ? -1 : inotify_add_watch(mEvents, folder.c_str(), kMask);
+    mFolder = mEvents.get() < 0 ? -1 : inotify_add_watch(mEvents.get(), folder.c_str(), kMask);
 }
 
 }  // namespace korvane::camera

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include <android-base/unique_fd.h>
+
 namespace korvane::camera {
 
 /**
@@ -16,9 +18,6 @@ class FileWatch {
   public:
     /** An empty path never exists. */
     explicit FileWatch(std::string path);
-    ~FileWatch();
-    FileWatch(const FileWatch&) = delete;
-    FileWatch& operator=(const FileWatch&) = delete;
 
     /** Whether there is anything by that path now, be it a link that leads nowhere. */
     bool exists();
@@ -29,8 +28,8 @@ class FileWatch {
     void watchFolder();
 
     const std::string mPath;
-    const int mEvents;  // inotify's descriptor; -1 if there is none
-    int mFolder = -1;   // its watch of the folder; -1 while there is none
+    const ::android::base::unique_fd mEvents;  // inotify's; -1 if there is none
+    int mFolder = -1;                          // its watch of the folder; -1 while there is none
     bool mExists = false;
     int64_t mNextLookNs = 0;  // while there is no watch
 };

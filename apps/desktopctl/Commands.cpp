@@ -183,6 +183,7 @@ ExitCode takeSnapshot(const std::string& path) {
 
 ExitCode dumpTo(const std::string& path, double seconds) {
     catchInterrupts();
+    const Deadline deadline(static_cast<unsigned>(seconds) + 2 * kAnswerSeconds);
     const auto service = Service::find();
     const auto status = service ? service->status() : std::nullopt;
     if (!status) return notRunning();

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include "Attributes.h"
+#include "options/Options.h"
 
 namespace korvane::ctl {
 namespace {
@@ -28,11 +29,16 @@ int openError(const std::string& path) {
     return fd.get() < 0 ? errno : 0;
 }
 
-// The number after "video", -1 for another name.
+// The number of "video0" and the like, -1 for another name.
 int videoNumber(const std::string& name) {
-    if (name.rfind("video", 0) != 0 || name.size() == 5) return -1;
-    if (name.find_first_not_of("0123456789", 5) != std::string::npos) return -1;
-    return std::stoi(name.substr(5));
+    constexpr size_t kPrefixLength = 5;
+    constexpr unsigned long kHighest = 1'000'000;
+    unsigned long number = 0;
+    if (name.rfind("video", 0) != 0 ||
+        !options::numberFrom(name.substr(kPrefixLength), 0, kHighest, &number)) {
+        return -1;
+    }
+    return static_cast<int>(number);
 }
 
 // By the bus of the device behind it, as the kernel links it; -1 for none.

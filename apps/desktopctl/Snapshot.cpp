@@ -20,6 +20,13 @@ using testcard::Frame;
 using testcard::Picture;
 using testcard::PixelFormat;
 
+struct FileClose {
+    void operator()(FILE* file) const { fclose(file); }
+};
+struct Free {
+    void operator()(unsigned char* memory) const { free(memory); }
+};
+
 constexpr int kQuality = 95;
 
 bool endsIn(const std::string& path, const char* ending) {
@@ -69,13 +76,10 @@ bool unpack(const Frame& frame, PixelFormat format, uint32_t width, uint32_t hei
 }
 
 bool writeBytes(const std::string& path, const uint8_t* data, size_t size, std::string* error) {
-    FILE* file = fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        *error = strerror(errno);
-        return false;
+    const std::unique_ptr<FILE, FileClose> file(fopen(path.c_str(), "wbe"));
+    if (file != nullptr && fwrite(data, 1, size, file.get()) == size && fflush(file.get()) == 0) {
+        return true;
     }
-    const bool written = fwrite(data, 1, size, file) == size;
-    if (fclose(file) == 0 && written) return true;
     *error = strerror(errno);
     return false;
 }
@@ -113,10 +117,9 @@ std::vector<uint8_t> encodeJpeg(const Picture& picture, std::vector<uint8_t>& rg
         jpeg_write_scanlines(&info, &line, 1);
     }
     jpeg_finish_compress(&info);
-    std::vector<uint8_t> bytes(file, file + size);
     jpeg_destroy_compress(&info);
-    free(file);
-    return bytes;
+    const std::unique_ptr<unsigned char, Free> owned(file);
+    return {file, file + size};
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ now() {
     cut -d' ' -f1 /proc/uptime
 }
 
-# moves_within SECONDS SINCE BEFORE: the first frame behind the first BEFORE ones came within SECONDS.
+# moves_within SECONDS SINCE BEFORE: the first frame after the first BEFORE ones came within SECONDS.
 # shellcheck disable=SC2154 # host.sh has host_log
 moves_within() {
     wait_log 30 "$host_log" 'cap dqbuf:' $(($3 + 1)) || return 1
