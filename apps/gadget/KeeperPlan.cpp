@@ -24,7 +24,7 @@ KeeperPlan::Step KeeperPlan::next(const KeeperFacts& facts, Time now) {
 
 KeeperPlan::Step KeeperPlan::tryNow(Step step, Time now) {
     mLastTry = now;
-    mNextTry = now + (mTries == 0 ? kFirstWait : kLongestWait);
+    mNextTry = now + std::min(kFirstWait * (1 << std::min(mTries, 8)), kLongestWait);
     mTries = std::min(mTries + 1, kMostTries + 1);
     waitForNextTry();
     return step;

@@ -20,11 +20,12 @@ struct KeeperFacts {
 
 /**
  * The keeper's rules. A function that somebody serves is never touched. One that nobody serves, or
- * that is not bound, is bound again at once, but a second after the last time at the earliest. When
- * nobody came to serve it then, it is tried again after waits that grow from a second to one and a
- * half, and after the last of them once for whatever happens. So a webcam that can be back is back
- * within two seconds. A server that died, or one that starts beside the keeper, is given the time
- * to come by itself first.
+ * that is not bound, is bound again at once, but a second after the last time at the earliest: a
+ * service that opens the node is back within two seconds, however often it goes. When nobody came
+ * to serve it, it is tried again after waits that grow from a second to eight, since each new node
+ * has to be given to the service's group first, which a busy machine takes its time for; and after
+ * the last of them once for whatever happens. A server that died, or one that starts beside the
+ * keeper, is given the time to come by itself first.
  *
  * No clock and no kernel of its own. One thread.
  */
@@ -46,9 +47,9 @@ class KeeperPlan {
     bool gaveUp() const { return mTries > kMostTries; }
 
     static constexpr std::chrono::milliseconds kFirstWait{1000};
-    static constexpr std::chrono::milliseconds kLongestWait{1500};
+    static constexpr std::chrono::milliseconds kLongestWait{8000};
     static constexpr std::chrono::seconds kSuccessor{4};  // for a server that died
-    static constexpr int kMostTries = 8;
+    static constexpr int kMostTries = 6;
 
   private:
     Step tryNow(Step step, Time now);
