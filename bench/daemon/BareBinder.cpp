@@ -59,18 +59,35 @@ BareBinder::BareBinder() : mDevice(open(kDevice, O_RDWR | O_CLOEXEC)) {
 }
 
 void BareBinder::serve() {
+    static const std::vector<uint8_t> kNothing;
+    becomeContextManager();
+    serve([](uint32_t, const void*, size_t) -> const auto& { return kNothing; });
+}
+
+void BareBinder::becomeContextManager() {
     need(ioctl(mDevice.get(), BINDER_SET_CONTEXT_MGR, 0) == 0, "no context manager");
+}
+
+void BareBinder::serve(const Answer& answer) {
     write<uint32_t>(BC_ENTER_LOOPER);
     for (;;) {
         const binder_transaction_data call = exchangeUntil(BR_TRANSACTION);
+        const auto& reply = answer(call.code, reinterpret_cast<const void*>(call.data.ptr.buffer),
+                                   call.data_size);
         writeFree(call.data.ptr.buffer);
-        writeTransaction(BC_REPLY, nullptr, 0);
+        writeTransaction(BC_REPLY, 0, reply.data(), reply.size());
     }
 }
 
 void BareBinder::call(const std::vector<uint8_t>& text) {
-    writeTransaction(BC_TRANSACTION, text.data(), text.size());
-    writeFree(exchangeUntil(BR_REPLY).data.ptr.buffer);
+    call(0, text, nullptr, 0);
+}
+
+void BareBinder::call(uint32_t code, const std::vector<uint8_t>& text, void* reply, size_t size) {
+    writeTransaction(BC_TRANSACTION, code, text.data(), text.size());
+    const auto answer = exchangeUntil(BR_REPLY).data.ptr.buffer;
+    if (size > 0) memcpy(reply, reinterpret_cast<const void*>(answer), size);
+    writeFree(answer);
 }
 
 template <typename T>
@@ -79,8 +96,9 @@ void BareBinder::write(const T& value) {
     mOut.insert(mOut.end(), bytes, bytes + sizeof(value));
 }
 
-void BareBinder::writeTransaction(uint32_t command, const void* data, size_t size) {
+void BareBinder::writeTransaction(uint32_t command, uint32_t code, const void* data, size_t size) {
     binder_transaction_data transaction = {};
+    transaction.code = code;
     transaction.data_size = size;
     transaction.data.ptr.buffer = reinterpret_cast<uintptr_t>(data);
     write(command);

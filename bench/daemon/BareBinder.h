@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include <android-base/unique_fd.h>
@@ -21,16 +22,26 @@ class BareBinder {
   public:
     BareBinder();
 
+    /** What a call is answered with; the reply's bytes stay until the next call. */
+    using Answer = std::function<const std::vector<uint8_t>&(uint32_t code, const void* data,
+                                                             size_t size)>;
+
     /** Becomes the context manager and answers every call with an empty reply, for ever. */
     [[noreturn]] void serve();
 
+    /** The same in two steps, the second with what `answer` gives. */
+    void becomeContextManager();
+    [[noreturn]] void serve(const Answer& answer);
+
     /** Calls the context manager with a text of that many bytes and waits for the reply. */
     void call(const std::vector<uint8_t>& text);
+    /** The same with a code; the first bytes of the reply, which has no fewer, go to `reply`. */
+    void call(uint32_t code, const std::vector<uint8_t>& text, void* reply, size_t size);
 
   private:
     template <typename T>
     void write(const T& value);
-    void writeTransaction(uint32_t command, const void* data, size_t size);
+    void writeTransaction(uint32_t command, uint32_t code, const void* data, size_t size);
     void writeFree(binder_uintptr_t buffer);
     /** Sends what was written and waits until the driver brings `wanted`; its data. */
     binder_transaction_data exchangeUntil(uint32_t wanted);

@@ -1,7 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
-# What the daemon asks of the kernel and of the heap for each frame of a real stream, as the kernel
-# notes it. Runs in the test machine; leaves $SHARE/frame-FORMAT.trace, which bench/machine/count reads.
+# What the daemon asks of the kernel and of the heap for each frame of a real stream, and what
+# processor time its threads take, beside bare_frames, which moves the same bytes through the same node
+# and has no service between. Runs in the test machine; leaves for PROGRAM daemon and bare
+# $SHARE/PROGRAM-FORMAT.trace and PROGRAM-FORMAT.WINDOW.threads, which bench/machine/count reads.
 # shellcheck source=tests/vm/lib.sh
 . "$(dirname "$0")/../../tests/vm/lib.sh"
 . "$(dirname "$0")/../../tests/vm/host.sh"
@@ -22,11 +24,40 @@ set_up_tracing() {
     probe malloc && probe calloc && probe realloc
 }
 
-# Every thread that the daemon has, and no other process.
+# threads_of PROGRAM: every thread that it has, and no other process.
 # shellcheck disable=SC2154
-daemon_threads() {
+threads_of() {
     local task
-    for task in "/proc/${pids[daemon]}"/task/*; do echo -n "${task##*/} "; done
+    for task in "/proc/${pids[$1]}"/task/*; do echo -n "${task##*/} "; done
+}
+
+# times PROGRAM STAMP: for each thread a line of STAMP, its number, its name, its processor time in
+# nanoseconds, how often it has waited and how often it had to leave a processor to another; then one of
+# the frames that the host has received.
+times() {
+    local task name ns switches
+    switches='voluntary_ctxt_switches:[[:space:]]*([0-9]+)[[:space:]]*non'
+    switches+='voluntary_ctxt_switches:[[:space:]]*([0-9]+)'
+    for task in "/proc/${pids[$1]}"/task/*; do
+        read -r name <"$task/comm"
+        read -r ns _ <"$task/schedstat"
+        [[ $(<"$task/status") =~ $switches ]]
+        echo "$2 ${task##*/} ${name// /_} $ns ${BASH_REMATCH[1]} ${BASH_REMATCH[2]}"
+    done
+    echo "$2 frames $(received)"
+}
+
+# measure PROGRAM FORMAT: its threads' time, over some windows of some frames; the least is the one that
+# least else fell into.
+measure() {
+    local window
+    for window in $(seq "$windows"); do
+        {
+            times "$1" begin
+            moves "$frames" || return 1
+            times "$1" end
+        } >"$SHARE/$1-$2.$window.threads"
+    done
 }
 
 # trace ON: 1 or 0.
@@ -35,34 +66,58 @@ trace() {
     echo "$1" >$tracing/events/heap/enable
 }
 
-# note NAME: what the daemon's threads do in two seconds of a stream.
+# note PROGRAM FORMAT: what its threads do for some frames.
 note() {
-    daemon_threads >$tracing/set_event_pid
+    threads_of "$1" >$tracing/set_event_pid
     echo >$tracing/trace
     trace 1
-    sleep 2
+    moves "$frames"
     trace 0
-    cp $tracing/trace "$SHARE/frame-$1.trace"
+    cp $tracing/trace "$SHARE/$1-$2.trace"
 }
 
-# stream NAME FOURCC SIZE
+# stream PROGRAM FORMAT FOURCC SIZE END: the host takes a stream, of which PROGRAM is measured, and whose
+# end it logs like END.
 stream() {
-    start_camera
-    need "$1: a camera is there" wait_log 20 "$SHARE/daemon.log" 'Registering client 3' $((++cameras))
-    capture "$1" "$2" "$3" 30 100 100 >/dev/null &
-    need "$1: frames arrive" wait_for 60 test -s "$CAPTURES/$1.raw"
-    check "$1: the kernel notes what the daemon does" note "$1"
-    wait $!
-    check_equal "$1: every frame arrives" 0 $?
-    stop camera
+    watch "$3" "$4"
+    need "$1-$2: frames arrive" moves 10
+    check "$1-$2: its threads' time is taken" measure "$1" "$2"
+    check "$1-$2: the kernel notes what it does" note "$1" "$2"
+    stop capture
+    need "$1-$2: the stream has ended" wait_log 20 "$SHARE/$1.log" "$5" "$runs"
 }
 
-cameras=0
+no_host_node() {
+    ! host_node
+}
+
+# compare FORMAT FOURCC SIZE: the daemon, then the bare program with frames as long as the daemon's.
+compare() {
+    local bytes
+    start_daemon
+    need "$1: the daemon opens its node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video' \
+        $((++runs))
+    start_camera
+    need "$1: a camera is there" wait_log 20 "$SHARE/daemon.log" 'Registering client 3' $runs
+    stream daemon "$@" 'Registering surface ptr: .nil.'
+    stop camera
+    stop daemon
+    need "$1: the daemon's camera goes" wait_for 20 no_host_node
+    # shellcheck disable=SC2154
+    bytes=$(awk '/cap dqbuf:/ && match($0, /bytesused: [0-9]+/) {
+        bytes += substr($0, RSTART + 11, RLENGTH - 11); frames++ }
+        END { print int(bytes / frames) }' "$host_log")
+    start bare "$KORVANE_BUILD/bench/bare_frames" "$(wait_gadget_node 10)" "$2" "${3%x*}" "${3#*x}" \
+        "$bytes"
+    stream bare "$@" 'the stream has ended'
+    stop bare
+    need "$1: so does the bare program's" wait_for 20 no_host_node
+}
+
+runs=0 frames=${FRAMES:-30} windows=${WINDOWS:-8}
 start_service_manager
 need "the kernel notes calls" set_up_tracing
 need "the function comes up" gadget up
-start_daemon
-need "the daemon opens its node" wait_log 20 "$SHARE/daemon.log" 'added device: /dev/video'
-stream MJPEG MJPG 1280x720
-stream YUYV YUYV 640x480
+compare MJPEG MJPG 1280x720
+compare YUYV YUYV 640x480
 finish
