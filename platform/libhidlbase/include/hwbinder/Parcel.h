@@ -181,7 +181,7 @@ class Parcel {
     ParcelWriter& writer();
 
     InPlace<ParcelWriter, 768> mWriter;  // what has been written here, if anything
-    InPlace<ReceivedBlock, 96> mBlock;   // or, if there is one, what has been received
+    InPlace<ReceivedBlock, 128> mBlock;  // or, if there is one, what has been received
     mutable size_t mPosition = 0;
     mutable size_t mObjectsRead = 0;  // from the first on, without a gap
 };
