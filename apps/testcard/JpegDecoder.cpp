@@ -2,12 +2,17 @@
 #include "Picture.h"
 
 #include <csetjmp>
+#include <cstdint>
 #include <cstdio>
 
 #include <jpeglib.h>
 
 namespace korvane::testcard {
 namespace {
+
+/** More than any picture here has; the header of a damaged file may claim a thousand times as many.
+ */
+constexpr uint64_t kMostPixels = uint64_t{8192} * 8192;
 
 // Holds everything that lives across the library's jump out of an error.
 class Decoder {
@@ -24,6 +29,11 @@ class Decoder {
         jpeg_create_decompress(&mInfo);
         jpeg_mem_src(&mInfo, data, size);
         jpeg_read_header(&mInfo, TRUE);
+        if (uint64_t{mInfo.image_width} * mInfo.image_height > kMostPixels) {
+            snprintf(mErrors.text, sizeof mErrors.text, "%u x %u pixels are too many",
+                     mInfo.image_width, mInfo.image_height);
+            return false;
+        }
         mInfo.out_color_space = JCS_YCbCr;
         jpeg_start_decompress(&mInfo);
         out->width = mInfo.output_width;

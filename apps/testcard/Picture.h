@@ -29,8 +29,8 @@ Picture pictureFromNv12(const uint8_t* data, uint32_t width, uint32_t height);
 Picture pictureFromYuyv(const uint8_t* data, uint32_t width, uint32_t height);
 
 /**
- * Decodes a JPEG file of any size. False if it cannot be decoded or the decoder had to warn of
- * damaged data; `error` then holds the decoder's words.
+ * Decodes a JPEG file of any size up to 64 Mi pixels. False if it cannot be decoded or the decoder
+ * had to warn of damaged data; `error` then holds the decoder's words.
  */
 bool decodeJpeg(const uint8_t* data, size_t size, Picture* out, std::string* error);
 

@@ -136,6 +136,18 @@ TEST(DecodeJpegTest, RefusesDamagedFilesWithAReason) {
     EXPECT_NE("", error);
 }
 
+TEST(DecodeJpegTest, RefusesAHeaderThatClaimsMorePixelsThanAnyPictureHas) {
+    std::vector<uint8_t> file = TestCardJpeg::create(*StripLayout::forSize(320, 240))->file(kStamp);
+    size_t frame = 0;
+    while (file[frame] != 0xFF || file[frame + 1] != kMarkerSof0) ++frame;
+    for (size_t i = 5; i < 9; ++i) file[frame + i] = i % 2 == 1 ? 0xFF : 0xDC;  // 65500x65500
+    Picture picture;
+    std::string error;
+    EXPECT_FALSE(decodeJpeg(file.data(), file.size(), &picture, &error));
+    EXPECT_EQ("65500 x 65500 pixels are too many", error);
+    EXPECT_TRUE(picture.samples.empty());
+}
+
 TEST(JpegRowsTest, RefusesAFileCutShortAnywhere) {
     const std::vector<uint8_t> file =
             TestCardJpeg::create(*StripLayout::forSize(160, 120))->file(kStamp);
