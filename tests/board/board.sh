@@ -5,6 +5,7 @@
 export SYSTEMD_COLORS=0 SYSTEMD_PAGER='' DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 port=/sys/bus/usb/devices/usb1/1-0:1.0/usb1-port1
 g1=/config/usb_gadget/g1
+board_ms=10  # a board starts a program in this time, at least
 
 now_ms() {
     local up
@@ -15,6 +16,50 @@ now_ms() {
 # took NAME START_MS: prints how long ago that was.
 took() {
     printf 'time  %-44s %6d ms\n' "$1" $(($(now_ms) - $2))
+}
+
+# slowness: how much slower than a board this one is just now, in percent, 100 at least: by how long it
+# takes to start programs, of which most of what happens here consists.
+slowness() {
+    local start percent
+    start=$(now_ms)
+    for _ in {1..40}; do /bin/true; done
+    percent=$((($(now_ms) - start) * 100 / (40 * board_ms)))
+    echo $((percent > 100 ? percent : 100))
+}
+
+# within NAME START_MS END_MS LIMIT_MS: it took no longer than that; a slower board than a real one is given
+# as much more.
+within() {
+    local took=$(($3 - $2)) slow
+    slow=$(slowness)
+    printf 'time  %-44s %6d ms of %d (slowness %d %%)\n' "$1" $took $(($4 * slow / 100)) "$slow"
+    check "$1: within $(($4 / 1000)) s" [ $took -le $(($4 * slow / 100)) ]
+}
+
+# hear_keeper: from now on what the keeper says is there to be looked at.
+hear_keeper() {
+    rm -f "$SHARE/keeper.log"
+    start keeper journalctl -u korvane-keeper -n 0 -f -o short-monotonic --no-hostname
+    wait_path 10 "$SHARE/keeper.log"
+}
+
+# keeper_said SINCE_MS PATTERN: when the keeper first said so after that.
+keeper_said() {
+    awk -v since="$1" -v pattern="$2" '$0 ~ pattern {
+        sub(/^\[ */, ""); ms = int($1 * 1000)
+        if (ms >= since) {print ms; found = 1; exit}
+    } END {exit !found}' "$SHARE/keeper.log"
+}
+
+# served_in_time NAME START_MS: from the moment when that was possible the function was bound, its node
+# opened and the keeper told of it, within two seconds.
+served_in_time() {
+    if wait_for 120 keeper_said "$2" 'is served by process'; then
+        within "$1: served again" "$2" "$(keeper_said "$2" 'is served by process')" 2000
+    else
+        fail "$1: served again" "$(status_of_all)"
+    fi
 }
 
 # install_packages FOLDER: as a user does, but for the pictures: the test card, since the only camera
@@ -29,7 +74,7 @@ install_packages() {
 picture() {
     local size=${1:-640x480} node file=/run/picture differ
     node=$(wait_host_node 60) || return 1
-    rm -f "$file" && timeout 60 v4l2-ctl -d "$node" --stream-mmap=4 --stream-count=10 \
+    rm -f "$file" && timeout $((60 * PATIENCE)) v4l2-ctl -d "$node" --stream-mmap=4 --stream-count=10 \
         --set-fmt-video="width=${size%x*},height=${size#*x},pixelformat=YUYV" \
         --stream-to="$file" >/run/picture.log 2>&1 || { tail -n 3 /run/picture.log; return 1; }
     [ "$(stat -c %s "$file")" = $((10 * ${size%x*} * ${size#*x} * 2)) ] ||
@@ -64,7 +109,7 @@ not_enumerated() {
 
 # back NAME START_MS [SECONDS]: the webcam comes back by itself, and a picture with it.
 back() {
-    if wait_for "${3:-30}" enumerated; then
+    if wait_for "${3:-120}" enumerated; then
         took "$1: back at the host" "$2"
         check "$1: the picture moves again" picture
     else

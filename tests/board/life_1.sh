@@ -6,16 +6,23 @@
 need "the packages install" install_packages /run/host/packages
 need "the host sees a webcam" wait_for 30 enumerated
 need "with a moving picture" picture
+hear_keeper
 
 # event NAME COMMAND...: COMMAND ends the camera at the host, or lets it end; the webcam comes back.
 event() {
-    local name=$1 before start
+    local name=$1 before
     shift
     before=$(host_camera)
     start=$(now_ms)
     "$@" >/run/event.log 2>&1 || fail "$name: happens" "$(cat /run/event.log)"
     wait_for 10 gone_or_other "$before"
     back "$name" "$start"
+}
+
+# kept NAME COMMAND...: the same, and it is the keeper's to bring it back in time.
+kept() {
+    event "$@"
+    served_in_time "$1" "$start"
 }
 
 # host_camera: which one the host has: its number on the bus grows with each that comes.
@@ -30,10 +37,6 @@ gone_or_other() {
     [ "$(host_camera)" != "$1" ] || [ -z "$(server)" ]
 }
 
-reset_bus() {
-    usbreset "$(lsusb -d 1d6b:0102 | sed -E 's,Bus ([0-9]+) Device ([0-9]+).*,\1/\2,')"
-}
-
 # suspend_host: the bus sleeps as it does with a host that does, and wakes up again.
 suspend_host() {
     local device
@@ -45,8 +48,12 @@ suspend_host() {
     echo on >"$device/power/control"
 }
 
-remove_foreign_camera() {
-    modprobe vivid n_devs=1 && udevadm settle && modprobe -r vivid
+give_controller() {
+    echo "$1" >/sys/bus/platform/drivers/dummy_udc/bind
+}
+
+take_controller() {
+    echo "$1" >/sys/bus/platform/drivers/dummy_udc/unbind
 }
 
 # runs_again UNIT PID: as another process than that.
@@ -60,16 +67,31 @@ kill_unit() {
     kill -KILL "$(main_pid "$1")"
 }
 
+start=$(now_ms)
 echo 1 >$port/disable
 check "the cable is pulled" wait_for 20 not_enumerated
+served_in_time "cable pulled" "$start"
 start=$(now_ms)
 echo 0 >$port/disable
 back "cable" "$start"
-event "bus reset" reset_bus
+address=$(lsusb -d 1d6b:0102 | sed -E 's,Bus ([0-9]+) Device ([0-9]+).*,\1/\2,')
+kept "bus reset" usbreset "$address"
 check_equal "the host sleeps and wakes up" "" "$(suspend_host 2>&1)"
 back "host's suspend" "$(now_ms)"
-event "unbound function" "$(command -v korvane-gadget)" unbind
-event "foreign camera removed" remove_foreign_camera
+kept "unbound function" "$(command -v korvane-gadget)" unbind
+modprobe vivid n_devs=1 && udevadm settle
+kept "foreign camera removed" modprobe -r vivid
+
+take_controller dummy_udc.0
+check "the controller goes: no webcam" wait_for 20 not_enumerated
+before=$(switches korvane-keeper)
+read -rt 3 -u "$never"
+check_equal "the keeper sleeps while there is none" "$before" "$(switches korvane-keeper)"
+start=$(now_ms)
+give_controller dummy_udc.0
+served_in_time "controller returned" "$start"
+back "controller returned" "$start"
+
 for unit in korvane-hwservicemanager korvane-desktop-camera; do
     event "$unit killed" kill_unit "$unit"
 done
@@ -102,5 +124,5 @@ start=$(now_ms)
 check "an upgrade over a running stream" install_packages /run/host/newer
 check_equal "has the newer version" 9.9.9 "$(dpkg-query -f '${Version}' -W korvane-webcam)"
 stop stream
-back "upgrade" "$start" 60
+back "upgrade" "$start"
 finish

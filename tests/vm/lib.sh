@@ -4,9 +4,10 @@
 #   $ROOT          the project
 #   $KORVANE_BUILD its build folder: programs in bin/, those of the tests in tests/
 #   $SHARE         the folder that is seen from outside too: logs and captures belong here
+#   $PATIENCE      how many times longer than it says a script waits for what has to come (1)
 set -u
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-: "${SHARE:=/run/host}" "${KORVANE_BUILD:=$ROOT/build}"
+: "${SHARE:=/run/host}" "${KORVANE_BUILD:=$ROOT/build}" "${PATIENCE:=1}"
 passed=0 failed=0 finished=
 
 # ---- checks -------------------------------------------------------------------------------------
@@ -87,7 +88,7 @@ exec {never}<> <(:)
 
 # wait_for SECONDS COMMAND...: until COMMAND succeeds, tried twenty times a second; 1 if it never did.
 wait_for() {
-    local deadline=$((SECONDS + $1))
+    local deadline=$((SECONDS + $1 * PATIENCE))
     shift
     until "$@" >/dev/null 2>&1; do
         [ $SECONDS -le $deadline ] || return 1
