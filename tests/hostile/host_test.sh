@@ -177,17 +177,18 @@ unbound() {
 # tree ATTRIBUTE CONTENT lives|ends [LINE]: the function with that attribute's content, which the daemon
 # survives, or which ends it as it must, with its line.
 tree() {
-    local attribute=$function/$1 opened status
+    local attribute=$function/$1 opened what=${2:0:20}
+    what="'${what//$'\n'/ }' for ${1##*/}"
     printf %s "$2" >/run/attribute
     gadget unbind
     opened=$(grep -c 'added device' "$daemon_log")
     mount --bind /run/attribute "$attribute"
     gadget bind
     if [ "$3" = lives ]; then
-        check "trees: '${2:0:20}' for ${1##*/} is survived" \
+        check "trees: $what is survived" \
             wait_log 20 "$daemon_log" 'added device' $((opened + 1))
     else
-        check "trees: '${2:0:20}' for ${1##*/} has its line" wait_log 20 "$daemon_log" "${1##*/}: $4"
+        check "trees: $what has its line" wait_log 20 "$daemon_log" "${1##*/}: $4"
         check "trees: and ends the daemon" wait_for 10 daemon_is_gone
     fi
     umount "$attribute"
@@ -204,7 +205,7 @@ tree() {
 }
 
 daemon_is_gone() {
-    [[ $(</proc/${pids[daemon]}/stat) == *") Z "* ]]
+    ! running daemon
 }
 
 # What configfs would never hold, put in its place. An attribute that is no number ends the daemon, by
