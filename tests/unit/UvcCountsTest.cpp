@@ -64,6 +64,20 @@ TEST_F(UvcCountsTest, ADisconnectedNodeIsClosed) {
     EXPECT_THAT(events(), ElementsAre(Event::NODE_OPENED, Event::HOST_DISCONNECTED));
 }
 
+TEST_F(UvcCountsTest, ANodeIsOpenedOnceItsFormatWasSet) {
+    mKernel.fail("VIDIOC_S_FMT", EBUSY);
+    ASSERT_EQ(0, mCtrl->open());
+    EXPECT_THAT(events(), ElementsAre(Event::CALL_FAILED, Event::NODE_OPENED));
+}
+
+TEST_F(UvcCountsTest, AHostsDisconnectComesBeforeTheEndOfItsStream) {
+    streamJpeg();
+    event(UVC_EVENT_DISCONNECT);
+    const auto all = events();
+    EXPECT_EQ(Event::HOST_DISCONNECTED, all[all.size() - 2]);
+    EXPECT_EQ(Event::STREAM_STOPPED, all.back());
+}
+
 TEST_F(UvcCountsTest, TheModeIsTheCommittedOne) {
     ASSERT_EQ(0, mCtrl->open());
     select(kProbe, kMjpeg, 2);
@@ -107,6 +121,15 @@ TEST_F(UvcCountsTest, AStreamThatIsRefusedIsNotedNotStarted) {
     EXPECT_EQ(2u, count(Count::CALLS_FAILED));
     EXPECT_THAT(events(), ElementsAre(Event::NODE_OPENED, Event::CALL_FAILED, Event::STREAM_REFUSED,
                                       Event::CALL_FAILED, Event::STREAM_REFUSED));
+}
+
+TEST_F(UvcCountsTest, AStreamIsRefusedBeforeItsBuffersGo) {
+    ASSERT_EQ(0, mCtrl->open());
+    mKernel.fail("VIDIOC_STREAMON", EIO);
+    mKernel.fail("VIDIOC_REQBUFS", EBUSY, 1);
+    event(UVC_EVENT_STREAMON);
+    EXPECT_THAT(events(), ElementsAre(Event::NODE_OPENED, Event::CALL_FAILED, Event::STREAM_REFUSED,
+                                      Event::CALL_FAILED));
 }
 
 TEST_F(UvcCountsTest, WritesThatKeepFailingAreGivenUp) {
