@@ -27,6 +27,21 @@ run_machine TIMEOUT=60 "$run" sh -c 'echo c >/proc/sysrq-trigger; sleep 60'
 check_equal "tells a dead kernel from a failed command" 125 "$status"
 check "shows the dead kernel's last words" grep -q 'Kernel panic' <<<"$said"
 
+# An emulator that ends at once the first time: what a kernel that dies while it comes up looks like.
+mkdir "$SHARE/dying"
+cat >"$SHARE/dying/qemu" <<'EOF'
+#!/bin/sh
+died=${0%/*}/died
+[ -e "$died" ] && PATH=${PATH#*:} exec "${0##*/}" "$@"
+: >"$died"
+EOF
+chmod +x "$SHARE/dying/qemu"
+ln -s qemu "$SHARE/dying/qemu-system-x86_64"
+ln -s qemu "$SHARE/dying/qemu-system-aarch64"
+run_machine TIMEOUT=60 PATH="$SHARE/dying:$PATH" "$run" sh -c 'exit 3'
+check_equal "starts a kernel again that has not come up" 3 "$status"
+check "and says so" grep -q 'is started again' <<<"$said"
+
 run_machine TIMEOUT=15 "$run" sleep 100
 check_equal "ends a hung command in time" 124 "$status"
 check "says that the time was up" grep -q 'after 15 seconds (TIMEOUT)' <<<"$said"
