@@ -272,6 +272,11 @@ TEST_F(KorBufferSourceRepeatDeathTest, AbortsWhenRepeatingBeforeTheStart) {
 
 class RepeatLooperTest : public FrameSourceTest {
   protected:
+    /** The looper's thread may still be in the source, which uses what goes with the fixture. */
+    void TearDown() override {
+        if (source != nullptr && peer.looper() != nullptr) peer.looper()->stop();
+    }
+
     void startRepeating(int codecBuffers, int64_t intervalUs) {
         prepare(codecBuffers);
         peer.repetition() = FrameRepetition(intervalUs);
