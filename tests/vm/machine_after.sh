@@ -1,3 +1,4 @@
+#!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 # The machine as seen by those who start it; runs natively, after machine_test.sh.
 . "$(dirname "$0")/lib.sh"
