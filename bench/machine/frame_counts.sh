@@ -2,9 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # frame_counts.sh times|notes: what the daemon takes for each frame of a real stream, beside bare_frames,
 # which moves the same bytes through the same node and has no service between: the processor time of its
-# threads, or what they ask of the kernel and of the heap. Each wants a machine of its own: what notes
-# takes time, and the kernel, which changes its own code to begin with it, may not survive that while
-# other processors are busy, emulated as they are; so it begins before there is anything else. Runs in the
+# threads, or what they ask of the kernel and of the heap. Each wants a machine of its own, since what
+# notes takes time, and one whose clock is its instructions: other clocks measure the host. Runs in the
 # test machine; leaves for PROGRAM daemon and bare $SHARE/PROGRAM-FORMAT.trace or
 # PROGRAM-FORMAT.WINDOW.threads, which bench/machine/count reads.
 # shellcheck source=tests/vm/lib.sh
@@ -118,7 +117,7 @@ compare() {
     need "$1: so does the bare program's" wait_for 20 no_host_node
 }
 
-what=$1 runs=0 frames=${FRAMES:-30} windows=${WINDOWS:-8}
+what=$1 runs=0 frames=${FRAMES:-30} windows=${WINDOWS:-4}
 [ "$what" = times ] || need "the kernel notes calls" set_up_tracing
 start_service_manager
 need "the function comes up" gadget up

@@ -47,6 +47,14 @@ run_machine TIMEOUT=15 "$run" sleep 100
 check_equal "ends a hung command in time" 124 "$status"
 check "says that the time was up" grep -q 'after 15 seconds (TIMEOUT)' <<<"$said"
 
+# An otherwise empty loop's processor time, twice, in microseconds; each of them 500 instructions.
+run_machine TIMEOUT=120 CLOCK=instructions "$run" bash -c 'nproc
+    for run in 1 2; do perl -e "1 for 1 .. 3000000; print int(1e6 * (times)[0]), qq(\n)"; done'
+read -r -d '' processors first second <<<"$said"
+check_equal "has one processor where instructions are the clock" 1 "$processors"
+check "takes the same time for the same work there" awk -v a="$first" -v b="$second" \
+    'BEGIN {exit !(a > 10000 && a < 1.05 * b && b < 1.05 * a)}'
+
 folder=$SHARE
 unset SHARE
 refused() {
@@ -60,6 +68,8 @@ refused "refuses a timeout that is no number" "TIMEOUT is 'soon', but a number o
     TIMEOUT=soon "$run" true
 refused "refuses too little memory" "MEMORY is '64', but a number of MB from 256" \
     MEMORY=64 "$run" true
+refused "refuses an unknown clock" "CLOCK is 'sun', but real or instructions is needed" \
+    CLOCK=sun "$run" true
 refused "refuses a shared folder it cannot make" "cannot use /proc/x as SHARE" \
     SHARE=/proc/x "$run" true
 refused "refuses a cache it cannot write" "cannot write to /proc/x" \
