@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # frame_counts.sh times|notes: what the daemon takes for each frame of a real stream, beside bare_frames,
 # which moves the same bytes through the same node and has no service between: the processor time of its
-# threads, or what they ask of the kernel and of the heap. Each wants a machine of its own, since what
-# notes takes time, and one whose clock is its instructions: other clocks measure the host. Runs in the
+# threads, or what they ask of the kernel and of the heap. Each wants a machine of its own: what notes
+# takes time. Times want one whose clock is its instructions, since another's measures the host; notes one
+# of two processors, on which threads wait for each other's locks as they do elsewhere. Runs in the
 # test machine; leaves for PROGRAM daemon and bare $SHARE/PROGRAM-FORMAT.trace or
 # PROGRAM-FORMAT.WINDOW.threads, which bench/machine/count reads.
 # shellcheck source=tests/vm/lib.sh
