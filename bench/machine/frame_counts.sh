@@ -82,7 +82,7 @@ note() {
 # end it logs like END.
 stream() {
     watch "$3" "$4"
-    need "$1-$2: frames arrive" moves 10
+    need "$1-$2: frames arrive" moves 30
     case $what in
         times) check "$1-$2: its threads' time is taken" measure "$1" "$2" ;;
         notes) check "$1-$2: the kernel notes what it does" note "$1" "$2" ;;
