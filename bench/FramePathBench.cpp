@@ -12,8 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include <benchmark/benchmark.h>
 #include <sys/resource.h>
+
+#include <benchmark/benchmark.h>
 
 #include "support/AllocationCounter.h"
 #include "support/BareNode.h"

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a host captured, to the program that checks it: a byte that says which format, a text that
 // is the camera's log, and the capture.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "Fuzzer.h"
 #include "testcard/FrameChecker.h"

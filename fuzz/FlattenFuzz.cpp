@@ -2,10 +2,10 @@
 // Graphic buffers and fences as another process flattened them: the input is a handle's
 // descriptors, numbers and attributes. What is taken for a buffer must be one that can be drawn
 // into.
+#include <cstring>
+
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include <cstring>
 
 #include <gui/bufferqueue/1.0/Conversion.h>
 #include <ui/GraphicBuffer.h>

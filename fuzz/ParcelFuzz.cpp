@@ -2,11 +2,11 @@
 // Calls from processes that send anything, to an object of each interface that others can reach.
 // The input says which object and method, then how the parcel is written, value by value, and at
 // last which of its bytes are changed before it is received.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <iterator>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <android/hidl/manager/1.0/IServiceManager.h>
 #include <gui/BufferQueue.h>

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include <cutils/uevent.h>
 #include <unistd.h>
+
+#include <cutils/uevent.h>
 
 #include "Fuzzer.h"
 #include "support/PrivateFiles.h"

@@ -8,10 +8,11 @@
 #include <system_error>
 #include <utility>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
+
+#include <android-base/unique_fd.h>
 
 #include "options/Options.h"
 

@@ -8,11 +8,12 @@
 #include <cstring>
 #include <utility>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
-#include <log/log.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <android-base/unique_fd.h>
+#include <log/log.h>
 
 namespace korvane::camera {
 

@@ -13,10 +13,11 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <log/log.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <log/log.h>
 
 namespace korvane::camera {
 namespace {

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <hidl/HidlTransportSupport.h>
-
 #include <log/log.h>
 
 #include "BackgroundSource.h"

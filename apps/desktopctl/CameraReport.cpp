@@ -4,12 +4,13 @@
 #include <algorithm>
 #include <array>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <unistd.h>
 
 namespace korvane::ctl {
 

@@ -8,11 +8,12 @@
 #include <cstring>
 #include <thread>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <android-base/unique_fd.h>
 
 #include "CameraReport.h"
 #include "Deadline.h"

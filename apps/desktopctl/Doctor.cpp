@@ -6,11 +6,12 @@
 #include <iterator>
 #include <thread>
 
+#include <sys/utsname.h>
+
 #include <android/hidl/manager/1.0/IServiceManager.h>
 #include <hidl/ServiceManagement.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <sys/utsname.h>
 
 #include "Deadline.h"
 #include "FunctionChecks.h"

@@ -6,9 +6,10 @@
 #include <filesystem>
 #include <vector>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <android-base/unique_fd.h>
 
 #include "Attributes.h"
 #include "options/Options.h"

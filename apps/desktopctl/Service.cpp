@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Service.h"
 
-#include <android-base/unique_fd.h>
-#include <cutils/native_handle.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <android-base/unique_fd.h>
+#include <cutils/native_handle.h>
 
 namespace korvane::ctl {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Picture.h"
-
 #include <csetjmp>
 #include <cstdint>
 #include <cstdio>
 
 #include <jpeglib.h>
+
+#include "Picture.h"
 
 namespace korvane::testcard {
 namespace {

@@ -7,8 +7,9 @@
 #include <functional>
 #include <vector>
 
-#include <android-base/unique_fd.h>
 #include <linux/android/binder.h>
+
+#include <android-base/unique_fd.h>
 
 namespace korvane::bench {
 

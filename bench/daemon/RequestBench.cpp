@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <thread>
 
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <linux/usb/g_uvc.h>
 #include <linux/usb/video.h>
@@ -14,6 +13,8 @@
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <unistd.h>
+
+#include <benchmark/benchmark.h>
 
 #include "ScriptedDaemon.h"
 #include "support/Samples.h"

@@ -5,8 +5,9 @@
 
 #include <string>
 
-#include <benchmark/benchmark.h>
 #include <unistd.h>
+
+#include <benchmark/benchmark.h>
 
 #include "LoggedProgram.h"
 #include "support/Samples.h"

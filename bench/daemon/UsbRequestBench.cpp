@@ -8,13 +8,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include <android-base/unique_fd.h>
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
+
+#include <android-base/unique_fd.h>
+#include <benchmark/benchmark.h>
 
 #include "support/Samples.h"
 

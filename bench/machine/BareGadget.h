@@ -9,10 +9,11 @@
 #include <mutex>
 #include <string>
 
-#include <android-base/thread_annotations.h>
-#include <android-base/unique_fd.h>
 #include <linux/usb/g_uvc.h>
 #include <linux/usb/video.h>
+
+#include <android-base/thread_annotations.h>
+#include <android-base/unique_fd.h>
 
 namespace korvane::bench {
 

@@ -5,9 +5,8 @@
 
 #include <unistd.h>
 
-#include <log/log.h>
-
 #include <hwbinder/IPCThreadState.h>
+#include <log/log.h>
 
 #include "ServiceNames.h"
 

@@ -4,11 +4,10 @@
 
 #include <cstdlib>
 
-#include <log/log.h>
-
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/ProcessState.h>
+#include <log/log.h>
 
 #include "ServiceManager.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cutils/uevent.h>
+#include "cutils/uevent.h"
 
 #include <cerrno>
 #include <cstring>

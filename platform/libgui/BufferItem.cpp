@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <gui/BufferItem.h>
+#include "gui/BufferItem.h"
 
 #include <system/window.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueue"
 
-#include <gui/BufferQueue.h>
+#include "gui/BufferQueue.h"
 
 #include <gui/BufferQueueConsumer.h>
 #include <gui/BufferQueueCore.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueueConsumer"
 
-#include <gui/BufferQueueConsumer.h>
+#include "gui/BufferQueueConsumer.h"
 
 #include <utility>
 

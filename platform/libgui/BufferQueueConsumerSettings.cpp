@@ -2,7 +2,7 @@
 // The consumer's settings of a buffer queue.
 #define LOG_TAG "BufferQueueConsumer"
 
-#include <gui/BufferQueueConsumer.h>
+#include "gui/BufferQueueConsumer.h"
 
 #include <gui/BufferQueue.h>
 #include <log/log.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueueCore"
 
-#include <gui/BufferQueueCore.h>
+#include "gui/BufferQueueCore.h"
 
 #include <algorithm>
 #include <atomic>

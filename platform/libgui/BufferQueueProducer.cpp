@@ -2,7 +2,7 @@
 // Connection, settings and queries of the producer's end.
 #define LOG_TAG "BufferQueueProducer"
 
-#include <gui/BufferQueueProducer.h>
+#include "gui/BufferQueueProducer.h"
 
 #include <cstdint>
 #include <utility>

@@ -2,7 +2,7 @@
 // How a producer comes by slots and buffers.
 #define LOG_TAG "BufferQueueProducer"
 
-#include <gui/BufferQueueProducer.h>
+#include "gui/BufferQueueProducer.h"
 
 #include <algorithm>
 #include <chrono>

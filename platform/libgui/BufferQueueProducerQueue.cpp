@@ -2,7 +2,7 @@
 // How a producer's frames get to the consumer.
 #define LOG_TAG "BufferQueueProducer"
 
-#include <gui/BufferQueueProducer.h>
+#include "gui/BufferQueueProducer.h"
 
 #include <cerrno>
 #include <memory>

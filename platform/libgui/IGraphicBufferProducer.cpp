@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <gui/IGraphicBufferProducer.h>
+#include "gui/IGraphicBufferProducer.h"
 
 namespace android {
 

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "HidlBinderSupport"
 
-#include <hidl/HidlBinderSupport.h>
+#include "hidl/HidlBinderSupport.h"
 
 #include <mutex>
 #include <string>
 
+#include <hidl/Static.h>
+#include <hwbinder/IPCThreadState.h>
 #include <log/log.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
-
 #include <android/hidl/base/1.0/BnHwBase.h>
-#include <hidl/Static.h>
-#include <hwbinder/IPCThreadState.h>
 
 namespace android {
 namespace hardware {

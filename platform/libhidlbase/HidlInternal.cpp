@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "HidlSupport"
 
-#include <hidl/HidlInternal.h>
-
-#include <log/log.h>
+#include "hidl/HidlInternal.h"
 
 #include <hidl/HidlSupport.h>
+#include <log/log.h>
 
 namespace android {
 namespace hardware {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlPassthroughSupport.h>
+#include "hidl/HidlPassthroughSupport.h"
 
 namespace android {
 namespace hardware {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlToString.h>
+#include "hidl/HidlToString.h"
 
 #include <cinttypes>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "HidlTransportUtils"
 
-#include <hidl/HidlTransportUtils.h>
+#include "hidl/HidlTransportUtils.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "ServiceManagement"
 
-#include <hidl/ServiceManagement.h>
+#include "hidl/ServiceManagement.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -9,14 +9,13 @@
 #include <thread>
 
 #include <android-base/thread_annotations.h>
-#include <log/log.h>
-
-#include <android/hidl/manager/1.0/BpHwServiceManager.h>
 #include <android/hidl/manager/1.0/IServiceManager.h>
 #include <android/hidl/manager/1.0/IServiceNotification.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/ProcessState.h>
+#include <log/log.h>
+#include <android/hidl/manager/1.0/BpHwServiceManager.h>
 
 namespace android {
 namespace hardware {

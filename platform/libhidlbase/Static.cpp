@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/Static.h>
+#include "hidl/Static.h"
 
 namespace android {
 namespace hardware {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/Status.h>
+#include "hidl/Status.h"
 
 #include <cstring>
 #include <utility>

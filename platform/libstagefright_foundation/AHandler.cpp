@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AHandler.h>
+#include "media/stagefright/foundation/AHandler.h"
 
 #include <media/stagefright/foundation/ALooper.h>
 

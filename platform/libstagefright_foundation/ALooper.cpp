@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/ALooper.h>
+#include "media/stagefright/foundation/ALooper.h"
 
 #define LOG_TAG "ALooper"
 
@@ -13,10 +13,9 @@
 #include <pthread.h>
 
 #include <android-base/thread_annotations.h>
-#include <utils/Timers.h>
-
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/AMessage.h>
+#include <utils/Timers.h>
 
 #include "ALooperRoster.h"
 

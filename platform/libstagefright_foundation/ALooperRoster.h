@@ -7,10 +7,9 @@
 #include <mutex>
 
 #include <android-base/thread_annotations.h>
-#include <utils/RefBase.h>
-
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/ALooper.h>
+#include <utils/RefBase.h>
 
 namespace android {
 

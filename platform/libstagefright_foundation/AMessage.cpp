@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AMessage.h>
+#include "media/stagefright/foundation/AMessage.h"
 
 #define LOG_TAG "AMessage"
 
@@ -7,7 +7,6 @@
 #include <utility>
 
 #include <log/log.h>
-
 #include <media/stagefright/foundation/ADebug.h>
 #include <media/stagefright/foundation/AHandler.h>
 

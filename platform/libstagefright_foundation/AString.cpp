@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AString.h>
+#include "media/stagefright/foundation/AString.h"
 
 #define LOG_TAG "AString"
 

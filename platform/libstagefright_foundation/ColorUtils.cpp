@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/ColorUtils.h>
+#include "media/stagefright/foundation/ColorUtils.h"
 
 #include <cstdint>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ui/BufferLayoutOptions.h>
+#include "ui/BufferLayoutOptions.h"
 
 #include <mutex>
 

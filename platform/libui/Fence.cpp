@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "Fence"
 
-#include <ui/Fence.h>
+#include "ui/Fence.h"
 
 #include <cerrno>
 #include <cstring>

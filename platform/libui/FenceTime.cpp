@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ui/FenceTime.h>
+#include "ui/FenceTime.h"
 
 namespace android {
 

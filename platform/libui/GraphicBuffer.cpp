@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "GraphicBuffer"
 
-#include <ui/GraphicBuffer.h>
+#include "ui/GraphicBuffer.h"
 
 #include <algorithm>
 #include <cerrno>

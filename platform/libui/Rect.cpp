@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ui/Rect.h>
+#include "ui/Rect.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <ui/Region.h>
+#include "ui/Region.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <sync/sync.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <sync/sync.h>
 
 #include "FenceMerger.h"
 

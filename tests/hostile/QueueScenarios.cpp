@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Attacks on the stream's queue.
+#include "Queue.h"
+
 #include <cstring>
 #include <random>
 #include <string>
@@ -12,7 +14,6 @@
 #include <system/window.h>
 #include <utils/NativeHandle.h>
 
-#include "Queue.h"
 #include "Scenario.h"
 
 namespace korvane::hostile {

@@ -11,12 +11,13 @@
 #include <map>
 #include <string>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <android-base/unique_fd.h>
 
 namespace {
 

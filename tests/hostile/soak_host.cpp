@@ -18,12 +18,13 @@
 #include <utility>
 #include <vector>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+
+#include <android-base/unique_fd.h>
 
 #include "testcard/FrameChecker.h"
 

@@ -3,8 +3,9 @@
 
 #include <optional>
 
-#include <gtest/gtest.h>
 #include <malloc.h>
+
+#include <gtest/gtest.h>
 
 #include "support/AllocationCounter.h"
 #include "support/DaemonWorld.h"

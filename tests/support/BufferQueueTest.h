@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <gui/BufferQueue.h>
 #include <system/window.h>
 #include <ui/Fence.h>

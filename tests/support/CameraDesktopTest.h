@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include <android/hardware/graphics/bufferqueue/2.0/BpHwGraphicBufferProducer.h>
 #include <gtest/gtest.h>
 #include <gui/BufferQueue.h>
 #include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
+#include <android/hardware/graphics/bufferqueue/2.0/BpHwGraphicBufferProducer.h>
 
 #include "CameraDesktop.h"
 #include "support/LogRecorder.h"

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/DaemonWorld.h"
 
-#include <linux/usb/g_uvc.h>
-#include <linux/usb/video.h>
-
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
+
+#include <linux/usb/g_uvc.h>
+#include <linux/usb/video.h>
 
 #include "support/KeepForGood.h"
 

@@ -2,12 +2,11 @@
 // A process whose low descriptors are all in use.
 #pragma once
 
-#include <sys/resource.h>
-#include <sys/select.h>
-
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>

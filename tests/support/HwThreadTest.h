@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <hwbinder/Binder.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/Parcel.h>

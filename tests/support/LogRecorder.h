@@ -2,11 +2,11 @@
 // Records what the code under test logs, so that a test can compare tag, priority and text.
 #pragma once
 
-#include <android/log.h>
-
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <android/log.h>
 
 namespace korvane::test {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 
 #include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 #include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
 #include <hidl/HidlSupport.h>

@@ -2,14 +2,15 @@
 // Turns a written parcel into what its receiver's driver would hand over, in memory, to be damaged.
 #pragma once
 
-#include <hwbinder/Parcel.h>
-#include <linux/android/binder.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <vector>
+
+#include <linux/android/binder.h>
+
+#include <hwbinder/Parcel.h>
 
 namespace korvane::test {
 

@@ -6,8 +6,8 @@
 // Linked into every test when the thread sanitizer is on, in front of libutils' own functions.
 
 #include <dlfcn.h>
-#include <sanitizer/tsan_interface.h>
 
+#include <sanitizer/tsan_interface.h>
 #include <utils/RefBase.h>
 
 // Asked for by every test's link, so that this file is part of it.

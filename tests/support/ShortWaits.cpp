@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/ShortWaits.h"
 
-#include <dlfcn.h>
-#include <pthread.h>
-#include <time.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <mutex>
 #include <utility>
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <time.h>
 
 namespace korvane::test {
 namespace {

@@ -2,7 +2,7 @@
 // The fatal checks of the media foundation: what they let pass and what they say of the rest.
 #define LOG_TAG "ADebugTest"
 
-#include <media/stagefright/foundation/ADebug.h>
+#include "media/stagefright/foundation/ADebug.h"
 
 #include <string>
 

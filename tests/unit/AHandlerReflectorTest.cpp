@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AHandlerReflector.h>
+#include "media/stagefright/foundation/AHandlerReflector.h"
 
 #include <future>
 
 #include <gtest/gtest.h>
-
 #include <media/stagefright/foundation/ALooper.h>
 
 namespace {

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AMessage.h>
+#include "media/stagefright/foundation/AMessage.h"
 
 #include <cerrno>
 #include <future>
 #include <string>
 
 #include <gtest/gtest.h>
-
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/ALooper.h>
 

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/foundation/AString.h>
+#include "media/stagefright/foundation/AString.h"
 
 #include <climits>
 #include <cstdint>
 #include <string>
 
 #include <gtest/gtest.h>
-
 #include <utils/String8.h>
 
 #include "support/LogRecorder.h"

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What frames, and what is told with them, are like before anybody has said anything.
-#include <gui/BufferItem.h>
+#include "gui/BufferItem.h"
 
 #include <gtest/gtest.h>
-
 #include <gui/IGraphicBufferProducer.h>
 #include <system/window.h>
 

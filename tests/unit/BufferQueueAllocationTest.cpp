@@ -5,8 +5,9 @@
 #include <future>
 #include <mutex>
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
+
+#include <gtest/gtest.h>
 
 #include "support/BufferQueueTest.h"
 

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 
 #include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
 
 #include "support/BufferQueueTest.h"
 

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cutils/native_handle.h>
+#include <gtest/gtest.h>
 #include <gui/BufferQueueCore.h>
 #include <utils/NativeHandle.h>
 

@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "support/BufferQueueTest.h"
 

@@ -3,8 +3,9 @@
 #include <climits>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
+
+#include <gtest/gtest.h>
 
 #include "support/BufferQueueTest.h"
 

@@ -9,11 +9,12 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <rapidjson/document.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <rapidjson/document.h>
 
 #include "DebugCommand.h"
 #include "support/DaemonWorld.h"

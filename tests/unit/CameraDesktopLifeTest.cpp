@@ -2,8 +2,6 @@
 // What the service holds and lets go of: clients that die, are replaced, call back, and its own
 // end.
 
-#include "support/CameraDesktopTest.h"
-
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -13,6 +11,7 @@
 
 #include <log/log.h>
 
+#include "support/CameraDesktopTest.h"
 #include "support/StubProducer.h"
 
 namespace korvane::test {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "desktop-camera/Messages.h"
-
 #include <string>
 
 #include <gtest/gtest.h>
+
+#include "desktop-camera/Messages.h"
 
 namespace korvane::camera {
 namespace {

@@ -18,8 +18,9 @@
 #include <vector>
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <pthread.h>
+
+#include <gmock/gmock.h>
 
 #include "support/PendingCall.h"
 #include "support/ShortWaits.h"

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What desktopctl shows of the camera: whose file it takes, and how it stands in the service's
 // status.
-#include "desktopctl/CameraReport.h"
-
 #include <string>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <gtest/gtest.h>
+
+#include "desktopctl/CameraReport.h"
 #include "support/TemporaryFolder.h"
 
 namespace korvane::ctl {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Text for descriptors of others: what each kind takes, and that none holds the writer up.
 
+#include "DebugOutput.h"
+
 #include <algorithm>
 #include <csignal>
 #include <functional>
@@ -8,13 +10,12 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include "DebugOutput.h"
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every fault that the doctor knows, made one at a time in a machine that is all right.
 
+#include "desktopctl/Doctor.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -10,7 +12,6 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
-#include "desktopctl/Doctor.h"
 #include "desktopctl/FunctionChecks.h"
 #include "desktopctl/MachineChecks.h"
 #include "desktopctl/ServiceChecks.h"

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The last events: their order, their details, repetitions, more of them than there is room for.
 
+#include "uvc/EventHistory.h"
+
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include "uvc/EventHistory.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {

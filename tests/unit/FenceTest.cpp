@@ -6,11 +6,11 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
 #include <sync/sync.h>
 #include <ui/Fence.h>
 #include <ui/FenceTime.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <media/stagefright/bqhelper/FrameDropper.h>
+#include "media/stagefright/bqhelper/FrameDropper.h"
 
 #include <string>
 

@@ -6,9 +6,10 @@
 #include <tuple>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
 
 #include "support/ControllerTest.h"
 #include "support/DescriptorZero.h"

@@ -9,11 +9,12 @@
 #include <thread>
 #include <vector>
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
-#include <sys/eventfd.h>
 #include <system/window.h>
-#include <unistd.h>
 
 #include "support/DaemonWorld.h"
 #include "support/FrameProducer.h"

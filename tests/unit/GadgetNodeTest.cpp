@@ -2,6 +2,8 @@
 // What a gadget's video node answers, right or wrong use. The same tests run over the scripted node
 // and, in the test machine, over the kernel's own, so that the two can't drift apart.
 
+#include "support/GadgetNode.h"
+
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -21,7 +23,6 @@
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 
-#include "support/GadgetNode.h"
 #include "support/LogRecorder.h"
 #include "support/UvcFrames.h"
 #include "uvc/UvcV4l2Ctrl.h"

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <ui/GraphicBuffer.h>
 
 #include "support/GraphicBuffers.h"

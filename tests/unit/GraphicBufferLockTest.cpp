@@ -6,11 +6,11 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
 #include <ui/BufferLayoutOptions.h>
 #include <ui/GraphicBuffer.h>
 

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>
 
 #include "support/BufferHandles.h"

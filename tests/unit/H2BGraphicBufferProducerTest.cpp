@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <fcntl.h>
+
 #include <gtest/gtest.h>
 
 #include "support/LogRecorder.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlHandle.h>
+#include "hidl/HidlHandle.h"
 
 #include <utility>
 

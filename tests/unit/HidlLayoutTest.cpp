@@ -4,14 +4,13 @@
 
 #include <cstddef>
 
-#include <gtest/gtest.h>
-
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
 #include <android/hardware/graphics/bufferqueue/2.0/IGraphicBufferProducer.h>
 #include <android/hardware/graphics/common/1.2/types.h>
 #include <android/hardware/media/1.0/types.h>
 #include <android/hidl/base/1.0/types.h>
 #include <android/hidl/manager/1.0/IServiceManager.h>
+#include <gtest/gtest.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/MQDescriptor.h>
 

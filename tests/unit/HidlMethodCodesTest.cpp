@@ -6,7 +6,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
+#include <hwbinder/IBinder.h>
+#include <hwbinder/Parcel.h>
 #include <android/hardware/graphics/bufferqueue/1.0/BpHwGraphicBufferProducer.h>
 #include <android/hardware/graphics/bufferqueue/1.0/BpHwProducerListener.h>
 #include <android/hardware/graphics/bufferqueue/2.0/BpHwGraphicBufferProducer.h>
@@ -14,8 +15,6 @@
 #include <android/hidl/base/1.0/BpHwBase.h>
 #include <android/hidl/manager/1.0/BpHwServiceManager.h>
 #include <android/hidl/manager/1.0/BpHwServiceNotification.h>
-#include <hwbinder/IBinder.h>
-#include <hwbinder/Parcel.h>
 #include <korvane/hardware/camera/desktop/1.0/BpHwCameraDesktopCallback.h>
 #include <korvane/hardware/camera/desktop/2.0/BpHwCameraDesktop.h>
 

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlBinderSupport.h>
-
 #include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <hidl/HidlBinderSupport.h>
 
 namespace android {
 namespace hardware {

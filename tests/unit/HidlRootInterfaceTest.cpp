@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <hidl/HidlPassthroughSupport.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hidl/TaskRunner.h>

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Registering and looking up over a scripted driver: a register that is absent, refuses or fails.
-#include <hidl/ServiceManagement.h>
-
 #include <cstddef>
 #include <list>
 #include <string>
@@ -9,10 +7,10 @@
 
 #include <time.h>
 
-#include <gtest/gtest.h>
-
 #include <android/hidl/manager/1.0/IServiceManager.h>
+#include <gtest/gtest.h>
 #include <hidl/HidlTransportSupport.h>
+#include <hidl/ServiceManagement.h>
 
 #include "support/HwThreadTest.h"
 #include "support/StubDesktop.h"

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/Status.h>
-
 #include <sstream>
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
+#include <hidl/Status.h>
 #include <utils/RefBase.h>
 
 namespace android {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlString.h>
+#include "hidl/HidlString.h"
 
 #include <string>
 #include <utility>

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // How a program gives a thread to serve: by joining the pool, or from an event loop of its own.
-#include <hidl/HidlTransportSupport.h>
-
 #include <cerrno>
 
 #include <gtest/gtest.h>
+#include <hidl/HidlTransportSupport.h>
 
 #include "../../platform/libhidlbase/hwbinder/BinderDriver.h"
 #include "support/HwThreadTest.h"

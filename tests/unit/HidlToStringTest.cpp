@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlSupport.h>
-
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>
+#include <gtest/gtest.h>
+#include <hidl/HidlSupport.h>
 #include <korvane/hardware/camera/desktop/2.0/types.h>
 
 namespace android {

@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlTransportSupport.h>
-
 #include <array>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <android/hidl/base/1.0/BnHwBase.h>
-#include <android/hidl/base/1.0/BpHwBase.h>
+#include <hidl/HidlTransportSupport.h>
 #include <hidl/Static.h>
 #include <hwbinder/ProcessState.h>
+#include <android/hidl/base/1.0/BnHwBase.h>
+#include <android/hidl/base/1.0/BpHwBase.h>
 #include <korvane/hardware/camera/desktop/1.0/BnHwCameraDesktop.h>
 #include <korvane/hardware/camera/desktop/1.0/BnHwCameraDesktopCallback.h>
 #include <korvane/hardware/camera/desktop/1.0/BpHwCameraDesktop.h>

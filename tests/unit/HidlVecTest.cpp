@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hidl/HidlVec.h>
+#include "hidl/HidlVec.h"
 
 #include <array>
 #include <list>
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <hidl/HidlString.h>
 
 namespace android {

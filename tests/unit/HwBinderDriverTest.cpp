@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The binder driver's device: what is asked of it, and what becomes of one that can't be used.
-#include "../../platform/libhidlbase/hwbinder/BinderDriver.h"
-
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -14,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "../../platform/libhidlbase/hwbinder/BinderDriver.h"
 #include "support/LogRecorder.h"
 #include "support/ScriptedBinder.h"
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Calls as long as a frame's ask for no memory, served or made; longer ones give theirs back.
-#include <hwbinder/IPCThreadState.h>
-
 #include <cstdarg>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <malloc.h>
+
+#include <gtest/gtest.h>
+#include <hwbinder/IPCThreadState.h>
 
 #include "support/AllocationCounter.h"
 #include "support/HwThreadTest.h"

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Parcels that a broken or hostile process might send: each is refused, and nothing outside is
 // read.
-#include <hwbinder/Parcel.h>
-
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -13,8 +11,8 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
 #include <hwbinder/Binder.h>
+#include <hwbinder/Parcel.h>
 
 #include "support/ReceivedBytes.h"
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // One thread's commands to the driver and back: in order, once, and never past what has come.
-#include "../../platform/libhidlbase/hwbinder/DriverChannel.h"
-
 #include <cerrno>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../../platform/libhidlbase/hwbinder/BinderDriver.h"
+#include "../../platform/libhidlbase/hwbinder/DriverChannel.h"
 #include "support/ScriptedBinder.h"
 
 namespace korvane::test {

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the driver tells a thread beside calls and answers: references, deaths, threads, errors.
-#include "../../platform/libhidlbase/hwbinder/DriverEvents.h"
-
 #include <cerrno>
 #include <functional>
 #include <utility>
@@ -10,12 +8,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <hwbinder/Binder.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/ProcessState.h>
 
 #include "../../platform/libhidlbase/hwbinder/DriverChannel.h"
+#include "../../platform/libhidlbase/hwbinder/DriverEvents.h"
 #include "../../platform/libhidlbase/hwbinder/LocalNodes.h"
 #include "support/LogRecorder.h"
 #include "support/ScriptedBinder.h"

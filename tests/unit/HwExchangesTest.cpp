@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // How often a thread goes to the driver, and what it has told the driver by the time that it waits.
-#include <hwbinder/IPCThreadState.h>
-
 #include <algorithm>
 #include <cstring>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-
+#include <hwbinder/IPCThreadState.h>
 #include <hwbinder/BpHwBinder.h>
 
 #include "support/HwThreadTest.h"

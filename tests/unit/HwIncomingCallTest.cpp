@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Calls that a thread serves, over a driver that brings and refuses whatever a test wants.
-#include "../../platform/libhidlbase/hwbinder/IncomingCall.h"
-
 #include <string>
 #include <vector>
 
@@ -9,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../../platform/libhidlbase/hwbinder/IncomingCall.h"
 #include "support/HwThreadTest.h"
 
 namespace korvane::test {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // How long an object keeps the name by which the driver knows it, and is kept alive by it.
-#include "../../platform/libhidlbase/hwbinder/LocalNodes.h"
-
 #include <set>
 
 #include <gtest/gtest.h>
+
+#include "../../platform/libhidlbase/hwbinder/LocalNodes.h"
 
 namespace korvane::test {
 namespace {

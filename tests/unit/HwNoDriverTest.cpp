@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // A process on a machine without the binder driver: what it tries fails, and it goes on.
+#include <cerrno>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <hwbinder/Binder.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/Parcel.h>
 #include <hwbinder/ProcessState.h>
-
-#include <cerrno>
-
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <hwbinder/Binder.h>
 
 #include "support/LogRecorder.h"
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a parcel carries, from being written to being read where it was received.
-#include <hwbinder/Parcel.h>
-
 #include <cstddef>
 #include <limits>
 #include <memory>
@@ -11,8 +9,8 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
 #include <hwbinder/Binder.h>
+#include <hwbinder/Parcel.h>
 
 #include "support/ReceivedBytes.h"
 

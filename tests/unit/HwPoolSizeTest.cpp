@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // How many threads a configuration gives the pool: what is started here, what the driver may ask
 // for. A pool starts once in a process, so each case has a process of its own.
-#include <hwbinder/ProcessState.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +10,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <hwbinder/ProcessState.h>
 
 #include "support/ScriptedBinder.h"
 

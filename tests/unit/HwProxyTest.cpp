@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The proxy of an object of another process, over a scripted driver: calls, life, links to a death.
-#include <hwbinder/BpHwBinder.h>
-
 #include <cerrno>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <hwbinder/IInterface.h>
+#include <hwbinder/BpHwBinder.h>
 
 #include "../../platform/libhidlbase/hwbinder/RemoteHandles.h"
 #include "support/HwThreadTest.h"

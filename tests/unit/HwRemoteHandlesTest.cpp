@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Which proxy stands for a handle of the driver, while others take it and drop it.
-#include "../../platform/libhidlbase/hwbinder/RemoteHandles.h"
-
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <hwbinder/ProcessState.h>
+
+#include "../../platform/libhidlbase/hwbinder/RemoteHandles.h"
 
 namespace korvane::test {
 namespace {

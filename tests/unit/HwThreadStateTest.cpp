@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // A thread's calls and its time in the pool, over a driver that says whatever a test wants.
-#include <hwbinder/IPCThreadState.h>
-
 #include <cerrno>
 #include <thread>
 #include <vector>
@@ -10,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <hwbinder/IPCThreadState.h>
 
 #include "support/HwThreadTest.h"
 

@@ -6,9 +6,10 @@
 #include <sstream>
 #include <string>
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+
+#include <gtest/gtest.h>
 
 namespace korvane::test {
 namespace {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Codec buffers that come back to the frame source, and the frames in them to the queue.
-#include <unistd.h>
-
 #include <memory>
+
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

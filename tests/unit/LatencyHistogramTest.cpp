@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Counts and times in classes, since the start and since a mark.
 
+#include "uvc/LatencyHistogram.h"
+
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "uvc/CountTable.h"
-#include "uvc/LatencyHistogram.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {

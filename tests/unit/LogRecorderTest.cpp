@@ -3,9 +3,9 @@
 
 #include "support/LogRecorder.h"
 
-#include <gtest/gtest.h>
-
 #include <thread>
+
+#include <gtest/gtest.h>
 
 using korvane::test::LogLine;
 using korvane::test::LogRecorder;

@@ -6,9 +6,10 @@
 #include <string>
 #include <utility>
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {

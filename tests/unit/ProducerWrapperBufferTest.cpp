@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <fcntl.h>
+
 #include <gtest/gtest.h>
 
 #include "support/ProducerWrapperTest.h"

@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // The producer of a buffer queue as HIDL clients see it: connections, frames and fences.
+#include "support/ProducerWrapperTest.h"
+
 #include <climits>
 #include <functional>
 #include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "support/DescriptorZero.h"
 #include "support/LogRecorder.h"
-#include "support/ProducerWrapperTest.h"
 
 namespace korvane::test {
 namespace {

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <ui/Rect.h>
 #include <ui/Region.h>
 

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
 #include <hwbinder/IPCThreadState.h>
 
 #include "support/LogRecorder.h"

@@ -2,12 +2,6 @@
 // The daemon's main, step by step: it is linked into this program, which stands in for the runtime
 // around it. And the daemon itself, on a machine where it cannot register.
 
-#include <dirent.h>
-#include <pthread.h>
-#include <sched.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -19,7 +13,13 @@
 #include <thread>
 #include <vector>
 
+#include <dirent.h>
 #include <dlfcn.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>

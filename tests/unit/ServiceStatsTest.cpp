@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the service knows of itself: a frame's road, the node, the surface, the clients.
 
+#include "uvc/ServiceStats.h"
+
 #include <functional>
 #include <utility>
 
 #include <gtest/gtest.h>
 #include <utils/Timers.h>
-
-#include "uvc/ServiceStats.h"
 
 namespace {
 

@@ -5,9 +5,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <android/hidl/base/1.0/BpHwBase.h>
 #include <hidl/HidlBinderSupport.h>
+#include <android/hidl/base/1.0/BpHwBase.h>
 
 #include "support/StubDesktop.h"
 

@@ -3,9 +3,10 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "desktop-camera/CameraStatus.h"
 #include "support/LogRecorder.h"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The status in both its forms, of what no service comes to: limits, names, sizes.
 
+#include "StatusPage.h"
+
 #include <limits>
 #include <set>
 #include <string>
@@ -11,7 +13,6 @@
 
 #include "StatusJson.h"
 #include "StatusNames.h"
-#include "StatusPage.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {

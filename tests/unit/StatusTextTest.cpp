@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <utils/Timers.h>
 
 #include "StatusJson.h"

@@ -10,9 +10,10 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
-#include <unistd.h>
 
 #include "support/ControllerTest.h"
 #include "support/FrameProducer.h"

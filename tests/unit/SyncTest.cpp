@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fence descriptors that are the kernel's own sync files, and waits that are interrupted.
-#include <sync/sync.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -15,10 +13,10 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <android-base/unique_fd.h>
+#include <sync/sync.h>
 #include <ui/Fence.h>
 
 #include "support/LogRecorder.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Each way in which a capture can differ from what the camera drew, by class and by program.
-#include "testcard/FrameChecker.h"
+#include "testcard/TestCard.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -18,8 +18,8 @@
 #include <libyuv.h>
 
 #include "support/Program.h"
+#include "testcard/FrameChecker.h"
 #include "testcard/HostTimes.h"
-#include "testcard/TestCard.h"
 #include "testcard/TestCardJpeg.h"
 
 namespace korvane::testcard {

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // A netlink socket of which each call fails in turn: the opener says so and leaves nothing open.
-#include <cutils/uevent.h>
-
 #include <cerrno>
 #include <cstring>
 
@@ -9,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cutils/uevent.h>
 #include <gtest/gtest.h>
 
 #include "support/OpenDescriptors.h"

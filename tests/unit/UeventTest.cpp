@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cutils/uevent.h>
-
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -15,6 +13,7 @@
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>
+#include <cutils/uevent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Queueing frames: sequence, locks and references, the dump, frames against starts and stops.
 
+#include "support/UvcBufferOutputTest.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -11,8 +13,6 @@
 #include <unistd.h>
 
 #include <gmock/gmock.h>
-
-#include "support/UvcBufferOutputTest.h"
 
 using namespace korvane::test;
 using testing::ElementsAre;

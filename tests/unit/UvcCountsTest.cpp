@@ -5,9 +5,10 @@
 #include <memory>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
 
 #include "support/UvcBufferOutputTest.h"
 

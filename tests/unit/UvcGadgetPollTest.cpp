@@ -15,8 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include <android-base/unique_fd.h>
 #include <fcntl.h>
+
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
 

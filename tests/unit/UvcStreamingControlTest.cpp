@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The control blocks with which the configuration answers probe and commit, byte by byte.
-#include "uvc/UvcConfig.h"
-
 #include <array>
 #include <cstring>
 #include <memory>
@@ -12,6 +10,7 @@
 
 #include "support/PrivateFiles.h"
 #include "support/UvcFunctionTree.h"
+#include "uvc/UvcConfig.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A program with the verbose log in it: what of its lines people get to read.
-#include <android/log.h>
-
 #include <string>
 
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

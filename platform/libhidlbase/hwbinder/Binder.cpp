@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hwbinder/Binder.h>
+#include "hwbinder/Binder.h"
 
 #include <hwbinder/Parcel.h>
 

@@ -2,11 +2,12 @@
 // The driver's device: its descriptor and the area where it puts what this process receives.
 #pragma once
 
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <linux/android/binder.h>
+
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

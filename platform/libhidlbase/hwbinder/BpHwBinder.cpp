@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hwbinder/BpHwBinder.h>
+#include "hwbinder/BpHwBinder.h"
 
 #include <algorithm>
 #include <utility>

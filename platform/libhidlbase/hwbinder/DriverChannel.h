@@ -2,13 +2,14 @@
 // One thread's stream of commands to the driver and of the driver's commands back.
 #pragma once
 
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
+
+#include <linux/android/binder.h>
+
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

@@ -7,9 +7,8 @@
 
 #include <linux/ioctl.h>
 
-#include <log/log.h>
-
 #include <hwbinder/ProcessState.h>
+#include <log/log.h>
 
 #include "DriverChannel.h"
 #include "LocalNodes.h"

@@ -2,11 +2,12 @@
 // What the driver tells a thread that is neither a call nor an answer.
 #pragma once
 
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <linux/android/binder.h>
+
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hwbinder/IInterface.h>
+#include "hwbinder/IInterface.h"
 
 namespace android {
 namespace hardware {

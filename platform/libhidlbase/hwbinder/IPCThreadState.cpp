@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "hw-IPCThreadState"
 
-#include <hwbinder/IPCThreadState.h>
+#include "hwbinder/IPCThreadState.h"
 
 #include <cerrno>
 #include <cstring>
@@ -10,11 +10,10 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <log/log.h>
-
-#include <hwbinder/BpHwBinder.h>
 #include <hwbinder/Parcel.h>
 #include <hwbinder/ProcessState.h>
+#include <log/log.h>
+#include <hwbinder/BpHwBinder.h>
 
 #include "BinderDriver.h"
 #include "DriverChannel.h"

@@ -3,11 +3,10 @@
 
 #include "IncomingCall.h"
 
-#include <log/log.h>
-
 #include <hwbinder/Binder.h>
 #include <hwbinder/Parcel.h>
 #include <hwbinder/ProcessState.h>
+#include <log/log.h>
 
 #include "DriverChannel.h"
 #include "LocalNodes.h"

@@ -2,11 +2,12 @@
 // One call from another process, from its arrival to its reply.
 #pragma once
 
-#include <hwbinder/IPCThreadState.h>
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <optional>
+
+#include <linux/android/binder.h>
+
+#include <hwbinder/IPCThreadState.h>
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

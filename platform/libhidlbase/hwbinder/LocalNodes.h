@@ -2,12 +2,12 @@
 // The objects of this process that the driver knows, and the references that it holds on them.
 #pragma once
 
-#include <android-base/thread_annotations.h>
-#include <hwbinder/Binder.h>
-
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+
+#include <android-base/thread_annotations.h>
+#include <hwbinder/Binder.h>
 
 namespace android {
 namespace hardware {

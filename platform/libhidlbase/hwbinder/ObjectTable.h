@@ -2,12 +2,13 @@
 // The objects that stand among a parcel's bytes, found by the offsets that came with them.
 #pragma once
 
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include <linux/android/binder.h>
+
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

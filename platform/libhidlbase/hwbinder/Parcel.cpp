@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <hwbinder/Parcel.h>
+#include "hwbinder/Parcel.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,10 +2,10 @@
 // Reads a parcel's bytes and objects one after the other.
 #pragma once
 
-#include <utils/Errors.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <utils/Errors.h>
 
 #include "ObjectTable.h"
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include <hwbinder/BpHwBinder.h>
 #include <hwbinder/ProcessState.h>
+#include <hwbinder/BpHwBinder.h>
 
 #include "LocalNodes.h"
 

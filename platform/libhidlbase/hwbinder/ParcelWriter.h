@@ -2,12 +2,13 @@
 // What a parcel that is being written holds.
 #pragma once
 
-#include <hwbinder/IBinder.h>
-#include <linux/android/binder.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include <linux/android/binder.h>
+
+#include <hwbinder/IBinder.h>
 
 #include "InlineVector.h"
 #include "ObjectTable.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "hw-ProcessState"
 
-#include <hwbinder/ProcessState.h>
+#include "hwbinder/ProcessState.h"
 
 #include <cstdio>
 #include <cstring>
@@ -10,12 +10,11 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <log/log.h>
-
 #include <hwbinder/Binder.h>
-#include <hwbinder/BpHwBinder.h>
 #include <hwbinder/IPCThreadState.h>
 #include <hwbinder/Parcel.h>
+#include <log/log.h>
+#include <hwbinder/BpHwBinder.h>
 
 #include "BinderDriver.h"
 #include "LocalNodes.h"

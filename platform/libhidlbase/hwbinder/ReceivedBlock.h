@@ -2,10 +2,10 @@
 // The bytes of a received parcel, until they are given back.
 #pragma once
 
-#include <hwbinder/Parcel.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <hwbinder/Parcel.h>
 
 #include "ObjectTable.h"
 

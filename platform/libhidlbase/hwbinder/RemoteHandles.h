@@ -2,13 +2,13 @@
 // The proxies of this process, by the driver's handles.
 #pragma once
 
-#include <android-base/thread_annotations.h>
-#include <hwbinder/BpHwBinder.h>
-
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+
+#include <android-base/thread_annotations.h>
+#include <hwbinder/BpHwBinder.h>
 
 namespace android {
 namespace hardware {

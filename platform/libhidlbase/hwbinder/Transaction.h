@@ -2,10 +2,11 @@
 // Calls and replies between parcels and the driver's commands.
 #pragma once
 
-#include <linux/android/binder.h>
-#include <utils/Errors.h>
-
 #include <cstdint>
+
+#include <linux/android/binder.h>
+
+#include <utils/Errors.h>
 
 namespace android {
 namespace hardware {

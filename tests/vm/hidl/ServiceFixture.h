@@ -2,11 +2,10 @@
 // A service in a process of its own, as most tests across processes have it.
 #pragma once
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include <csignal>
 
 #include <sys/wait.h>
 

@@ -2,16 +2,15 @@
 // Objects to be called in tests, and the directory where processes find each other's.
 #pragma once
 
-#include <hwbinder/Binder.h>
-#include <hwbinder/Parcel.h>
-#include <hwbinder/ProcessState.h>
-
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <hwbinder/Binder.h>
+#include <hwbinder/Parcel.h>
+#include <hwbinder/ProcessState.h>
 
 #include "TestProcesses.h"
 

@@ -2,9 +2,9 @@
 // Processes that play the parts of a test, and what they use to wait for each other.
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
+
+#include <sys/types.h>
 
 namespace korvane::test {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <gui/bufferqueue/1.0/B2HProducerListener.h>
+#include "gui/bufferqueue/1.0/B2HProducerListener.h"
 
 namespace android {
 namespace hardware {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "BufferQueueConversion"
 
-#include <gui/bufferqueue/1.0/Conversion.h>
+#include "gui/bufferqueue/1.0/Conversion.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "H2BGraphicBufferProducer"
 
-#include <gui/bufferqueue/1.0/H2BGraphicBufferProducer.h>
+#include "gui/bufferqueue/1.0/H2BGraphicBufferProducer.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "LWProducerListener"
 
-#include <gui/bufferqueue/1.0/WProducerListener.h>
+#include "gui/bufferqueue/1.0/WProducerListener.h"
 
 #include <hidl/Status.h>
 #include <log/log.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "WatchedProducerListener"
 
-#include <gui/bufferqueue/1.0/WatchedProducerListener.h>
+#include "gui/bufferqueue/1.0/WatchedProducerListener.h"
 
 #include <hidl/Status.h>
 #include <log/log.h>

@@ -5,9 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <utils/Errors.h>
-#include <utils/RefBase.h>
-
 #include <android/hidl/base/1.0/IBase.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/HidlTransportUtils.h>
@@ -16,6 +13,8 @@
 #include <hwbinder/IBinder.h>
 #include <hwbinder/IInterface.h>
 #include <hwbinder/Parcel.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
 
 namespace android {
 namespace hardware {

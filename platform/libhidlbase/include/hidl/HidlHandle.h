@@ -6,7 +6,6 @@
 #include <cstdint>
 
 #include <cutils/native_handle.h>
-
 #include <hidl/HidlInternal.h>
 
 namespace android {

@@ -4,9 +4,8 @@
 
 #include <cstdint>
 
-#include <utils/StrongPointer.h>
-
 #include <android/hidl/base/1.0/IBase.h>
+#include <utils/StrongPointer.h>
 
 namespace android {
 namespace hardware {

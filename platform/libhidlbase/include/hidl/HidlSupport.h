@@ -15,15 +15,14 @@
 
 #include <sched.h>
 
-#include <utils/Errors.h>
-#include <utils/RefBase.h>
-#include <utils/StrongPointer.h>
-
 #include <hidl/HidlHandle.h>
 #include <hidl/HidlInternal.h>
 #include <hidl/HidlString.h>
 #include <hidl/HidlToString.h>
 #include <hidl/HidlVec.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+#include <utils/StrongPointer.h>
 
 // Generated code calls the normal policy by the kernel's name for it.
 #ifndef SCHED_NORMAL

@@ -8,11 +8,10 @@
 #include <string>
 #include <type_traits>
 
-#include <utils/StrongPointer.h>
-
 #include <hidl/HidlHandle.h>
 #include <hidl/HidlString.h>
 #include <hidl/HidlVec.h>
+#include <utils/StrongPointer.h>
 
 namespace android {
 namespace hardware {

@@ -6,14 +6,13 @@
 #include <cstdint>
 #include <string>
 
-#include <utils/StrongPointer.h>
-
 #include <android/hidl/base/1.0/IBase.h>
 #include <hidl/HidlBinderSupport.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/HidlTransportUtils.h>
 #include <hidl/ServiceManagement.h>
 #include <hidl/Status.h>
+#include <utils/StrongPointer.h>
 
 namespace android {
 namespace hardware {

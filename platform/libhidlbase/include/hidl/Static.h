@@ -5,13 +5,12 @@
 #include <functional>
 #include <string>
 
-#include <utils/RefBase.h>
-
 #include <android/hidl/base/1.0/IBase.h>
 #include <hidl/ConcurrentMap.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/Binder.h>
 #include <hwbinder/IBinder.h>
+#include <utils/RefBase.h>
 
 namespace android {
 namespace hardware {

@@ -7,10 +7,9 @@
 #include <string>
 #include <utility>
 
+#include <hidl/HidlInternal.h>
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
-
-#include <hidl/HidlInternal.h>
 
 namespace android {
 namespace hardware {

@@ -2,9 +2,9 @@
 // The base of local callable objects and the base of typed proxies.
 #pragma once
 
-#include <hwbinder/IBinder.h>
-
 #include <cstdint>
+
+#include <hwbinder/IBinder.h>
 
 namespace android {
 namespace hardware {

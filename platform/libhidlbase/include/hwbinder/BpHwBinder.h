@@ -2,12 +2,12 @@
 // The proxy of an object of another process.
 #pragma once
 
-#include <android-base/thread_annotations.h>
-#include <hwbinder/IBinder.h>
-
 #include <cstdint>
 #include <mutex>
 #include <vector>
+
+#include <android-base/thread_annotations.h>
+#include <hwbinder/IBinder.h>
 
 namespace android {
 namespace hardware {

@@ -2,11 +2,11 @@
 // An object that can be called across processes: local (BHwBinder) or remote (BpHwBinder).
 #pragma once
 
-#include <utils/Errors.h>
-#include <utils/RefBase.h>
-
 #include <cstdint>
 #include <functional>
+
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
 
 namespace android {
 namespace hardware {

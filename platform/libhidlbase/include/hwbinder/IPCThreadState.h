@@ -2,14 +2,14 @@
 // What a thread has in the eyes of the driver: its commands, the call that it serves.
 #pragma once
 
-#include <hwbinder/IBinder.h>
-
-#include <sys/types.h>
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include <sys/types.h>
+
+#include <hwbinder/IBinder.h>
 
 namespace android {
 namespace hardware {

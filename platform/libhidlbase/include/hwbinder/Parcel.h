@@ -2,15 +2,14 @@
 // The contents of one call or reply: scalars, buffers, handles with descriptors, objects.
 #pragma once
 
-#include <hwbinder/IBinder.h>
-#include <hwbinder/InPlace.h>
-
-#include <cutils/native_handle.h>
-#include <utils/String16.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+
+#include <cutils/native_handle.h>
+#include <hwbinder/IBinder.h>
+#include <hwbinder/InPlace.h>
+#include <utils/String16.h>
 
 namespace android {
 namespace hardware {

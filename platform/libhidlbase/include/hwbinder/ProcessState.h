@@ -2,14 +2,14 @@
 // What a process has once: its connection to the driver, its thread pool, its table of proxies.
 #pragma once
 
-#include <android-base/thread_annotations.h>
-#include <hwbinder/IBinder.h>
-
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+
+#include <android-base/thread_annotations.h>
+#include <hwbinder/IBinder.h>
 
 namespace android {
 namespace hardware {

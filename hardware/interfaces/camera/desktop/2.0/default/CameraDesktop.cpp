@@ -6,9 +6,10 @@
 #include <string>
 #include <utility>
 
+#include <unistd.h>
+
 #include <hwbinder/IPCThreadState.h>
 #include <log/log.h>
-#include <unistd.h>
 
 #include "DebugCommand.h"
 

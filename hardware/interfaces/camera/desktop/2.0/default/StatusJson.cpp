@@ -3,9 +3,10 @@
 
 #include <array>
 
+#include <unistd.h>
+
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <unistd.h>
 
 #include "StatusNames.h"
 

@@ -3,11 +3,11 @@
 
 #define LOG_TAG "korvane.hardware.camera.desktop@2.0-service"
 
+#include <cstdint>
+
 #include <errno.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <cstdint>
 
 #include <hidl/HidlTransportSupport.h>
 #include <log/log.h>

@@ -4,10 +4,9 @@
 
 #include <cstdint>
 
+#include <media/stagefright/foundation/ABase.h>
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
-
-#include <media/stagefright/foundation/ABase.h>
 
 namespace android {
 

@@ -7,7 +7,6 @@
 #include <string>
 
 #include <log/log.h>
-
 #include <media/stagefright/foundation/ABase.h>
 #include <media/stagefright/foundation/AString.h>
 

@@ -8,11 +8,10 @@
 #include <thread>
 
 #include <android-base/thread_annotations.h>
+#include <media/stagefright/foundation/AString.h>
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 #include <utils/ThreadDefs.h>
-
-#include <media/stagefright/foundation/AString.h>
 
 namespace android {
 

@@ -8,12 +8,11 @@
 #include <string>
 #include <variant>
 
-#include <utils/Errors.h>
-#include <utils/RefBase.h>
-
 #include <media/stagefright/foundation/ABase.h>
 #include <media/stagefright/foundation/ALooper.h>
 #include <media/stagefright/foundation/AString.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
 
 namespace android {
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "uvc/ClientEvents.h"
 
-#include <pthread.h>
-
 #include <condition_variable>
 #include <future>
 #include <map>
 #include <set>
 #include <utility>
+
+#include <pthread.h>
 
 #include <android-base/thread_annotations.h>
 

@@ -6,8 +6,9 @@
 
 #include <cstring>
 
-#include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
 #include <linux/videodev2.h>
+
+#include <gui/bufferqueue/1.0/WGraphicBufferProducer.h>
 #include <log/log.h>
 #include <system/graphics.h>
 #include <utils/String8.h>

@@ -2,11 +2,11 @@
 // The surface that the camera client renders into, and the source of the gadget's frames.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <memory>
 #include <vector>
+
+#include <sys/types.h>
 
 #include <android-base/thread_annotations.h>
 #include <android/hardware/graphics/bufferqueue/1.0/IGraphicBufferProducer.h>

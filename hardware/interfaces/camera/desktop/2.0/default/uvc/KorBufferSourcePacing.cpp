@@ -2,10 +2,11 @@
 // When frames are lent: the maximum rate, pauses, and the repetition of the latest frame.
 #define LOG_TAG "KorBufferSource"
 
+#include "uvc/KorBufferSource.h"
+
 #include <log/log.h>
 #include <utils/Timers.h>
 
-#include "uvc/KorBufferSource.h"
 #include "uvc/KorCheck.h"
 
 namespace android {

@@ -2,12 +2,13 @@
 // The traffic with the queue: frames acquired and released, slots filled and emptied.
 #define LOG_TAG "KorBufferSource"
 
+#include "uvc/KorBufferSource.h"
+
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <log/log.h>
 #include <utils/String8.h>
 
-#include "uvc/KorBufferSource.h"
 #include "uvc/KorCheck.h"
 
 namespace android {

@@ -2,6 +2,8 @@
 // The traffic with the component: frames lent in codec buffers, and codec buffers coming back.
 #define LOG_TAG "KorBufferSource"
 
+#include "uvc/KorBufferSource.h"
+
 #include <utility>
 
 #include <android-base/unique_fd.h>
@@ -9,7 +11,6 @@
 #include <media/stagefright/foundation/ColorUtils.h>
 #include <ui/Fence.h>
 
-#include "uvc/KorBufferSource.h"
 #include "uvc/KorCheck.h"
 
 namespace android {

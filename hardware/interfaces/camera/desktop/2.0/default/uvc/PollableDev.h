@@ -2,11 +2,11 @@
 // What the poll thread needs of a device: a descriptor to watch and one entry point.
 #pragma once
 
+#include <cstdint>
+
 #include <errno.h>
 #include <sys/select.h>
 #include <unistd.h>
-
-#include <cstdint>
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 

@@ -2,10 +2,10 @@
 // The controller's command channel: the texts that it takes and sends.
 #define LOG_TAG "UVC-GadgetHandler"
 
-#include <linux/videodev2.h>
-
 #include <algorithm>
 #include <string>
+
+#include <linux/videodev2.h>
 
 #include <JsonUtils.h>
 #include <log/log.h>

@@ -4,9 +4,9 @@
 
 #include "uvc/UvcGadgetHandler.h"
 
-#include <errno.h>
-
 #include <new>
+
+#include <errno.h>
 
 #include <log/log.h>
 

@@ -2,14 +2,14 @@
 // The webcam controller: brings together the USB gadget, the desktop-camera service and the frames.
 #pragma once
 
-#include <sys/select.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+
+#include <sys/select.h>
 
 #include <android-base/thread_annotations.h>
 #include <korvane/hardware/camera/desktop/2.0/ICameraDesktop.h>

@@ -2,12 +2,12 @@
 // The controller's poll thread: waits on the hot-plug socket and on the device.
 #define LOG_TAG "UVC-GadgetHandler"
 
-#include <pthread.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <chrono>
 #include <string>
+
+#include <pthread.h>
+#include <sys/stat.h>
 
 #include <log/log.h>
 

@@ -2,6 +2,8 @@
 // The stream's buffers: mapping them, putting frames into them, taking them back.
 #define LOG_TAG "UVC-V4l2Ctrl"
 
+#include "uvc/UvcV4l2Ctrl.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,7 +14,6 @@
 
 #include "uvc/JpegBlob.h"
 #include "uvc/Nv12Copy.h"
-#include "uvc/UvcV4l2Ctrl.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 

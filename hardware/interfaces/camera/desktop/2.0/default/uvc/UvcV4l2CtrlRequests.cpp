@@ -4,14 +4,14 @@
 // 0 to see every block that the host sends.
 #define LOG_NDEBUG 1
 
+#include "uvc/UvcV4l2Ctrl.h"
+
 #include <cstring>
 
 #include <endian.h>
 #include <linux/usb/video.h>
 
 #include <log/log.h>
-
-#include "uvc/UvcV4l2Ctrl.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
