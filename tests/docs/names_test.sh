@@ -36,7 +36,7 @@ check_links() {
     for link in $(grep -oE '\]\([^)#:& ]+[)#]' "$1" | tr -d '()#]'); do
         [ -e "$(dirname "$1")/$link" ] || problem "$1 links to $link"
     done
-    for script in $(grep -oE '(^|[`( ])scripts/[a-z0-9-]+' "$1" | tr -d '`( ' | sort -u); do
+    for script in $(grep -oE '(^|[`( ])scripts/[a-z0-9-]+(\.sh)?' "$1" | tr -d '`( ' | sort -u); do
         [ -e "$script" ] || problem "$1 names $script"
     done
 }

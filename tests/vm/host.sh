@@ -6,11 +6,24 @@
 CAPTURES=/run/captures
 mkdir -p $CAPTURES
 
-# stamp: each line of standard input that reports a received buffer, as monotonic microseconds.
+# PROGRESS isn't empty where a person at a terminal is to see how far a capture is.
+[ -z "${PROGRESS:-}" ] || exec {terminal}>&1
+
+# stamp NAME COUNT: each line of standard input that reports a received buffer, as monotonic microseconds.
 stamp() {
-    perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -ne '
-        BEGIN { $| = 1 }
-        printf "%d\n", clock_gettime(CLOCK_MONOTONIC) * 1e6 if /cap dqbuf:/'
+    perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -e '
+        $| = 1;
+        my ($name, $count, $descriptor) = @ARGV;
+        open(my $terminal, ">&=", $descriptor) if $descriptor;
+        $terminal->autoflush(1) if $terminal;
+        my $received = 0;
+        while (<STDIN>) {
+            next unless /cap dqbuf:/;
+            printf "%d\n", clock_gettime(CLOCK_MONOTONIC) * 1e6;
+            print $terminal "\r\e[K$name: $received of $count frames received"
+                if ++$received % 10 == 0 && $terminal;
+        }
+        print $terminal "\r\e[K" if $terminal' "$1" "$2" "${terminal:-}"
 }
 
 # capture NAME FOURCC WIDTHxHEIGHT RATE COUNT [SECONDS]: negotiate and receive COUNT frames into
@@ -23,7 +36,7 @@ capture() {
         --set-fmt-video="width=${size%x*},height=${size#*x},pixelformat=$fourcc" \
         --set-parm="$rate" --stream-mmap=16 --stream-count="$count" \
         --stream-to="$CAPTURES/$name.raw" 2>&1 >"$CAPTURES/$name.said" |
-        tee "$CAPTURES/$name.log" | stamp >"$CAPTURES/$name.times"
+        tee "$CAPTURES/$name.log" | stamp "$name" "$count" >"$CAPTURES/$name.times"
     [ "${PIPESTATUS[0]}" = 0 ] || { tail -n 5 "$CAPTURES/$name.log"; return 1; }
 }
 
