@@ -84,7 +84,7 @@ status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expec
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
     }
     // Taking a frame frees no slot: nobody is woken in vain.
-    if (dropped > 0 || wasTooLong) mCore->mDequeueCondition.notify_all();
+    if (dropped > 0 || wasTooLong) mCore->mDequeueCondition.notifyAll();
     for (; listener != nullptr && dropped > 0; --dropped) listener->onBufferReleased();
     return NO_ERROR;
 }
@@ -98,7 +98,7 @@ status_t BufferQueueConsumer::detachBuffer(int slot) {
         return BAD_VALUE;
     }
     mCore->emptyActiveSlot_l(slot);
-    mCore->mDequeueCondition.notify_all();
+    mCore->mDequeueCondition.notifyAll();
     return NO_ERROR;
 }
 
@@ -146,7 +146,7 @@ status_t BufferQueueConsumer::releaseBuffer(int slot, uint64_t frameNumber, EGLD
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
     }
     // Not under the lock, which a producer that waits for the buffer takes as soon as it is woken.
-    mCore->mDequeueCondition.notify_all();
+    mCore->mDequeueCondition.notifyAll();
     if (listener != nullptr) listener->onBufferReleased();
     return NO_ERROR;
 }
@@ -175,7 +175,7 @@ status_t BufferQueueConsumer::consumerDisconnect() {
     mCore->mLastQueuedFence = Fence::NO_FENCE;
     mCore->mQueue.clear();
     mCore->freeAllBuffers_l();
-    mCore->mDequeueCondition.notify_all();
+    mCore->mDequeueCondition.notifyAll();
     return NO_ERROR;
 }
 

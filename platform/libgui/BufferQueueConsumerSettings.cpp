@@ -40,8 +40,8 @@ status_t BufferQueueConsumer::setMaxAcquiredBufferCount(int maxAcquiredBuffers) 
     }
     sp<IConsumerListener> listener;
     {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
-        mCore->waitWhileAllocating_l(lock);
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        mCore->waitWhileAllocating_l();
         if (mCore->mIsAbandoned) return NO_INIT;
         const int delta = maxAcquiredBuffers - mCore->mMaxAcquiredBufferCount;
         if (delta == 0) return NO_ERROR;

@@ -136,13 +136,13 @@ void BufferQueueCore::discardFreeBuffers_l() {
     mFreeBuffers.clear();
 }
 
-void BufferQueueCore::waitWhileAllocating_l(std::unique_lock<std::mutex>& lock) const {
-    mIsAllocatingCondition.wait(lock, [this] { return !mIsAllocating; });
+void BufferQueueCore::waitWhileAllocating_l() const {
+    while (mIsAllocating) mIsAllocatingCondition.wait(mMutex);
 }
 
 void BufferQueueCore::endAllocation_l() {
     mIsAllocating = false;
-    mIsAllocatingCondition.notify_all();
+    mIsAllocatingCondition.notifyAll();
 }
 
 status_t BufferQueueCore::admit_l(const sp<GraphicBuffer>& buffer) {

@@ -114,48 +114,60 @@ status_t BufferQueueProducer::checkDisconnect_l(int* api, DisconnectMode mode,
     return NO_ERROR;
 }
 
-void BufferQueueProducer::endConnection(std::unique_lock<std::mutex> lock) {
-    // Dropped without the lock: it may be a proxy of the client's.
-    sp<IProducerListener> producerListener;
+BufferQueueProducer::EndedConnection BufferQueueProducer::endConnection_l() {
+    EndedConnection ended;
     mCore->freeAllBuffers_l();
-    std::swap(producerListener, mCore->mConnectedProducerListener);
+    std::swap(ended.producerListener, mCore->mConnectedProducerListener);
     mCore->mBufferReleasedCbEnabled = false;
     mCore->mConnectedApi = BufferQueueCore::NO_CONNECTED_API;
     mCore->mConnectedPid = -1;
     mCore->mSidebandStream.clear();
     mCore->mLastQueuedFence = Fence::NO_FENCE;
-    mCore->mDequeueCondition.notify_all();
-    const sp<IConsumerListener> listener = mCore->mConsumerListener;
-    lock.unlock();
-    if (listener != nullptr) {
-        listener->onBuffersReleased();
-        listener->onDisconnect();
-    }
+    mCore->mDequeueCondition.notifyAll();
+    ended.consumerListener = mCore->mConsumerListener;
+    return ended;
+}
+
+void BufferQueueProducer::EndedConnection::tellConsumer() const {
+    if (consumerListener == nullptr) return;
+    consumerListener->onBuffersReleased();
+    consumerListener->onDisconnect();
 }
 
 status_t BufferQueueProducer::disconnect(int api, DisconnectMode mode) {
-    std::unique_lock<std::mutex> lock(mCore->mMutex);
-    if (mode == DisconnectMode::AllLocal && getpid() != mCore->mConnectedPid) return NO_ERROR;
-    mCore->waitWhileAllocating_l(lock);
-    bool nothingToDo;
-    const status_t status = checkDisconnect_l(&api, mode, &nothingToDo);
-    if (!nothingToDo) endConnection(std::move(lock));
-    return status;
+    EndedConnection ended;
+    {
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        if (mode == DisconnectMode::AllLocal && getpid() != mCore->mConnectedPid) return NO_ERROR;
+        mCore->waitWhileAllocating_l();
+        bool nothingToDo;
+        const status_t status = checkDisconnect_l(&api, mode, &nothingToDo);
+        if (nothingToDo) return status;
+        ended = endConnection_l();
+    }
+    ended.tellConsumer();
+    return NO_ERROR;
 }
 
 status_t BufferQueueProducer::disconnectListener(const sp<IProducerListener>& listener) {
-    std::unique_lock<std::mutex> lock(mCore->mMutex);
-    mCore->waitWhileAllocating_l(lock);
-    const bool isConnected = listener != nullptr && listener == mCore->mConnectedProducerListener;
-    if (isConnected && !mCore->mIsAbandoned) endConnection(std::move(lock));
+    EndedConnection ended;
+    {
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        mCore->waitWhileAllocating_l();
+        const bool isConnected =
+                listener != nullptr && listener == mCore->mConnectedProducerListener;
+        if (!isConnected || mCore->mIsAbandoned) return NO_ERROR;
+        ended = endConnection_l();
+    }
+    ended.tellConsumer();
     return NO_ERROR;
 }
 
 status_t BufferQueueProducer::setMaxDequeuedBufferCount(int maxDequeuedBuffers) {
     sp<IConsumerListener> listener;
     {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
-        mCore->waitWhileAllocating_l(lock);
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        mCore->waitWhileAllocating_l();
         if (mCore->mIsAbandoned) return NO_INIT;
         if (maxDequeuedBuffers == mCore->mMaxDequeuedBufferCount) return NO_ERROR;
         const int room = mCore->mMaxBufferCount - mCore->minUndequeuedBufferCount_l();
@@ -167,7 +179,7 @@ status_t BufferQueueProducer::setMaxDequeuedBufferCount(int maxDequeuedBuffers) 
         const int delta = maxDequeuedBuffers - mCore->mMaxDequeuedBufferCount;
         if (!mCore->adjustAvailableSlots_l(delta)) return BAD_VALUE;
         mCore->mMaxDequeuedBufferCount = maxDequeuedBuffers;
-        mCore->mDequeueCondition.notify_all();
+        mCore->mDequeueCondition.notifyAll();
         if (delta < 0) listener = mCore->mConsumerListener;
     }
     if (listener != nullptr) listener->onBuffersReleased();
@@ -177,8 +189,8 @@ status_t BufferQueueProducer::setMaxDequeuedBufferCount(int maxDequeuedBuffers) 
 status_t BufferQueueProducer::setAsyncMode(bool async) {
     sp<IConsumerListener> listener;
     {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
-        mCore->waitWhileAllocating_l(lock);
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        mCore->waitWhileAllocating_l();
         if (mCore->mIsAbandoned) return NO_INIT;
         if (async == mCore->mAsyncMode) return NO_ERROR;
         const int extra = async || mCore->mDequeueBufferCannotBlock ? 1 : 0;
@@ -191,7 +203,7 @@ status_t BufferQueueProducer::setAsyncMode(bool async) {
                           mCore->bufferCount_l();
         if (!mCore->adjustAvailableSlots_l(delta)) return BAD_VALUE;
         mCore->mAsyncMode = async;
-        mCore->mDequeueCondition.notify_all();
+        mCore->mDequeueCondition.notifyAll();
         if (delta < 0) listener = mCore->mConsumerListener;
     }
     if (listener != nullptr) listener->onBuffersReleased();
@@ -210,47 +222,43 @@ status_t BufferQueueProducer::setDequeueTimeout(nsecs_t timeout) {
     return NO_ERROR;
 }
 
+std::optional<int> BufferQueueProducer::valueOf_l(int what) const {
+    switch (what) {
+        case NATIVE_WINDOW_WIDTH:
+            return static_cast<int>(mCore->mDefaultWidth);
+        case NATIVE_WINDOW_HEIGHT:
+            return static_cast<int>(mCore->mDefaultHeight);
+        case NATIVE_WINDOW_FORMAT:
+            return mCore->mDefaultBufferFormat;
+        case NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS:
+            return mCore->minUndequeuedBufferCount_l();
+        case NATIVE_WINDOW_CONSUMER_RUNNING_BEHIND:
+            return mCore->mQueue.size() > 1 ? 1 : 0;
+        case NATIVE_WINDOW_CONSUMER_USAGE_BITS:
+            return static_cast<int>(mCore->mConsumerUsageBits);
+        case NATIVE_WINDOW_STICKY_TRANSFORM:
+            return static_cast<int>(mCore->mStickyTransform);
+        case NATIVE_WINDOW_DEFAULT_DATASPACE:
+            return static_cast<int>(mCore->mDefaultBufferDataSpace);
+        case NATIVE_WINDOW_BUFFER_AGE:
+            return mCore->mBufferAge > INT32_MAX ? 0 : static_cast<int>(mCore->mBufferAge);
+        case NATIVE_WINDOW_LAYER_COUNT:
+            return 1;
+        case NATIVE_WINDOW_CONSUMER_IS_PROTECTED:
+            return mCore->mConsumerIsProtected ? 1 : 0;
+        default:
+            return std::nullopt;
+    }
+}
+
 int BufferQueueProducer::query(int what, int* outValue) {
     if (outValue == nullptr) return BAD_VALUE;
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     if (mCore->mIsAbandoned) return NO_INIT;
-    switch (what) {
-        case NATIVE_WINDOW_WIDTH:
-            *outValue = static_cast<int>(mCore->mDefaultWidth);
-            return NO_ERROR;
-        case NATIVE_WINDOW_HEIGHT:
-            *outValue = static_cast<int>(mCore->mDefaultHeight);
-            return NO_ERROR;
-        case NATIVE_WINDOW_FORMAT:
-            *outValue = mCore->mDefaultBufferFormat;
-            return NO_ERROR;
-        case NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS:
-            *outValue = mCore->minUndequeuedBufferCount_l();
-            return NO_ERROR;
-        case NATIVE_WINDOW_CONSUMER_RUNNING_BEHIND:
-            *outValue = mCore->mQueue.size() > 1 ? 1 : 0;
-            return NO_ERROR;
-        case NATIVE_WINDOW_CONSUMER_USAGE_BITS:
-            *outValue = static_cast<int>(mCore->mConsumerUsageBits);
-            return NO_ERROR;
-        case NATIVE_WINDOW_STICKY_TRANSFORM:
-            *outValue = static_cast<int>(mCore->mStickyTransform);
-            return NO_ERROR;
-        case NATIVE_WINDOW_DEFAULT_DATASPACE:
-            *outValue = static_cast<int>(mCore->mDefaultBufferDataSpace);
-            return NO_ERROR;
-        case NATIVE_WINDOW_BUFFER_AGE:
-            *outValue = mCore->mBufferAge > INT32_MAX ? 0 : static_cast<int>(mCore->mBufferAge);
-            return NO_ERROR;
-        case NATIVE_WINDOW_LAYER_COUNT:
-            *outValue = 1;
-            return NO_ERROR;
-        case NATIVE_WINDOW_CONSUMER_IS_PROTECTED:
-            *outValue = mCore->mConsumerIsProtected ? 1 : 0;
-            return NO_ERROR;
-        default:
-            return BAD_VALUE;
-    }
+    const std::optional<int> value = valueOf_l(what);
+    if (!value) return BAD_VALUE;
+    *outValue = *value;
+    return NO_ERROR;
 }
 
 status_t BufferQueueProducer::setSidebandStream(const sp<NativeHandle>& stream) {

@@ -37,14 +37,13 @@ status_t BufferQueueProducer::requestBuffer(int slot, sp<GraphicBuffer>* buf) {
     return NO_ERROR;
 }
 
-bool BufferQueueProducer::waitForRelease_l(std::unique_lock<std::mutex>& lock) {
+bool BufferQueueProducer::waitForRelease_l() {
     if (mDequeueTimeout < 0) {
-        mCore->mDequeueCondition.wait(lock);
+        mCore->mDequeueCondition.wait(mCore->mMutex);
         return true;
     }
     const std::chrono::nanoseconds timeout(std::min(mDequeueTimeout, kLongestWaitNs));
-    return timeout.count() > 0 &&
-           mCore->mDequeueCondition.wait_for(lock, timeout) == std::cv_status::no_timeout;
+    return timeout.count() > 0 && mCore->mDequeueCondition.waitFor(mCore->mMutex, timeout);
 }
 
 int BufferQueueProducer::takeFreeSlot_l(FreeSlotCaller caller) {
@@ -58,8 +57,7 @@ int BufferQueueProducer::takeFreeSlot_l(FreeSlotCaller caller) {
     return mCore->takeFreeBuffer_l();
 }
 
-status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller,
-                                                std::unique_lock<std::mutex>& lock, int* outSlot) {
+status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller, int* outSlot) {
     for (;;) {
         if (mCore->mIsAbandoned) return NO_INIT;
         // Until a frame was queued the producer may take them all, to fill its own pipeline.
@@ -81,7 +79,7 @@ status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller,
             mCore->count_l(BufferState::Acquired) <= mCore->mMaxAcquiredBufferCount) {
             return WOULD_BLOCK;
         }
-        if (!waitForRelease_l(lock)) return TIMED_OUT;
+        if (!waitForRelease_l()) return TIMED_OUT;
     }
 }
 
@@ -91,11 +89,10 @@ bool BufferQueueProducer::isSuited_l(int slot, const Request& request) const {
                                                            request.format, 1, request.usage);
 }
 
-status_t BufferQueueProducer::takeSlot_l(std::unique_lock<std::mutex>& lock, const Request& request,
-                                         int* outSlot) {
+status_t BufferQueueProducer::takeSlot_l(const Request& request, int* outSlot) {
     for (;;) {
         int slot;
-        const status_t status = waitForFreeSlot_l(FreeSlotCaller::Dequeue, lock, &slot);
+        const status_t status = waitForFreeSlot_l(FreeSlotCaller::Dequeue, &slot);
         if (status != NO_ERROR) return status;
         if (mCore->mAllowAllocation || isSuited_l(slot, request)) {
             *outSlot = slot;
@@ -133,8 +130,8 @@ void BufferQueueProducer::markDequeued_l(int slot, const Request& request, Deque
 }
 
 status_t BufferQueueProducer::dequeueSlot(Request request, Request* outRequest, Dequeued* out) {
-    std::unique_lock<std::mutex> lock(mCore->mMutex);
-    if (mCore->mFreeBuffers.empty()) mCore->waitWhileAllocating_l(lock);
+    std::lock_guard<std::mutex> lock(mCore->mMutex);
+    if (mCore->mFreeBuffers.empty()) mCore->waitWhileAllocating_l();
     if (request.format == 0) request.format = mCore->mDefaultBufferFormat;
     request.usage |= mCore->mConsumerUsageBits;
     if (request.width == 0) {
@@ -143,7 +140,7 @@ status_t BufferQueueProducer::dequeueSlot(Request request, Request* outRequest, 
     }
     *outRequest = request;
     int slot;
-    const status_t status = takeSlot_l(lock, request, &slot);
+    const status_t status = takeSlot_l(request, &slot);
     if (status == NO_ERROR) markDequeued_l(slot, request, out);
     return status;
 }
@@ -213,8 +210,8 @@ bool BufferQueueProducer::preallocateOne(const Request& request) {
     Request filled;
     String8 name;
     {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
-        mCore->waitWhileAllocating_l(lock);
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
+        mCore->waitWhileAllocating_l();
         if (mCore->mIsAbandoned || !mCore->mAllowAllocation) return false;
         if (mCore->mFreeSlots.empty()) return false;
         filled = preallocationRequest_l(request);
@@ -257,7 +254,7 @@ status_t BufferQueueProducer::detachBuffer(int slot) {
             listener->onFrameDetached(mCore->mSlots[slot].mGraphicBuffer->getId());
         }
         mCore->emptyActiveSlot_l(slot);
-        mCore->mDequeueCondition.notify_all();
+        mCore->mDequeueCondition.notifyAll();
     }
     if (listener != nullptr) listener->onBuffersReleased();
     return NO_ERROR;
@@ -267,10 +264,10 @@ status_t BufferQueueProducer::detachNextBuffer(sp<GraphicBuffer>* outBuffer, sp<
     if (outBuffer == nullptr || outFence == nullptr) return BAD_VALUE;
     sp<IConsumerListener> listener;
     {
-        std::unique_lock<std::mutex> lock(mCore->mMutex);
+        std::lock_guard<std::mutex> lock(mCore->mMutex);
         const status_t status = checkConnected_l();
         if (status != NO_ERROR) return status;
-        mCore->waitWhileAllocating_l(lock);
+        mCore->waitWhileAllocating_l();
         if (mCore->mFreeBuffers.empty()) return NO_MEMORY;
         const int slot = mCore->takeFreeBuffer_l();
         mCore->mFreeSlots.insert(slot);
@@ -285,7 +282,7 @@ status_t BufferQueueProducer::detachNextBuffer(sp<GraphicBuffer>* outBuffer, sp<
 
 status_t BufferQueueProducer::attachBuffer(int* outSlot, const sp<GraphicBuffer>& buffer) {
     if (outSlot == nullptr || buffer == nullptr) return BAD_VALUE;
-    std::unique_lock<std::mutex> lock(mCore->mMutex);
+    std::lock_guard<std::mutex> lock(mCore->mMutex);
     status_t status = checkConnected_l();
     if (status != NO_ERROR) return status;
     if (buffer->getGenerationNumber() != mCore->mGenerationNumber) {
@@ -293,9 +290,9 @@ status_t BufferQueueProducer::attachBuffer(int* outSlot, const sp<GraphicBuffer>
               buffer->getGenerationNumber(), mCore->mGenerationNumber);
         return BAD_VALUE;
     }
-    mCore->waitWhileAllocating_l(lock);
+    mCore->waitWhileAllocating_l();
     int slot;
-    status = waitForFreeSlot_l(FreeSlotCaller::Attach, lock, &slot);
+    status = waitForFreeSlot_l(FreeSlotCaller::Attach, &slot);
     if (status != NO_ERROR) return status;
     mCore->clearSlot_l(slot);
     BufferSlot& taken = mCore->mSlots[slot];

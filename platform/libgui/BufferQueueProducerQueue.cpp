@@ -101,8 +101,8 @@ void BufferQueueProducer::rememberLastQueued_l(int slot, const QueueBufferInput&
 }
 
 void BufferQueueProducer::deliver(const FrameCallback& callback) {
-    std::unique_lock<std::mutex> lock(mCallbackMutex);
-    mCallbackCondition.wait(lock, [&] { return callback.ticket == mCurrentCallbackTicket; });
+    std::lock_guard<std::mutex> lock(mCallbackMutex);
+    while (callback.ticket != mCurrentCallbackTicket) mCallbackCondition.wait(mCallbackMutex);
     if (callback.listener != nullptr) {
         if (callback.replaced) {
             callback.listener->onFrameReplaced(callback.item);
@@ -111,7 +111,34 @@ void BufferQueueProducer::deliver(const FrameCallback& callback) {
         }
     }
     ++mCurrentCallbackTicket;
-    mCallbackCondition.notify_all();
+    mCallbackCondition.notifyAll();
+}
+
+void BufferQueueProducer::queue_l(int slot, const QueueBufferInput& input,
+                                  QueueBufferOutput* output, FrameCallback* callback) {
+    BufferSlot& queued = mCore->mSlots[slot];
+    queued.mFence = input.fence;
+    queued.mBufferState = BufferState::Queued;
+    queued.mFrameNumber = ++mCore->mFrameCounter;
+    mCore->mStickyTransform = input.stickyTransform;
+    enqueue_l(makeItem_l(slot, input), output, callback);
+    rememberLastQueued_l(slot, input);
+    mCore->mBufferHasBeenQueued = true;
+    mCore->mDequeueCondition.notifyAll();
+    fillOutput_l(output);
+}
+
+void BufferQueueProducer::exchangeFrameEvents(const FrameCallback& callback,
+                                              const QueueBufferInput& input,
+                                              QueueBufferOutput* output) {
+    if (callback.listener == nullptr) return;
+    NewFrameEventsEntry events;
+    events.frameNumber = callback.item.mFrameNumber;
+    events.postedTime = systemTime(SYSTEM_TIME_MONOTONIC);
+    events.requestedPresentTime = input.timestamp;
+    events.acquireFence = callback.item.mFenceTime;
+    callback.listener->addAndGetFrameTimestamps(
+            &events, input.getFrameTimestamps ? &output->frameTimestamps : nullptr);
 }
 
 status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& input,
@@ -125,34 +152,17 @@ status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& inpu
         return BAD_VALUE;
     }
     FrameCallback callback;
-    NewFrameEventsEntry events;
     sp<Fence> lastFence;
     int api;
     {
         std::lock_guard<std::mutex> lock(mCore->mMutex);
         const status_t status = checkQueueInput_l(slot, input);
         if (status != NO_ERROR) return status;
-        BufferSlot& queued = mCore->mSlots[slot];
-        queued.mFence = input.fence;
-        queued.mBufferState = BufferState::Queued;
-        queued.mFrameNumber = ++mCore->mFrameCounter;
-        mCore->mStickyTransform = input.stickyTransform;
-        enqueue_l(makeItem_l(slot, input), output, &callback);
         lastFence = mCore->mLastQueuedFence;
-        rememberLastQueued_l(slot, input);
-        mCore->mBufferHasBeenQueued = true;
-        mCore->mDequeueCondition.notify_all();
-        fillOutput_l(output);
         api = mCore->mConnectedApi;
+        queue_l(slot, input, output, &callback);
     }
-    events.frameNumber = callback.item.mFrameNumber;
-    events.postedTime = systemTime(SYSTEM_TIME_MONOTONIC);
-    events.requestedPresentTime = input.timestamp;
-    events.acquireFence = callback.item.mFenceTime;
-    if (callback.listener != nullptr) {
-        callback.listener->addAndGetFrameTimestamps(
-                &events, input.getFrameTimestamps ? &output->frameTimestamps : nullptr);
-    }
+    exchangeFrameEvents(callback, input, output);
     deliver(callback);
     // An EGL producer's drawing runs ahead by no more than one frame.
     if (api == NATIVE_WINDOW_API_EGL) waitForLast(*lastFence);
@@ -183,7 +193,7 @@ status_t BufferQueueProducer::cancelBuffer(int slot, const sp<Fence>& fence) {
     if (mCore->mConsumerListener != nullptr) {
         mCore->mConsumerListener->onFrameCancelled(mCore->mSlots[slot].mGraphicBuffer->getId());
     }
-    mCore->mDequeueCondition.notify_all();
+    mCore->mDequeueCondition.notifyAll();
     return NO_ERROR;
 }
 

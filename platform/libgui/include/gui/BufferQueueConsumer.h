@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include <android-base/thread_annotations.h>
 #include <gui/BufferQueueCore.h>
 #include <gui/IGraphicBufferConsumer.h>
 
@@ -38,11 +39,11 @@ class BufferQueueConsumer : public BnGraphicBufferConsumer {
     status_t discardFreeBuffers() override;
 
   private:
-    bool mayAcquire_l() const;
-    int dropLateFrames_l(nsecs_t expectedPresent, uint64_t maxFrameNumber);
-    bool isFrontDue_l(nsecs_t expectedPresent, uint64_t maxFrameNumber) const;
-    void takeFront_l(BufferItem* outBuffer);
-    int takeSlotForAttach_l();
+    bool mayAcquire_l() const REQUIRES_CORE;
+    int dropLateFrames_l(nsecs_t expectedPresent, uint64_t maxFrameNumber) REQUIRES_CORE;
+    bool isFrontDue_l(nsecs_t expectedPresent, uint64_t maxFrameNumber) const REQUIRES_CORE;
+    void takeFront_l(BufferItem* outBuffer) REQUIRES_CORE;
+    int takeSlotForAttach_l() REQUIRES_CORE;
 
     const sp<BufferQueueCore> mCore;
 };

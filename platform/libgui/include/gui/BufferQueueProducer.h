@@ -2,13 +2,14 @@
 // The producer's end of a buffer queue, on its core.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <string>
+#include <optional>
 
+#include <android-base/thread_annotations.h>
 #include <gui/BufferQueueCore.h>
 #include <gui/IGraphicBufferProducer.h>
+#include <gui/QueueCondition.h>
 
 namespace android {
 
@@ -41,7 +42,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
                          uint64_t usage) override;
     status_t allowAllocation(bool allow) override;
     status_t setGenerationNumber(uint32_t generationNumber) override;
-    String8 getConsumerName() const override;
+    String8 getConsumerName() const override EXCLUDES_CORE;
     status_t setSharedBufferMode(bool sharedBufferMode) override;
     status_t setAutoRefresh(bool autoRefresh) override;
     status_t setDequeueTimeout(nsecs_t timeout) override;
@@ -50,7 +51,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
                                  float outTransformMatrix[16]) override;
     status_t getLastQueuedBuffer(sp<GraphicBuffer>* outBuffer, sp<Fence>* outFence, Rect* outRect,
                                  uint32_t* outTransform) override;
-    void getFrameTimestamps(FrameEventHistoryDelta* outDelta) override;
+    void getFrameTimestamps(FrameEventHistoryDelta* outDelta) override EXCLUDES_CORE;
     status_t getUniqueId(uint64_t* outId) const override;
     status_t getConsumerUsage(uint64_t* outUsage) const override;
     status_t setAutoPrerotation(bool autoPrerotation) override;
@@ -89,52 +90,70 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
         uint64_t ticket = 0;
     };
 
-    status_t checkConnected_l() const;
-    status_t checkDequeued_l(int slot) const;
-    bool isSuited_l(int slot, const Request& request) const;
+    /**
+     * What is left of a connection. Told and dropped without the lock: the producer's listener may
+     * be a proxy of the client's.
+     */
+    struct EndedConnection {
+        sp<IProducerListener> producerListener;
+        sp<IConsumerListener> consumerListener;
 
-    status_t dequeueSlot(Request request, Request* outRequest, Dequeued* out);
-    status_t takeSlot_l(std::unique_lock<std::mutex>& lock, const Request& request, int* outSlot);
-    void markDequeued_l(int slot, const Request& request, Dequeued* out);
-    status_t allocateForSlot(int slot, const Request& request);
+        void tellConsumer() const;
+    };
+
+    status_t checkConnected_l() const REQUIRES_CORE;
+    status_t checkDequeued_l(int slot) const REQUIRES_CORE;
+    bool isSuited_l(int slot, const Request& request) const REQUIRES_CORE;
+
+    status_t dequeueSlot(Request request, Request* outRequest, Dequeued* out) EXCLUDES_CORE;
+    status_t takeSlot_l(const Request& request, int* outSlot) REQUIRES_CORE;
+    void markDequeued_l(int slot, const Request& request, Dequeued* out) REQUIRES_CORE;
+    status_t allocateForSlot(int slot, const Request& request) EXCLUDES_CORE;
     sp<GraphicBuffer> makeBuffer(const Request& request, const String8& name) const;
-    Request preallocationRequest_l(const Request& request) const;
-    bool preallocateOne(const Request& request);
+    Request preallocationRequest_l(const Request& request) const REQUIRES_CORE;
+    bool preallocateOne(const Request& request) EXCLUDES_CORE;
 
-    status_t waitForFreeSlot_l(FreeSlotCaller caller, std::unique_lock<std::mutex>& lock,
-                               int* outSlot);
-    int takeFreeSlot_l(FreeSlotCaller caller);
-    bool waitForRelease_l(std::unique_lock<std::mutex>& lock);
+    status_t waitForFreeSlot_l(FreeSlotCaller caller, int* outSlot) REQUIRES_CORE;
+    int takeFreeSlot_l(FreeSlotCaller caller) REQUIRES_CORE;
+    bool waitForRelease_l() REQUIRES_CORE;
 
-    status_t checkQueueInput_l(int slot, const QueueBufferInput& input) const;
-    BufferItem makeItem_l(int slot, const QueueBufferInput& input) const;
-    void enqueue_l(BufferItem item, QueueBufferOutput* output, FrameCallback* callback);
-    void rememberLastQueued_l(int slot, const QueueBufferInput& input);
-    void deliver(const FrameCallback& callback);
+    status_t checkQueueInput_l(int slot, const QueueBufferInput& input) const REQUIRES_CORE;
+    BufferItem makeItem_l(int slot, const QueueBufferInput& input) const REQUIRES_CORE;
+    void enqueue_l(BufferItem item, QueueBufferOutput* output,
+                   FrameCallback* callback) REQUIRES_CORE;
+    void rememberLastQueued_l(int slot, const QueueBufferInput& input) REQUIRES_CORE;
+    void queue_l(int slot, const QueueBufferInput& input, QueueBufferOutput* output,
+                 FrameCallback* callback) REQUIRES_CORE;
+    /** Tells the consumer when the frame was queued; the producer is told of earlier ones. */
+    static void exchangeFrameEvents(const FrameCallback& callback, const QueueBufferInput& input,
+                                    QueueBufferOutput* output);
+    void deliver(const FrameCallback& callback) EXCLUDES(mCallbackMutex) EXCLUDES_CORE;
     /** No longer than the queue and its producer last: a fence may never signal. */
-    void waitForLast(Fence& fence) const;
+    void waitForLast(Fence& fence) const EXCLUDES_CORE;
 
-    status_t checkConnect_l(const QueueBufferOutput* output) const;
-    void connect_l(const sp<IProducerListener>& listener, int api, QueueBufferOutput* output);
-    status_t checkDisconnect_l(int* api, DisconnectMode mode, bool* outNothingToDo) const;
-    /** Takes the lock over, to let it go before the consumer is told. */
-    void endConnection(std::unique_lock<std::mutex> lock);
-    void fillOutput_l(QueueBufferOutput* output) const;
+    status_t checkConnect_l(const QueueBufferOutput* output) const REQUIRES_CORE;
+    void connect_l(const sp<IProducerListener>& listener, int api,
+                   QueueBufferOutput* output) REQUIRES_CORE;
+    status_t checkDisconnect_l(int* api, DisconnectMode mode,
+                               bool* outNothingToDo) const REQUIRES_CORE;
+    EndedConnection endConnection_l() REQUIRES_CORE;
+    void fillOutput_l(QueueBufferOutput* output) const REQUIRES_CORE;
     static bool isApi(int api);
+    /** What query() answers; nothing when it knows no such thing. */
+    std::optional<int> valueOf_l(int what) const REQUIRES_CORE;
 
     const sp<BufferQueueCore> mCore;
     const bool mConsumerIsSurfaceFlinger;
 
-    /** Guarded by the core's mutex, like the three below. */
-    nsecs_t mDequeueTimeout = -1;
-    String8 mConsumerName;
-    uint64_t mNextCallbackTicket = 0;
+    nsecs_t mDequeueTimeout GUARDED_BY_CORE = -1;
+    String8 mConsumerName GUARDED_BY_CORE;
+    uint64_t mNextCallbackTicket GUARDED_BY_CORE = 0;
 
-    /** Held while a frame callback runs. Never taken with the core's mutex held. */
-    std::mutex mCallbackMutex;
-    std::condition_variable mCallbackCondition;
-    /** Whose turn it is. Guarded by mCallbackMutex. */
-    uint64_t mCurrentCallbackTicket = 0;
+    /** Held while a frame callback runs, which may call the consumer's end. */
+    std::mutex mCallbackMutex ACQUIRED_BEFORE_CORE;
+    QueueCondition mCallbackCondition;
+    /** Whose turn it is. */
+    uint64_t mCurrentCallbackTicket GUARDED_BY(mCallbackMutex) = 0;
 };
 
 }  // namespace android
