@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include <android-base/thread_annotations.h>
+
 namespace korvane::camera {
 
 using std::chrono::milliseconds;
@@ -26,20 +28,11 @@ class BackgroundSource::Worker {
 
     /** Carries orders out until the one to end. */
     void run() {
-        std::unique_lock<std::mutex> guard(mLock);
-        Order order = Order::kNone;
-        while (order != Order::kEnd) {
-            mChanged.wait(guard, [this] { return mOrder != Order::kNone; });
-            order = std::exchange(mOrder, Order::kNone);
-            const PictureFormat format = mFormat;
-            mBusy = true;
-            guard.unlock();
-            const bool started = carryOut(order, format);
-            guard.lock();
-            mStarted = started;
-            mBusy = false;
-            mChanged.notify_all();
-        }
+        Task task;
+        do {
+            task = waitForTask();
+            finish(carryOut(task));
+        } while (task.order != Order::kEnd);
     }
 
     void order(Order order) {
@@ -60,10 +53,11 @@ class BackgroundSource::Worker {
      * carried out.
      */
     FrameSource* waitForSource(milliseconds timeout) {
-        std::unique_lock<std::mutex> guard(mLock);
-        const bool idle = mChanged.wait_for(guard, timeout,
-                                            [this] { return mOrder == Order::kNone && !mBusy; });
-        return idle ? mSource.get() : nullptr;
+        const auto end = std::chrono::steady_clock::now() + timeout;
+        const std::lock_guard<std::mutex> guard(mLock);
+        while (!isIdle_l() && mChanged.wait_until(mLock, end) == std::cv_status::no_timeout) {
+        }
+        return isIdle_l() ? mSource.get() : nullptr;
     }
 
     /** Whether the latest start went well. */
@@ -73,20 +67,41 @@ class BackgroundSource::Worker {
     }
 
   private:
-    bool carryOut(Order order, const PictureFormat& format) {
-        if (order == Order::kStartAgain) return mSource->startAgain();
-        if (isStarted()) mSource->stop();
-        return order == Order::kStart && mSource->start(format);
+    struct Task {
+        Order order = Order::kNone;
+        PictureFormat format;
+    };
+
+    /** The next order; the source is the worker's until finish(). */
+    Task waitForTask() {
+        const std::lock_guard<std::mutex> guard(mLock);
+        while (mOrder == Order::kNone) mChanged.wait(mLock);
+        mBusy = true;
+        return {std::exchange(mOrder, Order::kNone), mFormat};
     }
+
+    void finish(bool started) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        mStarted = started;
+        mBusy = false;
+        mChanged.notify_all();
+    }
+
+    bool carryOut(const Task& task) {
+        if (task.order == Order::kStartAgain) return mSource->startAgain();
+        if (isStarted()) mSource->stop();
+        return task.order == Order::kStart && mSource->start(task.format);
+    }
+
+    REQUIRES(mLock) bool isIdle_l() const { return mOrder == Order::kNone && !mBusy; }
 
     const std::unique_ptr<FrameSource> mSource;
     std::mutex mLock;
-    std::condition_variable mChanged;
-    // all guarded by mLock
-    Order mOrder = Order::kNone;
-    PictureFormat mFormat;
-    bool mBusy = false;  // the source is the worker's
-    bool mStarted = false;
+    std::condition_variable_any mChanged;
+    Order mOrder GUARDED_BY(mLock) = Order::kNone;
+    PictureFormat mFormat GUARDED_BY(mLock);
+    bool mBusy GUARDED_BY(mLock) = false;  // the source is the worker's
+    bool mStarted GUARDED_BY(mLock) = false;
 };
 
 BackgroundSource::BackgroundSource(std::unique_ptr<FrameSource> source)

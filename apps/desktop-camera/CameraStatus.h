@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include <android-base/thread_annotations.h>
+
 #include "FrameSource.h"
 #include "PictureFormat.h"
 
@@ -35,14 +37,13 @@ class CameraStatus {
     std::string json() const;
 
   private:
-    void publish() const;
+    void publish() const EXCLUDES(mLock);
 
     const std::function<void(const std::string& json)> mOnTold;
     mutable std::mutex mLock;
-    // all guarded by mLock
-    bool mStreaming = false;
-    PictureFormat mFormat;
-    Trouble mShown;
+    bool mStreaming GUARDED_BY(mLock) = false;
+    PictureFormat mFormat GUARDED_BY(mLock);
+    Trouble mShown GUARDED_BY(mLock);
 };
 
 }  // namespace korvane::camera

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include <android-base/thread_annotations.h>
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
@@ -79,7 +80,7 @@ class GstreamerPipeline {
     const bool mMayPass;
     std::atomic<bool> mPassing{false};
     mutable std::mutex mLock;
-    std::string mHandling;      // guarded by mLock
+    std::string mHandling GUARDED_BY(mLock);
     std::string mWhyNotPassed;  // of the JPEG files that are decoded; the pipeline's threads use it
     GstreamerOwned<GstElement> mPipeline;
     GstAppSink* mSink = nullptr;  // the pipeline's

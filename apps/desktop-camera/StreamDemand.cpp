@@ -70,8 +70,8 @@ void StreamDemand::quit() {
 }
 
 StreamDemand::Work StreamDemand::waitForWork(uint64_t* stream) {
-    std::unique_lock<std::mutex> guard(mLock);
-    mChanged.wait(guard, [this] { return mQuit || mDied || (mWanted && mServed != mLatest); });
+    const std::lock_guard<std::mutex> guard(mLock);
+    while (!mQuit && !mDied && !(mWanted && mServed != mLatest)) mChanged.wait(mLock);
     if (mQuit) return Work::kQuit;
     if (mDied) {
         mDied = false;
@@ -82,8 +82,10 @@ StreamDemand::Work StreamDemand::waitForWork(uint64_t* stream) {
 }
 
 bool StreamDemand::waitToRetry(int64_t untilNs) {
-    std::unique_lock<std::mutex> guard(mLock);
-    return !mChanged.wait_until(guard, at(untilNs), [this] { return mQuit; });
+    const std::lock_guard<std::mutex> guard(mLock);
+    while (!mQuit && mChanged.wait_until(mLock, at(untilNs)) == std::cv_status::no_timeout) {
+    }
+    return !mQuit;
 }
 
 bool StreamDemand::isWanted(uint64_t stream) const {
@@ -92,8 +94,11 @@ bool StreamDemand::isWanted(uint64_t stream) const {
 }
 
 bool StreamDemand::waitWhileWanted(uint64_t stream, int64_t untilNs) const {
-    std::unique_lock<std::mutex> guard(mLock);
-    return !mChanged.wait_until(guard, at(untilNs), [&] { return !isWanted_l(stream); });
+    const std::lock_guard<std::mutex> guard(mLock);
+    while (isWanted_l(stream) &&
+           mChanged.wait_until(mLock, at(untilNs)) == std::cv_status::no_timeout) {
+    }
+    return isWanted_l(stream);
 }
 
 bool StreamDemand::isWanted_l(uint64_t stream) const {

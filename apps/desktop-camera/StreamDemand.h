@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
+
 namespace korvane::camera {
 
 /** Now, in nanoseconds of the monotonic clock. */
@@ -65,19 +67,19 @@ class StreamDemand {
     bool waitWhileWanted(uint64_t stream, int64_t untilNs) const;
 
   private:
-    void begin_l(bool joined);
-    bool isWanted_l(uint64_t stream) const;
+    void begin_l(bool joined) REQUIRES(mLock);
+    bool isWanted_l(uint64_t stream) const REQUIRES(mLock);
 
     mutable std::mutex mLock;
-    mutable std::condition_variable mChanged;
-    // all guarded by mLock
-    uint64_t mLatest = 0;      // the number of the last stream that was started
-    uint64_t mServed = 0;      // the number of the last one that waitForWork() gave out
-    bool mWanted = false;      // whether mLatest was not stopped
-    bool mJoined = false;      // whether mLatest came from join()
-    bool mStartHeard = false;  // whether the start of a joined stream has come
-    bool mDied = false;
-    bool mQuit = false;
+    mutable std::condition_variable_any mChanged;
+    uint64_t mLatest GUARDED_BY(mLock) = 0;  // the number of the last stream that was started
+    uint64_t mServed GUARDED_BY(mLock) =
+            0;  // the number of the last one that waitForWork() gave out
+    bool mWanted GUARDED_BY(mLock) = false;      // whether mLatest was not stopped
+    bool mJoined GUARDED_BY(mLock) = false;      // whether mLatest came from join()
+    bool mStartHeard GUARDED_BY(mLock) = false;  // whether the start of a joined stream has come
+    bool mDied GUARDED_BY(mLock) = false;
+    bool mQuit GUARDED_BY(mLock) = false;
 };
 
 /** One stream's view of the demand. Cheap to copy; the demand must outlive it. */

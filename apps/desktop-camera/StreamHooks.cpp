@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include <android-base/thread_annotations.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -65,16 +66,19 @@ class StreamHooks::Command {
     }
 
     void waitUntilRunning() {
-        std::unique_lock<std::mutex> guard(mLock);
-        mChanged.wait(guard, [this] { return mState != State::kWaiting; });
+        const std::lock_guard<std::mutex> guard(mLock);
+        while (mState == State::kWaiting) mChanged.wait(mLock);
     }
 
   private:
     enum class State { kWaiting, kRunning, kDone };
 
     void waitUntilDone() {
-        std::unique_lock<std::mutex> guard(mLock);
-        mChanged.wait_for(guard, kPatience, [this] { return mState == State::kDone; });
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        const std::lock_guard<std::mutex> guard(mLock);
+        while (mState != State::kDone &&
+               mChanged.wait_until(mLock, end) == std::cv_status::no_timeout) {
+        }
     }
 
     void advance(State state) {
@@ -95,8 +99,8 @@ class StreamHooks::Command {
     }
 
     std::mutex mLock;
-    std::condition_variable mChanged;
-    State mState = State::kWaiting;
+    std::condition_variable_any mChanged;
+    State mState GUARDED_BY(mLock) = State::kWaiting;
 };
 
 StreamHooks::StreamHooks(std::string onStart, std::string onStop)
