@@ -19,13 +19,13 @@ class ALooperRoster {
     static ALooperRoster& instance();
 
     /** Gives the handler the next id and the looper; fatal when it has an id. */
-    int32_t registerHandler(const sp<ALooper>& looper, const sp<AHandler>& handler);
+    int32_t registerHandler(const sp<ALooper>& looper, const sp<AHandler>& handler) EXCLUDES(mLock);
 
     /** Takes id and looper from the handler again; ignores an unknown id. */
-    void unregisterHandler(int32_t id);
+    void unregisterHandler(int32_t id) EXCLUDES(mLock);
 
     /** Unregisters every handler whose looper is gone. */
-    void unregisterStaleHandlers();
+    void unregisterStaleHandlers() EXCLUDES(mLock);
 
   private:
     struct Entry {

@@ -3,6 +3,8 @@
 
 #include <mutex>
 
+#include <android-base/thread_annotations.h>
+
 namespace android {
 namespace {
 
@@ -11,8 +13,7 @@ constexpr uint32_t kMaxHeightAlignment = 256;
 constexpr uint32_t kMaxPlaneGap = 65536;
 
 std::mutex gMutex;
-/** Guarded by gMutex. */
-BufferLayoutOptions gOptions;
+BufferLayoutOptions gOptions GUARDED_BY(gMutex);
 
 bool isPowerOfTwo(uint32_t value) {
     return value != 0 && (value & (value - 1)) == 0;

@@ -33,7 +33,7 @@ base::unique_fd duplicate(int fd) {
 FenceMerger* FenceMerger::instance() {
     static std::mutex mutex;
     // Never destroyed: its thread runs until the process ends.
-    static FenceMerger* merger = nullptr;
+    static FenceMerger* merger GUARDED_BY(mutex) = nullptr;
     std::lock_guard<std::mutex> lock(mutex);
     if (merger == nullptr) {
         base::unique_fd wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));

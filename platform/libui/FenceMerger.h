@@ -29,7 +29,7 @@ class FenceMerger {
      * A new descriptor that polls readable once both `fd1` and `fd2` have signalled or failed.
      * @return -1 with errno; EMFILE when kMaxMerges are waiting.
      */
-    int merge(int fd1, int fd2);
+    int merge(int fd1, int fd2) EXCLUDES(mMutex);
 
   private:
     struct Merge {
@@ -39,7 +39,7 @@ class FenceMerger {
     };
 
     explicit FenceMerger(base::unique_fd wake);
-    [[noreturn]] void run();
+    [[noreturn]] void run() EXCLUDES(mMutex);
     void waitForAny();
     static bool advance(Merge& merge);
     void wake();

@@ -24,25 +24,25 @@ namespace hardware {
 class LocalNodes {
   public:
     /** The object's name, never 0. Each call is to be taken back by withdraw(). */
-    uint64_t publish(const sp<BHwBinder>& object);
-    void withdraw(uint64_t name);
+    uint64_t publish(const sp<BHwBinder>& object) EXCLUDES(mLock);
+    void withdraw(uint64_t name) EXCLUDES(mLock);
 
     /** The object of that name; null if there is none or it is being destroyed. */
-    sp<BHwBinder> find(uint64_t name) const;
+    sp<BHwBinder> find(uint64_t name) const EXCLUDES(mLock);
 
     /**
      * The driver takes a reference, which is to be given back in any case. False if there is no
      * such living object.
      */
-    bool incWeak(uint64_t name);
-    bool incStrong(uint64_t name);
+    bool incWeak(uint64_t name) EXCLUDES(mLock);
+    bool incStrong(uint64_t name) EXCLUDES(mLock);
 
     /** The driver gives a reference back. The object may be destroyed on this thread. */
-    void decWeak(uint64_t name);
-    void decStrong(uint64_t name);
+    void decWeak(uint64_t name) EXCLUDES(mLock);
+    void decStrong(uint64_t name) EXCLUDES(mLock);
 
     /** How many objects have names. */
-    size_t size() const;
+    size_t size() const EXCLUDES(mLock);
 
   private:
     using Identity =

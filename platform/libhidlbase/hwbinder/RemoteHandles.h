@@ -24,16 +24,16 @@ namespace hardware {
 class RemoteHandles {
   public:
     /** The proxy of a handle that this process has a reference of; made if there is none. */
-    sp<BpHwBinder> get(uint32_t handle);
+    sp<BpHwBinder> get(uint32_t handle) EXCLUDES(mLock);
 
     /** The proxy if there is one. */
-    sp<BpHwBinder> find(uint32_t handle) const;
+    sp<BpHwBinder> find(uint32_t handle) const EXCLUDES(mLock);
 
     /** The proxy whose death is reported by this cookie; null if it has gone. */
-    sp<BpHwBinder> findByDeathCookie(uint64_t cookie) const;
+    sp<BpHwBinder> findByDeathCookie(uint64_t cookie) const EXCLUDES(mLock);
 
     /** Called by a proxy that is being destroyed, after its last command to the driver. */
-    void forget(uint32_t handle);
+    void forget(uint32_t handle) EXCLUDES(mLock);
 
   private:
     struct Entry {

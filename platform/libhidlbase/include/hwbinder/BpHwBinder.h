@@ -28,19 +28,20 @@ class BpHwBinder : public IBinder {
     uint32_t handle() const { return mHandle; }
 
     /** False once a call or a notice has shown that the process has gone. */
-    bool isBinderAlive() const;
+    bool isBinderAlive() const EXCLUDES(mLock);
 
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
-                      TransactCallback callback = nullptr) override;
+                      TransactCallback callback = nullptr) override EXCLUDES(mLock);
     status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
-                         uint32_t flags = 0) override;
+                         uint32_t flags = 0) override EXCLUDES(mLock);
     status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
-                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
+                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override
+            EXCLUDES(mLock);
 
     BpHwBinder* remoteBinder() override { return this; }
 
     /** The driver reported the death: tells every recipient, once. Called by the command loop. */
-    void sendObituary();
+    void sendObituary() EXCLUDES(mLock);
 
   protected:
     ~BpHwBinder() override;
@@ -55,7 +56,7 @@ class BpHwBinder : public IBinder {
 
     std::vector<Link>::iterator findLink_l(const wp<DeathRecipient>& recipient, void* cookie,
                                            uint32_t flags) REQUIRES(mLock);
-    void setDead();
+    void setDead() EXCLUDES(mLock);
 
     const uint32_t mHandle;
     const uint64_t mDeathCookie;

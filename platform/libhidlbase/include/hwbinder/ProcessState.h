@@ -36,14 +36,14 @@ class ProcessState : public virtual RefBase {
     // The context object: the one that every process can find.
 
     /** The proxy of the context object; null if no process is the context manager. */
-    sp<IBinder> getContextObject(const sp<IBinder>& caller);
+    sp<IBinder> getContextObject(const sp<IBinder>& caller) EXCLUDES(mLock);
 
     /**
      * Makes this process the context manager, with the object that
      * IPCThreadState::setTheContextObject() has been given. False, and logged, if there is none or
      * the driver refuses, as it does while another process is.
      */
-    bool becomeContextManager();
+    bool becomeContextManager() EXCLUDES(mLock);
 
     // The thread pool.
 
@@ -51,7 +51,7 @@ class ProcessState : public virtual RefBase {
      * Starts the pool if it doesn't run: spawns its first thread, unless the configuration leaves
      * none. Without setThreadPoolConfiguration() the pool has just that one thread.
      */
-    void startThreadPool();
+    void startThreadPool() EXCLUDES(mLock);
 
     /**
      * Gives the pool maxThreads threads at most. One is the caller, if callerJoinsPool says that it
@@ -61,9 +61,9 @@ class ProcessState : public virtual RefBase {
      *
      * Fatal: no thread at all although the caller joins; a pool that runs would shrink.
      */
-    status_t setThreadPoolConfiguration(size_t maxThreads, bool callerJoinsPool);
+    status_t setThreadPoolConfiguration(size_t maxThreads, bool callerJoinsPool) EXCLUDES(mLock);
 
-    size_t getMaxThreads() const;
+    size_t getMaxThreads() const EXCLUDES(mLock);
 
     /** Spawns a thread of the pool; isMain unless the driver asked for it. */
     void spawnPooledThread(bool isMain);
@@ -78,7 +78,7 @@ class ProcessState : public virtual RefBase {
     RemoteHandles& remoteHandles() { return *mRemoteHandles; }
 
     /** What becomeContextManager() publishes. */
-    void setTheContextObject(const sp<BHwBinder>& object);
+    void setTheContextObject(const sp<BHwBinder>& object) EXCLUDES(mLock);
 
   private:
     ProcessState();

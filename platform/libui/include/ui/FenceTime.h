@@ -26,13 +26,13 @@ class FenceTime {
     bool isValid() const { return mValid; }
 
     /** As Fence::getSignalTime(). Lets go of the fence once the time is known. */
-    nsecs_t getSignalTime();
+    nsecs_t getSignalTime() EXCLUDES(mMutex);
 
     /** As Fence::wait(). */
-    status_t wait(int timeout);
+    status_t wait(int timeout) EXCLUDES(mMutex);
 
   private:
-    sp<Fence> fence() const;
+    sp<Fence> fence() const EXCLUDES(mMutex);
 
     const bool mValid;
     mutable std::mutex mMutex;
