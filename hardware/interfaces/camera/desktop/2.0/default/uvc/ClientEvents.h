@@ -9,6 +9,8 @@
 #include <mutex>
 #include <string>
 
+#include <android-base/thread_annotations.h>
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
@@ -48,7 +50,7 @@ class ClientEvents {
      * Makes the call, once, to the client of this kind, and returns its answer. From within
      * another call, when the client has called back, it is made at once and on the same thread.
      */
-    Answer send(uint8_t kind, const Call& call);
+    Answer send(uint8_t kind, const Call& call) EXCLUDES(mTurn);
 
     /** A kind has another client, or none: what the last one left unanswered no longer counts. */
     void onClientChanged(uint8_t kind);

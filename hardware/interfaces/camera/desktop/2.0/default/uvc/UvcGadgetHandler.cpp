@@ -48,17 +48,17 @@ int32_t UvcGadgetHandler::onUvcV4l2Added(const char* devPath) {
 
 int32_t UvcGadgetHandler::onV4l2Removed(const char* devName) {
     ALOGD("removed device: %s", devName);
-    if (mDevice == nullptr) return 0;
-    if (mDevice->close() != 0) ALOGE("Unable to handle close for %s", devName);
+    if (polledDevice() == nullptr) return 0;
+    if (polledDevice()->close() != 0) ALOGE("Unable to handle close for %s", devName);
     deleteDevice();
     return 0;
 }
 
 int32_t UvcGadgetHandler::onUsbDisconnected() {
-    if (mDevice == nullptr || !mDevice->isStreaming()) return 0;
+    if (polledDevice() == nullptr || !polledDevice()->isStreaming()) return 0;
     ALOGD("Usb disconnected, close out v4l2");
     mStats.note(Event::CABLE_PULLED);
-    if (mDevice->close() != 0) ALOGE("Unable to handle close");
+    if (polledDevice()->close() != 0) ALOGE("Unable to handle close");
     deleteDevice();
     return 0;
 }

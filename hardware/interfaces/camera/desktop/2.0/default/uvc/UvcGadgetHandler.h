@@ -128,10 +128,12 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
   private:
     // The device (UvcGadgetHandler.cpp), poll thread.
     void deleteDevice();
+    /** The device, or null. Without the lock: nobody but the poll thread changes the pointer. */
+    NO_THREAD_SAFETY_ANALYSIS UvcV4l2Ctrl* polledDevice() const { return mDevice.get(); }
 
     // The poll thread (UvcGadgetPoll.cpp).
     void pollThread();
-    bool connectAtStart();
+    [[nodiscard]] bool connectAtStart();
     int preparePoll();
     void serveHotPlug();
     void serveDevice();
@@ -165,8 +167,8 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     std::unique_ptr<HotPlugCtrl> mHotPlug;
 
     std::mutex mDeviceLock;
-    // Changed by the poll thread only, with the lock; without it nobody else looks.
-    std::unique_ptr<UvcV4l2Ctrl> mDevice;
+    // Changed by the poll thread only, which looks at it by polledDevice().
+    std::unique_ptr<UvcV4l2Ctrl> mDevice GUARDED_BY(mDeviceLock);
 
     ControllerStart mStart;
     DesktopConnection mConnection;

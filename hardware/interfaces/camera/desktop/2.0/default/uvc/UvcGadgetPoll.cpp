@@ -32,8 +32,9 @@ void UvcGadgetHandler::pollThread() {
     pthread_setname_np(pthread_self(), "poll_thread");
     if (!connectAtStart()) return;
 
-    mHotPlug->open();
-    mHotPlug->initCheck();
+    // Both log what fails; nodes that are there are served without uevents, too.
+    (void)mHotPlug->open();
+    (void)mHotPlug->initCheck();
 
     preparePoll();
     while (select(mSelectWidth, &mReadSet, &mWriteSet, &mExceptionSet, nullptr) >= 0) {
@@ -63,10 +64,10 @@ int UvcGadgetHandler::preparePoll() {
         FD_SET(mHotPlug->fd, &mReadSet);
         mSelectWidth = mHotPlug->fd;
     }
-    const int device = mDevice != nullptr ? mDevice->getV4l2DeviceFd() : -1;
+    const int device = polledDevice() != nullptr ? polledDevice()->getV4l2DeviceFd() : -1;
     if (device >= 0) {
         mSelectWidth = std::max(mSelectWidth, device);
-        if (mDevice->isStreaming()) FD_SET(device, &mWriteSet);
+        if (polledDevice()->isStreaming()) FD_SET(device, &mWriteSet);
         FD_SET(device, &mExceptionSet);
     }
     if (mSelectWidth == -1) ALOGE("Fix: no fd to select");
@@ -82,21 +83,22 @@ void UvcGadgetHandler::serveHotPlug() {
 }
 
 void UvcGadgetHandler::serveDevice() {
-    const int fd = mDevice != nullptr ? mDevice->getV4l2DeviceFd() : -1;
+    const int fd = polledDevice() != nullptr ? polledDevice()->getV4l2DeviceFd() : -1;
     if (fd < 0) return;
 
-    if (FD_ISSET(fd, &mWriteSet) && mDevice->handlePendingData(PollableDev::DATA_WRITABLE) != 0) {
+    if (FD_ISSET(fd, &mWriteSet) &&
+        polledDevice()->handlePendingData(PollableDev::DATA_WRITABLE) != 0) {
         removeDeviceIfGone();
     }
     // The write side may have removed the device that the exception belongs to.
-    if (mDevice != nullptr && FD_ISSET(fd, &mExceptionSet) &&
-        mDevice->handlePendingData(PollableDev::DATA_EXCEPTION) != 0) {
+    if (polledDevice() != nullptr && FD_ISSET(fd, &mExceptionSet) &&
+        polledDevice()->handlePendingData(PollableDev::DATA_EXCEPTION) != 0) {
         ALOGE("uvc ctrl handle data failed");
     }
 }
 
 void UvcGadgetHandler::removeDeviceIfGone() {
-    const std::string name = mDevice->getV4l2DevName();
+    const std::string name = polledDevice()->getV4l2DevName();
     if (nodeExists(name.c_str())) return;
     ALOGE("UVC device is no longer present");
     onV4l2Removed(name.c_str());

@@ -208,7 +208,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     std::vector<OutputBuffer> mBuffers GUARDED_BY(mLock);  // by V4L2 index
     std::atomic<State> mState{State::CLOSED};              // written with mLock held
     uint32_t mFurtherOpens GUARDED_BY(mLock) = 0;          // since the first, not closed yet
-    UvcConfig mConfig;                                     // its selection is guarded by mLock
+    UvcConfig mConfig GUARDED_BY(mLock);
     uint32_t mFrameCount GUARDED_BY(mLock) = 0;
     std::unique_ptr<FILE, FileCloser> mDumpFile GUARDED_BY(mLock);
     YuyvConverter mConverter GUARDED_BY(mLock);
