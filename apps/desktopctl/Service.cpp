@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Service.h"
 
+#include <memory>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,6 +18,12 @@ using ::android::hardware::hidl_vec;
 using ::korvane::hardware::camera::desktop::V2_0::ClientType;
 
 namespace {
+
+struct HandleDelete {
+    void operator()(native_handle_t* handle) const { native_handle_delete(handle); }
+};
+/** Deleted with what it holds left open. */
+using BorrowingHandle = std::unique_ptr<native_handle_t, HandleDelete>;
 
 std::string contents(int fd) {
     std::string text;
@@ -41,15 +49,13 @@ std::optional<std::string> Service::debug(const std::vector<std::string>& option
     // A file takes any answer; a pipe would need somebody to read meanwhile.
     const unique_fd answer(memfd_create("answer", MFD_CLOEXEC));
     if (answer.get() < 0) return std::nullopt;
-    native_handle_t* handle = native_handle_create(file < 0 ? 1 : 2, 0);
+    const BorrowingHandle handle(native_handle_create(file < 0 ? 1 : 2, 0));
     handle->data[0] = answer.get();
     if (file >= 0) handle->data[1] = file;
     hidl_vec<hidl_string> texts;
     texts.resize(options.size());
     for (size_t i = 0; i < options.size(); ++i) texts[i] = options[i];
-    const bool reached = mService->debug(hidl_handle(handle), texts).isOk();
-    native_handle_delete(handle);
-    if (!reached) return std::nullopt;
+    if (!mService->debug(hidl_handle(handle.get()), texts).isOk()) return std::nullopt;
     return contents(answer.get());
 }
 

@@ -1,15 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Capture.h"
 
-#include <cerrno>
 #include <cstring>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <android-base/unique_fd.h>
 
 #include "JpegMarkers.h"
 
@@ -74,53 +66,30 @@ size_t frameBytes(PixelFormat format, uint32_t width, uint32_t height) {
     return 0;
 }
 
-Capture::~Capture() {
-    if (mData != nullptr) munmap(const_cast<uint8_t*>(mData), mSize);
-}
-
 bool Capture::open(const std::string& path, PixelFormat format, uint32_t width, uint32_t height,
                    std::string* error) {
-    if (!map(path, error)) return false;
+    mFrames.clear();
+    *error = mFile.map(path);
+    if (!error->empty()) return false;
     if (hasHeaders()) return splitAtHeaders(error);
     if (format == PixelFormat::kMjpg) return splitAtMarkers(error);
     return splitBySize(frameBytes(format, width, height), error);
 }
 
-bool Capture::map(const std::string& path, std::string* error) {
-    const android::base::unique_fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status = {};
-    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        *error = strerror(errno);
-        return false;
-    }
-    if (!S_ISREG(status.st_mode) || status.st_size == 0) {
-        *error = S_ISREG(status.st_mode) ? "it is empty" : "it is not a file";
-        return false;
-    }
-    void* data = mmap(nullptr, status.st_size, PROT_READ, MAP_PRIVATE, file.get(), 0);
-    if (data == MAP_FAILED) {
-        *error = strerror(errno);
-        return false;
-    }
-    mData = static_cast<const uint8_t*>(data);
-    mSize = status.st_size;
-    return true;
-}
-
 bool Capture::hasHeaders() const {
-    return mSize >= kHeaderSize && memcmp(mData, kHeaderId, sizeof kHeaderId) == 0;
+    return mFile.size() >= kHeaderSize && memcmp(mFile.data(), kHeaderId, sizeof kHeaderId) == 0;
 }
 
 bool Capture::splitAtHeaders(std::string* error) {
-    for (size_t position = 0; position < mSize;) {
-        const uint8_t* header = mData + position;
-        const bool whole = mSize - position >= kHeaderSize;
+    for (size_t position = 0; position < mFile.size();) {
+        const uint8_t* header = mFile.data() + position;
+        const bool whole = mFile.size() - position >= kHeaderSize;
         if (whole && memcmp(header, kHeaderId, sizeof kHeaderId) != 0) {
             *error = "there is no frame header" + afterFrames(mFrames.size());
             return false;
         }
         const size_t size = whole ? networkOrder(header + sizeof kHeaderId) : 0;
-        if (!whole || size > mSize - position - kHeaderSize) {
+        if (!whole || size > mFile.size() - position - kHeaderSize) {
             *error = "it is cut short" + afterFrames(mFrames.size());
             return false;
         }
@@ -131,8 +100,8 @@ bool Capture::splitAtHeaders(std::string* error) {
 }
 
 bool Capture::splitAtMarkers(std::string* error) {
-    const JpegMarkers markers(mData, mSize);
-    for (size_t position = 0; position < mSize;) {
+    const JpegMarkers markers(mFile.data(), mFile.size());
+    for (size_t position = 0; position < mFile.size();) {
         if (!markers.startsAt(position)) {
             *error = "there is no start of a JPEG file" + afterFrames(mFrames.size());
             return false;
@@ -145,18 +114,18 @@ bool Capture::splitAtMarkers(std::string* error) {
             *error = "it is cut short" + afterFrames(mFrames.size());
             return false;
         }
-        mFrames.push_back({mData + position, *end - position});
+        mFrames.push_back({mFile.data() + position, *end - position});
         position = *end;
     }
     return true;
 }
 
 bool Capture::splitBySize(size_t size, std::string* error) {
-    for (size_t position = 0; position + size <= mSize; position += size) {
-        mFrames.push_back({mData + position, size});
+    for (size_t position = 0; position + size <= mFile.size(); position += size) {
+        mFrames.push_back({mFile.data() + position, size});
     }
-    if (mSize % size == 0) return true;
-    *error = "it is cut short: " + std::to_string(mSize % size) + " bytes are left" +
+    if (mFile.size() % size == 0) return true;
+    *error = "it is cut short: " + std::to_string(mFile.size() % size) + " bytes are left" +
              afterFrames(mFrames.size()) + " of " + std::to_string(size) + " bytes";
     return false;
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "MappedFile.h"
+
 namespace korvane::testcard {
 
 /** A pixel format that the host can ask of the webcam. */
@@ -35,11 +37,6 @@ struct Frame {
  */
 class Capture {
   public:
-    Capture() = default;
-    ~Capture();
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-
     /**
      * Opens a file and finds its frames, which stay valid as long as the object. False if it cannot
      * be read, is empty, cut short, or not of the format; `error` then says what is wrong.
@@ -50,14 +47,12 @@ class Capture {
     const std::vector<Frame>& frames() const { return mFrames; }
 
   private:
-    bool map(const std::string& path, std::string* error);
     bool hasHeaders() const;
     bool splitAtHeaders(std::string* error);
     bool splitAtMarkers(std::string* error);
     bool splitBySize(size_t size, std::string* error);
 
-    const uint8_t* mData = nullptr;
-    size_t mSize = 0;
+    MappedFile mFile;
     std::vector<Frame> mFrames;
 };
 

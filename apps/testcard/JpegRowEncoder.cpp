@@ -16,7 +16,12 @@ JpegRowEncoder::JpegRowEncoder(uint32_t width, int quality) : mWidth(width), mQu
 
 JpegRowEncoder::~JpegRowEncoder() {
     jpeg_destroy_compress(&mInfo);
-    free(mFile);
+}
+
+void JpegRowEncoder::File::reset() {
+    free(data);
+    data = nullptr;
+    size = 0;
 }
 
 // The library expects this not to return; it keeps no state that a fresh start does not reset.
@@ -30,17 +35,15 @@ bool JpegRowEncoder::encode(uint32_t count, const std::function<void(uint32_t, R
         jpeg_destroy_compress(&mInfo);
         return false;
     }
-    return out->split(mFile, mFileSize) && out->rows.size() == count;
+    return out->split(mFile.data, mFile.size) && out->rows.size() == count;
 }
 
 bool JpegRowEncoder::compress(uint32_t count,
                               const std::function<void(uint32_t, RowPlanes&)>& fill) {
     if (setjmp(mErrors.escape) != 0) return false;
     if (mInfo.mem == nullptr) jpeg_create_compress(&mInfo);
-    free(mFile);
-    mFile = nullptr;
-    mFileSize = 0;
-    jpeg_mem_dest(&mInfo, &mFile, &mFileSize);
+    mFile.reset();
+    jpeg_mem_dest(&mInfo, &mFile.data, &mFile.size);
     mInfo.image_width = mWidth;
     mInfo.image_height = count * 16;
     mInfo.input_components = 3;

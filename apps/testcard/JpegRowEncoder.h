@@ -48,6 +48,18 @@ class JpegRowEncoder {
         jmp_buf escape;
     };
 
+    /** A file that the library writes, in memory that it allocates by malloc. */
+    struct File {
+        File() = default;
+        ~File() { reset(); }
+        File(const File&) = delete;
+        File& operator=(const File&) = delete;
+        void reset();
+
+        unsigned char* data = nullptr;
+        unsigned long size = 0;
+    };
+
     [[noreturn]] static void onError(j_common_ptr info);
     bool compress(uint32_t count, const std::function<void(uint32_t, RowPlanes&)>& fill);
     void writeRow();
@@ -57,8 +69,7 @@ class JpegRowEncoder {
     uint32_t mWidth;
     int mQuality;
     RowPlanes mPlanes;
-    unsigned char* mFile = nullptr;  // malloc'ed by the library
-    unsigned long mFileSize = 0;
+    File mFile;
 };
 
 }  // namespace korvane::testcard

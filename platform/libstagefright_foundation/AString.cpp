@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include <log/log.h>
 
@@ -57,9 +58,8 @@ AString AStringPrintf(const char* format, ...) {
     const int length = vasprintf(&text, format, args);
     va_end(args);
     if (length < 0) return AString();
-    AString result(text, static_cast<size_t>(length));
-    free(text);
-    return result;
+    const std::unique_ptr<char, void (*)(void*)> owned(text, free);
+    return AString(text, static_cast<size_t>(length));
 }
 
 }  // namespace android

@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <log/log.h>
@@ -22,20 +21,15 @@ BinderDriver::BinderDriver(const char* path) {
     }
 }
 
-BinderDriver::~BinderDriver() {
-    if (mArea != nullptr) munmap(mArea, mAreaSize);
-    if (mFd >= 0) close(mFd);
-}
-
 bool BinderDriver::open(const char* path) {
-    mFd = ::open(path, O_RDWR | O_CLOEXEC);
-    if (mFd < 0) ALOGE("Opening %s failed: %s", path, strerror(errno));
-    return mFd >= 0;
+    mFd.reset(::open(path, O_RDWR | O_CLOEXEC));
+    if (!mFd.ok()) ALOGE("Opening %s failed: %s", path, strerror(errno));
+    return mFd.ok();
 }
 
 bool BinderDriver::checkVersion(const char* path) const {
     binder_version version{};
-    if (ioctl(mFd, BINDER_VERSION, &version) != 0) {
+    if (ioctl(mFd.get(), BINDER_VERSION, &version) != 0) {
         ALOGE("Asking %s for its version failed: %s", path, strerror(errno));
         return false;
     }
@@ -48,19 +42,17 @@ bool BinderDriver::checkVersion(const char* path) const {
 }
 
 bool BinderDriver::map(const char* path) {
-    mAreaSize = 1024 * 1024 - 2 * static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* area = mmap(nullptr, mAreaSize, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, mFd, 0);
-    if (area == MAP_FAILED) {
-        ALOGE("Mapping %zu bytes of %s failed: %s", mAreaSize, path, strerror(errno));
-        return false;
+    const size_t size = 1024 * 1024 - 2 * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    mArea = ReceiveArea(mFd.get(), size);
+    if (!mArea.isMapped()) {
+        ALOGE("Mapping %zu bytes of %s failed: %s", size, path, strerror(errno));
     }
-    mArea = static_cast<uint8_t*>(area);
-    return true;
+    return mArea.isMapped();
 }
 
 status_t BinderDriver::request(unsigned long code, void* argument) const {
     if (!isOpen()) return NO_INIT;
-    return ioctl(mFd, code, argument) == 0 ? OK : -errno;
+    return ioctl(mFd.get(), code, argument) == 0 ? OK : -errno;
 }
 
 status_t BinderDriver::setMaxThreads(uint32_t count) const {

@@ -7,7 +7,10 @@
 
 #include <linux/android/binder.h>
 
+#include <android-base/unique_fd.h>
 #include <utils/Errors.h>
+
+#include "ReceiveArea.h"
 
 namespace android {
 namespace hardware {
@@ -22,15 +25,14 @@ class BinderDriver {
   public:
     /** Opens and maps path. Whatever fails is logged, and isOpen() tells. */
     explicit BinderDriver(const char* path);
-    ~BinderDriver();
     BinderDriver(const BinderDriver&) = delete;
     BinderDriver& operator=(const BinderDriver&) = delete;
 
-    bool isOpen() const { return mArea != nullptr; }
-    int fd() const { return mFd; }
+    bool isOpen() const { return mArea.isMapped(); }
+    int fd() const { return mFd.get(); }
 
     /** One past the last byte of the receive area. */
-    const uint8_t* areaEnd() const { return mArea + mAreaSize; }
+    const uint8_t* areaEnd() const { return mArea.end(); }
 
     /** How many threads the driver may ask for. */
     status_t setMaxThreads(uint32_t count) const;
@@ -50,9 +52,8 @@ class BinderDriver {
     bool map(const char* path);
     status_t request(unsigned long code, void* argument) const;
 
-    int mFd = -1;
-    uint8_t* mArea = nullptr;
-    size_t mAreaSize = 0;
+    base::unique_fd mFd;
+    ReceiveArea mArea;  // unmapped before the device is closed
 };
 
 }  // namespace hardware

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include <unistd.h>
+#include <android-base/unique_fd.h>
 
 namespace android {
 namespace hardware {
@@ -26,7 +26,9 @@ void ReceivedBlock::closeDescriptors() const {
     const ObjectTable objects(mView);
     for (size_t i = 0; i < objects.count(); i++) {
         binder_fd_object descriptor;
-        if (objects.get(i, BINDER_TYPE_FD, &descriptor)) close(static_cast<int>(descriptor.fd));
+        if (!objects.get(i, BINDER_TYPE_FD, &descriptor)) continue;
+        // Nobody has taken it: it ends here.
+        const base::unique_fd ours(static_cast<int>(descriptor.fd));
     }
 }
 
