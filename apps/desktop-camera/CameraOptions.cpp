@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <vector>
 
 #include "options/ConfigFile.h"
 #include "options/Options.h"
@@ -43,99 +44,131 @@ Take takeDegrees(int* degrees) {
     };
 }
 
+Take takePath(std::string* path) {
+    return takeText(path, "the path of a file");
+}
+
+Take takeCommand(std::string* command) {
+    return takeText(command, "a command of the shell");
+}
+
+Take takeSource(CameraOptions* out) {
+    return [out](const std::string& value) -> std::string {
+        using Source = CameraOptions::Source;
+        out->source = value == "auto"   ? Source::kAuto
+                      : value == "card" ? Source::kCard
+                                        : Source::kPipeline;
+        if (out->source == Source::kPipeline) out->pipeline = value;
+        return value.empty() ? "a GStreamer pipeline, auto or card" : "";
+    };
+}
+
+Take takeKind(CameraOptions* out) {
+    return [out](const std::string& value) -> std::string {
+        if (value != "1" && value != "3" && value != "both") return "1, 3 or both";
+        out->asLauncher = value != "3";
+        out->asStreamClient = value != "1";
+        return "";
+    };
+}
+
+Take takeFrames(uint32_t* lastFrame) {
+    return [lastFrame](const std::string& value) -> std::string {
+        unsigned long number = 0;
+        if (!options::numberFrom(value, 1, UINT32_MAX - 1, &number)) return "a number from 1";
+        *lastFrame = static_cast<uint32_t>(number);
+        return "";
+    };
+}
+
+std::vector<options::Option> sourceOptions(CameraOptions* out) {
+    return {{"--source", "SOURCE",
+             "Where the pictures come from: a GStreamer pipeline as for gst-launch-1.0, without a\n"
+             "        sink ('v4l2src device=/dev/video0'); auto: the first camera there is; card "
+             "(the\n"
+             "        default): a moving test card. A source that is away is tried every 2 s.",
+             takeSource(out)},
+            {"--list", "", "Show the cameras and which of them auto takes, and end.",
+             takeFlag(&out->list)},
+            {"--rotate", "DEGREES", "Turn the source's pictures clockwise: 0, 90, 180 or 270.",
+             takeDegrees(&out->turn.degrees)},
+            {"--mirror", "", "Mirror them, left to right, after that.",
+             takeFlag(&out->turn.mirrored)}};
+}
+
+std::vector<options::Option> hostOptions(CameraOptions* out) {
+    return {{"--privacy", "FILE",
+             "While FILE exists the source is stopped and the host sees a card instead.",
+             takePath(&out->privacy)},
+            {"--on-start", "COMMAND",
+             "Run COMMAND by the shell, beside the stream, when one begins (to light a lamp).",
+             takeCommand(&out->onStart)},
+            {"--on-stop", "COMMAND", "The same when it ends.", takeCommand(&out->onStop)}};
+}
+
+std::vector<options::Option> programOptions(CameraOptions* out, std::string* settings) {
+    return {{"--config", "FILE",
+             "A file with lines like \"source = auto\"; keys are source, rotate, mirror (yes or "
+             "no),\n"
+             "        privacy, on-start and on-stop. What the command line says counts before it.",
+             takePath(settings)},
+            {"--kind", "KIND",
+             "3: to be told of streams (the default); 1: to be asked to open the camera when "
+             "nobody\n"
+             "        else does; both.",
+             takeKind(out)},
+            {"--log", "FILE", "Note every frame there, for testcard-check.", takePath(&out->log)},
+            {"--frames", "COUNT", "End after so many frames.", takeFrames(&out->lastFrame)}};
+}
+
+options::Options commandLine(CameraOptions* out, std::string* settings) {
+    std::vector<options::Option> all;
+    for (const auto& part : {sourceOptions(out), hostOptions(out), programOptions(out, settings)}) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return {"desktop-camera",
+            "The camera of the webcam: renders what a host asks for, whenever one does, until it "
+            "is\n"
+            "ended by a signal.",
+            all};
+}
+
+std::map<std::string, Take> settingsKeys(CameraOptions* out) {
+    return {{"source", takeSource(out)},
+            {"rotate", takeDegrees(&out->turn.degrees)},
+            {"mirror", takeYesOrNo(&out->turn.mirrored)},
+            {"privacy", takePath(&out->privacy)},
+            {"on-start", takeCommand(&out->onStart)},
+            {"on-stop", takeCommand(&out->onStop)}};
+}
+
+std::string unknownKey(const std::string& key, const std::map<std::string, Take>& keys) {
+    std::string known;
+    for (const auto& [name, take] : keys) known += (known.empty() ? "" : ", ") + name;
+    return "unknown key '" + key + "' (known: " + known + ")";
+}
+
 // Reads a file of settings: each has a key and what takes its value.
 std::string readSettings(const std::string& path, const std::map<std::string, Take>& keys) {
-    const std::string wrong = options::readConfigFile(
-            path, [&keys](const std::string& key, const std::string& value) -> std::string {
-                const auto found = keys.find(key);
-                if (found == keys.end()) {
-                    std::string known;
-                    for (const auto& [name, take] : keys)
-                        known += (known.empty() ? "" : ", ") + name;
-                    return "unknown key '" + key + "' (known: " + known + ")";
-                }
-                const std::string wanted = found->second(value);
-                return wanted.empty() ? ""
-                                      : key + " is '" + value + "', but " + wanted + " is needed";
-            });
+    const auto take = [&keys](const std::string& key, const std::string& value) -> std::string {
+        const auto found = keys.find(key);
+        if (found == keys.end()) return unknownKey(key, keys);
+        const std::string wanted = found->second(value);
+        return wanted.empty() ? "" : key + " is '" + value + "', but " + wanted + " is needed";
+    };
+    const std::string wrong = options::readConfigFile(path, take);
     return wrong.empty() ? "" : "desktop-camera: " + wrong;
 }
 
 }  // namespace
 
 std::string CameraOptions::read(const std::vector<std::string>& arguments) {
-    const auto takeSource = [this](const std::string& value) -> std::string {
-        source = value == "auto"   ? Source::kAuto
-                 : value == "card" ? Source::kCard
-                                   : Source::kPipeline;
-        if (source == Source::kPipeline) pipeline = value;
-        return value.empty() ? "a GStreamer pipeline, auto or card" : "";
-    };
     std::string settings;
-    const auto takeSettings = [&settings](const std::string& value) -> std::string {
-        settings = value;
-        return value.empty() ? "the path of a file" : "";
-    };
-    const auto takeKind = [this](const std::string& value) -> std::string {
-        if (value != "1" && value != "3" && value != "both") return "1, 3 or both";
-        asLauncher = value != "3";
-        asStreamClient = value != "1";
-        return "";
-    };
-    const auto takeFrames = [this](const std::string& value) -> std::string {
-        unsigned long number = 0;
-        if (!options::numberFrom(value, 1, UINT32_MAX - 1, &number)) return "a number from 1";
-        lastFrame = static_cast<uint32_t>(number);
-        return "";
-    };
-    options::Options line(
-            "desktop-camera",
-            "The camera of the webcam: renders what a host asks for, whenever one does, until it "
-            "is\n"
-            "ended by a signal.",
-            {{"--source", "SOURCE",
-              "Where the pictures come from: a GStreamer pipeline as for gst-launch-1.0, without "
-              "a\n"
-              "        sink ('v4l2src device=/dev/video0'); auto: the first camera there is; card "
-              "(the\n"
-              "        default): a moving test card. A source that is away is tried every 2 s.",
-              takeSource},
-             {"--list", "", "Show the cameras and which of them auto takes, and end.",
-              takeFlag(&list)},
-             {"--rotate", "DEGREES", "Turn the source's pictures clockwise: 0, 90, 180 or 270.",
-              takeDegrees(&turn.degrees)},
-             {"--mirror", "", "Mirror them, left to right, after that.", takeFlag(&turn.mirrored)},
-             {"--privacy", "FILE",
-              "While FILE exists the source is stopped and the host sees a card instead.",
-              takeText(&privacy, "the path of a file")},
-             {"--on-start", "COMMAND",
-              "Run COMMAND by the shell, beside the stream, when one begins (to light a lamp).",
-              takeText(&onStart, "a command of the shell")},
-             {"--on-stop", "COMMAND", "The same when it ends.",
-              takeText(&onStop, "a command of the shell")},
-             {"--config", "FILE",
-              "A file with lines like \"source = auto\"; keys are source, rotate, mirror (yes or "
-              "no),\n"
-              "        privacy, on-start and on-stop. What the command line says counts before it.",
-              takeSettings},
-             {"--kind", "KIND",
-              "3: to be told of streams (the default); 1: to be asked to open the camera when "
-              "nobody\n"
-              "        else does; both.",
-              takeKind},
-             {"--log", "FILE", "Note every frame there, for testcard-check.",
-              takeText(&log, "the path of a file")},
-             {"--frames", "COUNT", "End after so many frames.", takeFrames}});
+    options::Options line = commandLine(this, &settings);
     const std::string wrong = line.read(arguments);
     if (line.wantsHelp()) help = line.help();
     if (!wrong.empty() || line.wantsHelp() || settings.empty()) return wrong;
-    const std::string wrongInFile =
-            readSettings(settings, {{"source", takeSource},
-                                    {"rotate", takeDegrees(&turn.degrees)},
-                                    {"mirror", takeYesOrNo(&turn.mirrored)},
-                                    {"privacy", takeText(&privacy, "the path of a file")},
-                                    {"on-start", takeText(&onStart, "a command of the shell")},
-                                    {"on-stop", takeText(&onStop, "a command of the shell")}});
+    const std::string wrongInFile = readSettings(settings, settingsKeys(this));
     // Once more: what was given here counts before the file.
     return wrongInFile.empty() ? line.read(arguments) : wrongInFile;
 }

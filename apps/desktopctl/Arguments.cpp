@@ -50,6 +50,59 @@ bool hasOption(Arguments::Command command, const std::string& name) {
     return (name == "--interval" || name == "--count") && command == Arguments::kWatch;
 }
 
+std::string usageOf(const Known& known) {
+    return std::string("usage: desktopctl ") + known.usage;
+}
+
+// The steps of reading take their part, and return what is wrong with it or an empty text.
+
+std::string takeNumber(const std::string& name, const std::string& value, Arguments* out) {
+    unsigned long count = 0;
+    const bool read = name == "--count" ? options::numberFrom(value, 1, 1000000, &count)
+                                        : positive(value, name == "--seconds" ? &out->seconds
+                                                                              : &out->interval);
+    if (!read) return name + " is '" + value + "', but a number above 0 is needed";
+    if (name == "--count") out->screens = static_cast<unsigned>(count);
+    return "";
+}
+
+// Takes the options of a command, and sorts out its operands.
+std::string takeOptions(const Known& known, const std::vector<std::string>& arguments,
+                        Arguments* out, std::vector<std::string>* operands) {
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        // A text may begin with a dash, and so may the file after it.
+        if (operands->size() < known.operands && argument.rfind("--", 0) != 0) {
+            operands->push_back(argument);
+        } else if (!hasOption(known.command, argument)) {
+            return usageOf(known);
+        } else if (argument == "--json") {
+            out->json = true;
+        } else if (++i == arguments.size()) {
+            return usageOf(known);
+        } else {
+            const std::string wrong = takeNumber(argument, arguments[i], out);
+            if (!wrong.empty()) return wrong;
+        }
+    }
+    return operands->size() == known.operands ? "" : usageOf(known);
+}
+
+std::string takeOperands(const Known& known, const std::vector<std::string>& operands,
+                         Arguments* out) {
+    if (known.command == Arguments::kSend) {
+        unsigned long number = 0;
+        if (!options::numberFrom(operands[0], 0, 7, &number)) {
+            return "KIND is '" + operands[0] + "', but a number from 0 to 7 is needed";
+        }
+        out->kind = static_cast<unsigned>(number);
+        out->text = operands[1];
+    } else if (known.operands == 1) {
+        out->file = operands[0];
+    }
+    return "";
+}
+
 }  // namespace
 
 std::string Arguments::read(const std::vector<std::string>& arguments) {
@@ -63,41 +116,11 @@ std::string Arguments::read(const std::vector<std::string>& arguments) {
     if (known == nullptr) {
         return "unknown command '" + arguments[0] + "'; 'desktopctl --help' lists them";
     }
-    const std::string usage = std::string("usage: desktopctl ") + known->usage;
     std::vector<std::string> operands;
-    for (size_t i = 1; i < arguments.size(); ++i) {
-        // A text may begin with a dash, and so may the file after it.
-        if (operands.size() < known->operands && arguments[i].rfind("--", 0) != 0) {
-            operands.push_back(arguments[i]);
-            continue;
-        }
-        if (!hasOption(known->command, arguments[i])) return usage;
-        if (arguments[i] == "--json") {
-            json = true;
-            continue;
-        }
-        const std::string& name = arguments[i];
-        if (++i == arguments.size()) return usage;
-        unsigned long count = 0;
-        const bool read = name == "--count" ? options::numberFrom(arguments[i], 1, 1000000, &count)
-                                            : positive(arguments[i],
-                                                       name == "--seconds" ? &seconds : &interval);
-        if (!read) return name + " is '" + arguments[i] + "', but a number above 0 is needed";
-        if (name == "--count") screens = static_cast<unsigned>(count);
-    }
-    if (operands.size() != known->operands) return usage;
-    if (known->command == kSend) {
-        unsigned long number = 0;
-        if (!options::numberFrom(operands[0], 0, 7, &number)) {
-            return "KIND is '" + operands[0] + "', but a number from 0 to 7 is needed";
-        }
-        kind = static_cast<unsigned>(number);
-        text = operands[1];
-    } else if (known->operands == 1) {
-        file = operands[0];
-    }
-    command = known->command;
-    return "";
+    std::string wrong = takeOptions(*known, arguments, this, &operands);
+    if (wrong.empty()) wrong = takeOperands(*known, operands, this);
+    if (wrong.empty()) command = known->command;
+    return wrong;
 }
 
 std::string helpText() {
