@@ -61,8 +61,9 @@ void use(UvcConfig& config, FuzzInput& input) {
     uvc_streaming_control block;
     for (const int selector : {1, 2, input.take<int8_t>() + 0}) {
         config.setControlSelector(selector);
-        config.setVideoStreamConfig(input.take<int8_t>(), input.take<int8_t>(),
-                                    input.take<uint32_t>());
+        // Either will do: a choice that there isn't, too.
+        (void)config.setVideoStreamConfig(input.take<int8_t>(), input.take<int8_t>(),
+                                          input.take<uint32_t>());
         config.fillCurCtrl(&block);
         config.fillMinCtrl(&block);
         config.fillMaxCtrl(&block);

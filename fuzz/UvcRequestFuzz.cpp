@@ -93,10 +93,10 @@ void raise(ScriptedKernel& kernel, UvcV4l2Ctrl& device, FuzzInput& input, Course
             break;
         }
         default:
-            device.handlePendingData(PollableDev::DATA_WRITABLE);
+            (void)device.handlePendingData(PollableDev::DATA_WRITABLE);  // nothing may be sent
             return;
     }
-    device.handlePendingData(PollableDev::DATA_EXCEPTION);
+    (void)device.handlePendingData(PollableDev::DATA_EXCEPTION);  // always 0
 }
 
 }  // namespace

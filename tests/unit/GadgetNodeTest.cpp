@@ -131,7 +131,7 @@ class Stream {
   private:
     void serveUntil(bool streaming) {
         while (mCtrl.isStreaming() != streaming && mNode.waitForEvent(mCtrl.fd)) {
-            mCtrl.handlePendingData(PollableDev::DATA_EXCEPTION);
+            EXPECT_EQ(0, mCtrl.handlePendingData(PollableDev::DATA_EXCEPTION));
         }
     }
 

@@ -18,7 +18,7 @@ class UvcBlobOutputTest : public UvcBufferOutputTest {};
 // --- Blobs ---
 
 TEST_F(UvcBlobOutputTest, AFrameWithoutAStreamIsNotTaken) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     const auto blob = makeJpeg(100, 50);
     EXPECT_FALSE(queue(0, blob));

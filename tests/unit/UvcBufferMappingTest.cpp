@@ -26,7 +26,7 @@ static_assert(UvcBufInfo::KIND_MAPPED == 3);
 // --- Mapping ---
 
 TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.setBufferLength(5000);
     event(UVC_EVENT_STREAMON);
 
@@ -108,7 +108,7 @@ TEST_F(UvcBufferMappingTest, TheDeviceSaysHowManyBuffersThereAre) {
         uint32_t getBufferNum() override { return 2; }
     };
     mCtrl = std::make_unique<TwoBuffers>(kPath, mStats);
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     EXPECT_EQ(2u, mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>().count);
     EXPECT_EQ(2u, mKernel.openMappings());
@@ -124,7 +124,7 @@ TEST_F(UvcBufferMappingTest, ADeviceOfNoBuffersDoesNotStream) {
         uint32_t getBufferNum() override { return 0; }
     };
     mCtrl = std::make_unique<NoBuffers>(kPath, mStats);
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     EXPECT_FALSE(mCtrl->isStreaming());
     EXPECT_THAT(mLog.lines(kTag),
@@ -132,7 +132,7 @@ TEST_F(UvcBufferMappingTest, ADeviceOfNoBuffersDoesNotStream) {
 }
 
 TEST_F(UvcBufferMappingTest, UnmapsWhatItMapped) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.setBufferLength(5000);
     event(UVC_EVENT_STREAMON);
     event(UVC_EVENT_STREAMOFF);
@@ -147,14 +147,14 @@ TEST_F(UvcBufferMappingTest, UnmapsWhatItMapped) {
 
 TEST_F(UvcBufferMappingTest, MoreBuffersThanAskedForAreNotUsed) {
     mKernel.setGrant(6);
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     EXPECT_TRUE(mCtrl->isStreaming());
     EXPECT_EQ(4u, mKernel.openMappings());
 }
 
 TEST_F(UvcBufferMappingTest, FewerBuffersThanAskedForAreNotEnough) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     for (uint32_t granted : {3, 2, 1}) {
         mLog.clear();
         mKernel.setGrant(granted);
@@ -168,7 +168,7 @@ TEST_F(UvcBufferMappingTest, FewerBuffersThanAskedForAreNotEnough) {
 
 TEST_F(UvcBufferMappingTest, NoBuffersAreAFailedRequest) {
     mKernel.setGrant(0);
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     EXPECT_FALSE(mCtrl->isStreaming());
     EXPECT_TRUE(mKernel.calls("VIDIOC_QUERYBUF").empty());
@@ -177,7 +177,7 @@ TEST_F(UvcBufferMappingTest, NoBuffersAreAFailedRequest) {
 }
 
 TEST_F(UvcBufferMappingTest, AFailingQueryReleasesTheBuffersMappedSoFar) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     for (size_t i = 0; i < 4; ++i) {
         mKernel.clearCalls();
         mLog.clear();
@@ -193,7 +193,7 @@ TEST_F(UvcBufferMappingTest, AFailingQueryReleasesTheBuffersMappedSoFar) {
 }
 
 TEST_F(UvcBufferMappingTest, AFailingMappingReleasesTheBuffersMappedSoFar) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     for (size_t i = 0; i < 4; ++i) {
         mKernel.clearCalls();
         mLog.clear();

@@ -124,7 +124,7 @@ class UvcDumpTest : public UvcBufferOutputTest {
   protected:
     ~UvcDumpTest() override { ::close(mDump); }
 
-    void startDump() { mCtrl->dumpFramesTo(fdopen(dup(mDump), "wb")); }
+    void startDump() { ASSERT_TRUE(mCtrl->dumpFramesTo(fdopen(dup(mDump), "wb"))); }
     Bytes dumped() const {
         Bytes bytes(2000000);
         const ssize_t size = pread(mDump, bytes.data(), bytes.size(), 0);

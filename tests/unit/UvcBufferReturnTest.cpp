@@ -77,7 +77,7 @@ TEST_F(UvcBufferReturnTest, AnIndexThatTheDriverMadeUpIsAFailedWrite) {
 }
 
 TEST_F(UvcBufferReturnTest, AWriteBeforeAnyStreamIsAFailedWrite) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     for (int i = 0; i < 5; ++i) EXPECT_EQ(i < 4 ? 0 : -1, giveBack(0));
     EXPECT_THAT(mListener.events, IsEmpty());
 }

@@ -91,7 +91,7 @@ class UvcLifeTest : public UvcBufferOutputTest {
     }
 
     const std::vector<std::function<void()>> mSteps{
-            [this] { mCtrl->open(); },
+            [this] { (void)mCtrl->open(); },  // the fault may be in it
             [this] { announceData(); },
             [this] { sendData(); },
             [this] { handle(UVC_EVENT_STREAMON); },

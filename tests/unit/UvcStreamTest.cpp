@@ -31,7 +31,7 @@ class UvcStreamTest : public UvcDeviceTest {
 // --- Start and stop ---
 
 TEST_F(UvcStreamTest, StreamOnMapsAllBuffersThenStreamsThenTells) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     mListener.onStart = [&] {
         EXPECT_TRUE(mCtrl->isStreaming());
@@ -55,7 +55,7 @@ TEST_F(UvcStreamTest, StreamOnOfARunningStreamDoesNothing) {
 }
 
 TEST_F(UvcStreamTest, ARefusedStreamOnReleasesTheBuffers) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     mKernel.fail("VIDIOC_STREAMON", EPIPE);
     event(UVC_EVENT_STREAMON);
@@ -70,7 +70,7 @@ TEST_F(UvcStreamTest, ARefusedStreamOnReleasesTheBuffers) {
 }
 
 TEST_F(UvcStreamTest, AStreamThatGotNoBuffersDoesNotStart) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     mKernel.fail("VIDIOC_REQBUFS", ENOMEM);
     event(UVC_EVENT_STREAMON);
@@ -82,7 +82,7 @@ TEST_F(UvcStreamTest, AStreamThatGotNoBuffersDoesNotStart) {
 }
 
 TEST_F(UvcStreamTest, AStreamStartsAfterOneThatCouldNot) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.fail("VIDIOC_STREAMON", EPIPE);
     event(UVC_EVENT_STREAMON);
     event(UVC_EVENT_STREAMON);
@@ -108,7 +108,7 @@ TEST_F(UvcStreamTest, StreamOffTellsWhileTheBuffersAreStillThere) {
 }
 
 TEST_F(UvcStreamTest, StreamOffOfAnIdleDeviceDoesNothing) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     event(UVC_EVENT_STREAMOFF);
     EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
@@ -133,7 +133,7 @@ TEST_F(UvcStreamTest, TheListenerMayCallBackIntoTheDevice) {
         queuedDuringStop = mCtrl->queueBuffer(&frame);
         mCtrl->getStreamSettings();
     };
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     giveBack(0);
     event(UVC_EVENT_STREAMOFF);
@@ -153,7 +153,7 @@ TEST_F(UvcStreamTest, TheListenerMayCloseTheDeviceFromWithinAFrameItGotBack) {
 
 TEST_F(UvcStreamTest, ADeviceWithoutAListenerStreamsAllTheSame) {
     mCtrl->setEventListener(nullptr);
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_STREAMON);
     EXPECT_TRUE(mCtrl->isStreaming());
     EXPECT_EQ(0, giveBack(0));
@@ -162,7 +162,7 @@ TEST_F(UvcStreamTest, ADeviceWithoutAListenerStreamsAllTheSame) {
 }
 
 TEST_F(UvcStreamTest, StartsAndStopsAnyNumberOfTimes) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     for (int i = 0; i < 3; ++i) {
         event(UVC_EVENT_STREAMON);
         event(UVC_EVENT_STREAMOFF);

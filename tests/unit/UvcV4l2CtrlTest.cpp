@@ -124,7 +124,7 @@ TEST_F(UvcV4l2CtrlTest, ANodeThatCannotBeOpenedIsNoDevice) {
 
 TEST_F(UvcV4l2CtrlTest, AFailedOpenDoesNotCount) {
     mKernel.fail("open", EACCES);
-    mCtrl->open();
+    ASSERT_EQ(-ENODEV, mCtrl->open());
     EXPECT_EQ(0, mCtrl->open());
     mCtrl->close();
     EXPECT_EQ(0u, mKernel.openDescriptors());
@@ -139,7 +139,7 @@ TEST_F(UvcV4l2CtrlTest, AFirstOpenWithAValidDescriptorIsRefused) {
 }
 
 TEST_F(UvcV4l2CtrlTest, ASecondOpenOnlyCounts) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     EXPECT_EQ(0, mCtrl->open());
     EXPECT_THAT(mKernel.calls(), IsEmpty());
@@ -163,7 +163,7 @@ TEST_F(UvcV4l2CtrlTest, CloseOfAClosedDeviceDoesNothing) {
 }
 
 TEST_F(UvcV4l2CtrlTest, TheLastCloseWithoutADescriptorIsLogged) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     ::close(mCtrl->fd);
     mCtrl->fd = -1;
     mKernel.clearCalls();
@@ -187,7 +187,7 @@ TEST_F(UvcV4l2CtrlTest, CloseStopsTheStreamFirst) {
 
 TEST_F(UvcV4l2CtrlTest, AnyCloseStopsTheStream) {
     stream();
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     EXPECT_EQ(0, mCtrl->close());
     EXPECT_EQ(kStopCalls, mKernel.callNames());
     EXPECT_GE(mCtrl->fd, 0);
@@ -228,7 +228,7 @@ TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
     EXPECT_EQ(0, mCtrl->fd);
     EXPECT_EQ(0, mCtrl->close());
     EXPECT_EQ(0u, mKernel.openDescriptors());
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     EXPECT_EQ(0, mCtrl->fd);
     mCtrl.reset();
     EXPECT_EQ(0u, mKernel.openDescriptors());
@@ -245,7 +245,7 @@ TEST_F(UvcV4l2CtrlTest, AFirstOpenWithDescriptorZeroIsRefusedToo) {
 // --- Events ---
 
 TEST_F(UvcV4l2CtrlTest, AnUnknownReadinessIsIgnored) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     EXPECT_EQ(0, mCtrl->handlePendingData(PollableDev::DATA_READABLE));
     EXPECT_EQ(0, mCtrl->handlePendingData(static_cast<PollableDev::PENDING_DATA_TYPE>(0)));
@@ -255,7 +255,7 @@ TEST_F(UvcV4l2CtrlTest, AnUnknownReadinessIsIgnored) {
 }
 
 TEST_F(UvcV4l2CtrlTest, AnEventThatCannotBeTakenIsDropped) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     EXPECT_EQ(0, exception());
     EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
@@ -264,7 +264,7 @@ TEST_F(UvcV4l2CtrlTest, AnEventThatCannotBeTakenIsDropped) {
 }
 
 TEST_F(UvcV4l2CtrlTest, OneEventIsTakenAtATimeIntoAZeroedBlock) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.sendEvent(UVC_EVENT_CONNECT);
     mKernel.sendEvent(UVC_EVENT_CONNECT);
     exception();
@@ -275,7 +275,7 @@ TEST_F(UvcV4l2CtrlTest, OneEventIsTakenAtATimeIntoAZeroedBlock) {
 }
 
 TEST_F(UvcV4l2CtrlTest, ConnectChangesNothing) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     event(UVC_EVENT_CONNECT);
     EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT"));
@@ -283,7 +283,7 @@ TEST_F(UvcV4l2CtrlTest, ConnectChangesNothing) {
 }
 
 TEST_F(UvcV4l2CtrlTest, AnUnknownEventIsLogged) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     event(V4L2_EVENT_PRIVATE_START + 6);
     event(V4L2_EVENT_EOS);
     EXPECT_THAT(mLog.lines(), ElementsAre(warning("handleEvent: Unknown event type 134217734"),
@@ -291,7 +291,7 @@ TEST_F(UvcV4l2CtrlTest, AnUnknownEventIsLogged) {
 }
 
 TEST_F(UvcV4l2CtrlTest, DisconnectClosesTheNode) {
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
     mKernel.clearCalls();
     event(UVC_EVENT_DISCONNECT);
     EXPECT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQEVENT", "close"));
@@ -300,8 +300,8 @@ TEST_F(UvcV4l2CtrlTest, DisconnectClosesTheNode) {
 }
 
 TEST_F(UvcV4l2CtrlTest, DisconnectDropsOneOpenOnly) {
-    mCtrl->open();
-    mCtrl->open();
+    ASSERT_EQ(0, mCtrl->open());
+    ASSERT_EQ(0, mCtrl->open());
     event(UVC_EVENT_DISCONNECT);
     EXPECT_GE(mCtrl->fd, 0);
     event(UVC_EVENT_DISCONNECT);

@@ -106,7 +106,7 @@ TEST_F(V4l2CtrlBaseTest, SetFormatHandsTheDriversChangesBack) {
 }
 
 TEST_F(V4l2CtrlBaseTest, StreamOnPassesTheBufferType) {
-    mCtrl.requestBuffer(1, V4L2_MEMORY_MMAP);
+    EXPECT_EQ(1, mCtrl.requestBuffer(1, V4L2_MEMORY_MMAP));
     EXPECT_EQ(0, mCtrl.streamOn());
     ASSERT_EQ(1u, mKernel.calls("VIDIOC_STREAMON").size());
     EXPECT_EQ(2u, mKernel.calls("VIDIOC_STREAMON")[0].as<uint32_t>());
@@ -144,9 +144,10 @@ TEST_F(V4l2CtrlBaseTest, RequestBufferPassesCountTypeMemoryAndZeros) {
 
 TEST_F(V4l2CtrlBaseTest, TheBufferTypeIsTheSubclassesToSay) {
     TestCtrl capture(mFd, V4L2_BUF_TYPE_VIDEO_CAPTURE);
-    capture.requestBuffer(4, V4L2_MEMORY_USERPTR);
-    capture.streamOn();
-    capture.streamOff();
+    // The gadget's node is for output.
+    EXPECT_EQ(-1, capture.requestBuffer(4, V4L2_MEMORY_USERPTR));
+    EXPECT_EQ(-1, capture.streamOn());
+    EXPECT_EQ(-1, capture.streamOff());
     const auto request = mKernel.calls("VIDIOC_REQBUFS")[0].as<v4l2_requestbuffers>();
     EXPECT_EQ(uint32_t{V4L2_BUF_TYPE_VIDEO_CAPTURE}, request.type);
     EXPECT_EQ(uint32_t{V4L2_MEMORY_USERPTR}, request.memory);
@@ -157,9 +158,9 @@ TEST_F(V4l2CtrlBaseTest, TheBufferTypeIsTheSubclassesToSay) {
 }
 
 TEST_F(V4l2CtrlBaseTest, TheDescriptorIsAskedForBeforeTheBufferType) {
-    mCtrl.requestBuffer(4, V4L2_MEMORY_MMAP);
-    mCtrl.streamOn();
-    mCtrl.streamOff();
+    EXPECT_EQ(4, mCtrl.requestBuffer(4, V4L2_MEMORY_MMAP));
+    EXPECT_EQ(0, mCtrl.streamOn());
+    EXPECT_EQ(0, mCtrl.streamOff());
     EXPECT_THAT(mCtrl.asked,
                 ElementsAre("descriptor", "type", "descriptor", "type", "descriptor", "type"));
 }
@@ -202,7 +203,7 @@ TEST_F(V4l2CtrlBaseTest, AClosedNodeFailsRequestBuffer) {
 
 TEST_F(V4l2CtrlBaseTest, QueryBufferPassesTheBlockThroughBothWays) {
     mKernel.setBufferLength(777);
-    mCtrl.requestBuffer(2, V4L2_MEMORY_MMAP);
+    EXPECT_EQ(2, mCtrl.requestBuffer(2, V4L2_MEMORY_MMAP));
     mKernel.clearCalls();
     v4l2_buffer buffer = {};
     buffer.index = 1;
@@ -215,8 +216,8 @@ TEST_F(V4l2CtrlBaseTest, QueryBufferPassesTheBlockThroughBothWays) {
 }
 
 TEST_F(V4l2CtrlBaseTest, QueueAndDequeuePassTheBlockThrough) {
-    mCtrl.requestBuffer(2, V4L2_MEMORY_MMAP);
-    mCtrl.streamOn();
+    EXPECT_EQ(2, mCtrl.requestBuffer(2, V4L2_MEMORY_MMAP));
+    EXPECT_EQ(0, mCtrl.streamOn());
     v4l2_buffer buffer = {};
     buffer.index = 1;
     buffer.type = V4L2_BUF_TYPE_VIDEO_OUTPUT;

@@ -33,13 +33,16 @@ class JsonUtils {
     static const Value& getValue(int& status, const Value& object, const char* name, int index);
 
     /** Only true and false are bools. out is false on failure. */
-    static int parseValue(const Value& object, const char* name, bool& out, int index);
+    [[nodiscard]] static int parseValue(const Value& object, const char* name, bool& out,
+                                        int index);
     /** Integers that fit 32 signed bits. out is 0 on failure. */
-    static int parseValue(const Value& object, const char* name, int& out, int index);
+    [[nodiscard]] static int parseValue(const Value& object, const char* name, int& out, int index);
     /** Strings, embedded NULs included. out is left as it was on failure. */
-    static int parseValue(const Value& object, const char* name, std::string& out, int index);
+    [[nodiscard]] static int parseValue(const Value& object, const char* name, std::string& out,
+                                        int index);
     /** Any number. out is 0 on failure. */
-    static int parseValue(const Value& object, const char* name, float& out, int index);
+    [[nodiscard]] static int parseValue(const Value& object, const char* name, float& out,
+                                        int index);
 };
 
 }  // namespace android

@@ -46,7 +46,8 @@ class DeathLinks {
     using Links = std::list<Link>;
 
     /** Makes the client's link the newest; false when it has none. */
-    bool renew_l(uint8_t kind, const ::android::sp<V1_0::ICameraDesktopCallback>& client)
+    [[nodiscard]] bool renew_l(uint8_t kind,
+                               const ::android::sp<V1_0::ICameraDesktopCallback>& client)
             REQUIRES(mLock);
     Links::iterator find_l(uint8_t kind,
                            const ::android::sp<::android::hidl::base::V1_0::IBase>& client)

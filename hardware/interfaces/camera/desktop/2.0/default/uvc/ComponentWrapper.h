@@ -29,8 +29,8 @@ struct ComponentWrapper : public RefBase {
      *        does the latter.
      * @return OK, or an error, which leaves codec buffer and frame with the frame source
      */
-    virtual status_t submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
-                                  int64_t timestampUs, int fenceFd) = 0;
+    [[nodiscard]] virtual status_t submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
+                                                int64_t timestampUs, int fenceFd) = 0;
 
     /**
      * Tells that no frame follows. Called once; takes a codec buffer, as a frame does. Idle:
@@ -38,7 +38,7 @@ struct ComponentWrapper : public RefBase {
      *
      * @return OK, or an error, after which it is tried again later
      */
-    virtual status_t submitEos(int bufferId) = 0;
+    [[nodiscard]] virtual status_t submitEos(int bufferId) = 0;
 
     /**
      * Tells that the frame about to be submitted differs in dataspace from the one before.

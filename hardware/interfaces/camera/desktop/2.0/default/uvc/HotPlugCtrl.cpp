@@ -196,6 +196,7 @@ bool HotPlugCtrl::getVideoDevType(const char* devPath) {
     }
     v4l2_capability capability = {};
     if (ioctl(node.get(), VIDIOC_QUERYCAP, &capability) < 0) {
+        // A fixed text, misspelt as it is.
         ALOGE("falied VIDIOC_QUERYCAP errno %d", errno);
         return false;
     }

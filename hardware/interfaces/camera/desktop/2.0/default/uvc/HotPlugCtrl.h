@@ -24,14 +24,14 @@ class HotPlugCtrl : public PollableDev {
         virtual ~EventListener() = default;
 
         /** A UVC gadget node has appeared; devPath is its full path, like "/dev/video2". */
-        virtual int32_t onUvcV4l2Added(const char* devPath) = 0;
+        [[nodiscard]] virtual int32_t onUvcV4l2Added(const char* devPath) = 0;
         /**
          * A video4linux node has gone, whether or not it was reported as added. devName is its bare
          * name, like "video2": not the string that onUvcV4l2Added() received.
          */
-        virtual int32_t onV4l2Removed(const char* devName) = 0;
+        [[nodiscard]] virtual int32_t onV4l2Removed(const char* devName) = 0;
         /** The USB gadget has been disconnected from its host. */
-        virtual int32_t onUsbDisconnected() = 0;
+        [[nodiscard]] virtual int32_t onUsbDisconnected() = 0;
     };
 
     /** The fields of one uevent, pointing into the message; null where the event has none. */
@@ -54,14 +54,14 @@ class HotPlugCtrl : public PollableDev {
      *
      * @return 0, or -EIO when there is none
      */
-    int open();
+    [[nodiscard]] int open();
 
     /**
      * Reports the gadget nodes that exist, from video0 up to the first number without a node.
      *
      * @return 0, or the first non-zero result of onUvcV4l2Added(), which ends the scan
      */
-    int initCheck();
+    [[nodiscard]] int initCheck();
 
     /**
      * Receives one message and handles each event in it; type is ignored.
@@ -70,7 +70,7 @@ class HotPlugCtrl : public PollableDev {
      *         pending after it), -EINVAL when there is no message, or the first non-zero result of
      *         handleUEvent()
      */
-    int32_t handlePendingData(PENDING_DATA_TYPE type) override;
+    [[nodiscard]] int32_t handlePendingData(PENDING_DATA_TYPE type) override;
 
     /**
      * Fills obj from the strings of one event, of which "SEQNUM=" is the last.
@@ -86,7 +86,7 @@ class HotPlugCtrl : public PollableDev {
      *
      * @return 0, the listener's result, or -EIO when an added node does not appear
      */
-    int handleUEvent(UEventObj& obj);
+    [[nodiscard]] int handleUEvent(UEventObj& obj);
 
     /** Whether the name in this file is that of one of the phone's own video drivers. */
     bool isBlacklistedDevice(const char* namePath);
@@ -100,15 +100,15 @@ class HotPlugCtrl : public PollableDev {
      *
      * @return whether there was any text
      */
-    bool readTextFile(const char* path, std::string& out);
+    [[nodiscard]] bool readTextFile(const char* path, std::string& out);
 
     /** Whether added nodes are looked at; initCheck()'s always are. Idle: nothing clears it. */
     bool watchVideoAdd = true;
 
   private:
-    int handleVideoAdded(const char* devName);
-    int handleVideoRemoved(const char* devName);
-    int handleMessage(const char* message);
+    [[nodiscard]] int handleVideoAdded(const char* devName);
+    [[nodiscard]] int handleVideoRemoved(const char* devName);
+    [[nodiscard]] int handleMessage(const char* message);
 
     EventListener* const mListener;
 };

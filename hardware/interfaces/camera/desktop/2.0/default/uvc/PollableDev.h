@@ -37,7 +37,7 @@ class PollableDev {
      *
      * @return 0 when it was handled or ignored, a negative errno value or -1 when that failed
      */
-    virtual int32_t handlePendingData(PENDING_DATA_TYPE type) = 0;
+    [[nodiscard]] virtual int32_t handlePendingData(PENDING_DATA_TYPE type) = 0;
 
     /** Owned by the subclass, which sets and closes it; -1 while closed, and then not watched. */
     int32_t fd = -1;

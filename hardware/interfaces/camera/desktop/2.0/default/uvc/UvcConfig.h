@@ -45,7 +45,7 @@ class UvcConfig {
      * @param interval in units of 100 ns; taken as it is, listed or not
      * @return false, with nothing changed, when there is no such format or frame
      */
-    bool setVideoStreamConfig(int32_t format, int32_t frame, uint32_t interval);
+    [[nodiscard]] bool setVideoStreamConfig(int32_t format, int32_t frame, uint32_t interval);
 
     /** Of the selected frame, in pixels. */
     uint32_t getWidth() const;

@@ -100,7 +100,7 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
 
     /** Opens the device: 0, -12 when there is one already, -5 when it can't be opened (it stays,
      *  unopened, until a node is removed). */
-    int32_t onUvcV4l2Added(const char* devPath) override;
+    [[nodiscard]] int32_t onUvcV4l2Added(const char* devPath) override;
     /** Closes and deletes the device, whichever node was removed; always 0. */
     int32_t onV4l2Removed(const char* devName) override;
     /** Closes and deletes a device that is streaming, and only that; always 0. */
@@ -118,9 +118,9 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
      * descriptor in every case. OK, or UNKNOWN_ERROR when the device refused the frame; without a
      * device the stream is stopped as well.
      */
-    ::android::status_t submitBuffer(int slot,
-                                     const ::android::sp<::android::GraphicBuffer>& buffer,
-                                     int64_t timestampUs, int fenceFd) override;
+    [[nodiscard]] ::android::status_t submitBuffer(
+            int slot, const ::android::sp<::android::GraphicBuffer>& buffer, int64_t timestampUs,
+            int fenceFd) override;
     /** Does nothing; OK. Idle: no frame source is ever told to stop. */
     ::android::status_t submitEos(int slot) override;
     void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) override;
@@ -141,7 +141,7 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
 
     // Commands and events (UvcGadgetCommands.cpp).
     /** A fixed name; the lock in question is the connection's own. */
-    bool connectToServiceLocked();
+    [[nodiscard]] bool connectToServiceLocked();
     std::string setCommandTo(ClientType type, const std::string& message);
     std::string getStreamConfig();
     void suspendStream(const rapidjson::Value& command);

@@ -93,7 +93,7 @@ int UvcV4l2Ctrl::open() {
 void UvcV4l2Ctrl::subscribeEvents() {
     for (int type : {UVC_EVENT_SETUP, UVC_EVENT_DATA, UVC_EVENT_STREAMON, UVC_EVENT_STREAMOFF,
                      UVC_EVENT_CONNECT, UVC_EVENT_DISCONNECT}) {
-        subscribe(type);
+        (void)subscribe(type);  // logged; the other events come all the same
     }
 }
 
@@ -104,7 +104,7 @@ void UvcV4l2Ctrl::setInitialFormat_l() {
     format.fmt.pix.height = mConfig.getHeight();
     format.fmt.pix.pixelformat = mConfig.getFormat();
     format.fmt.pix.field = V4L2_FIELD_NONE;
-    setFormat(&format);
+    (void)setFormat(&format);  // logged; the host chooses its own later
     noteMode_l();
 }
 
@@ -224,7 +224,7 @@ void UvcV4l2Ctrl::handleStopStream() {
     mState = State::READY;
     mStats.streamStopped();
     notify_l(&EventListener::onStreamStop);
-    streamOff();
+    (void)streamOff();  // logged; the stream is over either way
     releaseBuffers_l();
     mStats.buffersReleased();
     mFrameCount = 0;

@@ -94,7 +94,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      * @return 0; -EINVAL when the node is open although nobody opened it; -ENODEV when it cannot be
      *         opened
      */
-    int open();
+    [[nodiscard]] int open();
 
     /** Stops the stream and drops one open(); the last one closes the node. Always 0. */
     int close();
@@ -104,7 +104,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      *
      * @return 0; -1 when writing has failed five times in a row, which has also stopped the stream
      */
-    int32_t handlePendingData(PENDING_DATA_TYPE type) override;
+    [[nodiscard]] int32_t handlePendingData(PENDING_DATA_TYPE type) override;
 
     /**
      * Puts a frame into the UVC buffer of its index and queues that, by V4l2CtrlBase's operation of
@@ -119,7 +119,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      * @return false when the frame was not queued: no stream, no CPU access, too large, or refused
      *         by the driver
      */
-    virtual bool queueBuffer(UvcBufInfo* frame);
+    [[nodiscard]] virtual bool queueBuffer(UvcBufInfo* frame);
 
     const char* getV4l2DevName() override;
     int getV4l2DeviceFd() override;
@@ -140,7 +140,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
      *
      * @return false when another file is being written already, which goes on
      */
-    bool dumpFramesTo(FILE* file);
+    [[nodiscard]] bool dumpFramesTo(FILE* file);
 
   private:
     enum class State { CLOSED, READY, STREAMING };
@@ -157,7 +157,7 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     void setInitialFormat_l() REQUIRES(mLock);
     void noteMode_l() REQUIRES(mLock);
     /** Takes a buffer back by handleWrite(), and ends the stream when that keeps failing. */
-    int takeBackOrGiveUp();
+    [[nodiscard]] int takeBackOrGiveUp();
     void handleEvent();
     void handleSetup(const usb_ctrlrequest& request);
     void handleStartStream();
@@ -184,20 +184,22 @@ class UvcV4l2Ctrl : public PollableDev, public V4l2CtrlBase {
     // Buffers. What fills one locks the frame through `locked`, and leaves it so if the frame is to
     // stay locked.
     v4l2_buffer makeBuffer();
-    bool allocBuffers_l() REQUIRES(mLock);
-    bool mapBuffer_l(uint32_t index) REQUIRES(mLock);
+    [[nodiscard]] bool allocBuffers_l() REQUIRES(mLock);
+    [[nodiscard]] bool mapBuffer_l(uint32_t index) REQUIRES(mLock);
     void releaseBuffers_l() REQUIRES(mLock);
-    bool fill_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
-                v4l2_buffer* buf) REQUIRES(mLock);
-    bool copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked, const MappedBuffer& target,
-                    v4l2_buffer* buf) REQUIRES(mLock);
-    bool convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& locked,
-                               const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
-    bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
-                         const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
+    [[nodiscard]] bool fill_l(const UvcBufInfo& frame, LockedFrame& locked,
+                              const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
+    [[nodiscard]] bool copyBlob_l(const UvcBufInfo& frame, LockedFrame& locked,
+                                  const MappedBuffer& target, v4l2_buffer* buf) REQUIRES(mLock);
+    [[nodiscard]] bool convertFromYCbCr420_l(const UvcBufInfo& frame, LockedFrame& locked,
+                                             const MappedBuffer& target, v4l2_buffer* buf)
+            REQUIRES(mLock);
+    [[nodiscard]] bool writeYCbCr420_l(const UvcBufInfo& frame, const android_ycbcr& planes,
+                                       const MappedBuffer& target, v4l2_buffer* buf)
+            REQUIRES(mLock);
     void dump_l(const MappedBuffer& buffer, uint32_t size) REQUIRES(mLock);
     /** Takes one sent buffer back and reports it; -1 when that failed. */
-    int handleWrite();
+    [[nodiscard]] int handleWrite();
     /** Unlocks a buffer's frame and takes out all that the buffer holds but its mapping. */
     UvcBufInfo takeFrame_l(uint32_t index) REQUIRES(mLock);
 

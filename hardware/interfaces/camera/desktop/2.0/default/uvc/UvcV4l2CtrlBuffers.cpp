@@ -69,7 +69,8 @@ void UvcV4l2Ctrl::releaseBuffers_l() {
         buffer.fence.reset();
         unmapped = true;
     }
-    if (unmapped) requestBuffer(0, V4L2_MEMORY_MMAP);
+    // Logged if it fails; nothing is mapped any more either way.
+    if (unmapped) (void)requestBuffer(0, V4L2_MEMORY_MMAP);
 }
 
 bool UvcV4l2Ctrl::queueBuffer(UvcBufInfo* frame) {

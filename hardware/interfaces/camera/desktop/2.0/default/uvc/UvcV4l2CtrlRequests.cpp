@@ -129,8 +129,9 @@ void UvcV4l2Ctrl::handleData(const uvc_request_data* data) {
         ALOGD("setting unknown control, length = %d\n", data->length);
         return;
     }
-    mConfig.setVideoStreamConfig(control.bFormatIndex, control.bFrameIndex,
-                                 le32toh(control.dwFrameInterval));
+    // A choice that there isn't leaves the last one, which the host reads back.
+    (void)mConfig.setVideoStreamConfig(control.bFormatIndex, control.bFrameIndex,
+                                       le32toh(control.dwFrameInterval));
     if (selector == UVC_VS_PROBE_CONTROL) {
         ALOGD("setting probe control, length = %d", data->length);
         return;
@@ -152,7 +153,7 @@ void UvcV4l2Ctrl::commitFormat_l() {
     ALOGD("%s: commit with fmt: %s, size: %dx%d, fps: %.2f", "handleData",
           mConfig.getFormatName().c_str(), pix.width, pix.height,
           kIntervalsPerSecond / static_cast<float>(mConfig.getFrameInterval()));
-    setFormat(&format);
+    (void)setFormat(&format);  // logged; the host has had its answer
     noteMode_l();
     mStats.note(Event::MODE_COMMITTED);
 }

@@ -28,27 +28,27 @@ class V4l2CtrlBase {
     virtual int getV4l2DeviceFd() = 0;
 
     /** Sets fmt, which the caller has filled; the driver may change it. */
-    int32_t setFormat(v4l2_format* fmt);
+    [[nodiscard]] int32_t setFormat(v4l2_format* fmt);
     /** Starts streaming of the buffer type. */
-    int32_t streamOn();
+    [[nodiscard]] int32_t streamOn();
     /** Stops streaming of the buffer type. */
-    int32_t streamOff();
+    [[nodiscard]] int32_t streamOff();
     /** Subscribes to the events of one type. */
-    int32_t subscribe(int type);
+    [[nodiscard]] int32_t subscribe(int type);
     /** Takes the oldest pending event. */
-    int32_t dqevent(v4l2_event* ev);
+    [[nodiscard]] int32_t dqevent(v4l2_event* ev);
     /**
      * Asks for count buffers, or frees all of them when count is 0.
      *
      * @return the driver's answer, which for a UVC gadget is the number of buffers granted
      */
-    int32_t requestBuffer(unsigned int count, v4l2_memory memory);
+    [[nodiscard]] int32_t requestBuffer(unsigned int count, v4l2_memory memory);
     /** Fills buf; the caller has set its type, memory and index. */
-    int32_t queryBuffer(v4l2_buffer* buf);
+    [[nodiscard]] int32_t queryBuffer(v4l2_buffer* buf);
     /** Hands buf, filled by the caller, to the driver. */
-    int32_t queueBuffer(v4l2_buffer* buf);
+    [[nodiscard]] int32_t queueBuffer(v4l2_buffer* buf);
     /** Takes a buffer that the driver has finished with; the caller has set type and memory. */
-    int32_t dequeBuffer(v4l2_buffer* buf);
+    [[nodiscard]] int32_t dequeBuffer(v4l2_buffer* buf);
 
   protected:
     /** An ioctl has failed and is about to be logged. Leaves errno alone; counts, for example. */
