@@ -29,6 +29,23 @@ def code_of(text):
     return directives, [token.text for token in Source(text).tokens]
 
 
+def listed_in_vain(mutants):
+    """What the list says of these sources and they don't have, or of none that there is; mutants: of
+    each path."""
+    found = {(path.name, m.before, m.after) for path, ms in mutants.items() for m in ms}
+    looked_at = {path.name for path in mutants}
+    others = {path.name for path in HARDWARE.rglob('*')} - looked_at
+    return sorted(key for key in listed_equivalents() - found if key[0] not in others)
+
+
+def report_listed_in_vain(mutants):
+    """Shows them; returns whether there are any."""
+    vain = listed_in_vain(mutants)
+    for name, before, after in vain:
+        print(f'equivalent.tsv: no such mutant: {name}: {before} -> {after}')
+    return bool(vain)
+
+
 class Results:
     def __init__(self, out, texts, keep, write=True):
         self.folder = out / 'results'
@@ -122,17 +139,8 @@ class Results:
                         words = [path.name, mutant.before, mutant.after, str(mutant.line)]
                         file.write('\t'.join(words) + '\n')
         self._line('all', total)
-        for name, before, after in self.listed_in_vain():
-            print(f'equivalent.tsv: no such mutant: {name}: {before} -> {after}')
+        report_listed_in_vain({path: found.values() for path, found in self.mutants.items()})
         return self._part(total)
-
-    def listed_in_vain(self):
-        """What the list says of these sources and they don't have, or of none that there is."""
-        found = {(path.name, m.before, m.after) for path, mutants in self.mutants.items()
-                 for m in mutants.values()}
-        looked_at = {path.name for path in self.texts}
-        others = {path.name for path in HARDWARE.rglob('*')} - looked_at
-        return sorted(key for key in self.listed - found if key[0] not in others)
 
     @staticmethod
     def _part(counts):
