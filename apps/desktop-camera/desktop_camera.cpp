@@ -111,6 +111,26 @@ int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journ
     return 0;
 }
 
+// Shows what was asked for in place of a camera, if anything was.
+bool show(const CameraOptions& options) {
+    if (!options.help.empty()) {
+        fputs(options.help.c_str(), stdout);
+        return true;
+    }
+    if (options.list) fputs(textOf(captureDevices()).c_str(), stdout);
+    return options.list;
+}
+
+// Makes ready for the source; what is wrong with it, or an empty text.
+std::string checkSource(const CameraOptions& options) {
+    if (options.source != CameraOptions::Source::kCard) gst_init(nullptr, nullptr);
+    if (options.source != CameraOptions::Source::kPipeline) return "";
+    const std::string error = GstreamerPipeline::check(options.pipeline);
+    if (error.empty()) return "";
+    return "--source is '" + options.pipeline +
+           "', but a GStreamer pipeline, auto or card is needed: " + error;
+}
+
 int run(const std::vector<std::string>& arguments) {
     CameraOptions options;
     const std::string wrong = options.read(arguments);
@@ -118,24 +138,9 @@ int run(const std::vector<std::string>& arguments) {
         fprintf(stderr, "%s\n", wrong.c_str());
         return kMisused;
     }
-    if (!options.help.empty()) {
-        fputs(options.help.c_str(), stdout);
-        return 0;
-    }
-    if (options.list) {
-        fputs(textOf(captureDevices()).c_str(), stdout);
-        return 0;
-    }
-    if (options.source != CameraOptions::Source::kCard) gst_init(nullptr, nullptr);
-    std::string error;
-    if (options.source == CameraOptions::Source::kPipeline) {
-        error = GstreamerPipeline::check(options.pipeline);
-        if (!error.empty()) {
-            return refuse(kMisused,
-                          "--source is '" + options.pipeline +
-                                  "', but a GStreamer pipeline, auto or card is needed: " + error);
-        }
-    }
+    if (show(options)) return 0;
+    std::string error = checkSource(options);
+    if (!error.empty()) return refuse(kMisused, error);
     FrameJournal journal;
     if (!options.log.empty() && !journal.open(options.log, &error)) {
         return refuse(kMisused, "--log needs a file that can be written: " + error);

@@ -145,6 +145,20 @@ ExitCode suspend(bool suspend) {
                     suspend ? R"({"stream-suspend":true})" : R"({"stream-suspend":false})");
 }
 
+// Has the service write a frame of the stream to the file. What is wrong, or an empty text.
+std::string catchFrame(const Service& service, int file) {
+    const auto start = steady_clock::now();
+    const auto enough = [&start](uint64_t seen) {
+        return seen > 0 || secondsSince(start) > kFirstFrameSeconds;
+    };
+    uint64_t frames = 0;
+    const std::string wrong = dumpFrames(service, file, enough, &frames);
+    if (!wrong.empty()) return wrong;
+    struct stat size = {};
+    if (fstat(file, &size) == 0 && size.st_size > 0) return "";
+    return "no frame came within three seconds; 'desktopctl status' says where they are lost";
+}
+
 ExitCode takeSnapshot(const std::string& path) {
     if (!isPicturePath(path)) return fail(kWrongUsage, "FILE ends in .png, .jpg or .jpeg");
     const Deadline deadline(2 * kAnswerSeconds);
@@ -157,22 +171,9 @@ ExitCode takeSnapshot(const std::string& path) {
     if (!format) return fail(kFailed, "a stream of " + status->mode->format + " has no pictures");
 
     const unique_fd file(memfd_create("frames", MFD_CLOEXEC));
-    const auto start = steady_clock::now();
-    uint64_t frames = 0;
-    const auto enough = [&start](uint64_t seen) {
-        return seen > 0 || secondsSince(start) > kFirstFrameSeconds;
-    };
-    const std::string wrong = dumpFrames(*service, file.get(), enough, &frames);
-    if (!wrong.empty()) return fail(kFailed, wrong);
-
+    std::string error = catchFrame(*service, file.get());
+    if (!error.empty()) return fail(kFailed, error);
     testcard::Capture capture;
-    std::string error;
-    struct stat size = {};
-    if (fstat(file.get(), &size) != 0 || size.st_size == 0) {
-        return fail(kFailed,
-                    "no frame came within three seconds; 'desktopctl status' says where "
-                    "they are lost");
-    }
     const std::string frameFile = "/proc/self/fd/" + std::to_string(file.get());
     if (!capture.open(frameFile, *format, status->mode->width, status->mode->height, &error) ||
         !writePicture(path, capture.frames().front(), *format, status->mode->width,

@@ -92,6 +92,17 @@ std::string cureOf(const std::string& reason) {
     return cure == std::end(kCures) ? "desktopctl status" : cure->mend;
 }
 
+Finding nothingIsDrawn(const Status& later) {
+    const bool waits = std::count(later.buffers.begin(), later.buffers.end(), "driver") ==
+                       static_cast<long>(later.buffers.size());
+    if (waits && !later.buffers.empty()) {
+        return wrong("stream", "the driver has every buffer, and sends none",
+                     "open the webcam at the host again; plug the cable out and in");
+    }
+    return wrong("stream", "the camera draws nothing",
+                 "restart the camera; its log says what its source does");
+}
+
 Finding checkFrames(const Status& status, const Status& later, double seconds) {
     const uint64_t drawn = grown(status, later, "drawn");
     const uint64_t sent = grown(status, later, "sent");
@@ -99,16 +110,7 @@ Finding checkFrames(const Status& status, const Status& later, double seconds) {
     if (later.surface->suspended) {
         return wrong("stream", "the picture is held: it is suspended", "desktopctl resume");
     }
-    if (drawn == 0 && sent == 0) {
-        const bool waits = std::count(later.buffers.begin(), later.buffers.end(), "driver") ==
-                           static_cast<long>(later.buffers.size());
-        if (waits && !later.buffers.empty()) {
-            return wrong("stream", "the driver has every buffer, and sends none",
-                         "open the webcam at the host again; plug the cable out and in");
-        }
-        return wrong("stream", "the camera draws nothing",
-                     "restart the camera; its log says what its source does");
-    }
+    if (drawn == 0 && sent == 0) return nothingIsDrawn(later);
     if (grown(status, later, "stale") * 2 > drawn) {
         return wrong("stream", "the host gets old pictures: the camera's can't be read",
                      cureOf("unreadable"));
