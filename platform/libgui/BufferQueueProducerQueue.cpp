@@ -114,20 +114,6 @@ void BufferQueueProducer::deliver(const FrameCallback& callback) {
     mCallbackCondition.notifyAll();
 }
 
-void BufferQueueProducer::queue_l(int slot, const QueueBufferInput& input,
-                                  QueueBufferOutput* output, FrameCallback* callback) {
-    BufferSlot& queued = mCore->mSlots[slot];
-    queued.mFence = input.fence;
-    queued.mBufferState = BufferState::Queued;
-    queued.mFrameNumber = ++mCore->mFrameCounter;
-    mCore->mStickyTransform = input.stickyTransform;
-    enqueue_l(makeItem_l(slot, input), output, callback);
-    rememberLastQueued_l(slot, input);
-    mCore->mBufferHasBeenQueued = true;
-    mCore->mDequeueCondition.notifyAll();
-    fillOutput_l(output);
-}
-
 void BufferQueueProducer::exchangeFrameEvents(const FrameCallback& callback,
                                               const QueueBufferInput& input,
                                               QueueBufferOutput* output) {
@@ -158,9 +144,18 @@ status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& inpu
         std::lock_guard<std::mutex> lock(mCore->mMutex);
         const status_t status = checkQueueInput_l(slot, input);
         if (status != NO_ERROR) return status;
+        BufferSlot& queued = mCore->mSlots[slot];
+        queued.mFence = input.fence;
+        queued.mBufferState = BufferState::Queued;
+        queued.mFrameNumber = ++mCore->mFrameCounter;
+        mCore->mStickyTransform = input.stickyTransform;
+        enqueue_l(makeItem_l(slot, input), output, &callback);
         lastFence = mCore->mLastQueuedFence;
+        rememberLastQueued_l(slot, input);
+        mCore->mBufferHasBeenQueued = true;
+        mCore->mDequeueCondition.notifyAll();
+        fillOutput_l(output);
         api = mCore->mConnectedApi;
-        queue_l(slot, input, output, &callback);
     }
     exchangeFrameEvents(callback, input, output);
     deliver(callback);

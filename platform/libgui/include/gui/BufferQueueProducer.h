@@ -122,8 +122,6 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     void enqueue_l(BufferItem item, QueueBufferOutput* output,
                    FrameCallback* callback) REQUIRES_CORE;
     void rememberLastQueued_l(int slot, const QueueBufferInput& input) REQUIRES_CORE;
-    void queue_l(int slot, const QueueBufferInput& input, QueueBufferOutput* output,
-                 FrameCallback* callback) REQUIRES_CORE;
     /** Tells the consumer when the frame was queued; the producer is told of earlier ones. */
     static void exchangeFrameEvents(const FrameCallback& callback, const QueueBufferInput& input,
                                     QueueBufferOutput* output);
