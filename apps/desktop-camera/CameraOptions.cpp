@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "options/ConfigFile.h"
@@ -150,9 +151,11 @@ std::string unknownKey(const std::string& key, const std::map<std::string, Take>
 
 // Reads a file of settings: each has a key and what takes its value.
 std::string readSettings(const std::string& path, const std::map<std::string, Take>& keys) {
-    const auto take = [&keys](const std::string& key, const std::string& value) -> std::string {
+    std::set<std::string> seen;
+    const auto take = [&](const std::string& key, const std::string& value) -> std::string {
         const auto found = keys.find(key);
         if (found == keys.end()) return unknownKey(key, keys);
+        if (!seen.insert(key).second) return key + " is there twice";
         const std::string wanted = found->second(value);
         return wanted.empty() ? "" : key + " is '" + value + "', but " + wanted + " is needed";
     };

@@ -90,6 +90,10 @@ TEST(CameraOptionsTest, SaysWhereAFileIsWrong) {
               wrong("source =\n"));
     EXPECT_EQ("1: mirror is 'maybe', but yes or no is needed", wrong("mirror = maybe\n"));
     EXPECT_EQ("1: rotate is '1', but 0, 90, 180 or 270 is needed", wrong("rotate = 1\n"));
+    EXPECT_EQ("2: source is there twice", wrong("source = card\nsource = auto\n"));
+    EXPECT_EQ("1: privacy is '', but the path of a file is needed", wrong("privacy =\n"));
+    EXPECT_EQ("1: on-start is '', but a command of the shell is needed", wrong("on-start =\n"));
+    EXPECT_EQ("1: on-stop is '', but a command of the shell is needed", wrong("on-stop =\n"));
     EXPECT_EQ("3: 'videotestsrc' is not KEY = VALUE", wrong("\n\nvideotestsrc\n"));
     CameraOptions options;
     EXPECT_EQ("desktop-camera: /nowhere/c.conf: No such file or directory",
