@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "UsbController.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -34,7 +35,7 @@ std::string findController(const std::string& wanted, std::string* out) {
     const std::vector<std::string> names = controllers();
     if (!wanted.empty()) {
         *out = wanted;
-        if (exists(std::string(kControllers) + "/" + wanted)) return "";
+        if (std::find(names.begin(), names.end(), wanted) != names.end()) return "";
         return "no device controller '" + wanted + "' (there is: " + joined(names) + ")";
     }
     if (names.empty()) return std::string("no device controller: ") + kControllers + " is empty";

@@ -54,6 +54,7 @@ TEST_F(GadgetMachineTest, FindsTheOnlyControllerOrTheOneThatIsNamed) {
     EXPECT_EQ("b.usb", found);
     EXPECT_EQ("no device controller 'c.usb' (there is: a.usb b.usb)",
               findController("c.usb", &found));
+    EXPECT_EQ("no device controller '.' (there is: a.usb b.usb)", findController(".", &found));
 }
 
 TEST_F(GadgetMachineTest, SaysWhoHasTheController) {

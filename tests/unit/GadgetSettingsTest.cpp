@@ -102,6 +102,9 @@ TEST_F(GadgetSettingsTest, SaysWhichLineIsWrongAndWhatIsAccepted) {
             {"format = mjpeg:640x480@30,15,30", "2: rate '30' is there twice"},
             {"maxpacket = 1500", "2: maxpacket is '1500', but 1 to 1024, 2048 or 3072 is needed"},
             {"maxpacket = 0", "2: maxpacket is '0', but 1 to 1024, 2048 or 3072 is needed"},
+            {"manufacturer =", "2: manufacturer is '', but 1 to 126 ASCII characters are needed"},
+            {"product = a\tb", "2: product is 'a\tb', but 1 to 126 ASCII characters are needed"},
+            {"controller =", "2: controller is '', but 1 to 126 ASCII characters are needed"},
             {"serial =", "2: serial is '', but 1 to 126 ASCII characters are needed"},
             {"name = B\xc3\xbcro",
              "2: name is 'B\xc3\xbcro', but 1 to 126 ASCII characters are "
