@@ -18,6 +18,11 @@ using options::numberFrom;
 constexpr unsigned kLargestSide = 16384;
 constexpr unsigned kFastest = 999;
 constexpr size_t kLongestText = 126;  // characters of a USB string
+// A host that gets a description with more in it sees no camera, or no device at all.
+constexpr size_t kMostRates = 57;        // in a descriptor of a size, whose length is a byte
+constexpr size_t kRoomForSizes = 3800;   // bytes; the kernel has 4096 for the whole device
+constexpr size_t kSizeDescriptor = 26;   // bytes, with no rate
+constexpr size_t kRateInDescriptor = 4;  // bytes
 constexpr char kKeys[] = "format, maxpacket, manufacturer, product, name, serial, controller";
 
 bool formatFrom(const std::string& name, Format* out) {
@@ -65,6 +70,9 @@ std::string readRates(const std::string& text, Frame* frame) {
         const auto same = std::find(frame->rates.begin(), frame->rates.end(), rate);
         if (same != frame->rates.end()) return "rate '" + item + "' is there twice";
         frame->rates.push_back(static_cast<unsigned>(rate));
+    }
+    if (frame->rates.size() > kMostRates) {
+        return std::to_string(frame->rates.size()) + " rates are more than a size can have: 57";
     }
     return "";
 }
@@ -179,6 +187,15 @@ std::string GadgetSettings::finish() {
     }
     std::stable_sort(frames.begin(), frames.end(),
                      [](const Frame& a, const Frame& b) { return a.pixels() < b.pixels(); });
+    size_t described = 0;
+    for (const Frame& frame : frames) {
+        described += kSizeDescriptor + kRateInDescriptor * frame.rates.size();
+    }
+    if (described > kRoomForSizes) {
+        return "too many sizes and rates: they take " + std::to_string(described) +
+               " bytes of the device's description, in which 3800 are theirs (26 for a size and 4 "
+               "for each of its rates)";
+    }
     std::set<std::pair<Format, unsigned>> seen;
     for (const Frame& frame : frames) {
         if (seen.insert({frame.format, frame.pixels()}).second) continue;

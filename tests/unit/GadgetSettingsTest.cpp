@@ -131,6 +131,30 @@ TEST_F(GadgetSettingsTest, RefusesWhatOnlySeveralLinesGetWrong) {
               mSettings.finish());
 }
 
+// As many rates as there are numbers.
+std::string rates(int count) {
+    std::string text = "1";
+    for (int rate = 2; rate <= count; ++rate) text += "," + std::to_string(rate);
+    return text;
+}
+
+TEST_F(GadgetSettingsTest, RefusesWhatADescriptionForHostsHasNoRoomFor) {
+    EXPECT_EQ("58 rates are more than a size can have: 57",
+              mSettings.addFormat("mjpeg:640x480@" + rates(58)));
+    for (int i = 0; i < 126; ++i) {
+        ASSERT_EQ("", mSettings.addFormat("mjpeg:" + std::to_string(100 + i) + "x100@30"));
+    }
+    EXPECT_EQ("", mSettings.finish());
+    EXPECT_EQ("", mSettings.addFormat("mjpeg:640x480@30"));
+    EXPECT_EQ(
+            "too many sizes and rates: they take 3810 bytes of the device's description, in which "
+            "3800 are theirs (26 for a size and 4 for each of its rates)",
+            mSettings.finish());
+    mSettings = GadgetSettings();
+    EXPECT_EQ("", mSettings.addFormat("mjpeg:640x480@" + rates(57)));
+    EXPECT_EQ("", mSettings.finish());
+}
+
 TEST_F(GadgetSettingsTest, NamesAFileThatCannotBeRead) {
     EXPECT_EQ("/nowhere/gadget.conf: No such file or directory",
               mSettings.readFile("/nowhere/gadget.conf"));
