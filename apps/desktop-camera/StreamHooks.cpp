@@ -12,12 +12,12 @@
 #include <thread>
 #include <utility>
 
-#include <android-base/thread_annotations.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <android-base/thread_annotations.h>
 #include <log/log.h>
 
 namespace korvane::camera {

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The buffer queue's condition: who has the mutex while somebody waits, and afterwards.
-#include <gui/QueueCondition.h>
-
 #include <chrono>
 #include <future>
 #include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <gui/QueueCondition.h>
 
 namespace korvane::test {
 namespace {
