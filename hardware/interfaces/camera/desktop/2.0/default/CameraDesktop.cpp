@@ -67,13 +67,13 @@ Return<void> CameraDesktop::registerSyncCallback(V1_0::ClientTypes type,
 Return<void> CameraDesktop::setOutputSurface(const sp<OutputSurface>& surface) {
     ALOGI("Registering output surface ptr: %p", surface.get());
     sp<OutputSurface> replaced = surface;
-    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::lock_guard<std::mutex> guard(mLock);
     std::swap(mOutputSurface, replaced);
     return Void();
 }
 
 Return<sp<OutputSurface>> CameraDesktop::getOutputSurface() {
-    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::lock_guard<std::mutex> guard(mLock);
     return mOutputSurface;
 }
 
@@ -90,7 +90,7 @@ Return<void> CameraDesktop::registerCallback(ClientType type,
     ALOGI("Registering client %d with callback ptr: %p", kind, callback.get());
     sp<ICameraDesktopCallback> replaced = callback;
     {
-        std::lock_guard<std::mutex> guard(mSlotLock);
+        std::lock_guard<std::mutex> guard(mLock);
         std::swap(mCallbacks[kind], replaced);
     }
     mHandler->onClientChanged(type);
@@ -124,7 +124,7 @@ Return<void> CameraDesktop::setSurface(ClientType type, const sp<Surface>& surfa
 
     ALOGI("Registering surface ptr: %p for client %d", surface.get(), kind);
     sp<Surface> replaced = surface;
-    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::lock_guard<std::mutex> guard(mLock);
     std::swap(mSurfaces[kind], replaced);
     return Void();
 }
@@ -133,7 +133,7 @@ Return<sp<Surface>> CameraDesktop::getSurface(ClientType type) {
     const auto kind = static_cast<uint8_t>(type);
     if (!isClientKind(kind)) return sp<Surface>();
 
-    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::lock_guard<std::mutex> guard(mLock);
     if (type == ClientType::WEBCAM_CONTROLLER && mSurfaces[kind] != nullptr) {
         mHandler->stats().surfaceTaken(callingPid());
     }
@@ -155,7 +155,7 @@ void CameraDesktop::serviceDied(uint64_t cookie, const wp<IBase>& who) {
     sp<Surface> surface;
     sp<ICameraDesktopCallback> callback;
     {
-        std::lock_guard<std::mutex> guard(mSlotLock);
+        std::lock_guard<std::mutex> guard(mLock);
         std::swap(mSurfaces[kind], surface);
         std::swap(mCallbacks[kind], callback);
     }
@@ -169,7 +169,7 @@ bool CameraDesktop::isClientKind(uint8_t kind) {
 }
 
 sp<ICameraDesktopCallback> CameraDesktop::callbackOf(uint8_t kind) {
-    std::lock_guard<std::mutex> guard(mSlotLock);
+    std::lock_guard<std::mutex> guard(mLock);
     return mCallbacks[kind];
 }
 

@@ -28,7 +28,7 @@ namespace bufferqueue = ::android::hardware::graphics::bufferqueue;
  *
  * Outside clients' calls arrive on the one HIDL thread, the controller's on its poll thread and on
  * the threads that send its events (ClientEvents), so several threads may be inside at once.
- * mSlotLock guards the callbacks and surfaces, and is never held while a client is called or a
+ * mLock guards the callbacks and surfaces, and is never held while a client is called or a
  * reference to one is dropped.
  */
 class CameraDesktop : public V2_0::ICameraDesktop,
@@ -97,12 +97,12 @@ class CameraDesktop : public V2_0::ICameraDesktop,
 
     ::android::sp<V1_0::ICameraDesktopCallback> callbackOf(uint8_t kind);
 
-    std::mutex mSlotLock;
-    ::android::sp<bufferqueue::V2_0::IGraphicBufferProducer> mOutputSurface GUARDED_BY(mSlotLock);
+    std::mutex mLock;
+    ::android::sp<bufferqueue::V2_0::IGraphicBufferProducer> mOutputSurface GUARDED_BY(mLock);
     std::array<::android::sp<bufferqueue::V1_0::IGraphicBufferProducer>, kClientKinds> mSurfaces
-            GUARDED_BY(mSlotLock);
+            GUARDED_BY(mLock);
     std::array<::android::sp<V1_0::ICameraDesktopCallback>, kClientKinds> mCallbacks
-            GUARDED_BY(mSlotLock);
+            GUARDED_BY(mLock);
     DeathLinks mDeathLinks;
     ::android::sp<UvcGadgetHandler> mHandler;
 };

@@ -12,12 +12,13 @@
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <android-base/unique_fd.h>
 #include <cutils/uevent.h>
 #include <log/log.h>
+
+#include "uvc/Files.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
@@ -32,15 +33,10 @@ bool startsWith(const char* text, const char* prefix) {
     return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
-bool exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
-
 // The event may overtake the program that makes the node.
 bool waitForNode(const char* path) {
     for (int attempt = 0; attempt < kNodeAttempts; ++attempt) {
-        if (exists(path)) return true;
+        if (fileExists(path)) return true;
         usleep(kNodeRetryDelay);
     }
     return false;
@@ -91,10 +87,10 @@ int HotPlugCtrl::initCheck() {
     static char sPath[64];
     for (int number = 0;; ++number) {
         snprintf(sPath, sizeof(sPath), "/sys/class/video4linux/video%d/name", number);
-        if (exists(sPath) && isBlacklistedDevice(sPath)) continue;
+        if (fileExists(sPath) && isBlacklistedDevice(sPath)) continue;
 
         snprintf(sPath, sizeof(sPath), "/dev/video%d", number);
-        if (!exists(sPath)) return 0;
+        if (!fileExists(sPath)) return 0;
         if (!getVideoDevType(sPath)) continue;
         const int result = mListener->onUvcV4l2Added(sPath);
         if (result != 0) return result;
@@ -173,7 +169,7 @@ int HotPlugCtrl::handleVideoAdded(const char* devName) {
 
     char namePath[64];
     snprintf(namePath, sizeof(namePath), "/sys/class/video4linux/%s/name", devName);
-    if (exists(namePath) && isBlacklistedDevice(namePath)) return 0;
+    if (fileExists(namePath) && isBlacklistedDevice(namePath)) return 0;
     if (!getVideoDevType(devPath)) return 0;
     return mListener->onUvcV4l2Added(devPath);
 }

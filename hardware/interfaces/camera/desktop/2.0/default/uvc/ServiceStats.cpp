@@ -6,13 +6,14 @@
 
 #include <utils/Timers.h>
 
+#include "uvc/FrameInterval.h"
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 constexpr int64_t kNsPerMs = 1000000;
-constexpr float kIntervalsPerSecond = 1e7f;
 
 int64_t nowNs() {
     return systemTime(SYSTEM_TIME_MONOTONIC);
@@ -158,10 +159,8 @@ void ServiceStats::clientFailed(uint8_t kind) {
 
 ServiceStats::Picture ServiceStats::mode() const {
     const uint64_t size = mModeSize.load(kRelaxed);
-    const uint32_t interval = this->interval();
     return {static_cast<uint32_t>(size >> 32), static_cast<uint32_t>(size),
-            mModeFormat.load(kRelaxed),
-            interval == 0 ? 0 : kIntervalsPerSecond / static_cast<float>(interval)};
+            mModeFormat.load(kRelaxed), framesPerSecond(interval())};
 }
 
 BufferState ServiceStats::buffer(size_t index) const {

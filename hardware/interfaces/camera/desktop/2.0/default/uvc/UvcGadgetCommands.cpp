@@ -12,6 +12,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "uvc/FrameInterval.h"
 #include "uvc/UvcGadgetHandler.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
@@ -23,13 +24,6 @@ using ::android::hardware::hidl_string;
 using ::android::hardware::Return;
 
 namespace {
-
-constexpr float kIntervalsPerSecond = 1e7f;
-
-// In single precision, like the host's own figure; 0 for an interval of 0: JSON has no infinity.
-float framesPerSecond(uint32_t interval) {
-    return interval == 0 ? 0.0f : kIntervalsPerSecond / static_cast<float>(interval);
-}
 
 // Whether the text might exhaust the stack of the default parser, which recurses for every array
 // and object: the text begins with one, and has more of them than any command.

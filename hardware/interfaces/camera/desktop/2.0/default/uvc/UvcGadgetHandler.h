@@ -114,15 +114,15 @@ class UvcGadgetHandler : public HotPlugCtrl::EventListener,
     // ::android::ComponentWrapper, under the frame source's mutex.
 
     /**
-     * Hands one frame to the device; `slot` is the codec buffer's number. Takes over the fence
-     * descriptor in every case. OK, or UNKNOWN_ERROR when the device refused the frame; without a
-     * device the stream is stopped as well.
+     * Hands one frame to the device. Takes over the fence descriptor in every case. OK, or
+     * UNKNOWN_ERROR when the device refused the frame; without a device the stream is stopped as
+     * well.
      */
     [[nodiscard]] ::android::status_t submitBuffer(
-            int slot, const ::android::sp<::android::GraphicBuffer>& buffer, int64_t timestampUs,
-            int fenceFd) override;
+            int bufferId, const ::android::sp<::android::GraphicBuffer>& buffer,
+            int64_t timestampUs, int fenceFd) override;
     /** Does nothing; OK. Idle: no frame source is ever told to stop. */
-    ::android::status_t submitEos(int slot) override;
+    ::android::status_t submitEos(int bufferId) override;
     void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) override;
 
   private:

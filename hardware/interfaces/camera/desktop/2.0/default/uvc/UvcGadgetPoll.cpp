@@ -7,10 +7,10 @@
 #include <string>
 
 #include <pthread.h>
-#include <sys/stat.h>
 
 #include <log/log.h>
 
+#include "uvc/Files.h"
 #include "uvc/UvcGadgetHandler.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
@@ -20,11 +20,6 @@ namespace {
 // The service registers itself while this thread waits; later each event tries again.
 constexpr std::chrono::seconds kConnectDelay{2};
 constexpr int kConnectTries = 3;
-
-bool nodeExists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
 
 }  // namespace
 
@@ -99,7 +94,7 @@ void UvcGadgetHandler::serveDevice() {
 
 void UvcGadgetHandler::removeDeviceIfGone() {
     const std::string name = polledDevice()->getV4l2DevName();
-    if (nodeExists(name.c_str())) return;
+    if (fileExists(name.c_str())) return;
     ALOGE("UVC device is no longer present");
     onV4l2Removed(name.c_str());
 }

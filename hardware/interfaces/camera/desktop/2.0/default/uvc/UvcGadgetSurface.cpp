@@ -23,10 +23,11 @@ namespace {
 
 constexpr int64_t kMicrosPerSecond = 1000000;
 
-UvcBufInfo makeFrame(int slot, const sp<GraphicBuffer>& buffer, int64_t timestampUs, int fenceFd) {
+UvcBufInfo makeFrame(int bufferId, const sp<GraphicBuffer>& buffer, int64_t timestampUs,
+                     int fenceFd) {
     UvcBufInfo frame;
     frame.kind = UvcBufInfo::KIND_FRAME;
-    frame.index = slot;
+    frame.index = bufferId;
     frame.fenceFd = fenceFd;
     frame.timestamp.tv_sec = timestampUs / kMicrosPerSecond;
     frame.timestamp.tv_usec = timestampUs - frame.timestamp.tv_sec * kMicrosPerSecond;
@@ -102,9 +103,9 @@ const char* UvcGadgetHandler::publishSurface_l(const NewSurface& made) {
                             });
 }
 
-status_t UvcGadgetHandler::submitBuffer(int slot, const sp<GraphicBuffer>& buffer,
+status_t UvcGadgetHandler::submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
                                         int64_t timestampUs, int fenceFd) {
-    UvcBufInfo frame = makeFrame(slot, buffer, timestampUs, fenceFd);
+    UvcBufInfo frame = makeFrame(bufferId, buffer, timestampUs, fenceFd);
     bool hasDevice = false;
     {
         std::lock_guard<std::mutex> guard(mDeviceLock);
@@ -126,7 +127,7 @@ const char* UvcGadgetHandler::dumpFrames(std::unique_ptr<FILE, int (*)(FILE*)> f
     return mDevice->dumpFramesTo(file.release()) ? nullptr : "frames are being written already";
 }
 
-status_t UvcGadgetHandler::submitEos(int /* slot */) {
+status_t UvcGadgetHandler::submitEos(int /* bufferId */) {
     return OK;
 }
 

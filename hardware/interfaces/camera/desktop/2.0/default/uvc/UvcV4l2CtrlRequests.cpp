@@ -13,6 +13,8 @@
 
 #include <log/log.h>
 
+#include "uvc/FrameInterval.h"
+
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
@@ -24,7 +26,6 @@ constexpr uint32_t kUvc15 = 0x0150;
 constexpr int32_t kControlLength = 34;
 constexpr int32_t kControlLengthUvc15 = 48;
 constexpr uint8_t kSupportsGetAndSet = 0x03;
-constexpr float kIntervalsPerSecond = 1e7f;
 
 bool isProbeOrCommit(uint8_t selector) {
     return selector == UVC_VS_PROBE_CONTROL || selector == UVC_VS_COMMIT_CONTROL;
