@@ -34,6 +34,7 @@ void FrameTimes::reset() {
 }
 
 bool FrameTimes::skip(int64_t* timeNs) const {
+    // Idle: nothing sets a time to skip to.
     const int64_t before = mSettings.skipFramesBeforeNs;
     if (before >= 0 && *timeNs < before) return true;
     if (before >= 1) *timeNs -= before;
@@ -55,6 +56,7 @@ bool FrameTimes::calculate(int64_t timeNs, int64_t* codecTimeUs) {
     return true;
 }
 
+// The time-lapse is idle: nothing sets a capture rate.
 bool FrameTimes::isTimeLapse() const {
     const double captureFps = mSettings.captureFps;
     const double fps = mSettings.fps;

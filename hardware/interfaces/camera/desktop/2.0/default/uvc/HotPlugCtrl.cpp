@@ -155,6 +155,7 @@ int HotPlugCtrl::handleUEvent(UEventObj& obj) {
 }
 
 int HotPlugCtrl::handleVideoAdded(const char* devName) {
+    // Idle: nothing clears it.
     if (!watchVideoAdd) return 0;
     if (strstr(devName, "video") == nullptr) return 0;  // a sub-device, for one
     ALOGD("v4l2 device added /dev/%s", devName);

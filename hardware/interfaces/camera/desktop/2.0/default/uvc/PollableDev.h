@@ -6,7 +6,8 @@
 
 #include <errno.h>
 #include <sys/select.h>
-#include <unistd.h>
+
+#include <android-base/unique_fd.h>
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
@@ -49,7 +50,7 @@ class PollableDev {
      */
     static int32_t watchable(int32_t opened) {
         if (opened < FD_SETSIZE) return opened;
-        ::close(opened);
+        ::android::base::unique_fd(opened).reset();
         errno = EMFILE;
         return -1;
     }
