@@ -210,7 +210,7 @@ class KorBufferSource : public RefBase {
     void startRepeatLooper_l() REQUIRES(mMutex);
     void setLatestBuffer_l(const VideoBuffer& buffer) REQUIRES(mMutex);
     /** Lends the latest frame again; false when that isn't possible now. */
-    bool repeatLatestBuffer_l() REQUIRES(mMutex);
+    [[nodiscard]] bool repeatLatestBuffer_l() REQUIRES(mMutex);
     void queueFrameRepeat_l() REQUIRES(mMutex);
     /** Called on the looper's thread. */
     void onMessageReceived(const sp<AMessage>& msg) EXCLUDES(mMutex);

@@ -132,7 +132,8 @@ void KorBufferSource::useFreeCodecBuffer_l() {
     } else if (mState >= State::ENDING && !mActions.isStopPending()) {
         submitEndOfInputStream_l();
     } else if (mRepetition.isBlocked()) {
-        repeatLatestBuffer_l();
+        // Not tried again if that fails: the next frame takes its place.
+        (void)repeatLatestBuffer_l();
         mRepetition.setBlocked(false);
     }
 }

@@ -48,7 +48,7 @@ class PollableDev {
      * For a descriptor that has just been opened: one that select() can't watch, beyond the size of
      * its sets, is closed, and the opening has failed with EMFILE.
      */
-    static int32_t watchable(int32_t opened) {
+    [[nodiscard]] static int32_t watchable(int32_t opened) {
         if (opened < FD_SETSIZE) return opened;
         ::android::base::unique_fd(opened).reset();
         errno = EMFILE;
