@@ -58,7 +58,8 @@ KeeperFacts Keeper::facts() {
     const std::string bound = facts.made ? WebcamFunction::boundTo() : "";
     facts.bound = !bound.empty();
     if (facts.bound) mController = bound;
-    if (mController.empty() || !mWanted.empty()) mController = mWanted;
+    const std::string wanted = mWanted();
+    if (mController.empty() || !wanted.empty()) mController = wanted;
     std::string controller;
     facts.controller = findController(mController, &controller).empty();
     if (facts.controller) mController = controller;

@@ -2,6 +2,7 @@
 // Keeps the webcam function bound and its node served, whatever happens to cable, host and service.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "Descriptor.h"
@@ -20,9 +21,11 @@ namespace korvane::gadget {
  */
 class Keeper {
   public:
-    /** `controller` is the wanted one; empty for the one that it was bound to last, or the only
-     * one. */
-    explicit Keeper(std::string controller) : mWanted(std::move(controller)) {}
+    /**
+     * @param wanted  tells which controller is wanted now, whenever the keeper looks; empty for the
+     *                one that it was bound to last, or the only one
+     */
+    explicit Keeper(std::function<std::string()> wanted) : mWanted(std::move(wanted)) {}
 
     /** Works until the process ends; returns only to say in one line why it can't. */
     std::string run();
@@ -35,7 +38,7 @@ class Keeper {
     void say(const std::string& text);
     int waitTime() const;
 
-    const std::string mWanted;
+    const std::function<std::string()> mWanted;
     std::string mController;  // to be bound to
     std::string mNode;
     pid_t mServer = 0;

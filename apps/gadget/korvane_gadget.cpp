@@ -86,7 +86,7 @@ std::string Orders::read(const std::vector<std::string>& arguments) {
     if (!options.empty() && !takesOptions(command)) {
         return command + " takes no arguments, but got: " + options[0];
     }
-    if (!takesOptions(command)) return "";
+    if (!takesOptions(command)) return command == "bind" ? readFile() : "";
     std::string wrong = readFile();
     bool ownFormats = false;
     for (size_t i = 0; wrong.empty() && i < options.size(); ++i) {
@@ -187,10 +187,10 @@ std::string reload(const Orders& orders) {
     return error.empty() ? makeAndBind(orders) : error;
 }
 
-std::string bind() {
+std::string bind(const Orders& orders) {
     const GadgetLock lock;
     const std::string error = needGadget();
-    return error.empty() ? bindTo(wantedController(GadgetSettings())) : error;
+    return error.empty() ? bindTo(wantedController(orders.settings)) : error;
 }
 
 std::string unbind() {
@@ -217,14 +217,25 @@ int check(const Orders& orders) {
     return lines.empty() ? 0 : 1;
 }
 
-std::string change(const Orders& orders) {
+// The settings may change while it runs; wrong ones count only once they are mended.
+std::string keep(const std::vector<std::string>& arguments, const Orders& orders) {
+    std::string wanted = wantedController(orders.settings);
+    return Keeper([&arguments, &wanted] {
+               Orders now;
+               if (now.read(arguments).empty()) wanted = wantedController(now.settings);
+               return wanted;
+           })
+            .run();
+}
+
+std::string change(const std::vector<std::string>& arguments, const Orders& orders) {
     if (geteuid() != 0) return "only root can do this";
     if (orders.command == "up") return up(orders);
     if (orders.command == "down") return down();
     if (orders.command == "reload") return reload(orders);
-    if (orders.command == "bind") return bind();
+    if (orders.command == "bind") return bind(orders);
     if (orders.command == "unbind") return unbind();
-    return Keeper(wantedController(orders.settings)).run();
+    return keep(arguments, orders);
 }
 
 bool asksFor(const std::vector<std::string>& arguments, const std::string& option) {
@@ -246,7 +257,7 @@ int run(const std::vector<std::string>& arguments) {
     if (orders.command == "help") return fputs(kHelp, stdout) < 0;
     if (orders.command == "status") return status();
     if (orders.command == "check") return check(orders);
-    const std::string error = change(orders);
+    const std::string error = change(arguments, orders);
     return error.empty() ? 0 : refuse(error);
 }
 
