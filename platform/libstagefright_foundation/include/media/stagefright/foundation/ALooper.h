@@ -23,7 +23,7 @@ struct AMessage;
  * order they were posted. Messages may be posted before it is started, and those not yet delivered
  * when it is stopped wait for the next start.
  *
- * Thread-safe.
+ * Thread-safe, but for the name, which is given before the start.
  */
 struct ALooper : public RefBase {
     typedef int32_t event_id;
