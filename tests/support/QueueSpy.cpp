@@ -8,7 +8,6 @@
 #include <utils/String8.h>
 
 using android::BufferItem;
-using android::BufferQueue;
 using android::Fence;
 using android::IGraphicBufferConsumer;
 using android::IGraphicBufferProducer;

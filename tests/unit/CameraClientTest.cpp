@@ -26,8 +26,6 @@ namespace korvane::camera {
 namespace {
 
 using ::android::sp;
-using ::android::hardware::hidl_string;
-using ::android::hardware::Return;
 using ::android::hardware::Status;
 using ::android::hardware::Void;
 using test::FrameCollector;
@@ -366,7 +364,7 @@ TEST_F(CameraClientTest, JoinsTheStreamOfAServiceThatTookTheDeadOnesPlace) {
     EXPECT_TRUE(second->surface()->waitForFrames(3));
 }
 
-TEST_F(CameraClientTest, RendersAStreamOnceWhoseStartComesWhileItIsJoined) {
+TEST_F(CameraClientTest, RendersAStreamOnceWhenItsStartComesWhileItIsJoined) {
     // Whenever it comes: before, between and after the questions.
     for (size_t at : {0, 1, 2, 3}) {
         mService = new FakeService;

@@ -170,7 +170,7 @@ TEST_F(CameraDesktopDeathTest, AClientThatIsDeadWhenItRegistersIsNotKept) {
     EXPECT_EQ(nullptr, watched.promote());
 }
 
-TEST_F(CameraDesktopDeathTest, OfManyThatLiveOnTheLastToRegisterAreFollowed) {
+TEST_F(CameraDesktopDeathTest, OfManyClientsTheLastToRegisterAreFollowed) {
     registerRemote(3, mFirst);
     registerRemote(3, mSecond);
     registerRemote(5, mSecond);
@@ -201,7 +201,7 @@ TEST_F(CameraDesktopDeathTest, ManyThatLiveOnLeaveAnotherKindsAlone) {
     EXPECT_EQ(1u, deathsOf(5));
 }
 
-TEST_F(CameraDesktopDeathTest, AClientThatIsNotFollowedAnyMoreMayUseTheServiceWhenItIsLetGoOf) {
+TEST_F(CameraDesktopDeathTest, AClientThatIsNoLongerFollowedMayUseTheServiceWhenItIsLetGoOf) {
     struct Leaving : public BpHwCameraDesktopCallback {
         Leaving(const sp<IBinder>& binder, const std::function<void()>& leave)
             : BpHwCameraDesktopCallback(binder), leave(leave) {}
@@ -219,7 +219,7 @@ TEST_F(CameraDesktopDeathTest, AClientThatIsNotFollowedAnyMoreMayUseTheServiceWh
     EXPECT_EQ(1u, deathsOf(5));
 }
 
-TEST_F(CameraDesktopDeathTest, HoweverManyLiveOnNoMoreThanThatAreKept) {
+TEST_F(CameraDesktopDeathTest, HoweverManyClientsLiveOnNoMoreAreKept) {
     std::vector<wp<Callback>> proxies;
     for (size_t i = 0; i < 10 * kMaxLinks; ++i) {
         const sp<Callback> proxy = proxyOf(new RemoteBinder());

@@ -365,7 +365,7 @@ TEST_F(CameraDesktopDebugTest, FramesGoToTheSecondDescriptorUntilItIsEnded) {
     EXPECT_EQ(sent, frames.bytes());
 }
 
-TEST_F(CameraDesktopDebugTest, ADumpNeedsAStreamAFileAndToBeTheOnlyOne) {
+TEST_F(CameraDesktopDebugTest, ADumpNeedsAStreamAndAFileAndThereCanBeOnlyOne) {
     const MemoryFile file;
     EXPECT_EQ("no stream\n", debug({"--dump-frames"}, file.fd()));
     EXPECT_EQ("no stream\n", debug({"--end-dump"}));

@@ -65,7 +65,7 @@ TEST_F(CameraDesktopLifeTest, TheDeathOfAClientThatWasClearedStillClearsTheKind)
     EXPECT_EQ(surface(3), nullptr);
 }
 
-TEST_F(CameraDesktopLifeTest, ReplacingASlotLetsGoOfTheOldClient) {
+TEST_F(CameraDesktopLifeTest, ReplacingAClientLetsGoOfTheOldOne) {
     sp<RecordingClient> client = new RecordingClient("");
     const wp<RecordingClient> watched = client;
     registerClient(3, client);
@@ -201,7 +201,7 @@ TEST_F(CameraDesktopLifeTest, LetsGoOfItsControllerFirstAndOfTheOutputSurfaceLas
     EXPECT_EQ(mLog.lines(), expected);
 }
 
-TEST_F(CameraDesktopLifeTest, TwoThreadsMayUseTheSlotsAtOnce) {
+TEST_F(CameraDesktopLifeTest, TwoThreadsMayUseTheKindsAtOnce) {
     std::atomic<bool> stop{false};
     std::thread controller([&] {
         while (!stop) {

@@ -33,7 +33,7 @@ TEST_F(CameraDesktopTest, LogsARegistrationWithKindAndPointer) {
 
 TEST_F(CameraDesktopTest, HandsTextsOnWhole) {
     const std::string command("command\0more", 12);
-    const std::string reply("\0reply\0more", 12);
+    const std::string reply("\0reply\0more", 11);
     const sp<RecordingClient> client = new RecordingClient(reply);
     registerClient(1, client);
     EXPECT_EQ(send(1, command), reply);
@@ -49,7 +49,7 @@ TEST_F(CameraDesktopTest, ReplacesAnEarlierClientOfTheKind) {
     EXPECT_TRUE(first->commands().empty());
 }
 
-TEST_F(CameraDesktopTest, ANullCallbackClearsTheSlot) {
+TEST_F(CameraDesktopTest, ANullCallbackClearsTheKind) {
     registerClient(3, new RecordingClient("here"));
     registerClient(3, nullptr);
     EXPECT_EQ(send(3), "");
@@ -105,7 +105,7 @@ TEST_F(CameraDesktopTest, RefusesToRegisterAnUnknownKind) {
     EXPECT_TRUE(client->deathLinks().empty());
 }
 
-TEST_F(CameraDesktopTest, AllEightKindsHaveSlotsOfTheirOwn) {
+TEST_F(CameraDesktopTest, EachOfTheEightKindsHasItsOwnClient) {
     for (int kind = 0; kind < 8; ++kind) {
         registerClient(kind, new RecordingClient(std::to_string(kind)));
         setSurface(kind, makeSurface());
@@ -116,7 +116,7 @@ TEST_F(CameraDesktopTest, AllEightKindsHaveSlotsOfTheirOwn) {
     }
 }
 
-TEST_F(CameraDesktopTest, AKindOfTheOldInterfaceSharesTheSlotOfItsNumber) {
+TEST_F(CameraDesktopTest, AKindOfTheOldInterfaceIsTheNewOneOfThatNumber) {
     const sp<RecordingClient> client = new RecordingClient("two");
     EXPECT_TRUE(mService->registerSyncCallback(static_cast<ClientTypes>(2), client).isOk());
     EXPECT_EQ(send(2), "two");
@@ -183,7 +183,7 @@ TEST_F(CameraDesktopTest, GivesTheSurfaceThatWasPosted) {
                          text("Registering surface ptr: %p for client %d", posted.get(), 4)));
 }
 
-TEST_F(CameraDesktopTest, ANullSurfaceClearsTheSlot) {
+TEST_F(CameraDesktopTest, ANullSurfaceClearsTheKind) {
     setSurface(4, makeSurface());
     setSurface(4, nullptr);
     EXPECT_EQ(surface(4), nullptr);

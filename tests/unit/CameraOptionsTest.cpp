@@ -122,7 +122,7 @@ TEST(CameraOptionsTest, TakesASourceALogAndANumberOfFrames) {
     EXPECT_EQ(4294967294u, options.lastFrame);
 }
 
-TEST(CameraOptionsTest, KnowsTheSourcesThatAreNoPipelines) {
+TEST(CameraOptionsTest, RecognisesTheSourcesThatAreNotPipelines) {
     EXPECT_EQ(CameraOptions::Source::kAuto, read({"--source", "auto"}).source);
     EXPECT_EQ(CameraOptions::Source::kCard, read({"--source=auto", "--source=card"}).source);
     EXPECT_TRUE(read({"--list"}).list);
@@ -142,7 +142,7 @@ TEST(CameraOptionsTest, TakesHowThePicturesLieAndWhoIsToldOfThem) {
     EXPECT_EQ("light off", options.onStop);
 }
 
-TEST(CameraOptionsTest, RefusesValuesThatAreNone) {
+TEST(CameraOptionsTest, RefusesInvalidValues) {
     const struct {
         const char *argument, *error;
     } kCases[] = {

@@ -58,7 +58,7 @@ class CaptureDevicesTest : public testing::Test {
     std::vector<std::unique_ptr<ScriptedKernel>> mNodes;
 };
 
-TEST_F(CaptureDevicesTest, FindsNothingWhereThereIsNothing) {
+TEST_F(CaptureDevicesTest, FindsNothingWhereThereAreNoNodes) {
     EXPECT_TRUE(captureDevices().empty());
     EXPECT_EQ("There is no camera: with --source auto the host sees a card.\n", textOf({}));
     mFiles.remove("/sys/class/video4linux");
@@ -85,7 +85,7 @@ TEST_F(CaptureDevicesTest, TakesTheFirstCameraThatIsNotTheWebcamItself) {
     for (const auto& node : mNodes) EXPECT_EQ(0u, node->openDescriptors());
 }
 
-TEST_F(CaptureDevicesTest, KnowsWhatGivesPicturesByTheNodesOwnCapabilities) {
+TEST_F(CaptureDevicesTest, RecognisesCamerasByTheirNodesOwnCapabilities) {
     const struct {
         __u32 can;
         Kind kind;
@@ -104,7 +104,7 @@ TEST_F(CaptureDevicesTest, KnowsWhatGivesPicturesByTheNodesOwnCapabilities) {
     }
 }
 
-TEST_F(CaptureDevicesTest, ListsWhatCannotBeAsked) {
+TEST_F(CaptureDevicesTest, ListsNodesThatCannotBeAsked) {
     add("video0", "driver", kCapture).fail("VIDIOC_QUERYCAP", EIO);
     EXPECT_EQ(Kind::kUnusable, kindOfOnly());
     EXPECT_EQ("/dev/video0  a camera  (driver)  card  <- --source auto\n",
@@ -116,7 +116,7 @@ TEST_F(CaptureDevicesTest, ListsWhatCannotBeAsked) {
             textOf(captureDevices()));
 }
 
-TEST_F(CaptureDevicesTest, LeavesTheGadgetsNodeShut) {
+TEST_F(CaptureDevicesTest, NeverOpensTheGadgetsNode) {
     ScriptedKernel& node = add("video0", "g_uvc", kCapture);
     mFiles.makeDirectory("/sys/class/bus/gadget");
     mFiles.makeDirectory("/sys/class/video4linux/video0/device");

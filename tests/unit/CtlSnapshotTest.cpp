@@ -18,7 +18,6 @@
 namespace korvane::ctl {
 namespace {
 
-using testcard::Frame;
 using testcard::PixelFormat;
 using Bytes = std::vector<uint8_t>;
 

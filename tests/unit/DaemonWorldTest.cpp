@@ -15,7 +15,7 @@ extern "C" int __wrap_unshare(int) {
 namespace korvane::test {
 namespace {
 
-TEST(DaemonWorldTest, SaysWhyItIsNotToBeHad) {
+TEST(DaemonWorldTest, SaysWhyItCannotBeMade) {
     const DaemonWorld world;
     EXPECT_FALSE(world.available());
     EXPECT_THAT(world.whyNot(), testing::HasSubstr("Operation not permitted"));

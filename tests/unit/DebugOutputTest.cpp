@@ -106,7 +106,7 @@ TEST_F(DebugOutputTest, APipeIsLeftAsItWas) {
     for (volatile char& byte : soiled) byte = '\xff';
 }
 
-TEST_F(DebugOutputTest, APipeKeepsNoOtherSignalAwayMeanwhile) {
+TEST_F(DebugOutputTest, OtherSignalsArriveWhileAPipeIsWritten) {
     makePipe();
     sigset_t blocked;
     sWrite = [&](int, const void*, size_t size) {
@@ -185,7 +185,7 @@ TEST_F(DebugOutputTest, NoSignalIsWaitedFor) {
     EXPECT_EQ(0, sWaits[0].tv_nsec);
 }
 
-TEST_F(DebugOutputTest, WhatIsTakenInPartsIsWrittenOnFromThere) {
+TEST_F(DebugOutputTest, APartialWriteIsContinuedWhereItEnded) {
     mEnds[0] = memfd_create("page", MFD_CLOEXEC);
     std::vector<size_t> sizes;
     sWrite = [&](int fd, const void* bytes, size_t size) {
@@ -198,7 +198,7 @@ TEST_F(DebugOutputTest, WhatIsTakenInPartsIsWrittenOnFromThere) {
     EXPECT_EQ("status", read());
 }
 
-TEST_F(DebugOutputTest, NothingIsTriedAgainThatIsNotTaken) {
+TEST_F(DebugOutputTest, WhatIsNotTakenIsNotRetried) {
     mEnds[0] = memfd_create("page", MFD_CLOEXEC);
     for (ssize_t result : {ssize_t{0}, ssize_t{-1}}) {
         int calls = 0;

@@ -29,7 +29,7 @@ class DesktopConnectionTest : public testing::Test {
     DesktopConnection connection{callback};
 };
 
-TEST_F(DesktopConnectionTest, LooksForNothingUntilItIsToConnect) {
+TEST_F(DesktopConnectionTest, LooksForTheServiceOnlyOnceToldToConnect) {
     services.provide("default", desktop);
     EXPECT_EQ(nullptr, connection.service());
     EXPECT_EQ(0, services.lookUps());

@@ -105,7 +105,7 @@ class DoctorTest : public testing::Test {
     std::optional<UvcFunctionTree> mFunction;
 };
 
-TEST_F(DoctorTest, FindsNothingInAMachineThatIsAllRight) {
+TEST_F(DoctorTest, FindsNothingWrongInASoundMachine) {
     std::string udc;
     EXPECT_EQ("", faults(checkBinder()));
     EXPECT_EQ("", faults(checkGadgetSupport()));

@@ -28,23 +28,23 @@ std::string fate(float cap, int fps, int frames) {
     return result;
 }
 
-TEST(FrameDropperTest, KeepsEveryFrameOfJustTheMaximumRate) {
+TEST(FrameDropperTest, KeepsEveryFrameAtTheMaximumRate) {
     EXPECT_EQ(std::string(300, 'K'), fate(30, 30, 300));
 }
 
-TEST(FrameDropperTest, KeepsEveryFrameOfALowerRate) {
+TEST(FrameDropperTest, KeepsEveryFrameAtALowerRate) {
     EXPECT_EQ(std::string(100, 'K'), fate(30, 15, 100));
 }
 
-TEST(FrameDropperTest, KeepsEveryOtherFrameOfTwiceTheRate) {
+TEST(FrameDropperTest, KeepsEveryOtherFrameAtTwiceTheMaximum) {
     EXPECT_EQ("K-K-K-K-K-", fate(30, 60, 10));
 }
 
-TEST(FrameDropperTest, DropsOneInFourOfAThirdMore) {
+TEST(FrameDropperTest, DropsOneFrameInFourAtAThirdAboveTheMaximum) {
     EXPECT_EQ("K-KKK-KKK-KKK-K", fate(30, 40, 15));
 }
 
-TEST(FrameDropperTest, DropsOneInThirtyOneOfAThirtiethMore) {
+TEST(FrameDropperTest, DropsOneFrameInThirtyOneAtAThirtiethAboveTheMaximum) {
     EXPECT_EQ("KK-" + std::string(30, 'K') + "-", fate(30, 31, 34));
 }
 
@@ -97,7 +97,7 @@ TEST(FrameDropperTest, DropsFramesThatGoBackwardsUntilTheyCatchUp) {
     EXPECT_FALSE(dropper->shouldDrop(1033333));
 }
 
-TEST(FrameDropperTest, TakesTimeZeroForATimeAsAnyOther) {
+TEST(FrameDropperTest, TreatsTimeZeroLikeAnyOtherTime) {
     const sp<FrameDropper> dropper = dropperFor(30);
     EXPECT_FALSE(dropper->shouldDrop(-33333));  // the next one is wanted at 0
     EXPECT_TRUE(dropper->shouldDrop(-2001));

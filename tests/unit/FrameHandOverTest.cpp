@@ -106,7 +106,7 @@ TEST_F(FrameHandOverTest, TheClientMayAskBackFromWithinTheStopOfAFrameWithoutADe
 
 // --- A frame for the device ---
 
-TEST_F(FrameHandOverTest, AFrameGoesIntoTheBufferOfItsSlot) {
+TEST_F(FrameHandOverTest, AFrameGoesIntoTheBufferOfItsId) {
     stream();
     for (int slot : {2, 0, 3, 1}) {
         EXPECT_EQ(OK, mHandler->submitBuffer(slot, makePicture(64, 32), 0, -1));

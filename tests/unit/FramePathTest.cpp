@@ -27,7 +27,6 @@ namespace {
 using ::android::Fence;
 using ::android::sp;
 using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
-using testing::ElementsAre;
 
 constexpr int64_t kForEver = -1;
 constexpr int64_t kDefaultTimeout = -2;  // nothing is set
@@ -193,7 +192,7 @@ TEST_F(FramePathTest, AnAbsurdSizeAllocatesNothing) {
     EXPECT_LT(queueFrame(), 0);
 }
 
-TEST_F(FramePathTest, AFrameGoesIntoTheBufferOfItsSlotAndToTheGadget) {
+TEST_F(FramePathTest, AFrameGoesIntoTheBufferOfItsIdAndToTheGadget) {
     streamWithCamera();
     ASSERT_GE(queueFrame(), 0);
     ASSERT_TRUE(sentFrames(1));
@@ -225,7 +224,7 @@ TEST_F(FramePathTest, AFrameThatTheDriverRefusesIsLostAndTheNextOneIsSent) {
     EXPECT_EQ(mWorld.node.sentFrames().size(), 9u);
 }
 
-TEST_F(FramePathTest, AFrameMoreThanTheDeviceHasBuffersWaitsForOneToBeSent) {
+TEST_F(FramePathTest, AFrameWaitsWhileAllBuffersAreOnTheirWay) {
     streamWithCamera();
     for (int i = 0; i < 5; ++i) ASSERT_GE(queueFrame(), 0);
     EXPECT_EQ(mWorld.node.calls("VIDIOC_QBUF").size(), 4u);

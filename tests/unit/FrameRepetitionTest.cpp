@@ -25,7 +25,7 @@ TEST(FrameRepetitionTest, IsOnFromAnIntervalOfOneMicrosecond) {
     EXPECT_TRUE(FrameRepetition(1).isOn());
 }
 
-TEST(FrameRepetitionTest, HasNothingToRepeatWhenItIsNew) {
+TEST(FrameRepetitionTest, ANewOneHasNothingToRepeat) {
     const FrameRepetition repetition;
     EXPECT_EQ(-1, repetition.intervalUs());
     EXPECT_EQ(nullptr, repetition.latest().mBuffer);
@@ -69,7 +69,7 @@ TEST(FrameRepetitionTest, RepeatsAFrameTenTimesAnIntervalApart) {
     EXPECT_FALSE(repetition.noteRepeated());  // forced on a blocked one
 }
 
-TEST(FrameRepetitionTest, CountsAnewWithANewFrame) {
+TEST(FrameRepetitionTest, RestartsItsCountWithANewFrame) {
     FrameRepetition repetition(10);
     repetition.setLatest(frame(0));
     for (int i = 0; i < 9; ++i) repetition.noteRepeated();
@@ -77,7 +77,7 @@ TEST(FrameRepetitionTest, CountsAnewWithANewFrame) {
     EXPECT_TRUE(repetition.noteRepeated());
 }
 
-TEST(FrameRepetitionTest, MakesPostedRepetitionsVoid) {
+TEST(FrameRepetitionTest, CancelsPostedRepetitions) {
     FrameRepetition repetition(10);
     repetition.cancel();
     const int32_t posted = repetition.generation();

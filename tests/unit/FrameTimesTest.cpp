@@ -125,7 +125,7 @@ TEST_F(FrameTimesTest, HasNoMaximumAfterOneOfZero) {
     EXPECT_EQ(std::nullopt, made(-1000));  // nor is dropping disabled
 }
 
-TEST_F(FrameTimesTest, BeginsAnewWithEachMaximumRate) {
+TEST_F(FrameTimesTest, RestartsWithEachMaximumRate) {
     ASSERT_EQ(OK, times.setMaxFps(10));
     EXPECT_THAT(tooSoon({0}), IsEmpty());
     ASSERT_EQ(OK, times.setMaxFps(10));
@@ -244,7 +244,7 @@ TEST_F(FrameTimesTest, KeepsBackwardFramesWhenDroppingIsDisabledAndItDoesNotSnap
 }
 
 // A capture below zero is none that a frame could be counted from.
-TEST_F(FrameTimesTest, BeginsATimeLapseAnewUntilAFrameWasCapturedAtZeroOrLater) {
+TEST_F(FrameTimesTest, RestartsATimeLapseUntilAFrameWasCapturedAtZeroOrLater) {
     use({.captureFps = 1, .fps = 4});
     EXPECT_THAT(madeOf({-3300000, -4, 0, 1000000}), ElementsAre(-825000, -1, 0, 250000));
 }

@@ -73,7 +73,7 @@ TEST_F(GadgetMachineTest, SaysWhoHasTheController) {
     }
 }
 
-TEST_F(GadgetMachineTest, FindsTheFunctionsNodeByWhatItHangsOn) {
+TEST_F(GadgetMachineTest, FindsTheFunctionsNodeByItsController) {
     mFiles.makeDirectory("/sys/class/platform/soc.usb/gadget.0");
     mFiles.makeDirectory("/sys/class/platform/camera");
     addController("soc.usb");
@@ -170,7 +170,7 @@ class Sleeper {
     const pid_t mPid;
 };
 
-TEST(NodeServerTest, KnowsAProcessThatIsGoneBeforeAnybodyHasWaitedForIt) {
+TEST(NodeServerTest, RecognisesADeadProcessBeforeAnybodyHasWaitedForIt) {
     EXPECT_FALSE(hasDied(getpid()));
     const Sleeper sleeper;
     EXPECT_FALSE(hasDied(sleeper.pid()));
@@ -181,7 +181,7 @@ TEST(NodeServerTest, KnowsAProcessThatIsGoneBeforeAnybodyHasWaitedForIt) {
     EXPECT_TRUE(hasDied(0x7fffffff));
 }
 
-TEST(NodeServerTest, CountsOnlyWhoHasTheNodeOpenForReadingAndWriting) {
+TEST(NodeServerTest, CountsOnlyProcessesThatHaveTheNodeOpenForReadingAndWriting) {
     if (geteuid() != 0) GTEST_SKIP() << "only root sees who has a node open";
     // A device that nobody else opens.
     const std::string node = "shm/korvane-node-" + std::to_string(getpid());

@@ -216,7 +216,7 @@ TEST_F(IdleNodeTest, DescribesEachBuffer) {
     }
 }
 
-TEST_F(IdleNodeTest, DescribesNoBufferThatThereIsNot) {
+TEST_F(IdleNodeTest, RefusesToDescribeABufferThatDoesNotExist) {
     v4l2_buffer buffer = makeBuffer(0);
     EXPECT_EQ(EINVAL, query(&buffer));
     ASSERT_EQ(2, request(2));
@@ -251,7 +251,7 @@ TEST_F(IdleNodeTest, MapsNothingBeyondItsBuffers) {
     EXPECT_EQ(EINVAL, map(last.length, access, MAP_SHARED, last.m.offset));
 }
 
-TEST_F(IdleNodeTest, MayBeAskedForBuffersAnewWhileTheOldOnesAreMapped) {
+TEST_F(IdleNodeTest, MayBeAskedForNewBuffersWhileTheOldOnesAreMapped) {
     ASSERT_EQ(1, request(1));
     const v4l2_buffer buffer = state(0);
     void* memory = mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, node(),
@@ -270,7 +270,7 @@ TEST_F(IdleNodeTest, QueuesBuffersThatNobodyHasMapped) {
     EXPECT_EQ(0u, state(0).flags & V4L2_BUF_FLAG_QUEUED);
 }
 
-TEST_F(IdleNodeTest, QueuesNoBufferThatThereIsNot) {
+TEST_F(IdleNodeTest, RefusesToQueueABufferThatDoesNotExist) {
     EXPECT_EQ(EINVAL, queue(makeBuffer(0, 5)));
     ASSERT_EQ(2, request(2));
     EXPECT_EQ(EINVAL, queue(makeBuffer(2, 5)));
@@ -279,7 +279,7 @@ TEST_F(IdleNodeTest, QueuesNoBufferThatThereIsNot) {
     EXPECT_EQ(EINVAL, queue(makeBuffer(0, 5)));
 }
 
-TEST_F(IdleNodeTest, QueuesNoBufferOfAnotherTypeOrMemory) {
+TEST_F(IdleNodeTest, RefusesToQueueABufferOfAnotherTypeOrMemory) {
     ASSERT_EQ(2, request(2));
     v4l2_buffer buffer = makeBuffer(0, 5);
     buffer.type = kCapture;
@@ -331,11 +331,11 @@ TEST_F(IdleNodeTest, GivesNoBufferBack) {
     EXPECT_EQ(EINVAL, dequeue());
 }
 
-TEST_F(IdleNodeTest, StreamsNothingWithoutBuffers) {
+TEST_F(IdleNodeTest, RefusesToStreamWithoutBuffers) {
     EXPECT_EQ(EINVAL, stream(VIDIOC_STREAMON));
 }
 
-TEST_F(IdleNodeTest, StartsAndStopsNoStreamOfAnotherType) {
+TEST_F(IdleNodeTest, RefusesToStartOrStopAStreamOfAnotherType) {
     ASSERT_EQ(2, request(2));
     EXPECT_EQ(EINVAL, stream(VIDIOC_STREAMON, kCapture));
     EXPECT_EQ(EINVAL, stream(VIDIOC_STREAMOFF, kCapture));

@@ -41,7 +41,7 @@ class GadgetSettingsTest : public testing::Test {
     }
 };
 
-TEST_F(GadgetSettingsTest, HasADefaultForEverythingThatHighSpeedCarries) {
+TEST_F(GadgetSettingsTest, HasDefaultsThatHighSpeedCarries) {
     EXPECT_EQ("", readFile("# nothing\n\n  \n"));
     EXPECT_EQ("", mSettings.finish());
     EXPECT_EQ((std::vector<std::string>{"yuyv:640x480@30,15", "mjpeg:640x480@30",

@@ -157,7 +157,7 @@ TEST(GraphicBufferTest, SaysSoWhenThereIsNoMemory) {
     EXPECT_EQ(NO_MEMORY, allocate(4, 4, kRgba)->initCheck());
 }
 
-TEST(GraphicBufferTest, HasMemoryThatCanNotChangeItsSize) {
+TEST(GraphicBufferTest, HasMemoryThatCannotChangeItsSize) {
     const sp<GraphicBuffer> buffer = allocate(64, 32, kRgba);
     const int memory = buffer->handle->data[0];
     EXPECT_EQ(-1, ftruncate(memory, 0));
@@ -239,7 +239,7 @@ TEST(GraphicBufferTest, TakesHandlesAsItIsTold) {
     EXPECT_EQ(before, countOpenDescriptors());
 }
 
-TEST(GraphicBufferTest, LeavesAHandleThatItCanNotImport) {
+TEST(GraphicBufferTest, LeavesAHandleThatItCannotImport) {
     const OwnedHandle handle(native_handle_create(0, 1));
     handle->data[0] = 0;
     const sp<GraphicBuffer> buffer = new GraphicBuffer(

@@ -86,10 +86,11 @@ class GstreamerSourceTest : public testing::Test {
 
     static void expectRed(const Memory& memory) {
         const uint8_t* chroma = &memory.bytes[kWidth * kHeight];
+        const size_t last = kWidth * kHeight / 2 - 1;
         EXPECT_NEAR(81, memory.bytes[0], 2);
         EXPECT_NEAR(90, chroma[0], 2);
         EXPECT_NEAR(240, chroma[1], 2);
-        EXPECT_NEAR(240, chroma[kWidth * kHeight / 2 - 1], 2);
+        EXPECT_NEAR(240, chroma[last], 2);
     }
 };
 
@@ -164,7 +165,7 @@ TEST_F(GstreamerSourceTest, LeavesOutAFileThatIsTooLarge) {
     EXPECT_EQ(std::vector<uint8_t>(100, 1), memory.bytes);
 }
 
-TEST_F(GstreamerSourceTest, BeginsASourceThatEndsAgain) {
+TEST_F(GstreamerSourceTest, RestartsASourceThatEnds) {
     GstreamerSource source("videotestsrc num-buffers=3");
     ASSERT_TRUE(source.start(kNv12));
     Memory memory;
@@ -183,7 +184,7 @@ TEST_F(GstreamerSourceTest, GivesUpASourceThatEndsWithoutAPicture) {
     EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
 }
 
-TEST_F(GstreamerSourceTest, SaysThatASourceHasEndedOfWhichNoPictureCameThrough) {
+TEST_F(GstreamerSourceTest, SaysThatASourceEndedBeforeAnyPictureCameThrough) {
     GstreamerSource source(
             "videotestsrc num-buffers=5 ! videorate drop-only=true ! "
             "identity name=gate eos-after=1");
@@ -235,7 +236,7 @@ std::vector<uint8_t> cardFile(uint32_t width, uint32_t height) {
     return testcard::TestCardJpeg::create(layout)->file({1, 2});
 }
 
-TEST_F(GstreamerSourceTest, FailsWhenItsSourceDoesInTheMiddleAndIsWellAgainAfterwards) {
+TEST_F(GstreamerSourceTest, FailsWithItsSourceInTheMiddleAndRecoversAfterwards) {
     const test::TemporaryFolder files;
     const std::string film =
             jpegFiles(files.write("a.jpg", cardFile(kWidth, kHeight)), "width=320,height=240");

@@ -16,7 +16,6 @@ using android::OK;
 using android::hardware::BinderDriver;
 using android::hardware::DriverChannel;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kPath[] = "/dev/scripted";
 

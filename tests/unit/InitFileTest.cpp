@@ -67,7 +67,7 @@ TEST(InitFileTest, ReadsServicesWithTheirOptions) {
     EXPECT_EQ((Words{"rlimit", "nofile", "1024", "1024"}), file.services[0].options[5].words);
 }
 
-TEST(InitFileTest, RefusesTriggersThatAreNone) {
+TEST(InitFileTest, RefusesInvalidTriggers) {
     EXPECT_EQ("line 1: a trigger is missing", errorOf("on\n"));
     EXPECT_EQ("line 1: a trigger is missing", errorOf("on boot &&\n"));
     EXPECT_EQ("line 1: && is wanted, not ||", errorOf("on boot || property:a=1\n"));
@@ -110,21 +110,21 @@ TEST(InitFileTest, RefusesOptionsThatItDoesNotKnowOrThatAreAnotherForm) {
     EXPECT_EQ("line 2: rlimit: 'many' is not a number", errorOfService("rlimit nofile many 9"));
 }
 
-TEST(InitFileTest, RefusesOptionsThatStandTwice) {
+TEST(InitFileTest, RefusesRepeatedOptions) {
     EXPECT_EQ("line 3: user a second time", errorOfService("user a\nuser b\n"));
     EXPECT_EQ("line 3: interface a second time",
               errorOfService("interface a@1.0::IA x\ninterface a@1.0::IA x\n"));
     EXPECT_EQ("none", errorOfService("interface a@1.0::IA x\ninterface a@1.0::IA y\n"));
 }
 
-TEST(InitFileTest, RefusesLimitsThatAreNone) {
+TEST(InitFileTest, RefusesInvalidLimits) {
     EXPECT_EQ("line 2: no limit: files", errorOfService("rlimit files 1 2"));
     EXPECT_EQ("line 2: rlimit: the soft limit is above the hard one",
               errorOfService("rlimit nofile 1025 1024"));
     EXPECT_EQ("none", errorOfService("rlimit nofile 1024 1024"));
 }
 
-TEST(InitFileTest, RefusesLinesBelowNoSection) {
+TEST(InitFileTest, RefusesLinesOutsideOfAnySection) {
     EXPECT_EQ("line 1: below no section: mkdir", errorOf("mkdir /a\n"));
 }
 

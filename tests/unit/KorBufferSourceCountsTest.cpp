@@ -80,7 +80,7 @@ TEST_F(KorBufferSourceCountsTest, OnlyAFramesFirstWayIsTimed) {
     EXPECT_EQ(1u, timed);
 }
 
-TEST_F(KorBufferSourceCountsTest, FramesThatGoBackInTimeAreDropped) {
+TEST_F(KorBufferSourceCountsTest, FramesThatGoBackInTimeAreCountedAsDropped) {
     start(4);
     queueFrame(5 * kMs);
     queueFrame(4 * kMs);

@@ -72,7 +72,7 @@ class Watcher : public ComponentWrapper {
     const std::function<bool()> mIsLocked;
 };
 
-TEST_F(KorBufferSourceLockTest, HoldsItOverEveryCallOfItsComponent) {
+TEST_F(KorBufferSourceLockTest, HoldsTheLockDuringEveryCallToItsComponent) {
     const sp<Watcher> watcher = new Watcher([this] { return isLocked(); });
     ASSERT_EQ(OK, source->configure(watcher, 4, kWidth, kHeight, kNv12, 3));
     for (int id : {0, 1}) ASSERT_EQ(OK, source->onInputBufferAdded(id));
@@ -85,7 +85,7 @@ TEST_F(KorBufferSourceLockTest, HoldsItOverEveryCallOfItsComponent) {
     EXPECT_FALSE(isLocked());
 }
 
-TEST_F(KorBufferSourceLockTest, HoldsItWhileAFrameIsReleased) {
+TEST_F(KorBufferSourceLockTest, HoldsTheLockWhileAFrameIsReleased) {
     start(1);
     ASSERT_GE(queueFrame(1 * kMs), 0);
     bool wasLocked = false;
@@ -94,7 +94,7 @@ TEST_F(KorBufferSourceLockTest, HoldsItWhileAFrameIsReleased) {
     EXPECT_TRUE(wasLocked);
 }
 
-TEST_F(KorBufferSourceLockTest, WaitsForItWhoeverEnters) {
+TEST_F(KorBufferSourceLockTest, EveryEntryPointWaitsForTheLock) {
     prepare(1);
     expectWaits("onInputBufferAdded", [this] { (void)source->onInputBufferAdded(1); });
     expectWaits("setMaxFps", [this] { (void)source->setMaxFps(30); });
@@ -108,7 +108,7 @@ TEST_F(KorBufferSourceLockTest, WaitsForItWhoeverEnters) {
     expectWaits("onMessageReceived", [this, repeat] { peer.onMessageReceived(repeat); });
 }
 
-TEST_F(KorBufferSourceLockTest, SetsTheBufferCountBeforeItTakesIt) {
+TEST_F(KorBufferSourceLockTest, SetsTheBufferCountBeforeItTakesTheLock) {
     queue->clear();
     peer.mutex().lock();
     PendingCall<status_t> configuring([this] { return configure(); });
@@ -118,7 +118,7 @@ TEST_F(KorBufferSourceLockTest, SetsTheBufferCountBeforeItTakesIt) {
     EXPECT_EQ(OK, configuring.get());
 }
 
-TEST_F(KorBufferSourceLockTest, HoldsItOverTheRestOfItsConfiguration) {
+TEST_F(KorBufferSourceLockTest, HoldsTheLockDuringTheRestOfItsConfiguration) {
     std::vector<std::string> unlocked;
     queue->clear();
     queue->duringCall = [&](const std::string& name) {
@@ -130,7 +130,7 @@ TEST_F(KorBufferSourceLockTest, HoldsItOverTheRestOfItsConfiguration) {
     EXPECT_THAT(unlocked, ElementsAre("setMaxAcquiredBufferCount"));
 }
 
-TEST_F(KorBufferSourceLockTest, LogsTheMaximumRateBeforeItTakesIt) {
+TEST_F(KorBufferSourceLockTest, LogsTheMaximumRateBeforeItTakesTheLock) {
     peer.mutex().lock();
     PendingCall<status_t> setting([this] { return source->setMaxFps(30); });
     EXPECT_TRUE(log.waitFor(ANDROID_LOG_DEBUG, kTag, "setMaxFps: maxFps=30"));
@@ -138,14 +138,14 @@ TEST_F(KorBufferSourceLockTest, LogsTheMaximumRateBeforeItTakesIt) {
     EXPECT_EQ(OK, setting.get());
 }
 
-TEST_F(KorBufferSourceLockTest, OffersEndpointsWithoutIt) {
+TEST_F(KorBufferSourceLockTest, OffersEndpointsWithoutTheLock) {
     Mutex::Autolock lock(peer.mutex());
     PendingCall<bool> offering(
             [this] { return source->getHGraphicBufferProducer_V1_0() != nullptr; });
     EXPECT_TRUE(offering.get());
 }
 
-TEST_F(KorBufferSourceLockDeathTest, JudgesAMessageBeforeItTakesIt) {
+TEST_F(KorBufferSourceLockDeathTest, JudgesAMessageBeforeItTakesTheLock) {
     const sp<AMessage> msg = new AMessage(1, nullptr);
     Mutex::Autolock lock(peer.mutex());
     EXPECT_DEATH(peer.onMessageReceived(msg), trespass(1483));

@@ -371,7 +371,7 @@ TEST_F(RepeatLooperTest, RaisesTheGenerationWithEveryPostedRepetition) {
     EXPECT_EQ(3, peer.repetition().generation());
 }
 
-TEST_F(RepeatLooperTest, BeginsAnewWithANewFrame) {
+TEST_F(RepeatLooperTest, RestartsWithANewFrame) {
     startRepeating(2, 1000000000);
     ASSERT_GE(queueFrame(100 * kMs), 0);
     peer.repetition() = FrameRepetition(1000);  // the frame is still lent

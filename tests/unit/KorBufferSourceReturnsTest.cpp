@@ -22,7 +22,6 @@ using korvane::test::isClosed;
 using korvane::test::LogLine;
 using korvane::test::ManualFence;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class KorBufferSourceReturnsTest : public FrameSourceTest {
   protected:

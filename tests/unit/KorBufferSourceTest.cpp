@@ -56,7 +56,7 @@ TEST_F(KorBufferSourceTest, ConnectsToItsQueueUnderItsNameAndNotForAnApplication
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(KorBufferSourceTest, HasNothingAndDoesNothingWhenItIsNew) {
+TEST_F(KorBufferSourceTest, ANewOneHasNothingAndDoesNothing) {
     EXPECT_EQ(State::IDLE, peer.state());
     EXPECT_FALSE(peer.actions().isSuspended());
     EXPECT_FALSE(peer.repetition().isOn());

@@ -22,7 +22,7 @@ TEST(CountTableTest, CountsEachIndexByItself) {
     EXPECT_EQ(5u, table.total(2));
 }
 
-TEST(CountTableTest, AMarkStartsTheSecondCountAnew) {
+TEST(CountTableTest, AMarkRestartsTheSecondCount) {
     CountTable<2> table;
     table.add(0, 3);
     EXPECT_EQ(3u, table.sinceMark(0));
@@ -33,7 +33,7 @@ TEST(CountTableTest, AMarkStartsTheSecondCountAnew) {
     EXPECT_EQ(7u, table.total(0));
 }
 
-TEST(CountTableTest, WhatIsBeyondTheLastIsTheLast) {
+TEST(CountTableTest, AnIndexBeyondTheLastIsTheLast) {
     CountTable<2> table;
     table.add(2);
     table.add(1000);
@@ -83,7 +83,7 @@ TEST_F(LatencyHistogramTest, ATimeIsBelowTheBoundOfItsClass) {
     EXPECT_EQ(15u, classOf(INT64_MAX));
 }
 
-TEST_F(LatencyHistogramTest, AMarkStartsTheSecondCountAnew) {
+TEST_F(LatencyHistogramTest, AMarkRestartsTheSecondCount) {
     LatencyHistogram histogram;
     histogram.add(0);
     histogram.mark();

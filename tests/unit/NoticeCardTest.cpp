@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(, NoticeCardTest,
                          testing::Values(Size{320, 240}, Size{640, 480}, Size{648, 486},
                                          Size{1280, 720}, Size{1920, 1080}));
 
-TEST_P(NoticeCardTest, SaysInWordsAndInItsCodeWhatIsTheMatterInEitherFormat) {
+TEST_P(NoticeCardTest, SaysWhatIsWrongInWordsAndCodeInBothFormats) {
     const auto [width, height] = GetParam();
     for (const char* fourcc : {"NV12", "MJPG"}) {
         const PictureFormat format{fourcc, width, height, 30};

@@ -104,7 +104,7 @@ TEST(Nv12CopyTest, NobodyLooksForCr) {
     EXPECT_EQ(picture.bytes(), out);
 }
 
-TEST(Nv12CopyTest, AFrameWithoutRowsIsNothing) {
+TEST(Nv12CopyTest, AFrameWithoutRowsHasNoBytes) {
     const YCbCrPicture picture(YCbCrPicture::NV21, 8, 4);
     uint8_t out = kUntouched;
     EXPECT_EQ(0u, nv12Size(picture.planes(), 0));

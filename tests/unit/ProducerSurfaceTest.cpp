@@ -151,7 +151,7 @@ TEST_F(ProducerSurfaceTest, PassesOnThatThereIsNoBuffer) {
     }
 }
 
-TEST_F(ProducerSurfaceTest, RefusesSlotsThatThereAreNot) {
+TEST_F(ProducerSurfaceTest, RefusesSlotsThatDoNotExist) {
     for (const int32_t slot : {-1, 64, INT32_MAX}) {
         mProducer->slot = slot;
         EXPECT_EQ(android::BAD_VALUE, dequeueOnce()) << slot;

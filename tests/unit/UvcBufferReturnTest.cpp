@@ -70,7 +70,7 @@ TEST_F(UvcBufferReturnTest, AFailedWriteReportsNothing) {
     EXPECT_EQ(0, takeLocks(blob));
 }
 
-TEST_F(UvcBufferReturnTest, AnIndexThatTheDriverMadeUpIsAFailedWrite) {
+TEST_F(UvcBufferReturnTest, AnIndexInventedByTheDriverIsAFailedWrite) {
     streamJpeg();
     for (int i = 0; i < 5; ++i) EXPECT_EQ(i < 4 ? 0 : -1, giveBack(4));
     EXPECT_THAT(mListener.events, ElementsAre("stop"));

@@ -62,7 +62,7 @@ TEST_F(UvcConfigTest, StartsWithTheFirstFrameOfTheFirstFormat) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(UvcConfigTest, StartsWithTheSameSelectionInBothSlots) {
+TEST_F(UvcConfigTest, StartsWithTheSameSelectionForProbeAndCommit) {
     UvcConfig config;
     config.setControlSelector(kCommit);
     EXPECT_EQ(640u, config.getWidth());
@@ -147,7 +147,7 @@ TEST_F(UvcConfigTest, StoresAnyIntervalAsItIs) {
     }
 }
 
-TEST_F(UvcConfigTest, RefusesAFormatThatThereIsNot) {
+TEST_F(UvcConfigTest, RefusesAFormatThatDoesNotExist) {
     const LogRecorder log;
     UvcConfig config;
     ASSERT_TRUE(config.setVideoStreamConfig(1, 2, 333333));
@@ -162,7 +162,7 @@ TEST_F(UvcConfigTest, RefusesAFormatThatThereIsNot) {
     EXPECT_EQ(V4L2_PIX_FMT_NV12, config.getFormat());
 }
 
-TEST_F(UvcConfigTest, RefusesAFrameThatTheFormatHasNot) {
+TEST_F(UvcConfigTest, RefusesAFrameThatTheFormatDoesNotHave) {
     const LogRecorder log;
     mTree->addFrame(UvcFunctionTree::kMjpeg, "f3", 3840, 2160);
     UvcConfig config;

@@ -92,7 +92,7 @@ TEST_F(UvcCountsTest, TheModeIsTheCommittedOne) {
 
 // --- The stream ---
 
-TEST_F(UvcCountsTest, AStreamStartsTheSecondCountAnewAndHasBuffers) {
+TEST_F(UvcCountsTest, AStreamRestartsTheSecondCountAndHasBuffers) {
     streamJpeg();
     EXPECT_EQ(NodeState::STREAMING, mStats.node());
     for (int i = 0; i < 4; ++i) EXPECT_EQ(BufferState::FREE, mStats.buffer(i));

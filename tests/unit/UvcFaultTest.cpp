@@ -120,7 +120,7 @@ using Fault = std::tuple<std::string, int>;
 
 class UvcFaultTest : public UvcLifeTest, public testing::WithParamInterface<Fault> {};
 
-TEST_P(UvcFaultTest, AtAnyOfItsPlacesNothingIsLeftAndTheNextStreamWorks) {
+TEST_P(UvcFaultTest, AFaultAnywhereLeavesNothingBehindAndTheNextStreamWorks) {
     const auto& [name, errorNumber] = GetParam();
     expectToStream();
     const int descriptors = countOpenDescriptors();

@@ -346,7 +346,7 @@ TEST_F(UvcFunctionConfigTest, TakesNoFrameFromTheFormatFolderItselfOrTheOneAbove
     EXPECT_TRUE(read().empty());
 }
 
-TEST_F(UvcFunctionConfigTest, SkipsWhatIsNoFolder) {
+TEST_F(UvcFunctionConfigTest, SkipsWhatIsNotAFolder) {
     mTree->addFrame(kMjpeg, "f1", 640, 480);
     mTree->addFrame("other/o", "f2", 320, 240);
     const std::string link = UvcFunctionTree::framePath(kMjpeg, "link");

@@ -382,7 +382,7 @@ TEST_F(UvcGadgetPollTest, ASocketThatCannotBeWatchedIsNotOpen) {
     EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_DQEVENT", 1));
 }
 
-TEST_F(UvcGadgetPollTest, WaitsForNothingWhenThereIsNothing) {
+TEST_F(UvcGadgetPollTest, WaitsForNothingWithoutAnyDescriptor) {
     sSocketFails = true;
     mWorld.node.setDriver("uvcvideo");
     mWorld.create();

@@ -157,7 +157,7 @@ TEST_F(UvcRequestTest, OnlyVersion15IsLonger) {
     }
 }
 
-TEST_F(UvcRequestTest, GetResGivesTheCurrentValuesNotSteps) {
+TEST_F(UvcRequestTest, GetResGivesTheCurrentValuesRatherThanSteps) {
     select(kProbe, kMjpeg, kLargeFrame);
     const Mode current{2, 2, 333333, 921600};
     EXPECT_EQ(response(34, blockOf(current)), get(kGetRes));
@@ -208,7 +208,7 @@ TEST_F(UvcRequestTest, AStalledSetCurDoesNotSelectItsControl) {
     EXPECT_EQ(response(34, blockOf(kYuyvLarge)), get(kGetCur));
 }
 
-TEST_F(UvcRequestTest, OnlyTheSelectorsAndInterfacesOwnBytesCount) {
+TEST_F(UvcRequestTest, OnlyTheBytesOfSelectorAndInterfaceCount) {
     const Bytes current = response(34, blockOf(kYuyvSmall));
     EXPECT_EQ(current, ask(kGet, kGetCur, 0x01FF, kStreaming));
     EXPECT_EQ(current, ask(kGet, kGetCur, 0x0100, 0xFF00 | kStreaming));
@@ -406,7 +406,7 @@ TEST_F(UvcRequestTest, ACommitIsDoneWhateverSetFormatSays) {
     EXPECT_EQ(response(34, blockOf(kYuyvLarge)), get(kGetCur));
 }
 
-TEST_F(UvcRequestTest, ACommitOfWhatThereIsNotKeepsTheSelection) {
+TEST_F(UvcRequestTest, ACommitOfAModeThatDoesNotExistKeepsTheSelection) {
     select(kCommit, kUncompressed, kLargeFrame);
     for (const auto& [format, frame] : {std::pair{0, 1}, {3, 1}, {1, 0}, {1, 3}, {255, 255}}) {
         select(kCommit, format, frame);
@@ -433,7 +433,7 @@ TEST_F(UvcRequestTest, TheHighestRateIsLoggedToTheLastDigit) {
                          "handleData: commit with fmt: YUYV, size: 640x480, fps: 10000000.00"));
 }
 
-TEST_F(UvcRequestTest, DataThatNobodyAnnouncedIsOnlyLogged) {
+TEST_F(UvcRequestTest, UnannouncedDataIsOnlyLogged) {
     mKernel.sendData(Bytes(34, 1));
     EXPECT_EQ(0, exception());
     EXPECT_THAT(mLog.lines(), ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag,

@@ -153,7 +153,7 @@ TEST_F(UvcStreamingControlTest, ReportsAnIntervalThatIsNotListed) {
     EXPECT_EQ(1u, filled(config, &UvcConfig::fillCurCtrl).dwFrameInterval);
 }
 
-TEST_F(UvcStreamingControlTest, AnswersFromTheActiveSlot) {
+TEST_F(UvcStreamingControlTest, AnswersFromTheActiveSelection) {
     UvcConfig config;
     config.setControlSelector(1);
     ASSERT_TRUE(config.setVideoStreamConfig(2, 5, 111));

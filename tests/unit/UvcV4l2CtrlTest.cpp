@@ -222,7 +222,7 @@ TEST_F(UvcV4l2CtrlTest, OpensAndClosesOfSeveralThreadsAddUp) {
 }
 
 // A daemon that was started without a standard input gets its descriptor.
-TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
+TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsTreatedLikeAnyOther) {
     const DescriptorZero zero;
     EXPECT_EQ(0, mCtrl->open());
     EXPECT_EQ(0, mCtrl->fd);
@@ -235,7 +235,7 @@ TEST_F(UvcV4l2CtrlTest, DescriptorZeroIsOneLikeAnyOther) {
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 
-TEST_F(UvcV4l2CtrlTest, AFirstOpenWithDescriptorZeroIsRefusedToo) {
+TEST_F(UvcV4l2CtrlTest, AFirstOpenWithDescriptorZeroOpenIsRefusedToo) {
     mCtrl->fd = 0;
     EXPECT_EQ(-22, mCtrl->open());
     EXPECT_THAT(mLog.lines(), ElementsAre(error("FIX:first open but fd valid")));

@@ -89,7 +89,7 @@ TEST_F(UvcWriteFailureTest, TheStreamThatTheyEndGivesUpItsFramesAndTheNextOneWor
     EXPECT_THAT(mListener.events, ElementsAre("stop", "start", "emptied"));
 }
 
-TEST_F(UvcWriteFailureTest, TheCountStartsAnewAfterItStoppedAStream) {
+TEST_F(UvcWriteFailureTest, TheCountRestartsAfterItHasStoppedAStream) {
     streamJpeg();
     for (int i = 0; i < 5; ++i) failingWrite();
     failFourTimes();

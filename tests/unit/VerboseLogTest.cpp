@@ -17,14 +17,14 @@ std::string logged(android_LogPriority priority) {
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(VerboseLogTest, ShowsDebugLinesAndAllThatMatterMore) {
+TEST(VerboseLogTest, ShowsDebugLinesAndAllAbove) {
     for (const auto priority : {ANDROID_LOG_DEBUG, ANDROID_LOG_INFO, ANDROID_LOG_WARN,
                                 ANDROID_LOG_ERROR, ANDROID_LOG_FATAL}) {
         EXPECT_THAT(logged(priority), HasSubstr("line 7")) << priority;
     }
 }
 
-TEST(VerboseLogTest, HidesWhatMattersLess) {
+TEST(VerboseLogTest, HidesVerboseLines) {
     EXPECT_THAT(logged(ANDROID_LOG_VERBOSE), Not(HasSubstr("line 7")));
 }
 

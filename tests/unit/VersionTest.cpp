@@ -10,7 +10,7 @@
 namespace korvane {
 namespace {
 
-TEST(VersionTest, IsToldByEveryProgramInTheSameWay) {
+TEST(VersionTest, EveryProgramTellsItInTheSameWay) {
     for (const std::string name :
          {"desktop-camera", "desktopctl", "korvane-gadget", "testcard-check"}) {
         const test::ProgramResult result = test::runProgram(name, {"--version"});

@@ -167,7 +167,7 @@ TEST(YuyvConverterBoundsTest, TheSmallestPicturesStayWithinTheirMemory) {
     }
 }
 
-TEST(YuyvConverterBoundsTest, APictureWithoutPixelsIsNothing) {
+TEST(YuyvConverterBoundsTest, APictureWithoutPixelsWritesNothing) {
     const YCbCrPicture picture(YCbCrPicture::NV12, 4, 4);
     YuyvConverter converter;
     converter.convert(picture.planes(), 0, 4, nullptr);
