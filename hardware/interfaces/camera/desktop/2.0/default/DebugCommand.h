@@ -15,10 +15,10 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * Carries out one call of debug() and writes its answer to the first descriptor of the handle.
  *
  * Options: none shows the status as a page, "--json" for programs; "--dump-frames" has every frame
- * of the stream written to the handle's second descriptor, "--end-dump" ends that, which the end of
- * the stream does as well. Anything else is answered with a line on each.
+ * of the stream written to the handle's second descriptor; "--end-dump" ends that, and so does the
+ * end of the stream. Anything else is answered with a line about each.
  *
- * The status takes no lock, the dump the one of the device, as "get-stream-config" does. Whoever
+ * The status takes no lock, the dump takes the device's, as "get-stream-config" does. Whoever
  * calls can't hold the service up: an answer (less than 8 KiB) goes to a pipe or socket as far as
  * it takes it at once, or to a file; frames go to a file only.
  */

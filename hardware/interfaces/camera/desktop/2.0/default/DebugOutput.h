@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writing to descriptors of others, who must not hold the writer up.
+// Writing to other processes' descriptors without being held up by them.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
- * Whether writing to the descriptor waits for no program: a regular file of a file system that the
- * kernel serves itself.
+ * Whether writing to the descriptor never waits for a program: it is a regular file, of a file
+ * system that the kernel serves itself.
  */
 bool isPlainFile(int fd);
 

@@ -16,7 +16,7 @@ namespace android {
 /**
  * The table of slots: one CachedBuffer for each slot that a frame came from, and how many frames
  * the queue waits for. The queue waits only for frames whose buffer is still their slot's: the
- * others it has forgotten, and they are not to be released.
+ * others it has forgotten, and they must not be released.
  *
  * Slots are the queue's, 0 to 63; an index is a place in the table, below 0 for none, and holds
  * until a slot is added or removed.
@@ -45,7 +45,7 @@ class BufferSlotTable {
     /** Frames acquired from the queue and not released yet. */
     int32_t outstandingAcquires() const { return mOutstandingAcquires; }
     void noteAcquired() { ++mOutstandingAcquires; }
-    /** A frame has gone. True when the queue must be told: it waits for it. */
+    /** A frame has gone. True when the queue waits for it and must be told. */
     [[nodiscard]] bool noteReleased(const CachedBuffer& buffer);
 
   private:

@@ -39,7 +39,7 @@ class CachedBuffer {
     /** Whether an AcquiredBuffer of it lives. */
     bool isAcquired() const { return mAcquirable.use_count() > 1; }
 
-    /** Notes that the buffer is no longer its slot's. Fatal when that is known already. */
+    /** Notes that the buffer is no longer its slot's. Fatal when that was noted before. */
     void discard();
 
     const std::shared_ptr<Acquirable>& acquirable() const { return mAcquirable; }

@@ -18,8 +18,8 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * The frame source to which frames come back, if there is one, and its producer, which the service
  * has under kind 4. Both change together: a surface that has been withdrawn isn't posted.
  *
- * A source that is returned has no other owner here. It ends with its last reference, which calls
- * its camera: not under a lock that the camera's answer may need.
+ * A source that is returned has no other owner here. It ends with its last reference, and its end
+ * calls its camera: so don't drop it under a lock that the camera's answer may need.
  *
  * Thread-safe. Its lock is the inner one of it and the controller's device lock, and is held while
  * the service is told: inside it only the service's own lock is taken, never a frame source's.

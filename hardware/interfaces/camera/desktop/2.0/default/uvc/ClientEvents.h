@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Events on their way to the clients, none of which may hold up who sends them.
+// Events on their way to the clients, none of which may hold up the sender.
 #pragma once
 
 #include <chrono>

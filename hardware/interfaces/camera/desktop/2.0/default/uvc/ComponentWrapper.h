@@ -27,21 +27,21 @@ struct ComponentWrapper : public RefBase {
      *        callee's from now on, even when it fails. A consumer may wait for it, or give it back
      *        with the codec buffer, as the graphic buffer's release fence; the webcam controller
      *        does the latter.
-     * @return OK, or an error, which leaves codec buffer and frame with the frame source
+     * @return OK, or an error, which leaves the codec buffer and the frame with the frame source
      */
     [[nodiscard]] virtual status_t submitBuffer(int bufferId, const sp<GraphicBuffer>& buffer,
                                                 int64_t timestampUs, int fenceFd) = 0;
 
     /**
-     * Tells that no frame follows. Called once; takes a codec buffer, as a frame does. Idle:
+     * Announces that no frame follows. Called once; takes a codec buffer, as a frame does. Idle:
      * nothing tells a frame source to stop.
      *
-     * @return OK, or an error, after which it is tried again later
+     * @return OK, or an error, after which it will be tried again
      */
     [[nodiscard]] virtual status_t submitEos(int bufferId) = 0;
 
     /**
-     * Tells that the frame about to be submitted differs in dataspace from the one before.
+     * Announces that the next frame to be submitted differs in dataspace from the one before.
      * `aspects` is always 0.
      */
     virtual void dispatchDataSpaceChanged(int dataSpace, int aspects, int pixelFormat) = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A row of counts, each as it is since the start and since a moment in between.
+// A row of counts, each since the start and since a later moment.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 /**
  * Counts by index. Anyone may count and read at any time: adding is one relaxed atomic addition,
  * and a reader sees each count by itself, not all of them at one moment. An index beyond the last
- * is the last.
+ * counts as the last.
  */
 template <size_t N>
 class CountTable {

@@ -9,7 +9,7 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-/** What may happen; beside it, what its detail says. Values are no part of any contract. */
+/** What may happen, with the meaning of its detail. Values are no part of any contract. */
 enum class Event : uint8_t {
     NONE = 0,
     NODE_OPENED,        // the node's number

@@ -30,14 +30,14 @@ class FrameActions {
     /** @param stopTimeUs of the stop that is pending; -1 for none */
     explicit FrameActions(int64_t stopTimeUs = -1) : mStopTimeUs(stopTimeUs) {}
 
-    /** Goes on at once, with nothing queued. The time of the last action stays: none goes back. */
+    /** Resumes at once, with nothing queued. The last action's time stays: none may go back. */
     void reset();
 
     bool isSuspended() const { return mSuspended; }
     /** Pauses or resumes at once; what is queued stays. */
     void setSuspended(bool suspended) { mSuspended = suspended; }
 
-    /** Whether frames that come are of no use: paused, and nothing queued that would resume. */
+    /** Whether new frames are useless: paused, with nothing queued that would resume. */
     bool isDiscarding() const { return mSuspended && mQueue.empty(); }
 
     bool isStopPending() const { return mStopTimeUs != -1; }

@@ -11,9 +11,9 @@ namespace android {
 /**
  * What is to be repeated, how often, and which of the repetitions that were posted still counts.
  *
- * The frame source posts a repetition to its looper with its generation(); when it is due, it
- * counts only if that hasn't changed, for want of anything that cancelled it. One that is due
- * without a free codec buffer is blocked: it is tried again when one comes back.
+ * The frame source posts a repetition to its looper with the generation(); when it is due, it
+ * counts only if the generation is still the same: cancel() changes it. One that is due without a
+ * free codec buffer is blocked: it is tried again when a codec buffer comes back.
  *
  * Idle: nothing sets an interval, so no frame is kept and nothing is repeated.
  *
@@ -37,12 +37,12 @@ class FrameRepetition {
     void setLatest(const VideoBuffer& buffer);
     void forgetLatest() { mLatest = {}; }
 
-    /** What a repetition that is posted now counts by. */
+    /** The generation of a repetition that is posted now. */
     int32_t generation() const { return mGeneration; }
-    /** Makes void what has been posted. */
+    /** Cancels what has been posted. */
     void cancel() { ++mGeneration; }
 
-    /** Whether a repetition was due that couldn't be made. */
+    /** Whether a repetition was due but couldn't be made. */
     bool isBlocked() const { return mBlocked; }
     void setBlocked(bool blocked) { mBlocked = blocked; }
 

@@ -14,7 +14,7 @@ namespace android {
 
 /**
  * Times and rates of a frame source's frames. Each frame that is to be lent goes through three
- * steps, in this order; the first that says so drops it:
+ * steps, in this order, any of which may drop it:
  *
  *   1. skip(): is it from before the time to skip to? If not, its time counts from there.
  *   2. isTooSoon(): does it come faster than the maximum rate?
@@ -23,7 +23,7 @@ namespace android {
  *      (time-lapse, slow motion) that time is scaled, or put on whole intervals.
  *
  * Times are the queue items' (CLOCK_MONOTONIC): nanoseconds going in, microseconds coming out. What
- * is dropped for its rate or direction is counted.
+ * is dropped for its rate or its direction is counted.
  *
  * Part of a KorBufferSource and guarded by its mutex: it has no lock and no thread of its own.
  */
@@ -53,7 +53,7 @@ class FrameTimes {
      */
     [[nodiscard]] status_t setMaxFps(float maxFps);
 
-    /** Forgets the rates and all frames; only the way in which frames are snapped stays. */
+    /** Forgets the rates and all frames; only the setting for snapping stays. */
     void reset();
 
     /** True to drop the frame; otherwise `timeNs` counts from the time skipped to. */

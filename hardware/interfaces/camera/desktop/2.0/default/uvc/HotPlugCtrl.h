@@ -34,7 +34,7 @@ class HotPlugCtrl : public PollableDev {
         [[nodiscard]] virtual int32_t onUsbDisconnected() = 0;
     };
 
-    /** The fields of one uevent, pointing into the message; null where the event has none. */
+    /** The fields of one uevent, pointing into the message; null for one that it doesn't have. */
     struct UEventObj {
         const char* action = nullptr;
         const char* subsystem = nullptr;

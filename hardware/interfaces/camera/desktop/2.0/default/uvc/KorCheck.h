@@ -18,7 +18,7 @@
         if (!(condition)) KOR_FATAL(site, "CHECK(" #condition ") failed."); \
     } while (false)
 
-/** The same with a fixed text, for a condition that is said in other words than it is tested. */
+/** The same with a fixed text, for a condition that is quoted in other words than are tested. */
 #define KOR_CHECK_AS(site, condition, text)                           \
     do {                                                              \
         if (!(condition)) KOR_FATAL(site, "CHECK(" text ") failed."); \

@@ -20,7 +20,7 @@ class LatencyHistogram {
     /** Counts a time; one below 0 counts as 0. */
     void add(int64_t ns) { mCounts.add(classOf(ns)); }
 
-    /** Times counted, of all or of a class since the start and since mark(). */
+    /** Times counted, in all or in one class, since the start or since mark(). */
     uint64_t total(size_t index) const { return mCounts.total(index); }
     uint64_t sinceMark(size_t index) const { return mCounts.sinceMark(index); }
     void mark() { mCounts.mark(); }

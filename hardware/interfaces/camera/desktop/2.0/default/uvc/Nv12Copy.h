@@ -8,7 +8,7 @@
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
-/** Bytes that copyNv12() fills: the rows keep the strides that they have in the frame. */
+/** The bytes that copyNv12() fills: rows keep the strides that they have in the frame. */
 uint64_t nv12Size(const android_ycbcr& planes, uint32_t height);
 
 /**

@@ -21,13 +21,13 @@ enum class Count : uint8_t {
     FRAMES_SENT,   // queued to the node
     FRAMES_RETURNED,
     FRAMES_REPEATED,      // sent once more
-    FRAMES_STALE,         // of those sent: with the picture that the buffer had before
+    FRAMES_STALE,         // of those sent: still with the buffer's previous picture
     DROPPED_RATE,         // sooner than the rate asked for
     DROPPED_BACKWARD,     // no later than the one before
     DROPPED_SUSPENDED,    // while the camera had paused
     DROPPED_NO_STREAM,    // no device, or none that streams
     DROPPED_TOO_LARGE,    // for the buffer
-    DROPPED_UNREADABLE,   // its memory can't be had
+    DROPPED_UNREADABLE,   // its memory can't be read
     DROPPED_REFUSED,      // by the driver
     REQUESTS_ANSWERED,    // of the host
     REQUESTS_STALLED,     // of the host
@@ -43,8 +43,8 @@ enum class NodeState : uint8_t { NONE, UNOPENED, CLOSED, READY, STREAMING };
 enum class BufferState : uint8_t { NONE, FREE, QUEUED };
 
 /**
- * One for the service, made first and gone last; whoever counts has a reference. The service never
- * reads anything back: it does the same whether it is watched or not.
+ * There is one in the service, made first and gone last; whoever counts has a reference to it. The
+ * service never reads anything back: it does the same whether it is watched or not.
  *
  * All of it is relaxed atomics, for any thread: no lock, no allocation, no system call but the
  * clock's (which needs none). A reader sees each value by itself; together they are only nearly of

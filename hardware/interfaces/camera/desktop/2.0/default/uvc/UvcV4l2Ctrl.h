@@ -51,8 +51,8 @@ struct StreamSettings {
  *             DISCONNECT           five failing writes in a row
  *
  * DISCONNECT is a close() by the host: after it the node is closed while the object remains. A
- * node that was opened more often stays open until each has been closed. fd is the node's
- * descriptor unless CLOSED.
+ * node that was opened more than once stays open until it has been closed as often. fd is the
+ * node's descriptor unless CLOSED.
  *
  * Threads: everything runs on the poll thread except queueBuffer(), which the frame source's thread
  * calls, and isStreaming(), getBufferNum() and getStreamSettings(), which any thread may. One

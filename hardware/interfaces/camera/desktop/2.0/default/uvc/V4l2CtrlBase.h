@@ -51,7 +51,7 @@ class V4l2CtrlBase {
     [[nodiscard]] int32_t dequeBuffer(v4l2_buffer* buf);
 
   protected:
-    /** An ioctl has failed and is about to be logged. Leaves errno alone; counts, for example. */
+    /** An ioctl has failed and is about to be logged. Must leave errno alone; may count it. */
     virtual void onFailure() {}
 
   private:
