@@ -61,10 +61,9 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
  * One instance for the life of the process. Destroying it ends a poll thread that still waits for
  * the service; later the thread can't be stopped, and destruction terminates the process.
  *
- * Its tests are named for what they pin, not all for the class: UvcGadgetHandlerTest (nodes and
- * cable), UvcGadgetConnectionTest, UvcGadgetPollTest, CommandChannelTest (commands and events),
- * SurfaceMakingTest and StreamSurfaceTest (the surface), FrameHandOverTest and FramePathTest
- * (frames there and back), StreamCyclesTest.
+ * Its tests are named for its sources: UvcGadgetHandlerTest, UvcGadgetPollTest,
+ * UvcGadgetCommandsTest, UvcGadgetSurface...Test; beside them UvcGadgetConnectionTest and
+ * StreamCyclesTest.
  */
 class UvcGadgetHandler : public HotPlugCtrl::EventListener,
                          public UvcV4l2Ctrl::EventListener,

@@ -36,7 +36,7 @@ constexpr char kNv12[] = R"({"create-surface":{"width":640,"height":480,"consume
 constexpr char kUnknownFormat[] = R"({"create-surface":{"width":640,"height":480,)"
                                   R"("consumer-usage":3,"v4l2-format":"I420","fps":30}})";
 
-class FramePathTest : public testing::Test {
+class UvcGadgetSurfacePathTest : public testing::Test {
   protected:
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
@@ -74,7 +74,7 @@ class FramePathTest : public testing::Test {
     int64_t mFrames = 0;
 };
 
-TEST_F(FramePathTest, WithoutADeviceThereIsNoSurface) {
+TEST_F(UvcGadgetSurfacePathTest, WithoutADeviceThereIsNoSurface) {
     mWorld.raiseRemove();
     mWorld.settle();
     EXPECT_EQ(mWorld.command(kNv12), "no v4l2 device");
@@ -82,14 +82,14 @@ TEST_F(FramePathTest, WithoutADeviceThereIsNoSurface) {
     EXPECT_EQ(mWorld.surface(), nullptr);
 }
 
-TEST_F(FramePathTest, BeforeTheHostStreamsThereIsNoSurface) {
+TEST_F(UvcGadgetSurfacePathTest, BeforeTheHostStreamsThereIsNoSurface) {
     EXPECT_EQ(mWorld.command(kNv12), "not streaming");
     EXPECT_TRUE(hasError("webcam is not streaming"));
     EXPECT_EQ(mWorld.surface(), nullptr);
     EXPECT_EQ(mWorld.command(R"({"create-surface":{}})"), "not streaming");
 }
 
-TEST_F(FramePathTest, EachMissingFieldHasItsReplyInOrder) {
+TEST_F(UvcGadgetSurfacePathTest, EachMissingFieldHasItsReplyInOrder) {
     mWorld.startStream();
     const std::vector<std::pair<std::string, std::string>> fields{
             {R"("width":640)", "width missing"},
@@ -105,21 +105,21 @@ TEST_F(FramePathTest, EachMissingFieldHasItsReplyInOrder) {
     EXPECT_EQ(mWorld.command(R"({"create-surface":{)" + given + "}}"), "");
 }
 
-TEST_F(FramePathTest, AFieldOfTheWrongTypeCountsAsMissing) {
+TEST_F(UvcGadgetSurfacePathTest, AFieldOfTheWrongTypeCountsAsMissing) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":"640"}})"), "width missing");
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640.5}})"), "width missing");
     EXPECT_EQ(mWorld.command(R"({"create-surface":7})"), "width missing");
 }
 
-TEST_F(FramePathTest, ASurfaceIsPostedUnderTheControllersKind) {
+TEST_F(UvcGadgetSurfacePathTest, ASurfaceIsPostedUnderTheControllersKind) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(kNv12), "");
     EXPECT_NE(mWorld.surface(), nullptr);
     EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_DEBUG, "KorBufferSource", "setMaxFps: maxFps=30"));
 }
 
-TEST_F(FramePathTest, AShortFormatIsLoggedAndNotConfigured) {
+TEST_F(UvcGadgetSurfacePathTest, AShortFormatIsLoggedAndNotConfigured) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":0,)"
                              R"("v4l2-format":"NV1","fps":30}})"),
@@ -130,14 +130,14 @@ TEST_F(FramePathTest, AShortFormatIsLoggedAndNotConfigured) {
     EXPECT_EQ(mWorld.surface(), nullptr);
 }
 
-TEST_F(FramePathTest, ALongFormatIsCutToFourCharacters) {
+TEST_F(UvcGadgetSurfacePathTest, ALongFormatIsCutToFourCharacters) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":0,)"
                              R"("v4l2-format":"NV12 and more","fps":30}})"),
               "");
 }
 
-TEST_F(FramePathTest, TheBuffersHaveTheSizeFormatAndUsageAskedFor) {
+TEST_F(UvcGadgetSurfacePathTest, TheBuffersHaveTheSizeFormatAndUsageAskedFor) {
     mWorld.startStream();
     ASSERT_EQ(mWorld.command(R"({"create-surface":{"width":320,"height":200,)"
                              R"("consumer-usage":256,"v4l2-format":"NV12","fps":30}})"),
@@ -152,7 +152,7 @@ TEST_F(FramePathTest, TheBuffersHaveTheSizeFormatAndUsageAskedFor) {
     EXPECT_EQ(buffer->getUsage() & 256, 256u);
 }
 
-TEST_F(FramePathTest, ASurfaceThatCannotBeConfiguredEndsTheOneBefore) {
+TEST_F(UvcGadgetSurfacePathTest, ASurfaceThatCannotBeConfiguredEndsTheOneBefore) {
     streamWithCamera();
     const sp<DaemonWorld::Surface> first = mWorld.surface();
     EXPECT_EQ(mWorld.command(kUnknownFormat), "not configured");
@@ -167,7 +167,7 @@ TEST_F(FramePathTest, ASurfaceThatCannotBeConfiguredEndsTheOneBefore) {
     EXPECT_TRUE(sentFrames(1));
 }
 
-TEST_F(FramePathTest, AStreamMayEndWithASurfaceThatCouldNotBeConfigured) {
+TEST_F(UvcGadgetSurfacePathTest, AStreamMayEndWithASurfaceThatCouldNotBeConfigured) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(kUnknownFormat), "not configured");
     mWorld.stopStream();
@@ -176,14 +176,14 @@ TEST_F(FramePathTest, AStreamMayEndWithASurfaceThatCouldNotBeConfigured) {
     EXPECT_TRUE(sentFrames(1));
 }
 
-TEST_F(FramePathTest, ASizeOfZeroIsNotConfigured) {
+TEST_F(UvcGadgetSurfacePathTest, ASizeOfZeroIsNotConfigured) {
     mWorld.startStream();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":0,"height":480,"consumer-usage":0,)"
                              R"("v4l2-format":"NV12","fps":30}})"),
               "not configured");
 }
 
-TEST_F(FramePathTest, AnAbsurdSizeAllocatesNothing) {
+TEST_F(UvcGadgetSurfacePathTest, AnAbsurdSizeAllocatesNothing) {
     mWorld.startStream();
     mWorld.command(R"({"create-surface":{"width":-5,"height":2000000000,"consumer-usage":3,)"
                    R"("v4l2-format":"NV12","fps":30}})");
@@ -192,7 +192,7 @@ TEST_F(FramePathTest, AnAbsurdSizeAllocatesNothing) {
     EXPECT_LT(queueFrame(), 0);
 }
 
-TEST_F(FramePathTest, AFrameGoesIntoTheBufferOfItsIdAndToTheGadget) {
+TEST_F(UvcGadgetSurfacePathTest, AFrameGoesIntoTheBufferOfItsIdAndToTheGadget) {
     streamWithCamera();
     ASSERT_GE(queueFrame(), 0);
     ASSERT_TRUE(sentFrames(1));
@@ -203,7 +203,7 @@ TEST_F(FramePathTest, AFrameGoesIntoTheBufferOfItsIdAndToTheGadget) {
     EXPECT_EQ(queued.timestamp.tv_usec, 0);
 }
 
-TEST_F(FramePathTest, AFrameThatWasSentLetsTheNextOneThrough) {
+TEST_F(UvcGadgetSurfacePathTest, AFrameThatWasSentLetsTheNextOneThrough) {
     streamWithCamera();
     mWorld.node.setAutoSend(true);
     for (size_t i = 1; i <= 20; ++i) {
@@ -212,7 +212,7 @@ TEST_F(FramePathTest, AFrameThatWasSentLetsTheNextOneThrough) {
     }
 }
 
-TEST_F(FramePathTest, AFrameThatTheDriverRefusesIsLostAndTheNextOneIsSent) {
+TEST_F(UvcGadgetSurfacePathTest, AFrameThatTheDriverRefusesIsLostAndTheNextOneIsSent) {
     streamWithCamera();
     mWorld.node.setAutoSend(true);
     mWorld.node.fail("VIDIOC_QBUF", EIO);
@@ -224,7 +224,7 @@ TEST_F(FramePathTest, AFrameThatTheDriverRefusesIsLostAndTheNextOneIsSent) {
     EXPECT_EQ(mWorld.node.sentFrames().size(), 9u);
 }
 
-TEST_F(FramePathTest, AFrameWaitsWhileAllBuffersAreOnTheirWay) {
+TEST_F(UvcGadgetSurfacePathTest, AFrameWaitsWhileAllBuffersAreOnTheirWay) {
     streamWithCamera();
     for (int i = 0; i < 5; ++i) ASSERT_GE(queueFrame(), 0);
     EXPECT_EQ(mWorld.node.calls("VIDIOC_QBUF").size(), 4u);
@@ -232,7 +232,7 @@ TEST_F(FramePathTest, AFrameWaitsWhileAllBuffersAreOnTheirWay) {
     EXPECT_TRUE(sentFrames(5));
 }
 
-TEST_F(FramePathTest, SuspendingDropsFramesAndResumingLetsThemThrough) {
+TEST_F(UvcGadgetSurfacePathTest, SuspendingDropsFramesAndResumingLetsThemThrough) {
     streamWithCamera();
     EXPECT_EQ(mWorld.command(R"({"stream-suspend":true})"), "OK_WEBCAM_HAL");
     for (int i = 0; i < 10; ++i) ASSERT_GE(queueFrame(), 0);
@@ -242,7 +242,7 @@ TEST_F(FramePathTest, SuspendingDropsFramesAndResumingLetsThemThrough) {
     EXPECT_TRUE(sentFrames(1));
 }
 
-TEST_F(FramePathTest, SuspendingGivesTheFramesThatWaitBackAtOnce) {
+TEST_F(UvcGadgetSurfacePathTest, SuspendingGivesTheFramesThatWaitBackAtOnce) {
     streamWithCamera();
     for (int i = 0; i < 20 && queueFrame() >= 0; ++i) {
     }
@@ -251,7 +251,7 @@ TEST_F(FramePathTest, SuspendingGivesTheFramesThatWaitBackAtOnce) {
     EXPECT_GE(queueFrame(), 0);
 }
 
-TEST_F(FramePathTest, OtherCommandsLeaveASuspendedStreamAlone) {
+TEST_F(UvcGadgetSurfacePathTest, OtherCommandsLeaveASuspendedStreamAlone) {
     streamWithCamera();
     mWorld.command(R"({"stream-suspend":true})");
     for (const char* other : {"{}", R"({"stream-suspend":0})", R"({"stream-resume":true})"}) {
@@ -261,7 +261,7 @@ TEST_F(FramePathTest, OtherCommandsLeaveASuspendedStreamAlone) {
     EXPECT_TRUE(mWorld.node.calls("VIDIOC_QBUF").empty());
 }
 
-TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
+TEST_F(UvcGadgetSurfacePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
     streamWithCamera();
     ASSERT_GE(queueFrame(new Fence(eventfd(0, EFD_CLOEXEC))), 0);
     EXPECT_TRUE(sentFrames(1));
@@ -269,7 +269,7 @@ TEST_F(FramePathTest, AFenceThatNeverSignalsHoldsNothingUp) {
     EXPECT_TRUE(mWorld.streamClient->waitFor(DaemonWorld::kStop));
 }
 
-TEST_F(FramePathTest, AClientIsConnectedAsWhatItSaysItIs) {
+TEST_F(UvcGadgetSurfacePathTest, AClientIsConnectedAsWhatItSaysItIs) {
     mWorld.commit(1, 1);
     mWorld.startStream();
     ASSERT_EQ(mWorld.command(kNv12), "");
@@ -280,7 +280,7 @@ TEST_F(FramePathTest, AClientIsConnectedAsWhatItSaysItIs) {
     }
 }
 
-TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
+TEST_F(UvcGadgetSurfacePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
     streamWithCamera();
     ASSERT_EQ(camera().disconnect(), android::OK);
     struct Listener : public android::BnProducerListener {
@@ -303,7 +303,7 @@ TEST_F(FramePathTest, AListenerIsAskedOnceAndToldOfReleasedBuffers) {
     EXPECT_EQ(listener->released, 1);
 }
 
-TEST_F(FramePathTest, ASecondSurfaceReplacesTheFirst) {
+TEST_F(UvcGadgetSurfacePathTest, ASecondSurfaceReplacesTheFirst) {
     streamWithCamera();
     const sp<DaemonWorld::Surface> first = mWorld.surface();
     ASSERT_EQ(mWorld.command(kNv12), "");
@@ -315,7 +315,7 @@ TEST_F(FramePathTest, ASecondSurfaceReplacesTheFirst) {
     EXPECT_TRUE(sentFrames(1));
 }
 
-TEST_F(FramePathTest, ACommandWithoutAFieldLeavesTheSurfaceBeforeItAlone) {
+TEST_F(UvcGadgetSurfacePathTest, ACommandWithoutAFieldLeavesTheSurfaceBeforeItAlone) {
     streamWithCamera();
     const sp<DaemonWorld::Surface> surface = mWorld.surface();
     EXPECT_EQ(mWorld.command(R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
@@ -329,7 +329,7 @@ TEST_F(FramePathTest, ACommandWithoutAFieldLeavesTheSurfaceBeforeItAlone) {
     EXPECT_TRUE(sentFrames(2));
 }
 
-TEST_F(FramePathTest, TheStreamsEndClearsTheSurfaceTellsTheCameraAndEndsTheQueue) {
+TEST_F(UvcGadgetSurfacePathTest, TheStreamsEndClearsTheSurfaceTellsTheCameraAndEndsTheQueue) {
     streamWithCamera();
     ASSERT_GE(queueFrame(), 0);
     mWorld.stopStream();
@@ -339,7 +339,7 @@ TEST_F(FramePathTest, TheStreamsEndClearsTheSurfaceTellsTheCameraAndEndsTheQueue
     EXPECT_EQ(mWorld.node.openMappings(), 0u);
 }
 
-TEST_F(FramePathTest, TheNextStreamWorksWithANewSurface) {
+TEST_F(UvcGadgetSurfacePathTest, TheNextStreamWorksWithANewSurface) {
     streamWithCamera();
     mWorld.stopStream();
     mCamera.reset();
@@ -348,7 +348,7 @@ TEST_F(FramePathTest, TheNextStreamWorksWithANewSurface) {
     EXPECT_TRUE(sentFrames(1));
 }
 
-TEST_F(FramePathTest, FiveFailedWritesInARowEndTheStreamButNotTheDevice) {
+TEST_F(UvcGadgetSurfacePathTest, FiveFailedWritesInARowEndTheStreamButNotTheDevice) {
     streamWithCamera();
     mWorld.node.fail("VIDIOC_DQBUF", EIO, 0, 5);
     mWorld.node.setAutoSend(true);
@@ -362,7 +362,7 @@ TEST_F(FramePathTest, FiveFailedWritesInARowEndTheStreamButNotTheDevice) {
 }
 
 // The queue's default, and what a client may ask for: to wait until there is a buffer.
-TEST_F(FramePathTest, AHostThatPausesForTwoSecondsOnlyHoldsAWaitingCameraUp) {
+TEST_F(UvcGadgetSurfacePathTest, AHostThatPausesForTwoSecondsOnlyHoldsAWaitingCameraUp) {
     streamWithCamera();
     ASSERT_EQ(camera().disconnect(), android::OK);
     mCamera.reset();
@@ -390,7 +390,7 @@ TEST_F(FramePathTest, AHostThatPausesForTwoSecondsOnlyHoldsAWaitingCameraUp) {
     }
 }
 
-TEST_F(FramePathTest, ACameraThatWaitsIsTurnedAwayWhenTheStreamEnds) {
+TEST_F(UvcGadgetSurfacePathTest, ACameraThatWaitsIsTurnedAwayWhenTheStreamEnds) {
     streamWithCamera();
     while (queueFrame() >= 0) {
     }
@@ -408,7 +408,7 @@ TEST_F(FramePathTest, ACameraThatWaitsIsTurnedAwayWhenTheStreamEnds) {
     EXPECT_EQ(queueFrame(), android::NO_INIT);
 }
 
-TEST_F(FramePathTest, NoDescriptorIsLeftAfterAStream) {
+TEST_F(UvcGadgetSurfacePathTest, NoDescriptorIsLeftAfterAStream) {
     const auto streamOnce = [&] {
         streamWithCamera();
         for (int i = 0; i < 4; ++i) queueFrame(new Fence(eventfd(0, EFD_CLOEXEC)));

@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kSuspend[] = R"({"stream-suspend":true})";
 
-class CommandChannelTest : public testing::Test {
+class UvcGadgetCommandsTest : public testing::Test {
   protected:
     void SetUp() override {
         if (!mWorld.available()) GTEST_SKIP() << mWorld.whyNot();
@@ -31,12 +31,12 @@ class CommandChannelTest : public testing::Test {
     DaemonWorld mWorld;
 };
 
-TEST_F(CommandChannelTest, AnObjectWithNoKnownMemberIsAnsweredOk) {
+TEST_F(UvcGadgetCommandsTest, AnObjectWithNoKnownMemberIsAnsweredOk) {
     EXPECT_EQ(mWorld.command("{}"), "OK_WEBCAM_HAL");
     EXPECT_EQ(mWorld.command(R"({"anything":1})"), "OK_WEBCAM_HAL");
 }
 
-TEST_F(CommandChannelTest, ATextThatIsNoJsonIsAParseError) {
+TEST_F(UvcGadgetCommandsTest, ATextThatIsNoJsonIsAParseError) {
     EXPECT_EQ(mWorld.command("hello"), "PARSE_ERR");
     EXPECT_EQ(countError(DaemonWorld::kTag, "handleCommand: failed to parse command: err=3 at 0"),
               1u);
@@ -52,13 +52,13 @@ TEST_F(CommandChannelTest, ATextThatIsNoJsonIsAParseError) {
     EXPECT_EQ(mWorld.log.lines("JsonUtils").size(), 0u);
 }
 
-TEST_F(CommandChannelTest, AMemberCountsOnlyInTheRoot) {
+TEST_F(UvcGadgetCommandsTest, AMemberCountsOnlyInTheRoot) {
     EXPECT_EQ(mWorld.command(R"({"in":{"get-stream-config":1,"create-surface":{}}})"),
               "OK_WEBCAM_HAL");
     EXPECT_EQ(mWorld.command(R"(["get-stream-config"])"), "OK_WEBCAM_HAL");
 }
 
-TEST_F(CommandChannelTest, ARootThatIsNoObjectIsAnsweredOkWithALineForEachLookUp) {
+TEST_F(UvcGadgetCommandsTest, ARootThatIsNoObjectIsAnsweredOkWithALineForEachLookUp) {
     EXPECT_EQ(mWorld.command("[1]"), "OK_WEBCAM_HAL");
     for (const char* name : {"get-stream-config", "create-surface", "stream-suspend"}) {
         EXPECT_EQ(countError("JsonUtils",
@@ -68,7 +68,7 @@ TEST_F(CommandChannelTest, ARootThatIsNoObjectIsAnsweredOkWithALineForEachLookUp
     }
 }
 
-TEST_F(CommandChannelTest, ATextNestedHoweverDeepIsSurvived) {
+TEST_F(UvcGadgetCommandsTest, ATextNestedHoweverDeepIsSurvived) {
     const size_t depth = 250000;
     EXPECT_EQ(mWorld.command(std::string(depth, '[')), "PARSE_ERR");
     EXPECT_EQ(mWorld.command(R"({"stream-suspend":)" + std::string(depth, '[') +
@@ -76,7 +76,7 @@ TEST_F(CommandChannelTest, ATextNestedHoweverDeepIsSurvived) {
               "OK_WEBCAM_HAL");
 }
 
-TEST_F(CommandChannelTest, ATextOfManyBracketsIsJudgedAsTheDefaultParserDoes) {
+TEST_F(UvcGadgetCommandsTest, ATextOfManyBracketsIsJudgedAsTheDefaultParserDoes) {
     const std::string many(300, '[');
     std::vector<std::string> texts;
     for (const char* begin :
@@ -108,20 +108,20 @@ TEST_F(CommandChannelTest, ATextOfManyBracketsIsJudgedAsTheDefaultParserDoes) {
     }
 }
 
-TEST_F(CommandChannelTest, ATextThatOnlyLooksNestedIsSurvived) {
+TEST_F(UvcGadgetCommandsTest, ATextThatOnlyLooksNestedIsSurvived) {
     const std::string many(250000, '[');
     EXPECT_EQ(mWorld.command("\"" + many + "\""), "OK_WEBCAM_HAL");
     EXPECT_EQ(mWorld.command("null " + many), "PARSE_ERR");
     EXPECT_EQ(mWorld.command(" \t\n\r" + many), "PARSE_ERR");
 }
 
-TEST_F(CommandChannelTest, TheStreamConfigurationOfAYuyvStreamAsksForNv12) {
+TEST_F(UvcGadgetCommandsTest, TheStreamConfigurationOfAYuyvStreamAsksForNv12) {
     mWorld.commit(1, 2);
     EXPECT_THAT(mWorld.command(R"({"get-stream-config":null})"),
                 testing::StartsWith(R"({"width":1280,"height":720,"v4l2-format":"NV12","fps":)"));
 }
 
-TEST_F(CommandChannelTest, TheFrameRateIsTheSinglePrecisionQuotientWidened) {
+TEST_F(UvcGadgetCommandsTest, TheFrameRateIsTheSinglePrecisionQuotientWidened) {
     mWorld.commit(1, 2, 333333);
     const std::string config = mWorld.command(R"({"get-stream-config":1})");
     const std::string name = R"("fps":)";
@@ -129,38 +129,38 @@ TEST_F(CommandChannelTest, TheFrameRateIsTheSinglePrecisionQuotientWidened) {
     EXPECT_EQ(std::stod(config.substr(value)), 30.000030517578125);
 }
 
-TEST_F(CommandChannelTest, TheStreamConfigurationOfACompressedStreamNamesItsFormat) {
+TEST_F(UvcGadgetCommandsTest, TheStreamConfigurationOfACompressedStreamNamesItsFormat) {
     mWorld.commit(2, 1, 666666);
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":{}})"),
               R"({"width":640,"height":480,"v4l2-format":"MJPG",)"
               R"("fps":15.000015258789063,"buffer-count":4})");
 }
 
-TEST_F(CommandChannelTest, BeforeAnyProbeTheConfigurationIsTheFirstFrameAt15FramesASecond) {
+TEST_F(UvcGadgetCommandsTest, BeforeAnyProbeTheConfigurationIsTheFirstFrameAt15FramesASecond) {
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":0})"),
               R"({"width":640,"height":480,"v4l2-format":"NV12",)"
               R"("fps":15.000015258789063,"buffer-count":4})");
 }
 
-TEST_F(CommandChannelTest, AnIntervalOfZeroStillGivesJson) {
+TEST_F(UvcGadgetCommandsTest, AnIntervalOfZeroStillGivesJson) {
     mWorld.commit(1, 1, 0);
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":0})"),
               R"({"width":640,"height":480,"v4l2-format":"NV12","fps":0.0,"buffer-count":4})");
 }
 
-TEST_F(CommandChannelTest, OnlyTheFirstKnownMemberCounts) {
+TEST_F(UvcGadgetCommandsTest, OnlyTheFirstKnownMemberCounts) {
     mWorld.commit(2, 1);
     const std::string both = mWorld.command(R"({"create-surface":{},"get-stream-config":1})");
     EXPECT_EQ(both.substr(0, 9), R"({"width":)");
     EXPECT_EQ(mWorld.surface(), nullptr);
 }
 
-TEST_F(CommandChannelTest, ASurfaceComesBeforeASuspension) {
+TEST_F(UvcGadgetCommandsTest, ASurfaceComesBeforeASuspension) {
     EXPECT_EQ(mWorld.command(R"({"stream-suspend":1,"create-surface":{}})"), "not streaming");
     EXPECT_TRUE(mWorld.log.lines("JsonUtils").empty());
 }
 
-TEST_F(CommandChannelTest, TheNumberOfBuffersIsTheDevicesWhateverTheDriverGranted) {
+TEST_F(UvcGadgetCommandsTest, TheNumberOfBuffersIsTheDevicesWhateverTheDriverGranted) {
     mWorld.node.setGrant(6);
     mWorld.commit(2, 1);
     mWorld.startStream();
@@ -169,32 +169,32 @@ TEST_F(CommandChannelTest, TheNumberOfBuffersIsTheDevicesWhateverTheDriverGrante
     EXPECT_THAT(config, testing::EndsWith(R"("buffer-count":4})"));
 }
 
-TEST_F(CommandChannelTest, WithoutADeviceThereIsNoConfiguration) {
+TEST_F(UvcGadgetCommandsTest, WithoutADeviceThereIsNoConfiguration) {
     mWorld.raiseRemove();
     mWorld.settle();
     EXPECT_EQ(mWorld.command(R"({"get-stream-config":1})"), "no v4l2 control");
     EXPECT_EQ(countError(DaemonWorld::kTag, "No video device is setup for webcam mode"), 1u);
 }
 
-TEST_F(CommandChannelTest, SuspendingWithoutASurfaceIsAnsweredOk) {
+TEST_F(UvcGadgetCommandsTest, SuspendingWithoutASurfaceIsAnsweredOk) {
     EXPECT_EQ(mWorld.command(kSuspend), "OK_WEBCAM_HAL");
     EXPECT_TRUE(mWorld.log.lines("JsonUtils").empty());
 }
 
-TEST_F(CommandChannelTest, ASuspendThatIsNoBoolDoesNothing) {
+TEST_F(UvcGadgetCommandsTest, ASuspendThatIsNoBoolDoesNothing) {
     EXPECT_EQ(mWorld.command(R"({"stream-suspend":1})"), "OK_WEBCAM_HAL");
     EXPECT_EQ(countError("JsonUtils", "parseValue: 'stream-suspend' parameter is not of type bool"),
               1u);
 }
 
-TEST_F(CommandChannelTest, AnEmptyReplyToTheStartHasTheLauncherStartTheWebcam) {
+TEST_F(UvcGadgetCommandsTest, AnEmptyReplyToTheStartHasTheLauncherStartTheWebcam) {
     const auto launcher = mWorld.addClient(1, "ignored");
     mWorld.streamClient = mWorld.addClient(3, "");
     mWorld.startStream();
     EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
 }
 
-TEST_F(CommandChannelTest, TheLauncherIsToldAfterTheStreamClientAndOfStartsOnly) {
+TEST_F(UvcGadgetCommandsTest, TheLauncherIsToldAfterTheStreamClientAndOfStartsOnly) {
     std::vector<std::string> told;
     const auto noting = [&told](const std::string& kind) {
         return [&told, kind](const std::string& command) {
@@ -212,7 +212,7 @@ TEST_F(CommandChannelTest, TheLauncherIsToldAfterTheStreamClientAndOfStartsOnly)
                                            std::string("3 ") + DaemonWorld::kStop));
 }
 
-TEST_F(CommandChannelTest, AStreamClientThatCannotBeReachedIsAsGoodAsNone) {
+TEST_F(UvcGadgetCommandsTest, AStreamClientThatCannotBeReachedIsAsGoodAsNone) {
     const auto launcher = mWorld.addClient(1, "ignored");
     mWorld.streamClient->failCommands(
             ::android::hardware::Status::fromStatusT(::android::DEAD_OBJECT));
@@ -220,21 +220,21 @@ TEST_F(CommandChannelTest, AStreamClientThatCannotBeReachedIsAsGoodAsNone) {
     EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
 }
 
-TEST_F(CommandChannelTest, AnyReplyToTheStartLeavesTheLauncherAlone) {
+TEST_F(UvcGadgetCommandsTest, AnyReplyToTheStartLeavesTheLauncherAlone) {
     const auto launcher = mWorld.addClient(1, "ignored");
     mWorld.startStream();
     mWorld.stopStream();
     EXPECT_TRUE(launcher->commands().empty());
 }
 
-TEST_F(CommandChannelTest, AReplyEndsAtItsFirstNul) {
+TEST_F(UvcGadgetCommandsTest, AReplyEndsAtItsFirstNul) {
     const auto launcher = mWorld.addClient(1, "ignored");
     mWorld.streamClient = mWorld.addClient(3, std::string("\0in charge", 10));
     mWorld.startStream();
     EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
 }
 
-TEST_F(CommandChannelTest, WithoutAStreamClientTheLauncherStartsTheWebcam) {
+TEST_F(UvcGadgetCommandsTest, WithoutAStreamClientTheLauncherStartsTheWebcam) {
     (void)mWorld.service
             ->registerCallback(static_cast<korvane::hardware::camera::desktop::V2_0::ClientType>(3),
                                nullptr)
@@ -244,7 +244,7 @@ TEST_F(CommandChannelTest, WithoutAStreamClientTheLauncherStartsTheWebcam) {
     EXPECT_TRUE(launcher->waitFor(R"({"webcam-start":true})"));
 }
 
-TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStart) {
+TEST_F(UvcGadgetCommandsTest, AClientMayAskBackFromWithinTheStart) {
     std::string config;
     mWorld.commit(2, 1);
     mWorld.streamClient = mWorld.addClient(3, [&](const std::string&) {
@@ -256,7 +256,7 @@ TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStart) {
     EXPECT_EQ(config.substr(0, 9), R"({"width":)");
 }
 
-TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfARemovedNode) {
+TEST_F(UvcGadgetCommandsTest, AClientMayAskBackFromWithinTheStopOfARemovedNode) {
     std::string config;
     mWorld.startStream();
     mWorld.addClient(3, [&](const std::string&) {
@@ -268,7 +268,7 @@ TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfARemovedNode) {
     EXPECT_EQ(config.substr(0, 9), R"({"width":)");
 }
 
-TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfADisconnectedCable) {
+TEST_F(UvcGadgetCommandsTest, AClientMayAskBackFromWithinTheStopOfADisconnectedCable) {
     std::string config;
     mWorld.startStream();
     mWorld.addClient(3, [&](const std::string&) {
@@ -282,7 +282,7 @@ TEST_F(CommandChannelTest, AClientMayAskBackFromWithinTheStopOfADisconnectedCabl
 
 // --- A client that never answers ---
 
-class SilentClientTest : public CommandChannelTest {
+class SilentClientTest : public UvcGadgetCommandsTest {
   protected:
     static constexpr char kFailed[] = "setCommandTo: Failed during binder call, isDead 0";
 

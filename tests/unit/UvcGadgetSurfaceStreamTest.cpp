@@ -26,16 +26,16 @@ using testing::IsEmpty;
 
 std::function<void()> sWhileASourceIsMade;
 
-class StreamSurfaceTest : public ControllerTest {};
+class UvcGadgetSurfaceStreamTest : public ControllerTest {};
 
 // --- Start and stop ---
 
-TEST_F(StreamSurfaceTest, AStartCreatesNothing) {
+TEST_F(UvcGadgetSurfaceStreamTest, AStartCreatesNothing) {
     stream();
     EXPECT_THAT(mWorld.log.lines("KorBufferSource"), IsEmpty());
 }
 
-TEST_F(StreamSurfaceTest, AStopClearsTheSurfaceBeforeItTellsTheCamera) {
+TEST_F(UvcGadgetSurfaceStreamTest, AStopClearsTheSurfaceBeforeItTellsTheCamera) {
     stream();
     ASSERT_EQ("", mHandler->handleCommand(kCreate));
     mDesktop->clear();
@@ -44,14 +44,14 @@ TEST_F(StreamSurfaceTest, AStopClearsTheSurfaceBeforeItTellsTheCamera) {
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kToldStop));
 }
 
-TEST_F(StreamSurfaceTest, AStopGoesOnWhenTheSurfaceCannotBeCleared) {
+TEST_F(UvcGadgetSurfaceStreamTest, AStopGoesOnWhenTheSurfaceCannotBeCleared) {
     startWithoutDevice();
     mDesktop->surfaceStatus = Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED);
     mHandler->onStreamStop();
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kCleared, kToldStop));
 }
 
-TEST_F(StreamSurfaceTest, StartsAndStopsWithoutAServiceAreHarmless) {
+TEST_F(UvcGadgetSurfaceStreamTest, StartsAndStopsWithoutAServiceAreHarmless) {
     mWorld.node.setDriver("uvcvideo");
     makeHandler();
     ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));  // it has stopped looking for it
@@ -65,20 +65,20 @@ TEST_F(StreamSurfaceTest, StartsAndStopsWithoutAServiceAreHarmless) {
 
 // --- The surface ---
 
-TEST_F(StreamSurfaceTest, ASurfaceIsPostedOnceUnderKind4) {
+TEST_F(UvcGadgetSurfaceStreamTest, ASurfaceIsPostedOnceUnderKind4) {
     stream();
     EXPECT_EQ("", mHandler->handleCommand(kCreate));
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kPosted));
 }
 
-TEST_F(StreamSurfaceTest, ASurfaceThatTheServiceDoesNotTakeIsMadeAllTheSame) {
+TEST_F(UvcGadgetSurfaceStreamTest, ASurfaceThatTheServiceDoesNotTakeIsMadeAllTheSame) {
     stream();
     mDesktop->surfaceStatus = Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED);
     EXPECT_EQ("", mHandler->handleCommand(kCreate));
     EXPECT_THAT(mDesktop->calls(), ElementsAre(kPosted));
 }
 
-TEST_F(StreamSurfaceTest, WithoutAServiceASurfaceIsMadeAllTheSame) {
+TEST_F(UvcGadgetSurfaceStreamTest, WithoutAServiceASurfaceIsMadeAllTheSame) {
     makeHandler();
     ASSERT_TRUE(mWorld.node.waitForCalls("VIDIOC_S_FMT", 1));
     mWorld.node.sendEvent(UVC_EVENT_STREAMON);
@@ -88,7 +88,7 @@ TEST_F(StreamSurfaceTest, WithoutAServiceASurfaceIsMadeAllTheSame) {
     EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_STREAMOFF", 1));
 }
 
-TEST_F(StreamSurfaceTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
+TEST_F(UvcGadgetSurfaceStreamTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
     stream();
     sWhileASourceIsMade = [&] {
         mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
@@ -107,7 +107,7 @@ TEST_F(StreamSurfaceTest, ASurfaceThatIsMadeWhileTheStreamEndsIsNotPosted) {
 
 // The camera, whose thread isn't the controller's, is there before the reply: its frames wait for
 // the buffers, the rate and the start.
-TEST_F(StreamSurfaceTest, ASurfaceIsPostedThenGetsItsBuffersAndItsRateAndIsStartedLast) {
+TEST_F(UvcGadgetSurfaceStreamTest, ASurfaceIsPostedThenGetsItsBuffersAndItsRateAndIsStartedLast) {
     stream();
     std::vector<size_t> handedOver;
     const auto render = [&](const StubDesktop::SurfaceV1& surface) {

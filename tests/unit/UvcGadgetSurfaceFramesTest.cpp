@@ -26,7 +26,7 @@ using testing::IsEmpty;
 
 constexpr int32_t kUnknownError = INT32_MIN;
 
-class FrameHandOverTest : public ControllerTest {};
+class UvcGadgetSurfaceFramesTest : public ControllerTest {};
 
 // The fence of a frame. Whether it was closed shows at its other end: its number may long be
 // another descriptor's.
@@ -50,7 +50,7 @@ class WatchedFence {
 
 // --- A frame without a device ---
 
-TEST_F(FrameHandOverTest, AFrameWithoutADeviceEndsTheStream) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameWithoutADeviceEndsTheStream) {
     startWithoutDevice();
     const WatchedFence fence;
     mWorld.log.clear();
@@ -62,7 +62,7 @@ TEST_F(FrameHandOverTest, AFrameWithoutADeviceEndsTheStream) {
     EXPECT_EQ(1u, mHandler->stats().total(Count::DROPPED_NO_STREAM));
 }
 
-TEST_F(FrameHandOverTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {
     const auto duplicate = [](const WatchedFence& fence) {
         const int lowest = dup(fence.fd());
         close(fence.fd());
@@ -85,7 +85,7 @@ TEST_F(FrameHandOverTest, AFenceOfDescriptorZeroIsClosedLikeAnyOther) {
     EXPECT_FALSE(returned.isOpen());
 }
 
-TEST_F(FrameHandOverTest, AFrameWithoutADeviceCallsWhateverStopTheControllerHas) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameWithoutADeviceCallsWhateverStopTheControllerHas) {
     struct OwnStop : public UvcGadgetHandler {
         void onStreamStop() override { ++stops; }
         int stops = 0;
@@ -96,7 +96,7 @@ TEST_F(FrameHandOverTest, AFrameWithoutADeviceCallsWhateverStopTheControllerHas)
     EXPECT_THAT(mDesktop->calls(), IsEmpty());
 }
 
-TEST_F(FrameHandOverTest, TheClientMayAskBackFromWithinTheStopOfAFrameWithoutADevice) {
+TEST_F(UvcGadgetSurfaceFramesTest, TheClientMayAskBackFromWithinTheStopOfAFrameWithoutADevice) {
     startWithoutDevice();
     std::string reply;
     mDesktop->onCommand = [&] { reply = mHandler->handleCommand(R"({"get-stream-config":1})"); };
@@ -106,7 +106,7 @@ TEST_F(FrameHandOverTest, TheClientMayAskBackFromWithinTheStopOfAFrameWithoutADe
 
 // --- A frame for the device ---
 
-TEST_F(FrameHandOverTest, AFrameGoesIntoTheBufferOfItsId) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameGoesIntoTheBufferOfItsId) {
     stream();
     for (int slot : {2, 0, 3, 1}) {
         EXPECT_EQ(OK, mHandler->submitBuffer(slot, makePicture(64, 32), 0, -1));
@@ -116,7 +116,7 @@ TEST_F(FrameHandOverTest, AFrameGoesIntoTheBufferOfItsId) {
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), IsEmpty());
 }
 
-TEST_F(FrameHandOverTest, ATimeIsSplitIntoSecondsAndMicroseconds) {
+TEST_F(UvcGadgetSurfaceFramesTest, ATimeIsSplitIntoSecondsAndMicroseconds) {
     stream();
     mWorld.node.setAutoSend(true);
     for (const auto& [time, seconds, micros] : {std::tuple{int64_t{0}, 0L, 0L},
@@ -132,14 +132,14 @@ TEST_F(FrameHandOverTest, ATimeIsSplitIntoSecondsAndMicroseconds) {
     }
 }
 
-TEST_F(FrameHandOverTest, AQueuedFramesFenceIsKept) {
+TEST_F(UvcGadgetSurfaceFramesTest, AQueuedFramesFenceIsKept) {
     stream();
     const WatchedFence fence;
     EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), 0, fence.fd()));
     EXPECT_TRUE(fence.isOpen());
 }
 
-TEST_F(FrameHandOverTest, AFrameThatTheDriverRefusesIsAnErrorAndNoMore) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameThatTheDriverRefusesIsAnErrorAndNoMore) {
     stream();
     const WatchedFence fence;
     mWorld.node.fail("VIDIOC_QBUF", EIO);
@@ -150,7 +150,7 @@ TEST_F(FrameHandOverTest, AFrameThatTheDriverRefusesIsAnErrorAndNoMore) {
     EXPECT_EQ(OK, mHandler->submitBuffer(0, makePicture(64, 32), 0, -1));
 }
 
-TEST_F(FrameHandOverTest, AFrameThatTheDeviceDropsIsAnErrorToo) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameThatTheDeviceDropsIsAnErrorToo) {
     stream();
     const WatchedFence fence;
     const uint32_t capacity = 1280 * 720 * 2 + 1;
@@ -159,14 +159,14 @@ TEST_F(FrameHandOverTest, AFrameThatTheDeviceDropsIsAnErrorToo) {
     EXPECT_THAT(queued(), IsEmpty());
 }
 
-TEST_F(FrameHandOverTest, AFrameForAnIdleDeviceIsAnErrorAndStopsNothing) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameForAnIdleDeviceIsAnErrorAndStopsNothing) {
     startWithDevice();
     EXPECT_EQ(kUnknownError, mHandler->submitBuffer(0, makePicture(64, 32), 0, -1));
     EXPECT_TRUE(mWorld.log.has(ANDROID_LOG_WARN, "UVC-V4l2Ctrl", "Not streaming, quit early"));
     EXPECT_THAT(mDesktop->calls(), IsEmpty());
 }
 
-TEST_F(FrameHandOverTest, EndsOfStreamAndDataSpacesAreIgnored) {
+TEST_F(UvcGadgetSurfaceFramesTest, EndsOfStreamAndDataSpacesAreIgnored) {
     stream();
     mWorld.node.clearCalls();
     EXPECT_EQ(OK, mHandler->submitEos(0));
@@ -178,7 +178,7 @@ TEST_F(FrameHandOverTest, EndsOfStreamAndDataSpacesAreIgnored) {
 
 // --- A frame that came back ---
 
-TEST_F(FrameHandOverTest, AFrameThatComesBackGoesToTheSourceByItsIndex) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameThatComesBackGoesToTheSourceByItsIndex) {
     stream();
     ASSERT_EQ("", mHandler->handleCommand(kCreate));
     const WatchedFence fence;
@@ -191,7 +191,7 @@ TEST_F(FrameHandOverTest, AFrameThatComesBackGoesToTheSourceByItsIndex) {
     EXPECT_FALSE(fence.isOpen());
 }
 
-TEST_F(FrameHandOverTest, ASourceThatCouldNotBeConfiguredStaysInPlace) {
+TEST_F(UvcGadgetSurfaceFramesTest, ASourceThatCouldNotBeConfiguredStaysInPlace) {
     stream();
     EXPECT_EQ("not configured",
               mHandler->handleCommand(R"({"create-surface":{"width":640,"height":480,)"
@@ -203,7 +203,7 @@ TEST_F(FrameHandOverTest, ASourceThatCouldNotBeConfiguredStaysInPlace) {
     EXPECT_THAT(mDesktop->calls(), IsEmpty());
 }
 
-TEST_F(FrameHandOverTest, AFrameThatComesBackToNoSourceOnlyLosesItsFence) {
+TEST_F(UvcGadgetSurfaceFramesTest, AFrameThatComesBackToNoSourceOnlyLosesItsFence) {
     startWithoutDevice();
     mWorld.log.clear();
     const WatchedFence fence;

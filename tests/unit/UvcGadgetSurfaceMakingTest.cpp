@@ -105,14 +105,14 @@ constexpr char kAnyConfig[] = R"({"get-stream-config":1})";
 constexpr char kFractional[] = R"({"create-surface":{"width":640,"height":480,"consumer-usage":3,)"
                                R"("v4l2-format":"NV12","fps":29.97}})";
 
-class SurfaceMakingTest : public ControllerTest {
+class UvcGadgetSurfaceMakingTest : public ControllerTest {
   protected:
-    SurfaceMakingTest() {
+    UvcGadgetSurfaceMakingTest() {
         mDesktop->onSurface = [](const auto& surface) {
             step(surface == nullptr ? "clear" : "post");
         };
     }
-    ~SurfaceMakingTest() override { sOnStep = nullptr; }
+    ~UvcGadgetSurfaceMakingTest() override { sOnStep = nullptr; }
 
     void noteSteps() {
         sOnStep = [this](const std::string& name) {
@@ -177,7 +177,7 @@ class SurfaceMakingTest : public ControllerTest {
     std::vector<std::string> mSteps;
 };
 
-TEST_F(SurfaceMakingTest, TakesItsStepsInOrderWithTheDevicesCountAndTheExactRate) {
+TEST_F(UvcGadgetSurfaceMakingTest, TakesItsStepsInOrderWithTheDevicesCountAndTheExactRate) {
     stream();
     noteSteps();
     EXPECT_EQ("", mHandler->handleCommand(kFractional));
@@ -185,7 +185,7 @@ TEST_F(SurfaceMakingTest, TakesItsStepsInOrderWithTheDevicesCountAndTheExactRate
                                      "rate 29.969999", "start"));
 }
 
-TEST_F(SurfaceMakingTest, TheDeviceLockIsHeldUpToTheRateAndNotForTheStart) {
+TEST_F(UvcGadgetSurfaceMakingTest, TheDeviceLockIsHeldUpToTheRateAndNotForTheStart) {
     stream();
     for (const char* name : {"configure for 4", "post", "add 0", "add 3", "rate 30.000000"}) {
         EXPECT_TRUE(isLockedAt(name)) << name;
@@ -193,7 +193,7 @@ TEST_F(SurfaceMakingTest, TheDeviceLockIsHeldUpToTheRateAndNotForTheStart) {
     EXPECT_FALSE(isLockedAt("start"));
 }
 
-TEST_F(SurfaceMakingTest, ASecondCommandWaitsForTheFirstAndBothGetASurface) {
+TEST_F(UvcGadgetSurfaceMakingTest, ASecondCommandWaitsForTheFirstAndBothGetASurface) {
     stream();
     for (const char* name : {"configure for 4", "post", "add 2", "rate 30.000000", "start"}) {
         std::unique_ptr<PendingCall<std::string>> second;
@@ -209,18 +209,18 @@ TEST_F(SurfaceMakingTest, ASecondCommandWaitsForTheFirstAndBothGetASurface) {
     EXPECT_THAT(mWorld.log.lines(DaemonWorld::kTag), testing::IsEmpty());
 }
 
-TEST_F(SurfaceMakingTest, TheDeviceLockIsHeldWhileTheDeviceIsAskedForItsSettings) {
+TEST_F(UvcGadgetSurfaceMakingTest, TheDeviceLockIsHeldWhileTheDeviceIsAskedForItsSettings) {
     stream();
     EXPECT_TRUE(isLockedAt("settings", [this] { mHandler->handleCommand(kAnyConfig); }));
 }
 
-TEST_F(SurfaceMakingTest, TheDeviceLockIsHeldWhileAFrameIsQueued) {
+TEST_F(UvcGadgetSurfaceMakingTest, TheDeviceLockIsHeldWhileAFrameIsQueued) {
     stream();
     EXPECT_TRUE(isLockedAt("queue 1",
                            [this] { mHandler->submitBuffer(1, makePicture(64, 32), 0, -1); }));
 }
 
-TEST_F(SurfaceMakingTest, AFrameComesBackWithItsFence) {
+TEST_F(UvcGadgetSurfaceMakingTest, AFrameComesBackWithItsFence) {
     stream();
     ASSERT_EQ("", mHandler->handleCommand(kCreate));
     noteSteps();
@@ -234,7 +234,7 @@ TEST_F(SurfaceMakingTest, AFrameComesBackWithItsFence) {
     EXPECT_THAT(steps(), ElementsAre("emptied 2 with fence " + fence, "emptied 2 with fence -1"));
 }
 
-TEST_F(SurfaceMakingTest, AStreamThatEndsMeanwhileTakesItsSurfaceBackWithoutTheLock) {
+TEST_F(UvcGadgetSurfaceMakingTest, AStreamThatEndsMeanwhileTakesItsSurfaceBackWithoutTheLock) {
     stream();
     during("add 1", [this] {
         mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
@@ -245,7 +245,8 @@ TEST_F(SurfaceMakingTest, AStreamThatEndsMeanwhileTakesItsSurfaceBackWithoutTheL
 }
 
 // The source that was being made belongs to the stream before: the stop took it away.
-TEST_F(SurfaceMakingTest, AStreamThatIsReplacedMeanwhileRefusesTheSurfaceAndTakesTheNextOne) {
+TEST_F(UvcGadgetSurfaceMakingTest,
+       AStreamThatIsReplacedMeanwhileRefusesTheSurfaceAndTakesTheNextOne) {
     stream();
     during("configure for 4", [this] {
         mWorld.node.sendEvent(UVC_EVENT_STREAMOFF);
@@ -270,7 +271,8 @@ TEST_F(SurfaceMakingTest, AStreamThatIsReplacedMeanwhileRefusesTheSurfaceAndTake
 // --- When a source goes ---
 
 // Its camera may well call back: not while the device is locked.
-TEST_F(SurfaceMakingTest, AReplacedSourceGoesOnceTheDeviceIsUnlockedAndBeforeTheNextOneStarts) {
+TEST_F(UvcGadgetSurfaceMakingTest,
+       AReplacedSourceGoesOnceTheDeviceIsUnlockedAndBeforeTheNextOneStarts) {
     stream();
     const StubDesktop::SurfaceV1 first = createSurface();
     bool existed = false;
@@ -284,7 +286,7 @@ TEST_F(SurfaceMakingTest, AReplacedSourceGoesOnceTheDeviceIsUnlockedAndBeforeThe
     EXPECT_FALSE(existedAtTheStart);
 }
 
-TEST_F(SurfaceMakingTest, TheSourceOfAnEndedStreamGoesOnceTheCameraHasBeenTold) {
+TEST_F(UvcGadgetSurfaceMakingTest, TheSourceOfAnEndedStreamGoesOnceTheCameraHasBeenTold) {
     stream();
     const StubDesktop::SurfaceV1 surface = createSurface();
     bool existed = false;
