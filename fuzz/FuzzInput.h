@@ -30,7 +30,7 @@ class FuzzInput {
     /** The next bytes, as many as there are of those wanted. */
     std::vector<uint8_t> bytes(size_t wanted) {
         const size_t count = std::min(wanted, mSize);
-        const std::vector<uint8_t> bytes(mData, mData + count);
+        std::vector<uint8_t> bytes(mData, mData + count);
         skip(count);
         return bytes;
     }

@@ -168,7 +168,7 @@ std::string readSettings(const std::string& path, const std::map<std::string, Ta
 std::string CameraOptions::read(const std::vector<std::string>& arguments) {
     std::string settings;
     options::Options line = commandLine(this, &settings);
-    const std::string wrong = line.read(arguments);
+    std::string wrong = line.read(arguments);
     if (line.wantsHelp()) help = line.help();
     if (!wrong.empty() || line.wantsHelp() || settings.empty()) return wrong;
     const std::string wrongInFile = readSettings(settings, settingsKeys(this));

@@ -16,7 +16,6 @@ using android::GraphicBuffer;
 using android::OK;
 using android::sp;
 using testcard::FrameRecord;
-using testcard::Planes;
 using Result = FrameSource::Result;
 
 namespace {

@@ -167,7 +167,7 @@ std::string takeDown() {
 }
 
 std::string up(const Orders& orders) {
-    const std::string error = WebcamFunction::prepare();
+    std::string error = WebcamFunction::prepare();
     if (!error.empty()) return error;
     const GadgetLock lock;
     return makeAndBind(orders);
@@ -195,7 +195,7 @@ std::string bind(const Orders& orders) {
 
 std::string unbind() {
     const GadgetLock lock;
-    const std::string error = needGadget();
+    std::string error = needGadget();
     if (!error.empty()) return error;
     return WebcamFunction::boundTo().empty() ? "not bound" : WebcamFunction::unbind();
 }

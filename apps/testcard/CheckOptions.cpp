@@ -74,7 +74,7 @@ std::string CheckOptions::read(const std::vector<std::string>& arguments) {
                   return "";
               }}},
             "CAPTURE", takePath(&capture));
-    const std::string wrong = line.read(arguments);
+    std::string wrong = line.read(arguments);
     if (line.wantsHelp()) help = line.help();
     if (!wrong.empty() || line.wantsHelp()) return wrong;
     if (!format) return "testcard-check: --format is missing: MJPG, YUYV or NV12";

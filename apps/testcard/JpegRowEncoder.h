@@ -21,9 +21,9 @@ struct RowPlanes {
     std::vector<uint8_t> y;       // 16 lines
     std::vector<uint8_t> cb, cr;  // 8 lines each
 
-    uint8_t* luma(uint32_t line) { return &y[line * width]; }
-    uint8_t* blue(uint32_t line) { return &cb[line * width / 2]; }
-    uint8_t* red(uint32_t line) { return &cr[line * width / 2]; }
+    uint8_t* luma(uint32_t line) { return &y[size_t{line} * width]; }
+    uint8_t* blue(uint32_t line) { return &cb[size_t{line} * width / 2]; }
+    uint8_t* red(uint32_t line) { return &cr[size_t{line} * width / 2]; }
 };
 
 /**

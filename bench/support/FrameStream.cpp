@@ -15,7 +15,6 @@
 namespace korvane::bench {
 namespace {
 
-using test::DaemonWorld;
 using test::UvcFunctionTree;
 
 constexpr int kSources = 6;
@@ -32,8 +31,10 @@ struct Size {
 constexpr Size kSizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
 
 uint8_t frameIndex(const StreamMode& mode) {
-    for (uint8_t i = 0; i < std::size(kSizes); ++i) {
-        if (kSizes[i].width == mode.width && kSizes[i].height == mode.height) return i + 1;
+    uint8_t index = 0;
+    for (const Size& size : kSizes) {
+        ++index;
+        if (size.width == mode.width && size.height == mode.height) return index;
     }
     throw std::runtime_error("no such frame size");
 }

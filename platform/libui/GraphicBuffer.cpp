@@ -163,6 +163,7 @@ bool GraphicBuffer::needsReallocation(uint32_t inWidth, uint32_t inHeight, Pixel
 }
 
 bool GraphicBuffer::contains(const Rect& rect) const {
+    // The analyser loses Rect's constructor. NOLINTNEXTLINE(clang-analyzer-core.*)
     return rect.left >= 0 && rect.right <= width && rect.top >= 0 && rect.bottom <= height;
 }
 

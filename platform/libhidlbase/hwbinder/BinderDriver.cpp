@@ -42,7 +42,7 @@ bool BinderDriver::checkVersion(const char* path) const {
 }
 
 bool BinderDriver::map(const char* path) {
-    const size_t size = 1024 * 1024 - 2 * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t size = size_t{1024} * 1024 - 2 * static_cast<size_t>(sysconf(_SC_PAGESIZE));
     mArea = ReceiveArea(mFd.get(), size);
     if (!mArea.isMapped()) {
         ALOGE("Mapping %zu bytes of %s failed: %s", size, path, strerror(errno));

@@ -197,6 +197,7 @@ const char* Parcel::readCString() const {
     const ParcelView all = view();
     if (mPosition == all.size) return nullptr;
     const uint8_t* begin = all.data + mPosition;
+    // Only an empty parcel has no data. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
     const void* end = memchr(begin, 0, all.size - mPosition);
     if (end == nullptr) return nullptr;
     const size_t size = static_cast<const uint8_t*>(end) - begin + 1;

@@ -18,7 +18,7 @@ namespace android {
 class BufferBudget {
   public:
     /** Sixty buffers of 1920x1080 RGBA, and far from what a machine can give. */
-    static constexpr uint64_t kMaxBytes = 512 * 1024 * 1024;
+    static constexpr uint64_t kMaxBytes = uint64_t{512} * 1024 * 1024;
 
     /** Counts a buffer in; false, and it doesn't count, if all would be more than kMaxBytes. */
     bool admit(const sp<GraphicBuffer>& buffer);

@@ -5,9 +5,11 @@
 #include <cstddef>
 
 /** Forbids copying and assigning. Stands in the private part of a class. */
+// The name declares, which it can't in parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define DISALLOW_EVIL_CONSTRUCTORS(name) \
     name(const name&) = delete;          \
     name& operator=(const name&) = delete
+// NOLINTEND(bugprone-macro-parentheses)
 
 namespace android {
 

@@ -66,7 +66,7 @@ struct ALooper : public RefBase {
 
   protected:
     /** Stops the loop; may run on the looper's own thread. */
-    virtual ~ALooper();
+    ~ALooper() override;
 
   private:
     friend struct AMessage;  // posts
