@@ -92,9 +92,19 @@ give_controller dummy_udc.0
 served_in_time "controller returned" "$start"
 back "controller returned" "$start"
 
-for unit in korvane-hwservicemanager korvane-desktop-camera; do
-    event "$unit killed" kill_unit "$unit"
-done
+# begun UNIT: when its program was started, in us since the boot.
+begun() {
+    systemctl show -P ExecMainStartTimestampMonotonic "$1"
+}
+in_order() {
+    [ "$(main_pid korvane-desktop-camera)" != "$served_by" ] &&
+        [ "$(begun korvane-hwservicemanager)" -lt "$(begun korvane-desktop-camera)" ] &&
+        [ "$(begun korvane-desktop-camera)" -lt "$(begun korvane-camera)" ]
+}
+served_by=$(main_pid korvane-desktop-camera)
+event "korvane-hwservicemanager killed" kill_unit korvane-hwservicemanager
+check "it took its clients through a restart in order" wait_for 20 in_order
+event "korvane-desktop-camera killed" kill_unit korvane-desktop-camera
 # The host keeps its camera without these two.
 for unit in korvane-camera korvane-keeper; do
     killed=$(main_pid "$unit")
@@ -125,4 +135,5 @@ check "an upgrade over a running stream" install_packages /run/host/newer
 check_equal "has the newer version" 9.9.9 "$(dpkg-query -f '${Version}' -W korvane-webcam)"
 stop stream
 back "upgrade" "$start"
+check_equal "no program of the older version runs" "" "$(ls -l /proc/[0-9]*/exe 2>/dev/null | grep deleted)"
 finish
