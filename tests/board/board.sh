@@ -107,6 +107,11 @@ enumerated() {
     host_node >/dev/null && server >/dev/null
 }
 
+# enumerated_within SECONDS: the same before they are over; if not, it says what runs instead.
+enumerated_within() {
+    wait_for "$1" enumerated || { status_of_all; return 1; }
+}
+
 not_enumerated() {
     ! host_node >/dev/null
 }

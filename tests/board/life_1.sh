@@ -4,7 +4,7 @@
 . /run/host/board.sh
 
 need "the packages install" install_packages /run/host/packages
-need "the host sees a webcam" wait_for 30 enumerated
+need "the host sees a webcam" enumerated_within 30
 need "with a moving picture" picture
 hear_keeper
 

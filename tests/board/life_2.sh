@@ -4,7 +4,7 @@
 . /run/host/board.sh
 conf=/etc/korvane/gadget.conf
 
-need "it is a webcam after a boot" wait_for 90 enumerated
+need "it is a webcam after a boot" enumerated_within 90
 took "from the kernel's start to a webcam" 0
 hear_keeper
 

@@ -7,7 +7,7 @@ check_not "nothing of ours is there" sh -c "dpkg-query -W | grep korvane"
 check_not "there is no binder device" test -e /dev/hwbinder
 need "the packages install" install_packages /run/host/packages
 start=$(now_ms)
-need "the host sees a webcam" wait_for 30 enumerated
+need "the host sees a webcam" enumerated_within 30
 took "from the installation to a webcam" "$start"
 need "with a moving picture" picture
 within "from the installation to ten frames" "$start" "$(now_ms)" 10000

@@ -3,7 +3,7 @@
 . /run/host/lib.sh
 . /run/host/board.sh
 
-need "it is a webcam after a boot" wait_for 60 enumerated
+need "it is a webcam after a boot" enumerated_within 60
 took "from the kernel's start to a webcam" 0
 check "with a moving picture" picture
 
