@@ -65,6 +65,7 @@ KeeperFacts Keeper::facts() {
     if (facts.controller) mController = controller;
     facts.node = facts.bound ? videoNodeOn(bound) : "";
     if (!mWatch.watch(facts.node)) say("cannot watch /dev/" + facts.node + ": " + strerror(errno));
+    facts.opened = mWatch.rightsChanged();
     const pid_t server = serverOf(facts.node);
     facts.served = server != 0;
     facts.serverDied = mServer != 0 && !facts.served && hasDied(mServer);

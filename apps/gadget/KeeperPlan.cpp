@@ -18,6 +18,11 @@ KeeperPlan::Step KeeperPlan::next(const KeeperFacts& facts, Time now) {
     if (!facts.made || !facts.controller) return Step::kNothing;
     const bool starting = !mNextTry && !wasServed;
     if (starting && facts.bound && !facts.node.empty()) mNextTry = now + kSuccessor;
+    if (facts.opened && facts.bound && mNextTry) {
+        mNextTry = std::max(*mNextTry, now + kSuccessor);
+        mWakeUp = mNextTry;
+        return Step::kNothing;
+    }
     if (mNextTry && now < *mNextTry) return waitForNextTry();
     return tryNow(facts.bound ? Step::kRebind : Step::kBind, now);
 }

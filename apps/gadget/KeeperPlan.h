@@ -16,6 +16,7 @@ struct KeeperFacts {
     std::string node;         // of the function, like "video2"; empty: none
     bool served = false;      // a process has the node open for writing
     bool serverDied = false;  // the one that had it last is gone
+    bool opened = false;      // the node's owner or rights have just changed
 };
 
 /**
@@ -25,7 +26,9 @@ struct KeeperFacts {
  * to serve it, it is tried again after waits that grow from a second to eight, since each new node
  * has to be given to the service's group first, which a busy machine takes its time for; and after
  * the last of them once for whatever happens. A server that died, or one that starts beside the
- * keeper, is given the time to come by itself first.
+ * keeper, is given the time to come by itself first; so is one that may open the node only now:
+ * where that takes longer than all the waits, each new node would be gone before it could be
+ * opened.
  *
  * No clock and no kernel of its own. One thread.
  */
@@ -48,7 +51,7 @@ class KeeperPlan {
 
     static constexpr std::chrono::milliseconds kFirstWait{1000};
     static constexpr std::chrono::milliseconds kLongestWait{8000};
-    static constexpr std::chrono::seconds kSuccessor{4};  // for a server that died
+    static constexpr std::chrono::seconds kSuccessor{4};  // for a server that comes by itself
     static constexpr int kMostTries = 6;
 
   private:

@@ -36,6 +36,11 @@ bool NodeWatch::openedUp() {
     return now.inode != 0;
 }
 
+bool NodeWatch::rightsChanged() const {
+    const Rights now = rights();
+    return now.inode != 0 && now.inode == mSeen.inode && !(now == mSeen);
+}
+
 NodeWatch::Rights NodeWatch::rights() const {
     struct stat status = {};
     if (mNode.empty() || stat(("/dev/" + mNode).c_str(), &status) != 0) return {};

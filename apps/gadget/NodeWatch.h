@@ -30,6 +30,8 @@ class NodeWatch {
      * other rights since this was asked last.
      */
     bool openedUp();
+    /** Whether that will be true of a node that it was true of before. */
+    bool rightsChanged() const;
 
   private:
     struct Rights {

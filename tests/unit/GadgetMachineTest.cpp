@@ -119,10 +119,13 @@ TEST_F(GadgetMachineTest, HearsWhoOpensClosesAndOwnsTheNode) {
     node.reset();
     EXPECT_TRUE(woken());
     EXPECT_FALSE(watch.openedUp());
+    EXPECT_FALSE(watch.rightsChanged());
     ASSERT_EQ(0, chmod("/dev/video5", 0660));
     EXPECT_TRUE(woken());
+    EXPECT_TRUE(watch.rightsChanged());
     EXPECT_TRUE(watch.openedUp());
     EXPECT_FALSE(watch.openedUp());
+    EXPECT_FALSE(watch.rightsChanged());
 
     mFiles.remove("/dev/video5");
     mFiles.write("/dev/video5", "");

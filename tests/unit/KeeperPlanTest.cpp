@@ -152,6 +152,25 @@ TEST_F(KeeperPlanTest, GivesAServiceThatStartsBesideItTheTimeToCome) {
     EXPECT_EQ(Step::kRebind, next(unserved(), seconds(4)));
 }
 
+TEST_F(KeeperPlanTest, GivesAServiceThatMayOpenTheNodeOnlyNowTheTimeToCome) {
+    settle();
+    EXPECT_EQ(Step::kRebind, next(unserved()));
+    for (int i = 0; i < KeeperPlan::kMostTries; ++i) next(unserved(), sleep());
+    EXPECT_TRUE(mPlan.gaveUp());
+    KeeperFacts opened = unserved();
+    opened.opened = true;
+    EXPECT_EQ(Step::kNothing, next(opened, seconds(100)));
+    EXPECT_EQ(seconds(4), sleep());
+    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(200)));
+    EXPECT_FALSE(mPlan.wakeUp());
+
+    KeeperPlan fresh;
+    EXPECT_EQ(Step::kBind, fresh.next(unbound(), mNow));
+    EXPECT_EQ(Step::kNothing, fresh.next(opened, mNow + seconds(2)));
+    EXPECT_EQ(Step::kNothing, fresh.next(unserved(), mNow + milliseconds(5999)));
+    EXPECT_EQ(Step::kRebind, fresh.next(unserved(), mNow + seconds(6)));
+}
+
 TEST_F(KeeperPlanTest, DoesNothingWithoutAGadgetOrAController) {
     settle();
     KeeperFacts facts = unserved();
