@@ -35,7 +35,7 @@ class FuzzInput {
         return bytes;
     }
 
-    /** A byte that says how long the text behind it is. */
+    /** A byte that says how long the text after it is. */
     std::string text() {
         const std::vector<uint8_t> characters = bytes(take<uint8_t>());
         return {characters.begin(), characters.end()};

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
             // Named before it runs: it may be the last one.
             printf("%s\n", entry.path().c_str());
             fflush(stdout);
-            // Its own block, as long as it is: who reads behind it is seen.
+            // Its own block, of just its size, so that reading beyond it shows.
             const std::vector<uint8_t> exact(input.begin(), input.end());
             LLVMFuzzerTestOneInput(exact.data(), exact.size());
             count++;

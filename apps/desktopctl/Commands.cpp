@@ -129,7 +129,7 @@ ExitCode watch(double intervalSeconds, unsigned screens) {
 }
 
 ExitCode sendText(unsigned kind, const std::string& text) {
-    // The service does not survive a kind that there is not.
+    // The service does not survive a kind that doesn't exist.
     if (kind >= kClientKinds) return fail(kWrongUsage, "KIND is a number from 0 to 7");
     const Deadline deadline(2 * kAnswerSeconds);
     const auto service = Service::find();

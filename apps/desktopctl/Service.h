@@ -18,7 +18,7 @@ class Service {
   public:
     using ICameraDesktop = ::korvane::hardware::camera::desktop::V2_0::ICameraDesktop;
 
-    /** One to be had at once; nothing without binder, a service manager or a service. */
+    /** The service if it is there now; nothing without binder, a service manager or a service. */
     static std::optional<Service> find();
 
     explicit Service(const ::android::sp<ICameraDesktop>& service) : mService(service) {}

@@ -14,7 +14,8 @@
 namespace korvane::bench {
 
 /**
- * An open binder device with its mapped receive area. For one thread. Throws what can't be had.
+ * An open binder device with its mapped receive area. For one thread. Throws when it can't be
+ * opened.
  *
  * Used on /dev/vndbinder, the same driver as /dev/hwbinder's with a context manager of its own, so
  * that the bare server and the register of HIDL services may both be one.

@@ -179,8 +179,8 @@ std::vector<Target> targets() {
         return android::hardware::getOrCreateCachedBinder(interface);
     };
     std::vector<Target> all;
-    // A command to a kind that there isn't is never replied to, which ends the daemon, as it must.
-    // And kinds have no owner: whoever takes the controller's (4) ends the webcam with it.
+    // A command to a kind that doesn't exist is never replied to, which ends the daemon, as it
+    // must. And kinds have no owner: whoever takes the controller's (4) ends the webcam with it.
     const std::vector<uint8_t> anyButTheControllers = {0, 1, 2, 3, 5, 6, 7, 8, 200};
     all.push_back({binderOf(desktop.get()),
                    {desktop_v2::ICameraDesktop::descriptor, desktop_v1::ICameraDesktop::descriptor,

@@ -1,7 +1,7 @@
 # shellcheck shell=bash disable=SC2034,SC2154
 # SPDX-License-Identifier: Apache-2.0
 # What the scripts here share: attackers, and how the daemon must be after them. They source it last,
-# behind tests/vm/lib.sh and host.sh, and run in the test machine.
+# after tests/vm/lib.sh and host.sh, and run in the test machine.
 
 daemon_log=$SHARE/daemon.log
 # How much more private memory, in kB, isn't worth a word: the allocator keeps some of what it had.

@@ -372,7 +372,7 @@ long_stream() {
     [[ $said == ok* ]] || wrong "$said"
     tail -n +$((before + 1)) /run/camera.frames |
         sed -n 's/.* bytes=\([0-9]*\) crc32=\(.*\)/\1 \2/p' >/run/drawn
-    # The host may begin behind the first one; from there on nothing may be missing.
+    # The host may begin after the first one; from there on nothing may be missing.
     first=$(grep -nxF -m 1 "$(head -n 1 /run/sums)" /run/drawn | cut -d : -f 1)
     [ -n "$first" ] || wrong "the first frame was never drawn"
     tail -n +"$first" /run/drawn | head -n $frames | cmp - /run/sums ||

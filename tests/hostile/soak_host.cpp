@@ -215,7 +215,7 @@ class Stream {
             std::string error;
             if (!decodeFrame(Frame{bytes.data(), bytes.size()}, format, mOrder.width, mOrder.height,
                              &picture, &error)) {
-                wrong("a frame behind %u can't be decoded: %s", mLast, error.c_str());
+                wrong("a frame after %u can't be decoded: %s", mLast, error.c_str());
                 return;
             }
             if (!isNext(readCard(layout, picture.luma()))) return;
@@ -223,10 +223,10 @@ class Stream {
     }
 
     bool isNext(const CardReading& card) {
-        if (!card.readable()) return wrong("the frame behind %u can't be read", mLast);
-        if (card.torn()) return wrong("the frame behind %u is torn", mLast);
+        if (!card.readable()) return wrong("the frame after %u can't be read", mLast);
+        if (card.torn()) return wrong("the frame after %u is torn", mLast);
         const uint32_t number = card.top->number;
-        if (mLast != 0 && number != mLast + 1) return wrong("frame %u behind %u", number, mLast);
+        if (mLast != 0 && number != mLast + 1) return wrong("frame %u after %u", number, mLast);
         if (mFirst == 0) mFirst = number;
         mLast = number;
         return true;

@@ -119,7 +119,7 @@ std::string enterOnce() {
         enter();
         return "";
     } catch (const std::exception& error) {
-        return std::string("a private file system is not to be had: ") + error.what();
+        return std::string("a private file system can't be made: ") + error.what();
     }
 }
 

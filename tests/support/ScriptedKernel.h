@@ -66,7 +66,7 @@ struct KernelCall {
  *    memory of bufferLength() bytes, at offsets that start at a page.
  *  - a mapping is shared, writable and within one buffer.
  *  - VIDIOC_QBUF appends to the queue and keeps a copy of the bytes used (sentFrames()), all bytes
- *    when the caller says 0. It fails with EINVAL for a buffer that there is not, that is queued
+ *    when the caller says 0. It fails with EINVAL for a buffer that isn't there, that is queued
  *    already, of another type or memory, or that has less bytes than are used.
  *  - VIDIOC_DQBUF gives back the oldest queued buffer that send() (or setAutoSend) has sent, else
  *    fails with EAGAIN; with EINVAL when nothing streams. VIDIOC_STREAMOFF forgets the queue.

@@ -27,7 +27,7 @@ namespace {
 std::deque<ssize_t> sResults;
 std::string sReceived;  // what these put into the buffer
 std::vector<size_t> sLengths;
-std::string sBehind;  // the two bytes behind what may be received
+std::string sBehind;  // the two bytes after what may be received
 
 }  // namespace
 

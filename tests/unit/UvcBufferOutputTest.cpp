@@ -15,7 +15,6 @@
 #include <gmock/gmock.h>
 
 using namespace korvane::test;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {

@@ -60,7 +60,7 @@ TEST_F(UvcYCbCrOutputTest, AnNv12FrameOfAnOddHeightStaysWithinItsMemory) {
     EXPECT_EQ(nv12Of(picture), lastFrame());
 }
 
-// 128x64 fills whole pages: with cr first, one byte more would be read from behind the mapping.
+// 128x64 fills whole pages: with cr first, one byte more would be read from beyond the mapping.
 TEST_F(UvcYCbCrOutputTest, AnNv12StreamReadsNothingAfterAFrameWithCrFirst) {
     setLayout(BufferLayoutOptions::Chroma::NV21);
     streamNv12();

@@ -52,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(Pictures, YuyvConverterTest,
                                           testing::Values(0, 24)));
 
 // The rule for the bytes: one call that makes three planes of the whole picture in a buffer that
-// begins as zeros, V half a picture behind U, and one that makes YUYV of them, whatever the first
+// begins as zeros, V half a picture after U, and one that makes YUYV of them, whatever the first
 // one said. Both write a little further than the picture.
 class Rule {
   public:
