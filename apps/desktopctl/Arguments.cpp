@@ -74,14 +74,14 @@ std::string takeOptions(const Known& known, const std::vector<std::string>& argu
         // A text may begin with a dash, and so may the file after it.
         if (operands->size() < known.operands && argument.rfind("--", 0) != 0) {
             operands->push_back(argument);
-        } else if (!hasOption(known.command, argument)) {
+        } else if (!hasOption(known.command, argument)) {  // NOLINT(bugprone-branch-clone): in order
             return usageOf(known);
         } else if (argument == "--json") {
             out->json = true;
         } else if (++i == arguments.size()) {
             return usageOf(known);
         } else {
-            const std::string wrong = takeNumber(argument, arguments[i], out);
+            std::string wrong = takeNumber(argument, arguments[i], out);
             if (!wrong.empty()) return wrong;
         }
     }
