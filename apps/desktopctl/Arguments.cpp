@@ -74,7 +74,7 @@ std::string takeOptions(const Known& known, const std::vector<std::string>& argu
         // A text may begin with a dash, and so may the file after it.
         if (operands->size() < known.operands && argument.rfind("--", 0) != 0) {
             operands->push_back(argument);
-        } else if (!hasOption(known.command, argument)) {  // NOLINT(bugprone-branch-clone): in order
+        } else if (!hasOption(known.command, argument)) {  // NOLINT(bugprone-branch-clone)
             return usageOf(known);
         } else if (argument == "--json") {
             out->json = true;
