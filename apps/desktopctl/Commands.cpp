@@ -152,7 +152,7 @@ std::string catchFrame(const Service& service, int file) {
         return seen > 0 || secondsSince(start) > kFirstFrameSeconds;
     };
     uint64_t frames = 0;
-    const std::string wrong = dumpFrames(service, file, enough, &frames);
+    std::string wrong = dumpFrames(service, file, enough, &frames);
     if (!wrong.empty()) return wrong;
     struct stat size = {};
     if (fstat(file, &size) == 0 && size.st_size > 0) return "";
