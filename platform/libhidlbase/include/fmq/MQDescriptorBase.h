@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The shape of a message queue's descriptor, which generated code asserts and nothing uses.
+// The layout of a message queue's descriptor: generated code asserts it, nothing uses it.
 #pragma once
 
 #include <cstdint>

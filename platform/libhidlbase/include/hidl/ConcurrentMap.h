@@ -12,7 +12,7 @@
 namespace android {
 namespace hardware {
 
-/** Every operation takes and gives values under the map's own lock. */
+/** Every operation copies values in or out under the map's own lock. */
 template <typename Key, typename Value>
 class ConcurrentMap {
   public:
@@ -45,7 +45,10 @@ class ConcurrentMap {
 
 namespace details {
 
-/** Makes a T with itself and never destroys it: threads may still use it while the process ends. */
+/**
+ * Constructs a T along with itself and never destroys it: threads may still use it while the
+ * process ends.
+ */
 template <typename T>
 class DoNotDestruct {
   public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Between interfaces and binder objects, and between values and parcels.
+// Conversions between interfaces and binder objects, and between values and parcels.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@
 namespace android {
 namespace hardware {
 
-/** Brings a binder's death to a recipient; owned by the proxy that the link was made through. */
+/** Tells a recipient of a binder's death; owned by the proxy that the link was made through. */
 struct hidl_binder_death_recipient : IBinder::DeathRecipient {
     hidl_binder_death_recipient(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
                                 const sp<hidl::base::V1_0::IBase>& base);
@@ -34,9 +34,9 @@ struct hidl_binder_death_recipient : IBinder::DeathRecipient {
 };
 
 /**
- * The binder object of an interface object: that of a proxy, or the one and only of an
- * implementation, made when first asked for and kept while another process holds it. Null if the
- * implementation's most derived interface isn't known.
+ * The binder object of an interface object: a proxy's own, or the only one of an implementation,
+ * made when first asked for and kept while another process holds it. Null if the implementation's
+ * most derived interface isn't known.
  */
 sp<IBinder> getOrCreateCachedBinder(hidl::base::V1_0::IBase* interface);
 
@@ -61,20 +61,20 @@ sp<IType> fromBinder(const sp<IBinder>& binder) {
 }
 
 /**
- * What every stub asks before it calls its method: BAD_VALUE if the call has brought descriptors,
- * objects or buffers that are none of the method's arguments. It would hold them as long as the
+ * Every stub checks this before it calls its method: BAD_VALUE if the call carries descriptors,
+ * objects or buffers that aren't arguments of the method. They would be held for as long as the
  * method runs.
  */
 status_t checkArgumentsEnd(const Parcel& call);
 
-// The outcome of a call, first in every reply. A failed transaction isn't written but becomes the
+// The outcome of a call, first in every reply. A failed transaction isn't written; it becomes the
 // result.
 status_t readFromParcel(Status* status, const Parcel& parcel);
 status_t writeToParcel(const Status& status, Parcel* parcel);
 
-// What a value refers to. The value itself lies in the buffer parentHandle of the parcel, at
-// parentOffset. Reading leaves it as it is: the driver has put the new address into it already. The
-// parcel refuses (BAD_VALUE) a value that points anywhere else or whose size isn't the buffer's.
+// What a value refers to. The value itself is in the parcel's buffer parentHandle, at parentOffset.
+// Reading leaves it as it is: the driver has already put the new address into it. The parcel
+// refuses (BAD_VALUE) a value that points anywhere else or whose size isn't the buffer's.
 
 status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel,
                                 size_t parentHandle, size_t parentOffset);

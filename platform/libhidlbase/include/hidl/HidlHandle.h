@@ -13,7 +13,7 @@ namespace hardware {
 
 /**
  * Holds a native handle, or null. It borrows what it is made from; a copy of it duplicates every
- * descriptor and owns the duplicates. What it owns it closes and deletes.
+ * descriptor and owns the duplicates. It closes and deletes what it owns.
  */
 struct hidl_handle {
     hidl_handle() = default;
@@ -31,7 +31,7 @@ struct hidl_handle {
     /** Borrows handle. */
     hidl_handle& operator=(const native_handle_t* handle);
 
-    /** Lets go of what it holds and holds handle; with shouldOwn it closes and deletes it. */
+    /** Drops what it holds and holds handle; with shouldOwn it will close and delete it. */
     void setTo(native_handle_t* handle, bool shouldOwn = false);
 
     const native_handle_t* getNativeHandle() const { return mHandle; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Implementations in libraries, which are a thing not had here.
+// Implementations in libraries, which don't exist here.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace android {
 namespace hardware {
 namespace details {
 
-/** Gives back its argument. */
+/** Returns its argument. */
 sp<hidl::base::V1_0::IBase> wrapPassthroughInternal(sp<hidl::base::V1_0::IBase> interface);
 
 template <typename IType>

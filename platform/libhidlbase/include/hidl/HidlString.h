@@ -32,18 +32,18 @@ struct hidl_string {
     hidl_string& operator=(const char* text);
     hidl_string& operator=(const std::string& text);
 
-    /** Keeps NULs inside of the text. */
+    /** Keeps NULs within the text. */
     operator std::string() const { return std::string(mBuffer, mSize); }  // NOLINT
 
     const char* c_str() const { return mBuffer; }
-    /** In bytes, without the closing NUL. */
+    /** In bytes, without the terminating NUL. */
     size_t size() const { return mSize; }
     bool empty() const { return mSize == 0; }
     void clear();
 
     /**
-     * Borrows text, which must outlive this string and its use; text[length] must be NUL, which is
-     * fatal otherwise.
+     * Borrows text, which must outlive this string and its use. text[length] must be NUL; anything
+     * else is fatal.
      */
     void setToExternal(const char* text, size_t length);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The value types of interfaces, and what generated headers need beside them.
+// The value types of interfaces, and what generated headers need besides.
 #pragma once
 
 #include <array>
@@ -41,7 +41,7 @@ struct IBase;
 
 namespace hardware {
 
-/** Told when the process of a remote object that it was linked to has died. */
+/** Is told when the process of a remote object that it was linked to has died. */
 struct hidl_death_recipient : public virtual RefBase {
     /**
      * Called once for each link, on a thread that serves incoming calls, without any lock of the
@@ -75,7 +75,7 @@ constexpr std::array<Enum, 0> hidl_enum_values = {};
 
 }  // namespace
 
-/** Whether implementations may tell their addresses; they may not. */
+/** Whether implementations may reveal their addresses; they may not. */
 bool debuggable();
 
 }  // namespace details

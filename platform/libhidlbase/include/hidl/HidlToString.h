@@ -23,7 +23,7 @@ namespace details {
 
 std::string toHexDigits(uint64_t value, bool prefix);
 
-/** In lower-case hexadecimal digits, with "0x" before them if prefix says so. */
+/** In lower-case hexadecimal digits, with a leading "0x" if prefix is set. */
 template <typename T>
 std::string toHexString(T value, bool prefix = true) {
     using Unsigned = typename std::make_unsigned<T>::type;

@@ -18,11 +18,11 @@ namespace android {
 namespace hardware {
 
 /**
- * Says how many threads may serve incoming calls and death notices. With callerWillJoin one of them
- * is the thread that will call joinRpcThreadpool(). Starts nothing; to be called before anything
- * else of this runtime, which may start a pool of one thread otherwise.
+ * Sets how many threads may serve incoming calls and death notices. With callerWillJoin one of them
+ * is the thread that will call joinRpcThreadpool(). Starts nothing. Call it before anything else in
+ * this runtime, which may otherwise start a pool of one thread.
  *
- * Fatal: no thread at all although the caller will join; a pool that runs would shrink.
+ * Fatal: no threads at all although the caller will join; shrinking a pool that is running.
  */
 void configureRpcThreadpool(size_t maxThreads, bool callerWillJoin);
 
@@ -47,10 +47,10 @@ struct SchedPrio {
     int prio;
 };
 
-/** The process id that getDebugInfo() tells. */
+/** The process id that getDebugInfo() reports. */
 int32_t getPidIfSharable();
 
-/** The object as an IChild, null if it isn't one; how asking it failed, if emitError says so. */
+/** The object as an IChild, null if it isn't one; with emitError, the error if asking it failed. */
 template <typename IChild, typename IParent, typename BpChild>
 Return<sp<IChild>> castInterface(sp<IParent> parent, const char* childIndicator, bool emitError) {
     if (parent == nullptr) return nullptr;

@@ -12,8 +12,8 @@ namespace details {
 
 /**
  * Whether the object implements the interface with the descriptor castTo. Asks the object, which is
- * a call to its process if it is remote. If that fails it says false, or with emitError how the
- * call ended.
+ * a call to its process if it is remote. If the call fails, the result is false or, with emitError,
+ * the call's error.
  */
 Return<bool> canCastInterface(hidl::base::V1_0::IBase* interface, const char* castTo,
                               bool emitError = false);

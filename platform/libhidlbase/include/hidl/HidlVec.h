@@ -89,8 +89,7 @@ struct hidl_vec {
         swapWith(resized);
     }
 
-    /** Lets go of its elements and uses those at data; with shouldOwn it deletes them (delete[]).
-     */
+    /** Drops its elements and uses those at data; with shouldOwn it will delete them (delete[]). */
     void setToExternal(T* data, size_t size, bool shouldOwn = false) {
         checkSize(size);
         freeBuffer();

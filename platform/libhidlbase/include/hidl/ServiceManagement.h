@@ -25,23 +25,23 @@ struct IServiceManager;
 
 namespace hardware {
 
-/** The register of services; null while there is none. Not kept, so that it may be restarted. */
+/** The register of services; null while there is none. Not cached, so that it may be restarted. */
 sp<hidl::manager::V1_0::IServiceManager> defaultServiceManager();
 
 namespace details {
 
 /**
- * Waits for the register if it isn't there yet, as programs start in any order. UNEXPECTED_NULL for
- * a null service, INVALID_OPERATION without a binder driver, UNKNOWN_ERROR if the register refused.
- * The register asks the service for its interfaces meanwhile.
+ * Waits for the register if it isn't up yet, as programs start in any order. UNEXPECTED_NULL for a
+ * null service, INVALID_OPERATION without a binder driver, UNKNOWN_ERROR if the register refused.
+ * Meanwhile the register asks the service for its interfaces.
  */
 status_t registerAsServiceInternal(const sp<hidl::base::V1_0::IBase>& service,
                                    const std::string& name);
 
 /**
- * Looks a service up that implements the interface with this descriptor. Without retry the answer
- * is null at once if it isn't there; with retry it waits until it is. getStub asks for a library,
- * of which there are none: null.
+ * Looks up a service that implements the interface with this descriptor. Without retry it returns
+ * null at once if there is none; with retry it waits for one. getStub asks for a library; there are
+ * none: null.
  */
 sp<hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
                                                   const std::string& instance, bool retry,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the runtime knows of the process's interfaces and implementations.
+// What the runtime knows about the process's interfaces and implementations.
 #pragma once
 
 #include <functional>

@@ -69,8 +69,9 @@ class Return;
 namespace details {
 
 /**
- * The part of a Return that doesn't depend on its value. It insists that errors are looked at: to
- * destroy or overwrite one that holds an error nobody asked about is fatal. One thread at a time.
+ * The part of a Return that doesn't depend on its value. It insists that errors are checked:
+ * destroying or overwriting one that holds an error nobody asked about is fatal. One thread at a
+ * time.
  */
 class return_status {
   public:
@@ -133,7 +134,7 @@ class Return : public details::return_status {
     T mValue{};
 };
 
-/** An interface as the value, convertible from what it can be made of. */
+/** An interface as the value; converts from whatever an sp<T> can be made from. */
 template <typename T>
 class Return<sp<T>> : public details::return_status {
   public:

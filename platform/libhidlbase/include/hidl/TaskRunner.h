@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The queue of oneway calls to an implementation in a library, which is a thing not had here.
+// The queue of oneway calls to an implementation in a library, which doesn't exist here.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,7 @@ namespace details {
 
 using Task = std::function<void()>;
 
-/** Part of every generated wrapper for libraries; as nothing is served from a library, it refuses.
- */
+/** Part of every generated wrapper for libraries; refuses, as nothing is served from a library. */
 class TaskRunner {
   public:
     void start(size_t /*limit*/) {}

@@ -12,15 +12,15 @@ namespace hardware {
 /**
  * An object of this process that other processes can call; derived classes answer in onTransact().
  *
- * While any process holds a proxy of it, the runtime holds a strong reference to it.
+ * While any process holds a proxy for it, the runtime holds a strong reference to it.
  */
 class BHwBinder : public IBinder {
   public:
     BHwBinder();
 
     /**
-     * Reads data from its start and hands it to onTransact() on the calling thread. The reply that
-     * onTransact() passes on is rewound before callback gets it.
+     * Rewinds data and hands it to onTransact() on the calling thread. The reply that onTransact()
+     * passes on is rewound before callback gets it.
      */
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
                       TransactCallback callback = nullptr) override;
@@ -33,7 +33,7 @@ class BHwBinder : public IBinder {
 
     BHwBinder* localBinder() override { return this; }
 
-    /** Security contexts of callers aren't carried here: without effect. */
+    /** No effect: callers' security contexts aren't carried here. */
     void setRequestingSid(bool requestingSid);
 
     /** Scheduling asked for by the object's owner; kept, but not applied here. */
@@ -45,9 +45,9 @@ class BHwBinder : public IBinder {
 
     /**
      * Serves one call. A method with results writes them to reply and passes reply to callback,
-     * which sends it at once, while what it refers to still lives; a second reply is dropped. What
-     * is returned matters only if no reply was passed on: OK sends reply as it stands, anything
-     * else becomes the caller's status. The base class returns UNKNOWN_TRANSACTION.
+     * which sends it at once, while what it refers to still lives; a second reply is dropped. The
+     * return value matters only if no reply was passed on: OK sends reply as it is, anything else
+     * becomes the caller's status. The base class returns UNKNOWN_TRANSACTION.
      */
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0, TransactCallback callback = nullptr);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The proxy of an object of another process.
+// The proxy of an object in another process.
 #pragma once
 
 #include <cstdint>
@@ -13,21 +13,21 @@ namespace android {
 namespace hardware {
 
 /**
- * Stands for one object of another process, of which it holds one strong reference in the driver.
- * Made by ProcessState only, at most one for each driver handle at a time.
+ * Stands for one object in another process, to which it holds one strong reference in the driver.
+ * Made only by ProcessState, at most one for each driver handle at a time.
  *
- * Once its process is known to be dead it stays dead: calls fail at once. mLock guards the state of
- * death and the links; it is held neither in driver calls that wait nor while a recipient runs.
+ * Once its process is known to be dead it stays dead: calls fail at once. mLock guards the links
+ * and what is known of the death; it isn't held in driver calls that wait, nor while a recipient
+ * runs.
  */
 class BpHwBinder : public IBinder {
   public:
-    /** handle: the driver's number for the object; deathCookie: what the driver names its death by.
-     */
+    /** handle: the driver's number for the object; deathCookie: the driver's name for its death. */
     BpHwBinder(uint32_t handle, uint64_t deathCookie);
 
     uint32_t handle() const { return mHandle; }
 
-    /** False once a call or a notice has shown that the process has gone. */
+    /** False once a call or a notice has shown that the process is gone. */
     bool isBinderAlive() const EXCLUDES(mLock);
 
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,

@@ -16,12 +16,12 @@ class BpHwBinder;
 class Parcel;
 
 /**
- * The common face of local objects and proxies. Reference-counted; any thread may call any method.
- * No lock of the runtime is held while an object's or a recipient's own code runs.
+ * The common interface of local objects and proxies. Reference-counted; any thread may call any
+ * method. No lock of the runtime is held while an object's or a recipient's own code runs.
  */
 class IBinder : public virtual RefBase {
   public:
-    /** Receives the finished reply of a transaction; it may be called once in each. */
+    /** Receives the finished reply of a transaction; called at most once in each. */
     using TransactCallback = std::function<void(Parcel&)>;
 
     enum : uint32_t {
@@ -33,7 +33,7 @@ class IBinder : public virtual RefBase {
         FLAG_ONEWAY = 0x00000001,
     };
 
-    /** Told when the process of a remote object has gone. */
+    /** Is told when the process of a remote object is gone. */
     class DeathRecipient : public virtual RefBase {
       public:
         /** On a thread that serves incoming calls; who is the proxy that was linked to. */
@@ -45,15 +45,15 @@ class IBinder : public virtual RefBase {
      *
      * A local object runs on the caller's thread. callback, if given, is called with the reply
      * before transact() returns; on a failed call it isn't. reply may be null if it is of no
-     * interest. Besides what the object itself returns, a remote call gives DEAD_OBJECT if its
-     * process has gone, FAILED_TRANSACTION if the driver refused to carry the call or its reply,
+     * interest. Besides what the object itself returns, a remote call returns DEAD_OBJECT if its
+     * process is gone, FAILED_TRANSACTION if the driver refused to carry the call or its reply,
      * BAD_VALUE if the reply was malformed, NO_INIT if there is no driver.
      */
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
                               TransactCallback callback = nullptr) = 0;
 
     /**
-     * Asks for one call of recipient->binderDied() when this object's process goes. The recipient
+     * Asks for one call to recipient->binderDied() when this object's process dies. The recipient
      * is held weakly; each link gives its own notice, in the order of linking. cookie and flags
      * only serve to tell links apart in unlinkToDeath().
      *
@@ -64,9 +64,9 @@ class IBinder : public virtual RefBase {
                                  uint32_t flags = 0) = 0;
 
     /**
-     * Takes back the newest link made with the same recipient (or, for a null recipient, the same
-     * cookie) and flags; its recipient is put to outRecipient if that isn't null. Doesn't wait for
-     * a notice under way. NAME_NOT_FOUND: no such link. DEAD_OBJECT: already reported.
+     * Removes the newest link made with the same recipient (or, for a null recipient, the same
+     * cookie) and flags; its recipient is stored in *outRecipient if that isn't null. Doesn't wait
+     * for a notice in progress. NAME_NOT_FOUND: no such link. DEAD_OBJECT: already reported.
      * INVALID_OPERATION: a local object.
      */
     virtual status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a thread has in the eyes of the driver: its commands, the call that it serves.
+// A thread as the driver sees it: its commands and the call that it serves.
 #pragma once
 
 #include <cstdint>
@@ -24,12 +24,12 @@ class IncomingCall;
  * use it, and destroyed when that thread ends. It holds no lock.
  *
  * A thread that waits for a reply serves the calls that come back within its own, and calls within
- * those. Two processes could go on like that until the stack ends: a thread serves no more than
- * kMaxServedDepth calls one inside another and answers what comes beyond with FAILED_TRANSACTION.
+ * those. Two processes could go on like that until the stack overflows, so a thread serves at most
+ * kMaxServedDepth calls one inside another and answers any further one with FAILED_TRANSACTION.
  *
- * What a serving thread takes and gives back waits for its next reply, call or wait for a call: it
- * is sure to come to one, and asks the driver for nothing else. Any other thread may never call
- * again, so what it takes and gives back goes to the driver at once.
+ * What a serving thread takes and gives back goes to the driver with its next reply, call or wait
+ * for a call, one of which is sure to come: it costs no trip of its own. Any other thread may never
+ * call again, so what it takes and gives back goes to the driver at once.
  */
 class IPCThreadState {
   public:
@@ -44,13 +44,13 @@ class IPCThreadState {
     pid_t getCallingPid() const { return caller().pid; }
     uid_t getCallingUid() const { return caller().uid; }
 
-    /** Makes this process the caller until restoreCallingIdentity() gets the token returned. */
+    /** Makes this process the caller until restoreCallingIdentity() is given the token returned. */
     int64_t clearCallingIdentity();
     void restoreCallingIdentity(int64_t token);
 
     /**
      * Makes this thread one of those that serve incoming calls and death notices, until the driver
-     * turns it away; in normal life it doesn't return. isMain unless the driver asked for it.
+     * turns it away; normally it doesn't return. isMain unless the driver asked for it.
      */
     void joinThreadPool(bool isMain = true);
 
@@ -66,7 +66,7 @@ class IPCThreadState {
     /** Whether it is the only one that does. */
     bool isOnlyBinderThread() const;
 
-    /** Hands commands that are still waiting to the driver. */
+    /** Hands the driver the commands that are still waiting. */
     void flushCommands();
 
     /** What ProcessState::becomeContextManager() publishes. */
@@ -82,13 +82,14 @@ class IPCThreadState {
     void freeBuffer(const uint8_t* bytes);
 
     /**
-     * Takes and gives back a proxy's reference of its handle. The proxy lives until the driver
-     * knows of the reference: another thread that drops it could give back what isn't taken yet.
+     * Takes and gives back a proxy's reference to its handle. The proxy is kept alive until the
+     * driver knows of the reference: otherwise another thread that drops it could give back what
+     * isn't taken yet.
      */
     void incStrongHandle(const sp<BpHwBinder>& proxy);
     void decStrongHandle(uint32_t handle);
 
-    /** Asks for, or no longer for, a notice of the death of a handle's process, at once. */
+    /** Asks for, or cancels, a notice of the death of a handle's process, at once. */
     status_t requestDeathNotification(uint32_t handle, uint64_t cookie);
     status_t clearDeathNotification(uint32_t handle, uint64_t cookie);
 

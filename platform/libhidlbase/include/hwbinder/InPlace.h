@@ -11,8 +11,8 @@ namespace android {
 namespace hardware {
 
 /**
- * None or one T in kRoom bytes of its own: what a std::unique_ptr<T> is, without asking for memory.
- * T must be complete where a method is used, the destructor included. Not thread-safe.
+ * At most one T, in kRoom bytes of its own: a std::unique_ptr<T> that doesn't allocate. T must be
+ * complete where a method is used, the destructor included. Not thread-safe.
  */
 template <typename T, size_t kRoom>
 class InPlace {
@@ -22,7 +22,7 @@ class InPlace {
     InPlace(const InPlace&) = delete;
     InPlace& operator=(const InPlace&) = delete;
 
-    /** Makes a T of these arguments, in the place of one that is there. */
+    /** Makes a T from these arguments, replacing the one that is there, if any. */
     template <typename... Arguments>
     T& emplace(Arguments&&... arguments) {
         static_assert(sizeof(T) <= kRoom && alignof(T) <= alignof(std::max_align_t));

@@ -25,17 +25,17 @@ class ReceivedBlock;
  *
  * Writing. Scalars are copied, little-endian, padded to four bytes. Buffers and native handles are
  * not: the parcel keeps their addresses, and their bytes are copied and their descriptors
- * duplicated when the parcel is sent, so that they must live until then. Objects are kept alive by
- * the parcel. Every write returns OK, or NO_MEMORY once the parcel would pass 2 GiB. The parcel has
- * room for the usual call in itself, which makes it a kilobyte; a longer one takes memory from the
- * heap and keeps none of it.
+ * duplicated when the parcel is sent, so they must live until then. The parcel keeps objects alive.
+ * Every write returns OK, or NO_MEMORY once the parcel would pass 2 GiB. The parcel has room for
+ * the usual call within itself, which makes it a kilobyte; a longer one takes memory from the heap
+ * and keeps none of it.
  *
  * Reading. The bytes of a received parcel stay in the area that the driver filled, which is
  * read-only; pointers read from it are good until the parcel is freed, which also closes the
  * descriptors that came with it. A sender is not trusted: nothing that it wrote is used before it
  * has been checked, and a parcel that fails gives a status, never a wild pointer. Reads return OK,
- * NOT_ENOUGH_DATA past the end, BAD_VALUE or BAD_TYPE if what stands there is not what is asked
- * for, UNEXPECTED_NULL for a null that isn't allowed.
+ * NOT_ENOUGH_DATA past the end, BAD_VALUE or BAD_TYPE if what is there is not what was asked for,
+ * UNEXPECTED_NULL for a null that isn't allowed.
  */
 class Parcel {
   public:
@@ -72,7 +72,7 @@ class Parcel {
     status_t writeUint64(uint64_t value);
     status_t writeFloat(float value);
     status_t writeDouble(double value);
-    /** The bytes up to and with the NUL. */
+    /** The bytes up to and including the NUL. */
     status_t writeCString(const char* string);
     status_t writeString16(const String16& string);
 
@@ -104,18 +104,18 @@ class Parcel {
 
     status_t writeBuffer(const void* buffer, size_t length, size_t* handle);
     /**
-     * A buffer whose address stands in the bytes of an earlier one, at parentOffset, where the
+     * A buffer whose address is stored in the bytes of an earlier one, at parentOffset, where the
      * receiver finds the new address. BAD_VALUE unless parentHandle is a buffer of this parcel and
-     * the eight bytes of the address lie inside it. The driver refuses a parent that is the very
+     * the eight bytes of the address are inside it. The driver refuses a parent that is the very
      * first thing in a parcel, and addresses that aren't ascending, depth first.
      */
     status_t writeEmbeddedBuffer(const void* buffer, size_t length, size_t* handle,
                                  size_t parentHandle, size_t parentOffset);
 
-    /** The next object must be a buffer of exactly this size, in no other buffer. */
+    /** The next object must be a buffer of exactly this size, not embedded in another. */
     status_t readBuffer(size_t length, size_t* handle, const void** buffer) const;
     status_t readNullableBuffer(size_t length, size_t* handle, const void** buffer) const;
-    /** The same for one at this place in a buffer read before. */
+    /** The same for a buffer embedded at this place in one read before. */
     status_t readEmbeddedBuffer(size_t length, size_t* handle, size_t parentHandle,
                                 size_t parentOffset, const void** buffer) const;
     status_t readNullableEmbeddedBuffer(size_t length, size_t* handle, size_t parentHandle,
@@ -141,8 +141,8 @@ class Parcel {
                                               const native_handle_t** handle) const;
 
     /**
-     * Whether every object of the parcel has been read, in its turn. What a reader doesn't ask for
-     * it doesn't know to be there: descriptors and objects that stay with the parcel.
+     * Whether every object of the parcel has been read, in order. A reader doesn't know of what it
+     * doesn't ask for: descriptors and objects that stay with the parcel.
      */
     bool isEveryObjectRead() const;
 
@@ -152,9 +152,9 @@ class Parcel {
     using ReleaseFunction = std::function<void(const uint8_t* data)>;
 
     /**
-     * Makes this a received parcel: size bytes at data, in which objectCount objects stand at the
-     * given offsets, and which refer to buffers between the end of the offsets and areaEnd. release
-     * is called when the parcel is freed.
+     * Makes this a received parcel: size bytes at data, with objectCount objects at the given
+     * offsets, which refer to buffers between the end of the offsets and areaEnd. release is called
+     * when the parcel is freed.
      *
      * BAD_VALUE or BAD_TYPE if the offsets aren't ascending, aligned and inside, or an object's
      * type is unknown; the parcel is then empty and the block has been released.
@@ -166,7 +166,7 @@ class Parcel {
     /** The offsets of the objects in data(). */
     const uint64_t* ipcObjects() const;
     size_t ipcObjectsCount() const;
-    /** Room that the buffers take beside the data when this parcel is sent. */
+    /** The room that the buffers take besides the data when this parcel is sent. */
     size_t ipcBufferSize() const;
 
   private:

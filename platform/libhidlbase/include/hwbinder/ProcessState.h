@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a process has once: its connection to the driver, its thread pool, its table of proxies.
+// What a process has only one of: its connection to the driver, its thread pool, its table of
+// proxies.
 #pragma once
 
 #include <atomic>
@@ -19,8 +20,8 @@ class LocalNodes;
 class RemoteHandles;
 
 /**
- * This process in the eyes of the driver. Made on first use, never destroyed; must first be used
- * after the last fork(). Every method may be called by any thread. mLock guards the thread pool's
+ * This process as the driver sees it. Made on first use, never destroyed; must first be used after
+ * the last fork(). Every method may be called by any thread. mLock guards the thread pool's
  * configuration and the context object; it is never held while anybody else's code runs.
  *
  * Without a driver (no /dev/hwbinder) everything stays callable: the reason is logged once and
@@ -41,25 +42,25 @@ class ProcessState : public virtual RefBase {
     /**
      * Makes this process the context manager, with the object that
      * IPCThreadState::setTheContextObject() has been given. False, and logged, if there is none or
-     * the driver refuses, as it does while another process is.
+     * the driver refuses, as it does while another process has that role.
      */
     bool becomeContextManager() EXCLUDES(mLock);
 
     // The thread pool.
 
     /**
-     * Starts the pool if it doesn't run: spawns its first thread, unless the configuration leaves
-     * none. Without setThreadPoolConfiguration() the pool has just that one thread.
+     * Starts the pool unless it is running: spawns its first thread, unless the configuration
+     * leaves none. Without setThreadPoolConfiguration() the pool has just that one thread.
      */
     void startThreadPool() EXCLUDES(mLock);
 
     /**
-     * Gives the pool maxThreads threads at most. One is the caller, if callerJoinsPool says that it
+     * Gives the pool at most maxThreads threads. One is the caller, if callerJoinsPool says that it
      * will call joinThreadPool(); one, if any is left, is spawned by startThreadPool(); the driver
      * asks for the rest when it needs them. Starts nothing. Returns 0 or the driver's negative
      * errno.
      *
-     * Fatal: no thread at all although the caller joins; a pool that runs would shrink.
+     * Fatal: no threads at all although the caller joins; shrinking a pool that is running.
      */
     status_t setThreadPoolConfiguration(size_t maxThreads, bool callerJoinsPool) EXCLUDES(mLock);
 
