@@ -16,14 +16,14 @@ namespace android {
 namespace hardware {
 
 /**
- * Owns the open device and the mapped receive area of 1 MiB less two pages, which
- * all calls under way to this process share. Constant after construction and therefore
- * callable from any thread; the driver itself tells threads apart. All requests return OK or a
- * negative errno, and NO_INIT if the device could not be opened.
+ * Owns the open device and the mapped receive area of 1 MiB less two pages, which all calls under
+ * way to this process share. Immutable after construction and therefore callable from any thread;
+ * the driver itself tells threads apart. All requests return OK or a negative errno, and NO_INIT if
+ * the device could not be opened.
  */
 class BinderDriver {
   public:
-    /** Opens and maps path. Whatever fails is logged, and isOpen() tells. */
+    /** Opens and maps path. Any failure is logged; isOpen() says whether it worked. */
     explicit BinderDriver(const char* path);
     BinderDriver(const BinderDriver&) = delete;
     BinderDriver& operator=(const BinderDriver&) = delete;
@@ -40,7 +40,7 @@ class BinderDriver {
     /** Makes a local object, named as in a parcel, the one behind handle 0. */
     status_t setContextManager(const flat_binder_object& object) const;
 
-    /** Exchanges commands; goes on after signals. What was consumed is noted in exchange. */
+    /** Exchanges commands; resumes after signals. exchange records what was consumed. */
     status_t writeRead(binder_write_read* exchange) const;
 
     /** Forgets the calling thread. */

@@ -50,13 +50,13 @@ class CommandReader {
     bool read(T* value) {
         return read(value, sizeof(*value));
     }
-    /** Passes over an argument that is of no use. */
+    /** Skips an argument that isn't needed. */
     bool skip(size_t size);
 
     bool isExhausted() const { return mPosition == mSize; }
     uint8_t* buffer() { return mBytes.data(); }
     size_t capacity() const { return mBytes.size(); }
-    /** The driver has put this many new bytes to buffer(). */
+    /** The driver has put this many new bytes into buffer(). */
     void refill(size_t size);
 
   private:
@@ -79,8 +79,8 @@ class DriverChannel {
     status_t flush();
 
     /**
-     * Hands over what out() holds and, once everything received has been read, waits for more.
-     * OK doesn't promise that something came. A negative errno of the driver, or NO_INIT.
+     * Hands over what out() holds and, once everything received has been read, waits for more. OK
+     * doesn't promise that anything came. A negative errno of the driver, or NO_INIT.
      */
     status_t receive();
 

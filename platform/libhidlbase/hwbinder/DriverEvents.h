@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the driver tells a thread that is neither a call nor an answer.
+// What the driver tells a thread besides calls and replies.
 #pragma once
 
 #include <cstdint>
@@ -26,12 +26,12 @@ class DriverEvents {
         : mProcess(process), mChannel(channel) {}
 
     /**
-     * Handles one command whose argument is still to be read. Commands of newer drivers are passed
-     * over. TIMED_OUT: the driver wants this thread no longer. BAD_VALUE: not a command at all.
+     * Handles one command whose argument is still to be read. Commands of newer drivers are
+     * skipped. TIMED_OUT: the driver no longer wants this thread. BAD_VALUE: not a command at all.
      */
     status_t handle(uint32_t command);
 
-    /** Does what was put off, in the order in which it came. May run foreign code. */
+    /** Does what was put off, in the order it came. May run foreign code. */
     void runDeferred();
 
   private:

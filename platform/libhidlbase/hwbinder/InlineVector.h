@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An array that asks for memory only when it gets longer than usual.
+// An array that allocates only when it gets longer than usual.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@ namespace android {
 namespace hardware {
 
 /**
- * Plain values, the first kUsual of them in place. Beyond that they move to the heap, to twice the
- * room each time; that memory goes with the array. Not thread-safe.
+ * Plain values, the first kUsual of them in place. Beyond that they move to the heap, where the
+ * room at least doubles each time; that memory is freed with the array. Not thread-safe.
  */
 template <typename T, size_t kUsual>
 class InlineVector {
@@ -28,7 +28,7 @@ class InlineVector {
     const T* data() const { return mGrown != nullptr ? mGrown.get() : mUsual; }
     size_t size() const { return mSize; }
 
-    /** Appends count values and then zeros up to the size given, which is no less than both. */
+    /** Appends count values, then zeros up to newSize, which must be at least size() + count. */
     void append(const T* values, size_t count, size_t newSize) {
         T* const end = grow(newSize) + mSize;
         if (count > 0) memcpy(end, values, count * sizeof(T));
@@ -38,7 +38,7 @@ class InlineVector {
     void push_back(T value) { append(&value, 1, mSize + 1); }
 
   private:
-    /** Where the values are, with room for so many. */
+    /** Where the values are, with room for this many. */
     T* grow(size_t size) {
         if (size > mRoom) {
             const size_t room = std::max(size, 2 * mRoom);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The objects of this process that the driver knows, and the references that it holds on them.
+// The objects of this process that the driver knows, and the references that it holds to them.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +13,17 @@ namespace android {
 namespace hardware {
 
 /**
- * Names local objects towards the driver. A name is a number that is never used again, not an
- * address, so that whatever a parcel or the driver names is looked up and never dereferenced.
+ * Names local objects for the driver. A name is a number that is never used again, not an address,
+ * so that whatever a parcel or the driver names is looked up and never dereferenced.
  *
  * The driver's references are counted rather than noted, as several threads may handle a release
  * and the next acquisition out of order. An object keeps its name while a parcel that carries it
- * exists or the driver has any reference. Thread-safe; mLock is held in no call to an object, nor
- * while one is destroyed.
+ * exists or the driver has any reference. Thread-safe; mLock is never held during a call to an
+ * object or while one is destroyed.
  */
 class LocalNodes {
   public:
-    /** The object's name, never 0. Each call is to be taken back by withdraw(). */
+    /** The object's name, never 0. Each call must be undone by withdraw(). */
     uint64_t publish(const sp<BHwBinder>& object) EXCLUDES(mLock);
     void withdraw(uint64_t name) EXCLUDES(mLock);
 
@@ -31,8 +31,8 @@ class LocalNodes {
     sp<BHwBinder> find(uint64_t name) const EXCLUDES(mLock);
 
     /**
-     * The driver takes a reference, which is to be given back in any case. False if there is no
-     * such living object.
+     * The driver takes a reference, which must be given back in any case. False if there is no such
+     * living object.
      */
     bool incWeak(uint64_t name) EXCLUDES(mLock);
     bool incStrong(uint64_t name) EXCLUDES(mLock);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The objects that stand among a parcel's bytes, found by the offsets that came with them.
+// The objects among a parcel's bytes, found by the offsets that came with them.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ struct ParcelView {
     const uint8_t* buffersEnd = nullptr;
 };
 
-/** Looks objects up in a view. Objects are copied out, since they may stand unaligned. */
+/** Looks objects up in a view. Objects are copied out, since they may be unaligned. */
 class ObjectTable {
   public:
     explicit ObjectTable(const ParcelView& view) : mView(view) {}

@@ -12,16 +12,16 @@
 namespace android {
 namespace hardware {
 
-/** Where a buffer's address must stand: in which buffer and how far from its start. */
+/** Where a buffer's address must be: in which buffer and how far from its start. */
 struct BufferParent {
     size_t handle;
     size_t offset;
 };
 
 /**
- * Moves position, which the caller keeps, over what it has read; where a read fails position stays.
- * objectsRead, the caller's too, counts the objects read as such, as long as none is passed over.
- * Nothing outside the view and no unchecked object is touched.
+ * Advances position, which the caller keeps, past what it has read; a failed read leaves it where
+ * it was. objectsRead, also the caller's, counts the objects read as such, as long as none is
+ * skipped. Nothing outside the view and no unchecked object is touched.
  */
 class ParcelReader {
   public:
@@ -30,9 +30,9 @@ class ParcelReader {
 
     size_t available() const { return mView.size - *mPosition; }
 
-    /** The next size bytes, in place, with their padding passed over; null if they aren't there. */
+    /** The next size bytes, in place, skipping their padding; null if there are fewer. */
     const uint8_t* take(size_t size);
-    /** Copies them. NOT_ENOUGH_DATA if they aren't there. */
+    /** Copies them. NOT_ENOUGH_DATA if there are fewer. */
     status_t read(void* bytes, size_t size);
 
     /**
@@ -42,10 +42,10 @@ class ParcelReader {
     status_t readBuffer(size_t length, const BufferParent* parent, size_t* handle,
                         const void** buffer);
 
-    /** Whether this place in a buffer lies inside it and holds no address. */
+    /** Whether this place is inside its buffer and holds no address. */
     bool isNullAt(const BufferParent& place) const;
 
-    /** A descriptor array that stands in this place of a buffer. */
+    /** A descriptor array at this place in a buffer. */
     status_t readDescriptorArray(size_t count, const BufferParent& parent);
 
     /** A binder; all zeros if it is null. */

@@ -18,8 +18,8 @@ namespace hardware {
 
 /**
  * The growing bytes and object offsets of a parcel, the room that its buffers will need, and the
- * binders that must live until it is sent. Nothing is written by a call that fails. Asks for memory
- * when it carries binders, or more than the usual call does.
+ * binders that must live until it is sent. A call that fails writes nothing. Allocates only for
+ * binders, or for more than the usual call carries.
  */
 class ParcelWriter {
   public:
@@ -53,7 +53,7 @@ class ParcelWriter {
     status_t writeLocal(const sp<IBinder>& binder);
     status_t writeRemote(const sp<IBinder>& binder);
 
-    // What nearly every call and reply keeps within.
+    // Nearly every call and reply stays within these.
     static constexpr size_t kUsualSize = 512;
     static constexpr size_t kUsualObjects = 16;
 

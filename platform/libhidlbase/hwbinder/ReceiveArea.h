@@ -8,7 +8,7 @@
 namespace android {
 namespace hardware {
 
-/** A mapping of the driver's device, which only the driver writes to. Unmaps it when it goes. */
+/** A mapping of the driver's device, which only the driver writes to. Unmaps it when destroyed. */
 class ReceiveArea {
   public:
     /** None. */

@@ -13,7 +13,7 @@ namespace android {
 namespace hardware {
 
 /**
- * Owns a block that the driver filled. Destruction gives it back, upon which the driver closes the
+ * Owns a block that the driver filled. Destruction gives it back, and the driver then closes the
  * descriptors in its arrays; single descriptors are ours to close and are closed first.
  */
 class ReceivedBlock {
@@ -23,7 +23,10 @@ class ReceivedBlock {
     ReceivedBlock(const ReceivedBlock&) = delete;
     ReceivedBlock& operator=(const ReceivedBlock&) = delete;
 
-    /** Checks all that can be checked before it is known what is read; see ObjectTable::check(). */
+    /**
+     * Checks all that can be checked before it is known what will be read; see
+     * ObjectTable::check().
+     */
     status_t check();
 
     const ParcelView& view() const { return mView; }

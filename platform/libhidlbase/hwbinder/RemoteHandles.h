@@ -15,21 +15,21 @@ namespace hardware {
 
 /**
  * Keeps at most one proxy for each handle, weakly. While one is being destroyed, which ends with
- * forget(), a thread that asks for the same handle waits: the driver must have got the old one's
- * death link back before a new one takes its own. References are counted: an old one may go back
- * after a new one has been taken.
+ * forget(), a thread that asks for the same handle waits: the driver must get the old one's death
+ * link back before a new one makes its own. References are counted, so an old one may go back after
+ * a new one has been taken.
  *
  * Thread-safe. A proxy takes its reference under mLock; nobody else's code runs under it.
  */
 class RemoteHandles {
   public:
-    /** The proxy of a handle that this process has a reference of; made if there is none. */
+    /** The proxy of a handle that this process has a reference to; made if there is none. */
     sp<BpHwBinder> get(uint32_t handle) EXCLUDES(mLock);
 
     /** The proxy if there is one. */
     sp<BpHwBinder> find(uint32_t handle) const EXCLUDES(mLock);
 
-    /** The proxy whose death is reported by this cookie; null if it has gone. */
+    /** The proxy whose death is reported by this cookie; null if it is gone. */
     sp<BpHwBinder> findByDeathCookie(uint64_t cookie) const EXCLUDES(mLock);
 
     /** Called by a proxy that is being destroyed, after its last command to the driver. */
