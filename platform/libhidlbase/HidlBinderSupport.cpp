@@ -46,7 +46,7 @@ sp<BHwBinder> makeBinder(IBase* implementation) {
 sp<IBinder> getOrCreateCachedBinder(IBase* interface) {
     if (auto* proxy = dynamic_cast<BpHwRefBase*>(interface)) return proxy->remote();
 
-    // Two threads that send the same implementation for the first time must send one object.
+    // Two threads that both send an implementation for the first time must send the same object.
     static std::mutex& lock = *new std::mutex();
     std::lock_guard<std::mutex> guard(lock);
     sp<BHwBinder> binder = details::gBnMap->get(interface, nullptr).promote();

@@ -56,7 +56,7 @@ hidl_string& hidl_string::operator=(hidl_string&& other) noexcept {
     return *this;
 }
 
-// Through a temporary, as the text may lie in this string.
+// Through a temporary, as the text may be part of this string.
 hidl_string& hidl_string::operator=(const char* text) {
     return *this = hidl_string(text);
 }

@@ -35,7 +35,7 @@ namespace {
 constexpr std::chrono::seconds kRetryInterval(1);
 constexpr std::chrono::milliseconds kManagerRetryInterval(100);
 
-/** The driver doesn't tell when a manager comes, so it is asked. Null without a driver. */
+/** The driver doesn't say when a manager appears, so it is asked. Null without a driver. */
 sp<IServiceManager> waitForServiceManager() {
     for (bool told = false; ProcessState::self()->hasDriver(); told = true) {
         const sp<IServiceManager> manager = defaultServiceManager();
@@ -60,7 +60,7 @@ sp<IBase> lookUp(const std::string& descriptor, const std::string& instance) {
     return service;
 }
 
-/** Lets a thread sleep until a service is registered, but no longer than the interval. */
+/** Lets a thread sleep until a service is registered, for no longer than the interval. */
 class RegistrationWaiter : public IServiceNotification {
   public:
     Return<void> onRegistration(const hidl_string& /*fqName*/, const hidl_string& /*name*/,
@@ -87,7 +87,7 @@ class RegistrationWaiter : public IServiceNotification {
 
 /** Null if nobody could tell it of the registration. */
 sp<RegistrationWaiter> startWaiting(const std::string& descriptor, const std::string& instance) {
-    // The only thread that could run onRegistration() would be the one that sleeps.
+    // The only thread that could run onRegistration() would be the one asleep.
     if (IPCThreadState::self()->isOnlyBinderThread()) return nullptr;
     const sp<IServiceManager> manager = defaultServiceManager();
     if (manager == nullptr) return nullptr;

@@ -55,7 +55,7 @@ status_t DriverChannel::exchange(size_t readCapacity) {
     exchange.read_size = readCapacity;
     exchange.read_buffer = reinterpret_cast<uintptr_t>(mIn.buffer());
     const status_t status = mDriver.writeRead(&exchange);
-    // A command that the driver refuses would be refused for ever: the rest goes with it.
+    // A command that the driver refuses would be refused for ever: drop it, and the rest with it.
     mOut.consume(status == OK ? exchange.write_consumed : mOut.size());
     if (readCapacity > 0) mIn.refill(exchange.read_consumed);
     return status;

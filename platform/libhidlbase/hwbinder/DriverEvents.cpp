@@ -120,7 +120,7 @@ void DriverEvents::run(const Deferred& event) {
 }
 
 void DriverEvents::reportDeath(uint64_t cookie) {
-    // Held until the driver has been answered: the proxy's last reference takes the link along.
+    // Held until the driver has been answered: the link goes with the proxy's last reference.
     const sp<BpHwBinder> proxy = mProcess.remoteHandles().findByDeathCookie(cookie);
     if (proxy != nullptr) proxy->sendObituary();
     mChannel.out().write(BC_DEAD_BINDER_DONE, static_cast<binder_uintptr_t>(cookie));

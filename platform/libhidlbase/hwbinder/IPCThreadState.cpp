@@ -25,10 +25,12 @@ namespace android {
 namespace hardware {
 namespace {
 
-// Commands of newer drivers than the headers that we build with.
+// Commands of drivers newer than the headers that we build with.
 constexpr uint32_t kTransactionPendingFrozen = _IO('r', 20);
 
-/** The thread's state hangs on a key rather than a thread_local, to be reachable at thread exit. */
+/**
+ * The thread's state hangs on a key, not a thread_local, so that it can be reached at thread exit.
+ */
 pthread_key_t threadKey(void (*destructor)(void*)) {
     static const pthread_key_t key = [destructor] {
         pthread_key_t created;
@@ -137,7 +139,8 @@ status_t IPCThreadState::setupPolling(int* fd) {
 
 status_t IPCThreadState::handlePolledCommands() {
     mIsServing = true;
-    // The descriptor may be readable for nothing: only what is there is taken, without waiting.
+    // The descriptor may poll readable with nothing to read: take only what is there, without
+    // waiting.
     status_t status = mChannel->receive();
     while (status == OK && !mChannel->in().isExhausted()) status = executeNextCommand();
     mIsServing = false;
@@ -146,7 +149,7 @@ status_t IPCThreadState::handlePolledCommands() {
 }
 
 status_t IPCThreadState::executeNextCommand() {
-    // A proxy that nobody else has must not stay for as long as no call comes.
+    // A proxy that nobody else holds must not stay until the next call comes.
     if (!mNewProxies.empty()) flushCommands();
     uint32_t command;
     status_t status = nextCommand(&command);

@@ -204,7 +204,7 @@ const char* Parcel::readCString() const {
     return reinterpret_cast<const char*>(reader().take(size));
 }
 
-// The number of characters, then the characters with a closing NUL.
+// The number of characters, then the characters with a terminating NUL.
 
 status_t Parcel::writeString16(const String16& string) {
     const status_t status = writeUint32(string.size());

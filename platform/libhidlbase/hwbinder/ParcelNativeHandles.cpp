@@ -8,7 +8,7 @@
 #include "ReceivedBlock.h"
 
 // A native handle travels as its size (0 for null), a buffer with the handle itself, and the array
-// of descriptors in it, which the driver replaces by the receiver's own.
+// of descriptors in it, which the driver replaces with the receiver's own.
 
 namespace android {
 namespace hardware {
@@ -73,7 +73,7 @@ status_t Parcel::readNullableNativeHandleNoDup(const native_handle_t** handle, b
     status_t status = readUint64(&size);
     if (status != OK) return status;
     if (size == 0) {
-        // The handle's place in the buffer is used as it stands: it must not point anywhere.
+        // The handle's place in the buffer is used as it is: it must not point anywhere.
         return !embedded || reader().isNullAt({parentHandle, parentOffset}) ? OK : BAD_VALUE;
     }
     if (size < sizeof(native_handle_t) || size > kMaxSize) return BAD_VALUE;

@@ -29,7 +29,7 @@ status_t ParcelReader::peek(T* object) const {
     return OK;
 }
 
-/** Reads an object that must be in the table: only those has the driver translated. */
+/** Reads an object that must be in the table: the driver has translated only those. */
 template <typename T>
 status_t ParcelReader::readEntered(uint32_t type, T* object, size_t* index) {
     if (!mObjects.find(*mPosition, index) || !mObjects.get(*index, type, object)) return BAD_VALUE;

@@ -73,7 +73,7 @@ sp<IBinder> ProcessState::getContextObject(const sp<IBinder>&) {
         std::lock_guard<std::mutex> lock(mLock);
         if (mIsContextManager) return mContextObject;
     }
-    // A reference of handle 0 can be taken only while there is an object behind it.
+    // A reference to handle 0 can be taken only while there is an object behind it.
     const status_t status = IPCThreadState::self()->transact(
             kContextHandle, IBinder::PING_TRANSACTION, Parcel(), nullptr, 0);
     if (status == DEAD_OBJECT) return nullptr;
@@ -91,7 +91,7 @@ bool ProcessState::becomeContextManager() {
         ALOGE("Not the context manager: there is no context object");
         return false;
     }
-    // Stays published as long as the process lives.
+    // Stays published for as long as the process lives.
     const uint64_t name = mLocalNodes->publish(mContextObject);
     flat_binder_object object{};
     object.hdr.type = BINDER_TYPE_BINDER;

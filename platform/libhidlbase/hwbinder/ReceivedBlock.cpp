@@ -27,7 +27,7 @@ void ReceivedBlock::closeDescriptors() const {
     for (size_t i = 0; i < objects.count(); i++) {
         binder_fd_object descriptor;
         if (!objects.get(i, BINDER_TYPE_FD, &descriptor)) continue;
-        // Nobody has taken it: it ends here.
+        // Nobody has taken it: close it here.
         const base::unique_fd ours(static_cast<int>(descriptor.fd));
     }
 }

@@ -37,7 +37,7 @@ void RemoteHandles::forget(uint32_t handle) {
 }
 
 sp<BpHwBinder> RemoteHandles::make_l(uint32_t handle) {
-    // The driver reuses handles, so a late notice may be of an earlier proxy of the same handle.
+    // The driver reuses handles, so a late notice may be for an earlier proxy of the same handle.
     const uint64_t cookie = static_cast<uint64_t>(++mGeneration) << 32 | handle;
     sp<BpHwBinder> proxy = new BpHwBinder(handle, cookie);
     mEntries[handle] = {proxy, cookie};
