@@ -11,16 +11,16 @@
 namespace android {
 
 /**
- * The buffers that one queue has allocated, for as long as anybody in this process holds them: the
- * slots, frames that wait, a consumer that remembers. Whoever has the producer's end asks for them,
- * which is why there is a bound. Its owner's lock guards it.
+ * The buffers that one queue has allocated, for as long as anybody in this process holds them: a
+ * slot, a waiting frame, a consumer that keeps one. Whoever has the producer's end can ask for
+ * them, hence the bound. Guarded by its owner's lock.
  */
 class BufferBudget {
   public:
-    /** Sixty buffers of 1920x1080 RGBA, and far from what a machine can give. */
+    /** Sixty buffers of 1920x1080 RGBA, and far below what a machine can give. */
     static constexpr uint64_t kMaxBytes = uint64_t{512} * 1024 * 1024;
 
-    /** Counts a buffer in; false, and it doesn't count, if all would be more than kMaxBytes. */
+    /** Counts a buffer; false, without counting it, if the total would exceed kMaxBytes. */
     bool admit(const sp<GraphicBuffer>& buffer);
 
   private:

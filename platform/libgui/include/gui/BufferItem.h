@@ -26,7 +26,7 @@ class BufferItem {
 
     /**
      * Null in listener callbacks, and when the consumer has acquired this buffer from this slot
-     * before: it keeps what it got last for each slot.
+     * before: it keeps the last one it got for each slot.
      */
     sp<GraphicBuffer> mGraphicBuffer;
     /** Signals when the producer has finished the picture. */

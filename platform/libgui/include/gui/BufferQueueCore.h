@@ -26,8 +26,8 @@
 #include <utils/String8.h>
 
 /**
- * What clang is told of the core's mutex where the two ends depend on it. gcc has no use for it,
- * but would want a plain name in the brackets.
+ * What clang is told about the core's mutex where the two ends depend on it. gcc has no use for it,
+ * but would want a plain name in the parentheses.
  */
 #if defined(__clang__)
 #define GUARDED_BY_CORE GUARDED_BY(mCore->mMutex)
@@ -65,10 +65,12 @@ class BufferQueueCore : public virtual RefBase {
     ~BufferQueueCore() override = default;
 
   private:
-    /** Buffers that the producer can't have, because the consumer may or the mode needs one more.
+    /**
+     * Buffers that the producer can't have, because the consumer may hold them or the mode needs
+     * one more.
      */
     int minUndequeuedBufferCount_l() const REQUIRES(mMutex);
-    /** Slots in use under the present settings, or under others. */
+    /** Slots in use under the present settings, or under those given. */
     int bufferCount_l() const REQUIRES(mMutex);
     int bufferCount_l(bool asyncMode, bool dequeueCannotBlock, int maxBufferCount) const
             REQUIRES(mMutex);
@@ -80,8 +82,8 @@ class BufferQueueCore : public virtual RefBase {
     bool isDequeued_l(int slot) const REQUIRES(mMutex);
 
     /**
-     * Takes so many more slots into use or, if negative, out of use.
-     * @return false, and nothing changes, when there aren't as many that are unused or free.
+     * Takes this many more slots into use or, if negative, out of use.
+     * @return false, with nothing changed, when not that many are unused or free.
      */
     bool adjustAvailableSlots_l(int delta) REQUIRES(mMutex);
 
@@ -89,16 +91,16 @@ class BufferQueueCore : public virtual RefBase {
     void clearSlot_l(int slot) REQUIRES(mMutex);
     /** Clears an active slot and makes it an empty one. */
     void emptyActiveSlot_l(int slot) REQUIRES(mMutex);
-    /** An active slot's buffer becomes the last to be taken again. */
+    /** Frees an active slot's buffer, as the last in line to be taken again. */
     void freeActiveBuffer_l(int slot) REQUIRES(mMutex);
-    /** Takes the buffer that has been free for longest; there has to be one. */
+    /** Takes the buffer that has been free for longest; there must be one. */
     int takeFreeBuffer_l() REQUIRES(mMutex);
     /** Clears all slots; queued frames become stale. */
     void freeAllBuffers_l() REQUIRES(mMutex);
     /** Clears the free buffers, telling the producer first. */
     void discardFreeBuffers_l() REQUIRES(mMutex);
 
-    /** Lets the mutex go while it waits. */
+    /** Releases the mutex while it waits. */
     void waitWhileAllocating_l() const REQUIRES(mMutex);
     void endAllocation_l() REQUIRES(mMutex);
     /** What becomes of a new buffer: NO_ERROR, its initCheck(), or NO_MEMORY beyond the budget. */

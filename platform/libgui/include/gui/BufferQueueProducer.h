@@ -59,7 +59,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
   private:
     enum class FreeSlotCaller { Dequeue, Attach };
 
-    /** What a dequeue asks for, the consumer's defaults filled in. */
+    /** What a dequeue asks for, with the consumer's defaults filled in. */
     struct Request {
         uint32_t width;
         uint32_t height;
@@ -91,8 +91,8 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     };
 
     /**
-     * What is left of a connection. Told and dropped without the lock: the producer's listener may
-     * be a proxy of the client's.
+     * What is left of a connection. Its listeners are told and dropped without the lock: the
+     * producer's may be a proxy of the client's.
      */
     struct EndedConnection {
         sp<IProducerListener> producerListener;
@@ -126,7 +126,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     static void exchangeFrameEvents(const FrameCallback& callback, const QueueBufferInput& input,
                                     QueueBufferOutput* output);
     void deliver(const FrameCallback& callback) EXCLUDES(mCallbackMutex) EXCLUDES_CORE;
-    /** No longer than the queue and its producer last: a fence may never signal. */
+    /** Gives up once the queue or its producer is gone: a fence may never signal. */
     void waitForLast(Fence& fence) const EXCLUDES_CORE;
 
     status_t checkConnect_l(const QueueBufferOutput* output) const REQUIRES_CORE;
@@ -137,7 +137,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     EndedConnection endConnection_l() REQUIRES_CORE;
     void fillOutput_l(QueueBufferOutput* output) const REQUIRES_CORE;
     static bool isApi(int api);
-    /** What query() answers; nothing when it knows no such thing. */
+    /** What query() answers; nothing for a key that it doesn't know. */
     std::optional<int> valueOf_l(int what) const REQUIRES_CORE;
 
     const sp<BufferQueueCore> mCore;

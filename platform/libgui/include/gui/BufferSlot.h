@@ -19,7 +19,7 @@ struct BufferSlot {
     sp<GraphicBuffer> mGraphicBuffer;
     /** To be waited for by whoever gets the buffer next. */
     sp<Fence> mFence = Fence::NO_FENCE;
-    /** Of the frame queued last from here; 0 before. */
+    /** Of the last frame queued from here; 0 before. */
     uint64_t mFrameNumber = 0;
     /** The producer has asked for this buffer. */
     bool mRequestBufferCalled = false;

@@ -10,7 +10,7 @@
 
 namespace android {
 
-/** The consumer's composition schedule; as it stands, that of a consumer which has none. */
+/** The consumer's composition schedule; by default, that of a consumer that has none. */
 struct CompositorTiming {
     nsecs_t deadline = 0;
     nsecs_t interval = 16666667;

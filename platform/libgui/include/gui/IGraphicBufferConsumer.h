@@ -36,11 +36,11 @@ class IGraphicBufferConsumer : public RefBase {
     };
 
     /**
-     * Takes the first frame of the queue. With `presentWhen` (nanoseconds) not 0 it passes over
-     * frames that a later one makes void by then, and leaves one alone that isn't due.
+     * Takes the first frame of the queue. Unless `presentWhen` (nanoseconds) is 0 it skips frames
+     * that a later one supersedes by then, and leaves alone one that isn't due.
      * @param maxFrameNumber with `presentWhen`: the last frame to take, 0 for any.
      * @return NO_BUFFER_AVAILABLE, PRESENT_LATER; INVALID_OPERATION when the consumer holds one
-     *         more than it set. `buffer` is then untouched.
+     *         more than the maximum it set. `buffer` is then untouched.
      */
     virtual status_t acquireBuffer(BufferItem* buffer, nsecs_t presentWhen,
                                    uint64_t maxFrameNumber = 0) = 0;
@@ -88,7 +88,7 @@ class IGraphicBufferConsumer : public RefBase {
     /** 1 to 64; INVALID_OPERATION while a producer is connected. */
     virtual status_t setMaxBufferCount(int bufferCount) = 0;
 
-    /** 1 to 62; BAD_VALUE also when the consumer holds more or the queue hasn't room. */
+    /** 1 to 62; BAD_VALUE also when the consumer holds more or the queue has no room. */
     virtual status_t setMaxAcquiredBufferCount(int maxAcquiredBuffers) = 0;
 
     virtual status_t setConsumerName(const String8& name) = 0;
@@ -100,7 +100,7 @@ class IGraphicBufferConsumer : public RefBase {
     virtual status_t setTransformHint(uint32_t hint) = 0;
     virtual status_t getSidebandStream(sp<NativeHandle>* outStream) const = 0;
 
-    /** Throws away all buffers that neither side holds nor the queue has filled. */
+    /** Discards all buffers that neither side holds and that aren't queued. */
     virtual status_t discardFreeBuffers() = 0;
 };
 

@@ -27,7 +27,7 @@ namespace android {
  * consumer, or cancelBuffer() gives it back.
  *
  * Every method may be called from any thread. Methods that can fail return NO_INIT once the
- * consumer is gone; those that handle slots do so too while no producer is connected.
+ * consumer is gone; those that handle slots also do while no producer is connected.
  */
 class IGraphicBufferProducer : public RefBase {
   public:
@@ -119,22 +119,22 @@ class IGraphicBufferProducer : public RefBase {
 
     /**
      * How many buffers the producer may hold at a time, at least 1. May be called unconnected.
-     * @return BAD_VALUE when the queue hasn't room for as many or the producer holds more.
+     * @return BAD_VALUE when the queue has no room for that many or the producer holds more.
      */
     virtual status_t setMaxDequeuedBufferCount(int maxDequeuedBuffers) = 0;
 
     /**
      * In async mode frames replace each other instead of piling up, and the producer never waits.
-     * @return BAD_VALUE when there is no room for the one more buffer that it takes.
+     * @return BAD_VALUE when there is no room for the extra buffer that it takes.
      */
     virtual status_t setAsyncMode(bool async) = 0;
 
     /**
-     * Gives a slot to draw into, waiting for one when need be and allowed. Width and height 0 stand
-     * for the consumer's default size, format 0 for its format.
+     * Gives a slot to draw into, waiting for one if need be and if allowed. Width and height 0
+     * stand for the consumer's default size, format 0 for its format.
      * @param outFence         signals when the buffer may be written; untouched on error.
-     * @param outBufferAge     frames since the buffer was queued last, 0 for a new one; may be
-     * null.
+     * @param outBufferAge     frames since the buffer was last queued, 0 for a new one; may be
+     *         null.
      * @param outTimestamps    may be null.
      * @return NO_ERROR or BUFFER_NEEDS_REALLOCATION; BAD_VALUE when just one of width and height is
      *         0; INVALID_OPERATION when the producer holds all it may; WOULD_BLOCK in a mode that
@@ -183,8 +183,9 @@ class IGraphicBufferProducer : public RefBase {
                              bool producerControlledByApp, QueueBufferOutput* output) = 0;
 
     /**
-     * Frees all slots, held ones too; frames that wait can still be acquired.
-     * @return BAD_VALUE for an unknown or another API than is connected; NO_INIT when none is.
+     * Frees all slots, held ones too; waiting frames can still be acquired.
+     * @return BAD_VALUE for an unknown API or one other than the connected one; NO_INIT when none
+     *         is.
      */
     virtual status_t disconnect(int api, DisconnectMode mode = DisconnectMode::Api) = 0;
 
@@ -194,7 +195,7 @@ class IGraphicBufferProducer : public RefBase {
      */
     virtual status_t disconnectListener(const sp<IProducerListener>& listener);
 
-    /** In place of the one before; until the connection or the queue ends. */
+    /** Replaces the one before; stays until the connection or the queue ends. */
     virtual status_t setSidebandStream(const sp<NativeHandle>& stream) = 0;
 
     /** Allocates buffers for all slots that have none. 0 stands for the consumer's defaults. */
@@ -221,7 +222,7 @@ class IGraphicBufferProducer : public RefBase {
     /** Until the next connect(). */
     virtual status_t setLegacyBufferDrop(bool drop);
 
-    /** The frame queued last and its fence; null and NO_FENCE when there is none. */
+    /** The last queued frame and its fence; null and NO_FENCE when there is none. */
     virtual status_t getLastQueuedBuffer(sp<GraphicBuffer>* outBuffer, sp<Fence>* outFence,
                                          float outTransformMatrix[16]) = 0;
     virtual status_t getLastQueuedBuffer(sp<GraphicBuffer>* outBuffer, sp<Fence>* outFence,

@@ -14,14 +14,14 @@ class ProducerListener : public virtual RefBase {
     ProducerListener() = default;
     ~ProducerListener() override = default;
 
-    /** The consumer has released a frame, or passed one over. No lock held. */
+    /** The consumer has released a frame, or skipped one. No lock held. */
     virtual void onBufferReleased() = 0;
 
     /** Whether onBufferReleased() is wanted. Asked once, in connect(), with the queue's lock held.
      */
     virtual bool needsReleaseNotify() = 0;
 
-    /** The consumer has thrown away free buffers of these slots. The queue's lock is held. */
+    /** The consumer has discarded the free buffers of these slots. The queue's lock is held. */
     virtual void onBuffersDiscarded(const std::vector<int32_t>& slots) = 0;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A condition of the buffer queue, waited for with a mutex that clang sees to be held.
+// A condition of the buffer queue, waited for with a mutex that clang can see is held.
 #pragma once
 
 #include <chrono>
@@ -11,18 +11,18 @@
 namespace android {
 
 /**
- * A std::condition_variable for callers that hold the mutex by a std::lock_guard, which clang's
- * analysis of locks can follow, unlike a std::unique_lock. It is as cheap: a
- * std::condition_variable_any would lock a mutex of its own in every call, on each frame's way.
+ * A std::condition_variable for callers that hold the mutex through a std::lock_guard, which
+ * clang's analysis of locks can follow, unlike a std::unique_lock. It costs no more: a
+ * std::condition_variable_any would lock a mutex of its own in every call, for every frame.
  *
- * A wait lets the mutex go and has it again when it returns, which it may do for no reason. Waits
- * at the same time must be with the same mutex.
+ * A wait releases the mutex and holds it again when it returns, which it may do spuriously.
+ * Concurrent waits must use the same mutex.
  */
 class QueueCondition {
   public:
     void wait(std::mutex& mutex) REQUIRES(mutex);
 
-    /** False once that time is over, by a clock that nobody sets. */
+    /** False once that time is up, by a clock that nobody sets. */
     [[nodiscard]] bool waitFor(std::mutex& mutex, std::chrono::nanoseconds timeout) REQUIRES(mutex);
 
     void notifyAll() { mCondition.notify_all(); }

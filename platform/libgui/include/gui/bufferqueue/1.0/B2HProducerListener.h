@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A native listener in a client, as the process of the queue calls it.
+// A native listener in a client, as the queue's process calls it.
 #pragma once
 
 #include <gui/bufferqueue/1.0/Conversion.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Between the native types of the buffer queue and those of its HIDL interface.
+// Conversions between the native types of the buffer queue and those of its HIDL interface.
 #pragma once
 
 #include <memory>
@@ -37,8 +37,8 @@ struct NativeHandleDelete {
 using BorrowedHandle = std::unique_ptr<native_handle_t, NativeHandleDelete>;
 
 /**
- * wrapAs() makes a HIDL value that borrows the descriptors of the native one: it is good while both
- * the native value and what wrapAs() returns live.
+ * wrapAs() makes a HIDL value that borrows the descriptors of the native one: it is valid while
+ * both the native value and what wrapAs() returns live.
  *
  * convertTo() makes a native value of its own. What it reads may come from anybody; it returns
  * false, having kept nothing, when that is malformed.
@@ -51,7 +51,7 @@ bool convertTo(GraphicBuffer* to, const AnwBuffer& from);
 
 /** The descriptors that a process sends must be at least this; lower ones count as none. */
 enum class FenceSide : int {
-    /** In the process of the queue: a quirk that clients may rely on keeps 0 and 1 out. */
+    /** In the queue's process: a quirk that clients may rely on keeps 0 and 1 out. */
     Server = 2,
     Client = 0,
 };
@@ -59,7 +59,7 @@ enum class FenceSide : int {
 /** A fence without a descriptor makes a null handle. */
 BorrowedHandle wrapAs(hidl_handle* to, const Fence& from, FenceSide side);
 
-/** Of several descriptors the first is taken. A handle without any makes a fence without one. */
+/** The first of several descriptors is taken. A handle without any makes a fence without one. */
 bool convertTo(sp<Fence>* to, const hidl_handle& from, FenceSide side);
 
 /** A copy; null for a null handle. */

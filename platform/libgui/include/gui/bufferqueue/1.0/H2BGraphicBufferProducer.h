@@ -14,9 +14,9 @@ namespace V1_0 {
 namespace utils {
 
 /**
- * Every call goes to the process of the queue. Where that fails, the status is DEAD_OBJECT or
- * UNKNOWN_ERROR; else it is the queue's. Usage bits above the lower 32 don't get there, buffer ages
- * and HDR metadata don't travel.
+ * Every call goes to the queue's process. If that fails, the status is DEAD_OBJECT or
+ * UNKNOWN_ERROR; otherwise it is the queue's. Usage bits above the lower 32, buffer ages and HDR
+ * metadata don't travel.
  *
  * requestBuffer() always sets the buffer, to an empty one on error, as dequeueBuffer() always sets
  * the fence. Results that don't convert turn OK into BAD_VALUE.

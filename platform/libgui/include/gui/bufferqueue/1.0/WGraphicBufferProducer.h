@@ -15,12 +15,12 @@
 namespace android {
 
 /**
- * Every method converts, calls the native producer and gives its status back unchanged. The client
- * may be anybody: arguments that don't convert are answered with BAD_VALUE and go no further. A
- * client that has connected with a listener and dies is disconnected.
+ * Every method converts, calls the native producer and returns its status unchanged. The client may
+ * be anybody: arguments that don't convert are answered with BAD_VALUE and go no further. A client
+ * that has connected with a listener and dies is disconnected.
  *
- * Result callbacks run on the calling thread before the method returns, just once. Handles in them
- * are borrowed and good only inside.
+ * Each result callback runs exactly once, on the calling thread, before the method returns. Handles
+ * passed to it are borrowed and valid only inside it.
  */
 template <typename BASE, typename = typename std::enable_if<
                                  std::is_base_of<HGraphicBufferProducer, BASE>::value>::type>

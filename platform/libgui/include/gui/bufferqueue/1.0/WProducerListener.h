@@ -12,8 +12,8 @@
 namespace android {
 
 /**
- * Passes the queue's calls on to a HIDL listener, usually in another process. A client that has
- * died is not worth the queue's process: its failed calls are logged, and it wants no
+ * Passes the queue's calls on to a HIDL listener, usually in another process. A dead client must
+ * not take the queue's process down with it: failed calls are logged, and count as wanting no
  * notifications.
  */
 class LWProducerListener : public BnProducerListener {

@@ -15,8 +15,8 @@ namespace android {
 
 /**
  * What a client connects with. A client that dies can't disconnect: its buffers would be kept, and
- * nobody else could connect, until the queue goes. The queue holds this object as long as the
- * connection lasts, and with it the link to the client's death.
+ * nobody else could connect, until the queue is gone. The queue holds this object, and with it the
+ * link to the client's death, for as long as the connection lasts.
  */
 class WatchedProducerListener : public LWProducerListener, public hardware::hidl_death_recipient {
   public:
@@ -25,9 +25,10 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
         : LWProducerListener(client), mQueue(queue), mClient(client) {}
 
     /**
-     * Waits for what the client wants to hear of. Once, when it has connected and before it is told
-     * so, which is when a queue asks; but the queue asks with its lock held, and a client that
-     * doesn't answer must hold nobody but the thread that serves it.
+     * Asks the client what it wants to hear about and waits for the answer. Called once, after it
+     * has connected and before it is told so, which is when a queue asks; but the queue asks with
+     * its lock held, and a client that doesn't answer must hold up nobody but the thread that
+     * serves it.
      */
     void ask() { mIsWanted = LWProducerListener::needsReleaseNotify(); }
 
@@ -36,7 +37,10 @@ class WatchedProducerListener : public LWProducerListener, public hardware::hidl
 
     void onBufferReleased() override;
 
-    /** Follows the client from now on; false if it has died. Once, when it has connected. */
+    /**
+     * Watches for the client's death from now on; false if it has died. Called once, after it has
+     * connected.
+     */
     bool watch();
 
     /** Disconnects the client, on whichever thread serves death notices. */
