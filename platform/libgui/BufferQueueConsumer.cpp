@@ -83,7 +83,7 @@ status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expec
         takeFront_l(outBuffer);
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
     }
-    // Taking a frame frees no slot: nobody is woken in vain.
+    // Taking a frame frees no slot: wake nobody in vain.
     if (dropped > 0 || wasTooLong) mCore->mDequeueCondition.notifyAll();
     for (; listener != nullptr && dropped > 0; --dropped) listener->onBufferReleased();
     return NO_ERROR;
@@ -145,7 +145,7 @@ status_t BufferQueueConsumer::releaseBuffer(int slot, uint64_t frameNumber, EGLD
         mCore->freeActiveBuffer_l(slot);
         if (mCore->mBufferReleasedCbEnabled) listener = mCore->mConnectedProducerListener;
     }
-    // Not under the lock, which a producer that waits for the buffer takes as soon as it is woken.
+    // Without the lock, which a producer waiting for the buffer takes as soon as it wakes.
     mCore->mDequeueCondition.notifyAll();
     if (listener != nullptr) listener->onBufferReleased();
     return NO_ERROR;
@@ -162,14 +162,14 @@ status_t BufferQueueConsumer::consumerConnect(const sp<IConsumerListener>& consu
 }
 
 status_t BufferQueueConsumer::consumerDisconnect() {
-    // Declared before the lock: a listener may be destroyed with it, and call the queue then.
+    // Declared before the lock: dropping it may destroy a listener, which may then call the queue.
     sp<IConsumerListener> listener;
     sp<IProducerListener> producerListener;
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     if (mCore->mConsumerListener == nullptr) return BAD_VALUE;
     mCore->mIsAbandoned = true;
     std::swap(listener, mCore->mConsumerListener);
-    // Nothing of the producer's may stay in a queue of which it can hold the end for ever.
+    // Nothing of the producer's may stay in the queue: it can hold its end for ever.
     std::swap(producerListener, mCore->mConnectedProducerListener);
     mCore->mSidebandStream.clear();
     mCore->mLastQueuedFence = Fence::NO_FENCE;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a producer comes by slots and buffers.
+// How a producer gets slots and buffers.
 #define LOG_TAG "BufferQueueProducer"
 
 #include "gui/BufferQueueProducer.h"
@@ -13,7 +13,7 @@
 namespace android {
 namespace {
 
-// As good as for ever, and far from where a time would overflow.
+// As good as for ever, and far below where a time would overflow.
 constexpr nsecs_t kLongestWaitNs = 365LL * 24 * 3600 * 1000000000;
 
 }  // namespace
@@ -60,14 +60,14 @@ int BufferQueueProducer::takeFreeSlot_l(FreeSlotCaller caller) {
 status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller, int* outSlot) {
     for (;;) {
         if (mCore->mIsAbandoned) return NO_INIT;
-        // Until a frame was queued the producer may take them all, to fill its own pipeline.
+        // Until a frame has been queued, the producer may take them all, to fill its own pipeline.
         if (mCore->mBufferHasBeenQueued &&
             mCore->count_l(BufferState::Dequeued) >= mCore->mMaxDequeuedBufferCount) {
             ALOGE("attempting to exceed the max dequeued buffer count (%d)",
                   mCore->mMaxDequeuedBufferCount);
             return INVALID_OPERATION;
         }
-        // Quick reconnects pile up stale frames; the consumer has to work them off first.
+        // Quick reconnects pile up stale frames; the consumer has to work through them first.
         if (static_cast<int>(mCore->mQueue.size()) <= mCore->bufferCount_l()) {
             const int slot = takeFreeSlot_l(caller);
             if (slot != BufferQueueCore::INVALID_BUFFER_SLOT) {
@@ -222,7 +222,7 @@ bool BufferQueueProducer::preallocateOne(const Request& request) {
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     mCore->endAllocation_l();
     if (buffer->initCheck() != NO_ERROR) return false;
-    // The consumer has changed its defaults meanwhile: this buffer would not suit.
+    // The consumer has changed its defaults in the meantime: this buffer wouldn't suit.
     if (!(filled == preallocationRequest_l(request))) return true;
     if (mCore->mFreeSlots.empty() || mCore->admit_l(buffer) != NO_ERROR) return false;
     const int slot = mCore->mFreeSlots.takeFirst();

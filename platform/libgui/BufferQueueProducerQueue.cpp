@@ -15,7 +15,10 @@
 namespace android {
 namespace {
 
-/** How often a wait for a fence looks whether the queue is still there, and when it says so. */
+/**
+ * How often a wait for a fence checks that the queue is still there, and when it logs that it
+ * waits.
+ */
 constexpr int kGlanceMs = 100;
 constexpr int kPatienceMs = 3000;
 
@@ -159,7 +162,7 @@ status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& inpu
     }
     exchangeFrameEvents(callback, input, output);
     deliver(callback);
-    // An EGL producer's drawing runs ahead by no more than one frame.
+    // An EGL producer's drawing runs at most one frame ahead.
     if (api == NATIVE_WINDOW_API_EGL) waitForLast(*lastFence);
     return NO_ERROR;
 }

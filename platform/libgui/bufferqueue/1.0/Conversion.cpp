@@ -37,26 +37,27 @@ bool convertRegion(::android::Region* to, const Region& from) {
         const Rect only = convertRect(from[0]);
         return to->unflatten(&only, 1) == NO_ERROR;
     }
-    // What comes after as many could not be part of any region.
+    // No region has more, its bounds included.
     if (from.size() > ::android::Region::kMaxRects + 1) return false;
-    std::array<Rect, ::android::Region::kMaxRects + 1> rects;  // no memory for one in every frame
+    std::array<Rect, ::android::Region::kMaxRects + 1>
+            rects;  // no allocation for one in every frame
     std::transform(from.begin(), from.end(), rects.begin(), convertRect);
     return to->unflatten(rects.data(), from.size()) == NO_ERROR;
 }
 
-// Whether the counts are such as a handle can have; the rest of it is then there.
+// Whether the counts are possible for a handle; the rest of it is then there.
 bool isWellFormed(const native_handle_t* handle) {
     return handle->version == sizeof(native_handle_t) && handle->numFds >= 0 &&
            handle->numFds <= NATIVE_HANDLE_MAX_FDS && handle->numInts >= 0 &&
            handle->numInts <= NATIVE_HANDLE_MAX_INTS;
 }
 
-// The usage comes as 32 bits that are taken as signed: the highest one stands for all above it.
+// The usage comes as 32 bits that are taken as signed: the highest bit is copied to all above it.
 uint64_t widenUsage(uint32_t usage) {
     return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(usage)));
 }
 
-// What both kinds of output hold under the same names, in either direction.
+// Copies what both kinds of output hold under the same names, in either direction.
 template <typename To, typename From>
 void copyQueueState(To* to, const From& from) {
     to->width = from.width;

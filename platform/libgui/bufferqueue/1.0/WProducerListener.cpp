@@ -21,7 +21,7 @@ bool LWProducerListener::needsReleaseNotify() {
 }
 
 void LWProducerListener::onBuffersDiscarded(const std::vector<int32_t>& /*slots*/) {
-    // Version 1.0 can't tell clients: they learn it from their next dequeue of such a slot.
+    // Version 1.0 can't tell clients: they find out when they next dequeue such a slot.
 }
 
 }  // namespace android
