@@ -15,11 +15,11 @@ namespace {
 
 constexpr int kMagic = 0x4b474231;
 constexpr int kLayoutInts = sizeof(BufferLayout) / sizeof(int);
-// What the kernel takes as a memfd's name.
+// The longest name that the kernel takes for a memfd.
 constexpr size_t kMaxNameLength = 249;
 
-// Memory that its owner could truncate, or that is backed by something else than plain pages, would
-// fault under a reader.
+// Memory that its owner could truncate, or that isn't backed by plain pages, could fault under a
+// reader.
 bool isDependable(int memory, uint32_t size) {
     const int seals = fcntl(memory, F_GET_SEALS);
     if (seals == -1 || (seals & F_SEAL_SHRINK) == 0) return false;

@@ -12,10 +12,10 @@
 
 namespace android {
 
-/** New zeroed memory of `size` bytes that can't change its size any more; -1 with errno. */
+/** New zeroed memory of `size` bytes that can no longer change its size; -1 with errno. */
 base::unique_fd makeBufferMemory(const std::string& name, uint32_t size);
 
-/** A handle that owns `memory`; null when there is none to be had. */
+/** A handle that owns `memory`; null when it can't be made. */
 native_handle_t* makeBufferHandle(base::unique_fd memory, const BufferLayout& layout);
 
 /**

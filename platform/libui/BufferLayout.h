@@ -28,10 +28,10 @@ struct BufferLayout {
     uint32_t crOffset;
 };
 
-/** Bytes of a pixel where all are in one plane; 0 for planar and unknown formats. */
+/** Bytes per pixel of single-plane formats; 0 for planar and unknown ones. */
 uint32_t bytesPerPixel(PixelFormat format);
 
-/** Whether the format has planes that lockYCbCr() can tell. */
+/** Whether the format has planes that lockYCbCr() can describe. */
 bool isYCbCr420(PixelFormat format);
 
 /**

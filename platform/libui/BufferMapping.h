@@ -11,7 +11,10 @@
 
 namespace android {
 
-/** Maps a buffer's memory, readable and writable, as long as it lives. Immutable. */
+/**
+ * Keeps a buffer's memory mapped, readable and writable, for as long as this object lives.
+ * Immutable.
+ */
 class BufferMapping {
   public:
     /**

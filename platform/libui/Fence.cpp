@@ -34,7 +34,7 @@ status_t Fence::waitForever(const char* logname) {
 
 sp<Fence> Fence::merge(const char* name, const sp<Fence>& f1, const sp<Fence>& f2) {
     if (!f1->isValid() && !f2->isValid()) return NO_FENCE;
-    // One that is alone is merged with itself, so that the result is always a new descriptor.
+    // A lone descriptor is merged with itself, so that the result is always a new one.
     const int fd1 = f1->isValid() ? f1->get() : f2->get();
     const int fd2 = f2->isValid() ? f2->get() : f1->get();
     const int merged = sync_merge(name, fd1, fd2);

@@ -88,7 +88,7 @@ bool FenceMerger::advance(Merge& merge) {
 }
 
 void FenceMerger::run() {
-    // Signals are for the process's other threads; among them would be SIGPIPE, when a result is
+    // Signals are for the process's other threads. This also blocks the SIGPIPE of a result that is
     // dropped just before it is signalled.
     sigset_t signals;
     sigfillset(&signals);

@@ -14,8 +14,8 @@ namespace android {
 
 /**
  * A thread of the process's own, started with the first merge and never ended, waits for the
- * descriptors of each merge and then signals its result: the reading end of a pipe. It lets go of a
- * merge when nobody holds the result any longer. Thread-safe.
+ * descriptors of each merge and then signals its result: the reading end of a pipe. It drops a
+ * merge once nobody holds the result any longer. Thread-safe.
  */
 class FenceMerger {
   public:

@@ -93,7 +93,7 @@ status_t GraphicBuffer::unflatten(const void*& buffer, size_t& size, const int*&
     mInitCheck = NO_ERROR;
     if (header.numFds == 0 && header.numInts == 0) return NO_ERROR;
 
-    // Borrows the caller's descriptors, of which the import makes a copy.
+    // Borrows the caller's descriptors; the import copies them.
     const std::unique_ptr<native_handle_t, HandleDelete> borrowed(native_handle_create(
             static_cast<int>(header.numFds), static_cast<int>(header.numInts)));
     if (borrowed == nullptr) return NO_MEMORY;

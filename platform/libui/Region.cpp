@@ -37,7 +37,7 @@ bool areBands(const Rect* rects, size_t count) {
 
 using Spans = std::vector<std::pair<int32_t, int32_t>>;
 
-// The columns that any of the rectangles covers between two rows next to each other.
+// The columns that any of the rectangles covers between two adjacent rows.
 Spans spansBetween(const std::vector<Rect>& rects, int32_t top, int32_t bottom) {
     Spans covered;
     for (const Rect& rect : rects) {
@@ -55,7 +55,7 @@ Spans spansBetween(const std::vector<Rect>& rects, int32_t top, int32_t bottom) 
     return joined;
 }
 
-// A band that continues the one above it, column for column, only makes that one higher.
+// A band that continues the one above it, column for column, only makes that one taller.
 bool extendBand(std::vector<Rect>& bands, size_t lastBand, const Spans& spans, int32_t top,
                 int32_t bottom) {
     if (bands.size() - lastBand != spans.size()) return false;

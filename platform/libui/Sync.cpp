@@ -16,7 +16,8 @@
 
 namespace {
 
-// More than any merged sync file has; the descriptor may be something else that answers.
+// More than any merged sync file has; the descriptor may be something else that answers the
+// request.
 constexpr uint32_t kMaxPoints = 1024;
 
 int64_t nowMs() {

@@ -7,7 +7,7 @@
 #include <nativebase/nativebase.h>
 #include <system/graphics.h>
 
-/** What IGraphicBufferProducer::query() answers; the keys that are missing here it refuses. */
+/** What IGraphicBufferProducer::query() answers; it refuses keys that are missing here. */
 enum {
     NATIVE_WINDOW_WIDTH = 0,
     NATIVE_WINDOW_HEIGHT = 1,

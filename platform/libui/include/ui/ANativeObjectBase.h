@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes a C structure of the platform into a reference-counted object.
+// Turns a C structure of the platform into a reference-counted object.
 #pragma once
 
 #include <type_traits>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the allocator of this port lays out flexible YCbCr buffers: a choice that every phone makes
-// in its own way, so that code which assumes one of them can be found out.
+// in its own way, so code that assumes one layout can be caught.
 #pragma once
 
 #include <cstdint>

@@ -29,7 +29,7 @@ class BufferMapping;
  * The attributes are ANativeWindowBuffer's members.
  *
  * Constructors don't fail: ask initCheck(). The number of locks, the id and the memory may be used
- * from several threads; setGenerationNumber() and unflatten() may not run beside anything else.
+ * from several threads; setGenerationNumber() and unflatten() may not run alongside anything else.
  */
 class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffer, RefBase>,
                       public Flattenable<GraphicBuffer> {
@@ -107,7 +107,7 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     ANativeWindowBuffer* getNativeBuffer() const;
     static sp<GraphicBuffer> from(ANativeWindowBuffer* buffer);
 
-    /** Whether a buffer as asked for can't be had by using this one. More usage does no harm. */
+    /** Whether this buffer won't do for one as asked for. Extra usage does no harm. */
     bool needsReallocation(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
                            uint32_t inLayerCount, uint64_t inUsage) const;
 
@@ -139,7 +139,7 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     status_t lockAsyncYCbCr(uint32_t inUsage, android_ycbcr* ycbcr, int fenceFd);
     status_t lockAsyncYCbCr(uint32_t inUsage, const Rect& rect, android_ycbcr* ycbcr, int fenceFd);
 
-    /** Ends the latest lock. NO_ERROR always; without a lock that is logged. */
+    /** Ends the latest lock. Always NO_ERROR; a missing lock is logged. */
     status_t unlock();
     /** The same; `fenceFd` becomes -1, since memory needs no release fence. */
     status_t unlockAsync(int* fenceFd);
@@ -150,9 +150,9 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     status_t flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const;
     /**
      * Becomes the flattened buffer, importing a copy of its handle. Data without descriptors and
-     * handle numbers make an empty buffer. It may come from anybody.
-     * @return NO_MEMORY when less data or descriptors are given than announced; BAD_VALUE as for
-     *         importing, or for data that is no buffer.
+     * handle numbers makes an empty buffer. It may come from anybody.
+     * @return NO_MEMORY when less data or fewer descriptors are given than announced; BAD_VALUE as
+     *         for importing, or for data that is no buffer.
      */
     status_t unflatten(const void*& buffer, size_t& size, const int*& fds, size_t& count);
 

@@ -38,7 +38,7 @@ class Region {
         return mBounds == other.mBounds && mRects == other.mRects;
     }
 
-    /** Adds the pixels of `other`; invalid if one of the two is. */
+    /** Adds the pixels of `other`; the result is invalid if either is. */
     Region& orSelf(const Region& other);
     Region& orSelf(const Rect& rect) { return orSelf(Region(rect)); }
     Region& operator|=(const Region& other) { return orSelf(other); }
