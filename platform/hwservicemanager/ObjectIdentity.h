@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What tells objects apart, of which every call brings another proxy.
+// Tells objects apart even though every call brings a new proxy.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
@@ -7,7 +7,7 @@
 
 namespace android {
 
-/** The same for all proxies of an object; nobody else's as long as one of them is held. */
+/** The same for all proxies of an object; no other object's as long as one of them is held. */
 using ObjectIdentity = const void*;
 
 ObjectIdentity identityOf(const sp<hidl::base::V1_0::IBase>& object);

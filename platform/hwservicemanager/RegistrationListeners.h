@@ -16,8 +16,8 @@
 namespace android {
 
 /**
- * The listeners of the register. Anybody may listen, so that there are bounds; a listener that dies
- * costs no more than what it was entered for. Used by one thread.
+ * The listeners of the register. Anybody may listen, so there are bounds; a listener that dies
+ * costs no more work than its own entries. Used by one thread.
  */
 class RegistrationListeners {
   public:
@@ -26,23 +26,26 @@ class RegistrationListeners {
     static constexpr size_t kMaxOfOneProcess = 64;
     static constexpr size_t kMaxOfAll = 1024;
 
-    /** Whether this process may listen once more. */
+    /** Whether this process may add one more listener. */
     bool hasRoomFor(pid_t caller) const;
 
-    /** Whether the listener stands here already, through this proxy or another. */
+    /** Whether the listener is already here, through this proxy or another. */
     bool has(const Listener& listener) const;
 
     /**
      * An empty instance stands for every instance of the interface. The listener's first proxy is
-     * kept as long as the listener stands here.
+     * kept for as long as the listener is here.
      */
     void add(const std::string& fqName, const std::string& instance, const Listener& listener,
              pid_t caller);
 
-    /** Takes a listener out wherever it stands. */
+    /** Removes a listener wherever it was added. */
     void remove(const sp<hidl::base::V1_0::IBase>& listener);
 
-    /** Tells one listener of a registration, before it listened or since. Doesn't wait for it. */
+    /**
+     * Tells one listener of a registration made before or since it began to listen. Doesn't wait
+     * for it.
+     */
     static void tell(const Listener& listener, const std::string& fqName,
                      const std::string& instance, bool preexisting);
 

@@ -139,7 +139,7 @@ Return<void> ServiceManager::debugDump(debugDump_cb _hidl_cb) {
     return Void();
 }
 
-// Nothing is served from libraries, so that nobody can be using one.
+// Nothing is served from libraries, so nobody can be using one.
 Return<void> ServiceManager::registerPassthroughClient(const hidl_string& /*fqName*/,
                                                        const hidl_string& /*name*/) {
     return Void();

@@ -17,9 +17,10 @@ namespace android {
 
 /**
  * Serves IServiceManager. Everybody may look up; only root and the user that the register runs as
- * may add. What dies leaves the register by itself: each object's death is followed once, however
- * often it is registered. Listeners are bounded, see RegistrationListeners. All calls and death
- * notices come on the one thread of the process, which makes every call of the register atomic.
+ * may add. Dead objects leave the register by themselves: each object's death is watched for once,
+ * however often it is registered. Listeners are bounded, see RegistrationListeners. All calls and
+ * death notices come on the one thread of the process, which makes every call to the register
+ * atomic.
  */
 class ServiceManager : public hidl::manager::V1_0::IServiceManager,
                        public hardware::hidl_death_recipient {

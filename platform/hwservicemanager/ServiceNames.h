@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which names the register takes.
+// Which names the register accepts.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace android {
 /** Whether this is an interface's descriptor, "package@major.minor::IName". */
 bool isValidFqName(const std::string& name);
 
-/** Whether this is 1 to 255 printable ASCII characters without a blank. */
+/** Whether this is 1 to 255 printable ASCII characters without a space. */
 bool isValidInstance(const std::string& name);
 
 /** Whether these are the descriptors of some interface and its parents, the root one last. */

@@ -40,7 +40,7 @@ void ServiceTable::takeOut(const Name& name) {
     mEntries.erase(entry);
 }
 
-/** Takes a service out from the names of one instance. */
+/** Removes a service from the names of one instance. */
 void ServiceTable::takeOutOf(const std::string& instance, const Service& service) {
     std::set<Name> ofInstance;
     for (const Name& name : mPlaces.at(identityOf(service)).names) {

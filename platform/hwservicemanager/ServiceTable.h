@@ -26,22 +26,22 @@ class ServiceTable {
         Service service;
         pid_t pid;  // of the process that registered it
     };
-    /** The interface's descriptor and the instance, in this order. */
+    /** The interface's descriptor and the instance, in that order. */
     using Name = std::pair<std::string, std::string>;
 
-    /** Whether the service stands here already, through this proxy or another. */
+    /** Whether the service is already here, through this proxy or another. */
     bool has(const Service& service) const;
 
     /**
-     * Enters a service under each interface of its chain, the most derived first, in place of what
-     * stands there. What the instance had as the chain's first interface leaves the instance
-     * altogether: else a child of that interface would still lead to the former service. The
-     * service's first proxy is kept as long as the service stands under any name.
+     * Enters a service under each interface of its chain, the most derived first, replacing what
+     * was there. The service that the instance had as the chain's first interface leaves the
+     * instance altogether: otherwise a child of that interface would still lead to the former
+     * service. The service's first proxy is kept for as long as the service has any name.
      */
     void add(const std::vector<std::string>& chain, const std::string& instance,
              const Service& service, pid_t pid);
 
-    /** Takes a service out from every name that it stands under. */
+    /** Removes a service from every name it has. */
     void remove(const Service& service);
 
     /** Null if there is none. */
@@ -53,7 +53,7 @@ class ServiceTable {
     const std::map<Name, Entry>& entries() const { return mEntries; }
 
   private:
-    /** Where a service stands. */
+    /** The names that a service has. */
     struct Places {
         Service firstProxy;
         std::set<Name> names;

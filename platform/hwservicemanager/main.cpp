@@ -16,7 +16,7 @@ using android::sp;
 int main() {
     using namespace android::hardware;
 
-    // One thread: the register needs no lock then.
+    // With a single thread the register needs no lock.
     configureRpcThreadpool(1, true /* callerWillJoin */);
     const sp<android::ServiceManager> manager = new android::ServiceManager();
     const sp<IBinder> binder = getOrCreateCachedBinder(manager.get());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lets a program's debug lines through: Debian's log drops everything below "info" until told
-// otherwise, the phone's does not.
+// otherwise; the phone's does not.
 
 #include <android/log.h>
 

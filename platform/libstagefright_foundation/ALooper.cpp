@@ -22,7 +22,7 @@
 namespace android {
 
 // From a start to its stop. A loop that is told to stop by the handler it calls ends only
-// afterwards, when the looper may have been started anew.
+// afterwards, by which time the looper may have been started again.
 struct ALooper::Run {
     bool stopped = false;  // guarded by the lock of the queue
 };
@@ -72,7 +72,7 @@ sp<AMessage> ALooper::EventQueue::next(const Run& run) {
         const auto first = mMessages.begin();
         const int64_t waitUs = first->first - GetNowUs();
         if (waitUs > 0) {
-            // A day at a time: the clock's own arithmetic overflows with the longest delays.
+            // A day at a time: with the longest delays the clock's own arithmetic would overflow.
             const auto day = std::chrono::hours(24);
             mChanged.wait_for(mLock, std::min<std::chrono::microseconds>(
                                              std::chrono::microseconds(waitUs), day));

@@ -13,15 +13,15 @@
 
 namespace android {
 
-/** The one table of registrations of the process. Holds both ends weakly. Thread-safe. */
+/** The process's one table of registrations. Holds both ends weakly. Thread-safe. */
 class ALooperRoster {
   public:
     static ALooperRoster& instance();
 
-    /** Gives the handler the next id and the looper; fatal when it has an id. */
+    /** Gives the handler the next id and the looper; fatal when it already has an id. */
     int32_t registerHandler(const sp<ALooper>& looper, const sp<AHandler>& handler) EXCLUDES(mLock);
 
-    /** Takes id and looper from the handler again; ignores an unknown id. */
+    /** Takes the handler's id and looper away again; ignores an unknown id. */
     void unregisterHandler(int32_t id) EXCLUDES(mLock);
 
     /** Unregisters every handler whose looper is gone. */

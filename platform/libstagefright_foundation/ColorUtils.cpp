@@ -6,7 +6,7 @@
 namespace android {
 namespace {
 
-// What no standard, transfer or range is written in.
+// The bits that hold no standard, transfer or range.
 constexpr uint32_t kNotAspects = ~uint32_t{HAL_DATASPACE_STANDARD_MASK |
                                            HAL_DATASPACE_TRANSFER_MASK | HAL_DATASPACE_RANGE_MASK};
 static_assert(kNotAspects == 0xC000FFFF, "the dataspace's fields have moved");

@@ -13,11 +13,12 @@
 #define LITERAL_TO_STRING_INTERNAL(x) #x
 #define LITERAL_TO_STRING(x) LITERAL_TO_STRING_INTERNAL(x)
 
-/** Aborts with the given text after the place it stands in. */
+/** Aborts, logging the place in the code and then the given text. */
 #define TRESPASS(...) \
     LOG_ALWAYS_FATAL(__FILE__ ":" LITERAL_TO_STRING(__LINE__) " Should not be here. " __VA_ARGS__)
 
-// The checks of <android-base/logging.h> have the same names and go first where both are included.
+// The checks of <android-base/logging.h> have the same names and take precedence where both are
+// included.
 #ifndef CHECK_OP
 
 /** Aborts unless the condition is true. */
@@ -26,7 +27,7 @@
                         __FILE__ ":" LITERAL_TO_STRING(__LINE__) " CHECK(" #condition ") failed.")
 
 // Compares and, on failure, names both values. The operands are evaluated once; they have to be
-// what AString::append takes: integers, floating point, pointers, texts.
+// what AString::append takes: integers, floating point, pointers, strings.
 #define CHECK_OP(x, y, suffix, op)                                                              \
     do {                                                                                        \
         const auto& checkedX = (x);                                                             \

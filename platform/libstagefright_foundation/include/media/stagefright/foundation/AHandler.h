@@ -15,7 +15,7 @@ struct AMessage;
  * Receives the messages that are addressed to it, one after the other, on the thread of the looper
  * it is registered with. Looper and messages hold it weakly, so its owner keeps the reference.
  *
- * Registering, unregistering and building messages for one handler are for one thread at a time.
+ * Only one thread at a time may register or unregister a handler or build messages for it.
  */
 struct AHandler : public RefBase {
     AHandler() = default;

@@ -23,7 +23,7 @@ struct AMessage;
  * order they were posted. Messages may be posted before it is started, and those not yet delivered
  * when it is stopped wait for the next start.
  *
- * Thread-safe, but for the name, which is given before the start.
+ * Thread-safe, except for the name, which is set before the start.
  */
 struct ALooper : public RefBase {
     typedef int32_t event_id;
@@ -37,7 +37,7 @@ struct ALooper : public RefBase {
 
     /**
      * Registers a handler and returns its id: 1, 2, 3, ... in the process. A handler that is
-     * registered already is a fatal error.
+     * already registered is a fatal error.
      */
     handler_id registerHandler(const sp<AHandler>& handler);
 
@@ -48,7 +48,7 @@ struct ALooper : public RefBase {
      * Starts to deliver: on a new thread, or on the caller's until stop() when `runOnCallingThread`
      * is set. `canCallJava` and `priority` mean nothing on Linux.
      *
-     * @return OK, or INVALID_OPERATION when it is running already.
+     * @return OK, or INVALID_OPERATION when it is already running.
      */
     status_t start(bool runOnCallingThread = false, bool canCallJava = false,
                    int32_t priority = PRIORITY_DEFAULT);

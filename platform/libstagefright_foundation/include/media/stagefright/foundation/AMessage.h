@@ -45,7 +45,7 @@ struct AMessage : public RefBase {
     void setString(const char* name, const AString& s);
     void setObject(const char* name, const sp<RefBase>& obj);
 
-    // True when there is a value of that name and of just that type; `value` is untouched if not.
+    // True when there is a value of that name and exactly that type; `value` is untouched if not.
     bool findInt32(const char* name, int32_t* value) const;
     bool findInt64(const char* name, int64_t* value) const;
     bool findString(const char* name, AString* value) const;
@@ -60,7 +60,7 @@ struct AMessage : public RefBase {
     /**
      * Queues the message for delivery after `delayUs` microseconds, at once for 0 and below.
      *
-     * @return OK, or -ENOENT when the target has no looper or that is gone.
+     * @return OK, or -ENOENT when the target has no looper or its looper is gone.
      */
     status_t post(int64_t delayUs = 0);
 

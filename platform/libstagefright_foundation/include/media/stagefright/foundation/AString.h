@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text type of the media foundation.
+// The string type of the media foundation.
 #pragma once
 
 #include <cstddef>
@@ -11,10 +11,10 @@
 
 namespace android {
 
-/** A text of bytes. Copies are deep; not thread-safe. */
+/** A string of bytes. Copies are deep; not thread-safe. */
 struct AString {
     AString() = default;
-    /** A null pointer makes an empty text and a warning in the log. */
+    /** A null pointer makes an empty string and a warning in the log. */
     AString(const char* s);  // NOLINT: implicit on the platform
     AString(const char* s, size_t size);
     AString(const String8& from);  // NOLINT: implicit on the platform
