@@ -41,7 +41,7 @@ const ucred* credentials(msghdr* header) {
 }
 
 ssize_t refuse(void* buffer, size_t length) {
-    memset(buffer, 0, length);  // leaves nothing that anyone may have sent to be read
+    memset(buffer, 0, length);  // nothing that anyone may have sent can be read
     errno = EIO;
     return -1;
 }

@@ -162,7 +162,7 @@ status_t BufferQueueConsumer::consumerConnect(const sp<IConsumerListener>& consu
 }
 
 status_t BufferQueueConsumer::consumerDisconnect() {
-    // Declared before the lock: dropping it may destroy a listener, which may then call the queue.
+    // Declared before the lock: a listener that goes with them may call the queue.
     sp<IConsumerListener> listener;
     sp<IProducerListener> producerListener;
     std::lock_guard<std::mutex> lock(mCore->mMutex);

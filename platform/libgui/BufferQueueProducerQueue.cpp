@@ -16,8 +16,7 @@ namespace android {
 namespace {
 
 /**
- * How often a wait for a fence checks that the queue is still there, and when it logs that it
- * waits.
+ * How often a wait for a fence checks that the queue is still there, and how long until it logs.
  */
 constexpr int kGlanceMs = 100;
 constexpr int kPatienceMs = 3000;

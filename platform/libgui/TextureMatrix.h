@@ -9,9 +9,9 @@
 namespace android {
 
 /**
- * The 4x4 matrix, column by column, that takes texture coordinates of the picture as it is to be
- * seen (0 to 1, from the bottom left) to those of the buffer. An empty or invalid crop is the whole
- * buffer.
+ * The 4x4 matrix, column by column, that takes texture coordinates of the picture as it should
+ * appear (0 to 1, from the bottom left) to those of the buffer. An empty or invalid crop is the
+ * whole buffer.
  */
 void computeTextureMatrix(const Rect& bounds, const Rect& crop, uint32_t transform,
                           float outMatrix[16]);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t kMagic = 'GB01';
 
-/** What stands before the handle's numbers. */
+/** What comes before the handle's numbers. */
 struct Header {
     uint32_t magic;
     uint32_t width;

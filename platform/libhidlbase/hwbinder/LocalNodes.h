@@ -16,10 +16,10 @@ namespace hardware {
  * Names local objects for the driver. A name is a number that is never used again, not an address,
  * so that whatever a parcel or the driver names is looked up and never dereferenced.
  *
- * The driver's references are counted rather than noted, as several threads may handle a release
- * and the next acquisition out of order. An object keeps its name while a parcel that carries it
- * exists or the driver has any reference. Thread-safe; mLock is never held during a call to an
- * object or while one is destroyed.
+ * The driver's references are counted, not just noted, as several threads may handle a release and
+ * the next acquisition out of order. An object keeps its name while a parcel that carries it exists
+ * or the driver has any reference. Thread-safe; mLock is never held during a call to an object or
+ * while one is destroyed.
  */
 class LocalNodes {
   public:

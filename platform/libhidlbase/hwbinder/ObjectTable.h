@@ -31,7 +31,7 @@ class ObjectTable {
     explicit ObjectTable(const ParcelView& view) : mView(view) {}
 
     /**
-     * Whether the offsets are ascending and aligned and the objects lie inside without overlap:
+     * Whether the offsets are ascending and aligned and the objects are inside and don't overlap:
      * BAD_VALUE if not, BAD_TYPE if one is of an unknown type. The other methods rely on it.
      */
     status_t check() const;
@@ -53,7 +53,7 @@ class ObjectTable {
     /** How many objects start before this offset. */
     size_t countBefore(size_t offset) const;
 
-    /** Copies the buffer object of this index; false if there is none or it lies out of bounds. */
+    /** Copies the buffer object of this index; false if there is none or it is out of bounds. */
     bool getBuffer(size_t index, binder_buffer_object* buffer) const;
 
   private:

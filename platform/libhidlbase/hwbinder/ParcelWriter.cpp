@@ -12,7 +12,7 @@ namespace android {
 namespace hardware {
 namespace {
 
-constexpr size_t kMaxSize = INT32_MAX & ~7;  // so that padding never passes it
+constexpr size_t kMaxSize = INT32_MAX & ~7;  // so that padding never exceeds it
 
 constexpr size_t padded(size_t size, size_t unit) {
     return (size + unit - 1) / unit * unit;

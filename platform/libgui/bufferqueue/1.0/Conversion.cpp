@@ -39,8 +39,7 @@ bool convertRegion(::android::Region* to, const Region& from) {
     }
     // No region has more, its bounds included.
     if (from.size() > ::android::Region::kMaxRects + 1) return false;
-    std::array<Rect, ::android::Region::kMaxRects + 1>
-            rects;  // no allocation for one in every frame
+    std::array<Rect, ::android::Region::kMaxRects + 1> rects;  // spares every frame an allocation
     std::transform(from.begin(), from.end(), rects.begin(), convertRect);
     return to->unflatten(rects.data(), from.size()) == NO_ERROR;
 }

@@ -46,7 +46,7 @@ class BufferItem {
     int mSlot = INVALID_BUFFER_SLOT;
     /** The next frame may take its place. */
     bool mIsDroppable = false;
-    /** The slot's buffer had been acquired before, when this frame was queued. */
+    /** The slot's buffer had already been acquired when this frame was queued. */
     bool mAcquireCalled = false;
     bool mTransformToDisplayInverse = false;
     Region mSurfaceDamage;

@@ -111,7 +111,7 @@ class BufferQueueCore : public virtual RefBase {
     QueueCondition mDequeueCondition;
     mutable QueueCondition mIsAllocatingCondition;
 
-    /** The consumer has gone; for ever. */
+    /** The consumer is gone for good. */
     bool mIsAbandoned GUARDED_BY(mMutex) = false;
     String8 mConsumerName GUARDED_BY(mMutex);
     sp<IConsumerListener> mConsumerListener GUARDED_BY(mMutex);

@@ -20,7 +20,7 @@ class ConsumerListener : public virtual RefBase {
     ConsumerListener() = default;
     ~ConsumerListener() override = default;
 
-    /** The producer has disconnected; onBuffersReleased() came before. No lock held. */
+    /** The producer has disconnected; onBuffersReleased() came first. No lock held. */
     virtual void onDisconnect() {}
 
     virtual void onFrameDequeued(const uint64_t /*bufferId*/) {}

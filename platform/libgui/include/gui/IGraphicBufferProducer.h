@@ -133,8 +133,7 @@ class IGraphicBufferProducer : public RefBase {
      * Gives a slot to draw into, waiting for one if need be and if allowed. Width and height 0
      * stand for the consumer's default size, format 0 for its format.
      * @param outFence         signals when the buffer may be written; untouched on error.
-     * @param outBufferAge     frames since the buffer was last queued, 0 for a new one; may be
-     *         null.
+     * @param outBufferAge     frames since the buffer was last queued, 0 if new; may be null.
      * @param outTimestamps    may be null.
      * @return NO_ERROR or BUFFER_NEEDS_REALLOCATION; BAD_VALUE when just one of width and height is
      *         0; INVALID_OPERATION when the producer holds all it may; WOULD_BLOCK in a mode that
@@ -152,7 +151,7 @@ class IGraphicBufferProducer : public RefBase {
     virtual status_t detachNextBuffer(sp<GraphicBuffer>* outBuffer, sp<Fence>* outFence) = 0;
 
     /**
-     * Puts a foreign buffer into a slot, which is then as if dequeued and requested. Waits like
+     * Puts a foreign buffer into a slot, which then counts as dequeued and requested. Waits like
      * dequeueBuffer(). BAD_VALUE when the buffer's generation isn't the queue's.
      */
     virtual status_t attachBuffer(int* outSlot, const sp<GraphicBuffer>& buffer) = 0;
@@ -191,7 +190,7 @@ class IGraphicBufferProducer : public RefBase {
 
     /**
      * The same for the connection that was made with this listener. NO_ERROR, and nothing happens,
-     * when it is over.
+     * when it has already ended.
      */
     virtual status_t disconnectListener(const sp<IProducerListener>& listener);
 
@@ -202,7 +201,7 @@ class IGraphicBufferProducer : public RefBase {
     virtual void allocateBuffers(uint32_t width, uint32_t height, PixelFormat format,
                                  uint64_t usage) = 0;
 
-    /** When not allowed, dequeueBuffer() only gives buffers that exist. */
+    /** When not allowed, dequeueBuffer() gives only buffers that already exist. */
     virtual status_t allowAllocation(bool allow) = 0;
 
     /** Marks buffers that are allocated from now on. */

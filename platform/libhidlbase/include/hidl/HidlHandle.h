@@ -38,7 +38,7 @@ struct hidl_handle {
     const native_handle_t* operator->() const { return mHandle; }
     operator const native_handle_t*() const { return mHandle; }  // NOLINT: meant to convert
 
-    /** Where the pointer to the handle lies in the message. */
+    /** Where the pointer to the handle is in the message. */
     static constexpr size_t kOffsetOfNativeHandle = 0;
 
   private:

@@ -47,7 +47,7 @@ struct hidl_string {
      */
     void setToExternal(const char* text, size_t length);
 
-    /** Where the pointer to the text lies in the message. */
+    /** Where the pointer to the text is in the message. */
     static constexpr size_t kOffsetOfBuffer = 0;
 
   private:

@@ -105,7 +105,7 @@ struct hidl_vec {
         return mBuffer;
     }
 
-    /** Where the pointer to the elements lies in the message. */
+    /** Where the pointer to the elements is in the message. */
     static constexpr size_t kOffsetOfBuffer = 0;
 
   private:

@@ -26,12 +26,12 @@ class ReceivedBlock;
  * Writing. Scalars are copied, little-endian, padded to four bytes. Buffers and native handles are
  * not: the parcel keeps their addresses, and their bytes are copied and their descriptors
  * duplicated when the parcel is sent, so they must live until then. The parcel keeps objects alive.
- * Every write returns OK, or NO_MEMORY once the parcel would pass 2 GiB. The parcel has room for
+ * Every write returns OK, or NO_MEMORY once the parcel would exceed 2 GiB. The parcel has room for
  * the usual call within itself, which makes it a kilobyte; a longer one takes memory from the heap
  * and keeps none of it.
  *
  * Reading. The bytes of a received parcel stay in the area that the driver filled, which is
- * read-only; pointers read from it are good until the parcel is freed, which also closes the
+ * read-only; pointers read from it are valid until the parcel is freed, which also closes the
  * descriptors that came with it. A sender is not trusted: nothing that it wrote is used before it
  * has been checked, and a parcel that fails gives a status, never a wild pointer. Reads return OK,
  * NOT_ENOUGH_DATA past the end, BAD_VALUE or BAD_TYPE if what is there is not what was asked for,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A descriptor that tells when a buffer may be touched.
+// A descriptor that says when a buffer may be touched.
 #pragma once
 
 #include <atomic>

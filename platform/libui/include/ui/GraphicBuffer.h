@@ -107,12 +107,12 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     ANativeWindowBuffer* getNativeBuffer() const;
     static sp<GraphicBuffer> from(ANativeWindowBuffer* buffer);
 
-    /** Whether this buffer won't do for one as asked for. Extra usage does no harm. */
+    /** Whether this buffer doesn't satisfy such a request. Extra usage does no harm. */
     bool needsReallocation(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
                            uint32_t inLayerCount, uint64_t inUsage) const;
 
     /**
-     * Gives the start of the pixels to the CPU until unlock(); locks nest. `inUsage` holds SW bits.
+     * Gives the CPU the start of the pixels until unlock(); locks nest. `inUsage` holds SW bits.
      * @param rect    what will be touched; `vaddr` is the start of the buffer all the same.
      * @param fenceFd taken over and waited for, -1 for none; only when `rect` lies outside the
      *                buffer does it stay the caller's.
@@ -144,7 +144,7 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     /** The same; `fenceFd` becomes -1, since memory needs no release fence. */
     status_t unlockAsync(int* fenceFd);
 
-    /** Flattenable: the attributes and the handle's numbers; descriptors go beside them. */
+    /** Flattenable: the attributes and the handle's numbers; descriptors travel separately. */
     size_t getFlattenedSize() const;
     size_t getFdCount() const;
     status_t flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const;

@@ -37,7 +37,7 @@ class Rect : public ARect {
     bool operator!=(const Rect& other) const { return !(*this == other); }
 
     /**
-     * Writes what this and `with` have in common, which is not a valid rectangle if they are apart.
+     * Writes the overlap of this and `with`, which is not a valid rectangle if they are apart.
      * @return true when it is not empty.
      */
     bool intersect(const Rect& with, Rect* result) const;

@@ -52,7 +52,7 @@ class Region {
     /**
      * Takes the rectangles as they travel. They may come from anybody.
      * @return BAD_VALUE, with the region unchanged, when there are none or more than kMaxRects, or
-     *         they overlap, are out of order, of negative size (but for INVALID_REGION's) or not
+     *         they overlap, are out of order, of negative size (except INVALID_REGION's) or not
      *         followed by their bounds.
      */
     status_t unflatten(const Rect* rects, size_t count);

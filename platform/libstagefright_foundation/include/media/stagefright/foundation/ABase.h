@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-/** Forbids copying and assigning. Stands in the private part of a class. */
-// The name declares, which it can't in parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
+/** Forbids copying and assigning. Goes into the private part of a class. */
+// The name is declared here, so it can't be in parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define DISALLOW_EVIL_CONSTRUCTORS(name) \
     name(const name&) = delete;          \
     name& operator=(const name&) = delete
