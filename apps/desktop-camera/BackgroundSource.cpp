@@ -19,14 +19,16 @@ constexpr milliseconds kLastTimeout{1000};
 
 }  // namespace
 
-/** What the two threads share. Only the latest order counts: what it replaces was not begun. */
+/**
+ * What the two threads share. Only the latest order counts: the one it replaces was never begun.
+ */
 class BackgroundSource::Worker {
   public:
     enum class Order { kNone, kStart, kStartAgain, kStop, kEnd };
 
     explicit Worker(std::unique_ptr<FrameSource> source) : mSource(std::move(source)) {}
 
-    /** Carries orders out until the one to end. */
+    /** Carries out orders up to the one to end. */
     void run() {
         Task task;
         do {
@@ -49,7 +51,7 @@ class BackgroundSource::Worker {
     }
 
     /**
-     * The source, for whoever gives the orders until its next one; null while an order is being
+     * The source, lent to whoever gives the orders until the next order; null while one is being
      * carried out.
      */
     FrameSource* waitForSource(milliseconds timeout) {
@@ -60,7 +62,7 @@ class BackgroundSource::Worker {
         return isIdle_l() ? mSource.get() : nullptr;
     }
 
-    /** Whether the latest start went well. */
+    /** Whether the latest start succeeded. */
     bool isStarted() {
         const std::lock_guard<std::mutex> guard(mLock);
         return mStarted;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A source whose start holds up nobody.
+// A source whose start blocks nobody.
 #pragma once
 
 #include <memory>
@@ -10,24 +10,23 @@
 namespace korvane::camera {
 
 /**
- * Starts and stops another source on a thread of its own: a device may hang while it is opened, a
- * network may not answer. Whoever draws waits for that no longer than for a picture, and then goes
- * on without one. The source is used by one thread at a time: by the one that draws, once it has
- * started.
+ * Starts and stops another source on a thread of its own: opening a device may hang, a network may
+ * not answer. The drawing thread waits for that no longer than for a picture, then goes on without
+ * one. Only one thread at a time uses the source: once it has started, the one that draws.
  */
 class BackgroundSource : public FrameSource {
   public:
     explicit BackgroundSource(std::unique_ptr<FrameSource> source);
 
     /**
-     * A call that doesn't return within a second is left behind, with its thread and the source,
-     * which go when it returns.
+     * A call that doesn't return within a second is abandoned, along with its thread and the
+     * source; both are freed when it returns.
      */
     ~BackgroundSource() override;
     BackgroundSource(const BackgroundSource&) = delete;
     BackgroundSource& operator=(const BackgroundSource&) = delete;
 
-    /** Always true: draw() says what came of it. */
+    /** Always true: draw() reports how the start went. */
     bool start(const PictureFormat& format) override;
     bool startAgain() override;
     Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,

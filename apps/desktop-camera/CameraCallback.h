@@ -11,18 +11,18 @@ namespace korvane::camera {
 
 /**
  * The camera's callback. The controller waits for the answer on the thread that serves the gadget,
- * so nothing is done here but to note what is wanted. Called on the HIDL thread.
+ * so all that happens here is to note what is wanted. Called on the HIDL thread.
  */
 class CameraCallback : public hardware::camera::desktop::V1_0::ICameraDesktopCallback {
   public:
-    /** What a start is answered with: any text says that this client takes charge of the camera. */
+    /** The answer to a start: any text means that this client takes charge of the camera. */
     static constexpr char kTaken[] = "OK_CAMERA";
 
     /** Both must live as long as the service may call, which is as long as the process. */
     CameraCallback(StreamDemand& demand, const CameraStatus& status)
         : mDemand(demand), mStatus(status) {}
 
-    /** Answers kTaken to a start, its status to who asks for that, else an empty text. */
+    /** Answers kTaken to a start and the status to a request for it; otherwise an empty text. */
     ::android::hardware::Return<void> onCommand(const ::android::hardware::hidl_string& command,
                                                 onCommand_cb reply) override;
 

@@ -63,14 +63,14 @@ void CameraClient::run() {
     }
 }
 
-// A stream that began before the camera was registered was announced to nobody.
+// Nobody was told of a stream that began before the camera was registered.
 bool CameraClient::connect() {
     if (!mConnection.connect()) return false;
     mDemand.join();
     return true;
 }
 
-// What goes wrong ends this stream only: the next start may find everything in order.
+// A failure ends this stream only: the next start may find everything in order.
 void CameraClient::serveStream(const StreamTicket& ticket) {
     PictureFormat format;
     if (askForConfig(&format, ANDROID_LOG_WARN) && askForSurface(format, ANDROID_LOG_WARN)) {
@@ -78,8 +78,8 @@ void CameraClient::serveStream(const StreamTicket& ticket) {
     }
 }
 
-// That nothing streams is no fault here. The configuration is only the stream's own if it is still
-// the same when the surface is there: the host may have begun between the two questions.
+// It is no fault if nothing streams here. The configuration is the stream's own only if it hasn't
+// changed by the time the surface exists: the host may have begun between the two questions.
 void CameraClient::joinStream(const StreamTicket& ticket) {
     PictureFormat format;
     if (!askForConfig(&format, ANDROID_LOG_INFO)) return;

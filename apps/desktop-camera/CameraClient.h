@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The work of the camera from its start to its end.
+// The camera's work from start to end.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace korvane::camera {
 
-/** Serves one stream after the other until the program is to end. Used by one thread. */
+/** Serves one stream after another until the program is to end. Used by one thread. */
 class CameraClient {
   public:
     /** All must outlive the client. `lastFrame` is the number of the last frame to be queued. */
@@ -22,8 +22,8 @@ class CameraClient {
                  FrameJournal& journal, StreamHooks& hooks, uint32_t lastFrame);
 
     /**
-     * Connects, joins the stream that runs already, serves those that follow, connects again when
-     * the service has died.
+     * Connects, joins a stream that is already running, serves those that follow, and reconnects
+     * when the service dies.
      */
     void run();
 

@@ -149,7 +149,7 @@ std::string unknownKey(const std::string& key, const std::map<std::string, Take>
     return "unknown key '" + key + "' (known: " + known + ")";
 }
 
-// Reads a file of settings: each has a key and what takes its value.
+// Reads a settings file: each setting has a key and what takes its value.
 std::string readSettings(const std::string& path, const std::map<std::string, Take>& keys) {
     std::set<std::string> seen;
     const auto take = [&](const std::string& key, const std::string& value) -> std::string {
@@ -172,7 +172,7 @@ std::string CameraOptions::read(const std::vector<std::string>& arguments) {
     if (line.wantsHelp()) help = line.help();
     if (!wrong.empty() || line.wantsHelp() || settings.empty()) return wrong;
     const std::string wrongInFile = readSettings(settings, settingsKeys(this));
-    // Once more: what was given here counts before the file.
+    // Once more: what was given here overrides the file.
     return wrongInFile.empty() ? line.read(arguments) : wrongInFile;
 }
 

@@ -10,22 +10,22 @@
 
 namespace korvane::camera {
 
-/** The command line of desktop-camera, understood. */
+/** The parsed command line of desktop-camera. */
 struct CameraOptions {
     enum class Source { kCard, kAuto, kPipeline };
 
     Source source = Source::kCard;
-    std::string pipeline;  // for Source::kPipeline, as it was given
+    std::string pipeline;  // for Source::kPipeline, as given
     Turn turn;
     std::string privacy;  // the path of a file; empty: none
     std::string onStart;  // commands of the shell; empty: none
     std::string onStop;
-    bool list = false;  // the cameras are to be listed, and nothing else done
+    bool list = false;  // list the cameras and do nothing else
     bool asLauncher = false;
     bool asStreamClient = true;
     std::string log;                  // empty: no log of the frames
     uint32_t lastFrame = UINT32_MAX;  // the number of the last frame to be queued
-    std::string help;                 // not empty: this is to be shown, and nothing else done
+    std::string help;                 // if not empty: show this and do nothing else
 
     /** Reads the arguments after the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);

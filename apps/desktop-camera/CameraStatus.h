@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the camera does at the moment, for whoever asks.
+// What the camera is doing at the moment, for anyone who asks.
 #pragma once
 
 #include <functional>
@@ -13,26 +13,26 @@
 
 namespace korvane::camera {
 
-/** Told by the thread that renders, asked from any. Thread-safe. */
+/** Updated by the thread that renders, read from any. Thread-safe. */
 class CameraStatus {
   public:
-    /** `onTold` gets the status in JSON whenever it was told something, on the thread that told. */
+    /** `onTold` gets the status in JSON after every update, on the thread that made it. */
     explicit CameraStatus(std::function<void(const std::string& json)> onTold = nullptr);
 
     /** A stream of that format begins, or ends. */
     void begin(const PictureFormat& format);
     void end();
 
-    /** The host sees the card for a trouble. */
+    /** The host sees the card for this trouble. */
     void setTrouble(const Trouble& trouble);
 
-    /** The host sees the source's pictures, to which this is done on their way. */
+    /** The host sees the source's pictures, processed on the way as `handling` says. */
     void setPictures(const std::string& handling);
 
     /**
      * A JSON object: "streaming" (bool); while that is true also "format", "width", "height",
-     * "notice" (what the card says in its code, "none" for pictures) and "text" (what is the
-     * matter, or what is done to the pictures).
+     * "notice" (the word for the card's code, "none" for pictures) and "text" (what is wrong, or
+     * how the pictures are processed).
      */
     std::string json() const;
 

@@ -28,10 +28,11 @@ using Kind = CaptureDevice::Kind;
 constexpr char kClass[] = "/sys/class/video4linux";
 constexpr char kPrefix[] = "video";
 constexpr char kGadgetDriver[] = "g_uvc";
-// A device controller and a host's port in one machine: what is plugged in there is its own gadget.
+// A device controller wired to a host port of the same machine: what is plugged in there is its own
+// gadget.
 constexpr char kOwnPort[] = "usb-dummy_hcd";
 
-// A text in a field of the kernel's that is full without a NUL.
+// The text of a kernel field, which has no NUL when full.
 template <size_t kSize>
 std::string textOf(const __u8 (&field)[kSize]) {
     const char* begin = reinterpret_cast<const char*>(field);
@@ -53,8 +54,8 @@ std::vector<unsigned long> nodeNumbers() {
     return numbers;
 }
 
-// By the bus that its device is on: some kernels take the webcam from the host when its node is
-// opened and closed by anybody.
+// Judged by the bus of its device: some kernels take the webcam from the host when anyone opens and
+// closes its node.
 bool isGadgetNode(const std::string& name) {
     std::error_code error;
     const fs::path bus = fs::read_symlink(fs::path(kClass) / name / "device/subsystem", error);

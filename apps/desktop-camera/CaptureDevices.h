@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The cameras that the kernel knows.
+// The cameras that the kernel knows of.
 #pragma once
 
 #include <optional>
@@ -13,24 +13,26 @@ struct CaptureDevice {
     enum class Kind {
         kCamera,
         kGadget,    // the webcam itself: its gadget's node, or its other end on this machine
-        kOther,     // gives no pictures: outputs, codecs, metadata
-        kUnusable,  // cannot be asked
+        kOther,     // no source of pictures: outputs, codecs, metadata
+        kUnusable,  // can't be queried
     };
 
     std::string path;    // like /dev/video0
-    std::string driver;  // by its own word, as the name; both empty where it cannot be asked
+    std::string driver;  // as the device reports it, like the name; both empty for kUnusable
     std::string name;
     Kind kind = Kind::kUnusable;
 };
 
-/** Every node, in the order of their numbers. Looks anew each time, and opens each but the
- * gadget's. */
+/**
+ * All nodes, in the order of their numbers. Looks afresh each time, and opens every one but the
+ * gadget's.
+ */
 std::vector<CaptureDevice> captureDevices();
 
-/** The one that `--source auto` takes: the first camera. */
+/** The one that `--source auto` picks: the first camera. */
 std::optional<CaptureDevice> firstCamera(const std::vector<CaptureDevice>& devices);
 
-/** The list for people: a line for each, and one that says so if there is no camera. */
+/** The list for people: a line for each, or one that says there is no camera. */
 std::string textOf(const std::vector<CaptureDevice>& devices);
 
 }  // namespace korvane::camera

@@ -28,7 +28,7 @@ bool FileWatch::exists() {
     if (mFolder >= 0) {
         if (takeEvents()) look();
     } else if (monotonicNs() >= mNextLookNs) {
-        // In this order: what happens after the look is told.
+        // In this order: whatever happens after the check is reported.
         watchFolder();
         look();
         mNextLookNs = monotonicNs() + kLookNs;
@@ -41,7 +41,7 @@ void FileWatch::look() {
     mExists = lstat(mPath.c_str(), &status) == 0;
 }
 
-// Whatever happened, the look tells; a folder that goes or moves is looked for anew.
+// Whatever happened, checking the path shows it; a folder that goes or moves is looked up again.
 bool FileWatch::takeEvents() {
     alignas(inotify_event) char events[4096];
     bool any = false;

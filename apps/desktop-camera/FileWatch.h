@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether a file is there, asked again and again.
+// Whether a file exists, asked again and again.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,16 @@
 namespace korvane::camera {
 
 /**
- * Follows whether a path exists without looking at the disk each time: the kernel tells of what
- * happens in its folder. Where it can't, as long as there is no such folder, the path is looked at
- * once a second. Used by one thread.
+ * Tracks whether a path exists without going to the disk each time: the kernel reports what happens
+ * in its folder. Where it can't, because the folder doesn't exist yet, the path is checked once a
+ * second. Used by one thread.
  */
 class FileWatch {
   public:
     /** An empty path never exists. */
     explicit FileWatch(std::string path);
 
-    /** Whether there is anything by that path now, be it a link that leads nowhere. */
+    /** Whether anything exists at that path now, even a dangling link. */
     bool exists();
 
   private:
@@ -28,8 +28,8 @@ class FileWatch {
     void watchFolder();
 
     const std::string mPath;
-    const ::android::base::unique_fd mEvents;  // inotify's; -1 if there is none
-    int mFolder = -1;                          // its watch of the folder; -1 while there is none
+    const ::android::base::unique_fd mEvents;  // the inotify descriptor; -1 if there is none
+    int mFolder = -1;                          // the watch on the folder; -1 while there is none
     bool mExists = false;
     int64_t mNextLookNs = 0;  // while there is no watch
 };

@@ -16,7 +16,7 @@ bool FrameJournal::open(const std::string& path, std::string* error) {
         *error = path + ": " + strerror(errno);
         return false;
     }
-    // By the line: the program may be ended at any time, and whole lines are what counts.
+    // Line-buffered: the program may be killed at any time, and only whole lines count.
     setvbuf(mFile.get(), nullptr, _IOLBF, BUFSIZ);
     fprintf(mFile.get(), "%s\n", testcard::FrameLog::kHeader);
     return true;

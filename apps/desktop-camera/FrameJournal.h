@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Numbers the frames that were queued and notes them in a file.
+// Numbers the queued frames and records them in a file.
 #pragma once
 
 #include <cstdint>
@@ -12,22 +12,21 @@
 namespace korvane::camera {
 
 /**
- * Counts the frames over all streams of the program, so that a number is never used twice, and
- * writes a line for each of them if there is a file. Used by one thread.
+ * Counts the frames across all streams of the program, so that no number is used twice, and writes
+ * a line for each if there is a file. Used by one thread.
  */
 class FrameJournal {
   public:
-    /** Starts a new file in place of an old one. False, with the reason in `error`, if it cannot.
-     */
+    /** Starts a new file, replacing an old one. False, with the reason in `error`, if it can't. */
     bool open(const std::string& path, std::string* error);
 
-    /** Whether there is a file, for which a frame's checksum is worth reckoning. */
+    /** Whether there is a file, which makes a frame's checksum worth computing. */
     bool isOpen() const { return mFile != nullptr; }
 
-    /** The number that the next frame is to have, from 1. */
+    /** The number that the next frame will get, from 1. */
     uint32_t nextNumber() const { return mQueued + 1; }
 
-    /** Notes that a frame with the next number was queued. */
+    /** Records that a frame with the next number was queued. */
     void queued(const testcard::FrameRecord& record);
 
   private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The beat on which a stream's frames are drawn.
+// The beat at which a stream's frames are drawn.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 namespace korvane::camera {
 
 /**
- * A beat of fixed rate from a given start; pure reckoning in monotonic nanoseconds. A frame's
- * timestamp is its beat, not the moment of drawing: what limits the rate behind the surface drops
- * frames that follow each other too closely, as late and punctual ones do by the clock.
+ * A beat at a fixed rate from a given start; pure arithmetic in monotonic nanoseconds. A frame's
+ * timestamp is its beat, not the moment it was drawn: the rate limiter past the surface drops
+ * frames that are too close together, as a late frame and a punctual one are by the clock.
  */
 class FramePacer {
   public:
@@ -19,8 +19,8 @@ class FramePacer {
     int64_t nextBeat() const { return beat(mNext); }
 
     /**
-     * Takes the latest beat that is due at `nowNs`, passing over those that were missed, and at
-     * least the next one. Beats taken always rise.
+     * Takes the latest beat that is due at `nowNs`, skipping any that were missed, and at least the
+     * next one. Beats taken always increase.
      */
     int64_t takeBeat(int64_t nowNs);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Owners of what GStreamer and GLib hand out.
+// Owners for what GStreamer and GLib hand out.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,7 @@
 
 namespace korvane::camera {
 
-/** Gives up the one reference that its owner has. */
+/** Releases the one reference that its owner holds. */
 struct GstreamerRelease {
     void operator()(GstBus* bus) const { gst_object_unref(bus); }
     void operator()(GstCaps* caps) const { gst_caps_unref(caps); }

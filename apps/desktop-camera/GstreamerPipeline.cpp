@@ -41,7 +41,8 @@ bool hasSize(const GstStructure* picture, const PictureFormat& format) {
            static_cast<uint32_t>(height) == format.height;
 }
 
-// Whether each buffer is one file. A stream of bytes in which JPEG was found by looking is none.
+// Whether each buffer is one file. Not so in a byte stream in which JPEG was detected by its
+// content.
 bool isInFiles(const GstStructure* picture) {
     gboolean parsed = FALSE;
     gst_structure_get_boolean(picture, "parsed", &parsed);
@@ -67,7 +68,7 @@ std::string nameOf(const GstStructure* picture) {
 
 const char* elementFor(const Turn& turn) {
     static constexpr const char* kPlain[] = {"", "90r", "180", "90l"};
-    // A mirror after the turn: as one of the eight ways in which a picture can lie.
+    // A mirror after a rotation is one of the eight orientations that a picture can have.
     static constexpr const char* kMirrored[] = {"horiz", "ul-lr", "vert", "ur-ll"};
     return (turn.mirrored ? kMirrored : kPlain)[turn.degrees / 90 % 4];
 }
@@ -108,7 +109,7 @@ bool GstreamerPipeline::addSink() {
     return true;
 }
 
-// A camera that is the description's last element gives what it likes best, unless it is asked.
+// A camera that is the description's last element delivers what it likes best, unless asked.
 void GstreamerPipeline::preferStreamsFormat(GstElement* decoder) const {
     const Pad sink(gst_element_get_static_pad(decoder, "sink"));
     const Pad peer(gst_pad_get_peer(sink.get()));
@@ -122,7 +123,7 @@ void GstreamerPipeline::preferStreamsFormat(GstElement* decoder) const {
     gst_element_link_filtered(source.get(), decoder, caps.get());
 }
 
-// The stream's format first, then its size and rate in any, then anything.
+// The stream's exact format first, then its size and rate in any format, then anything.
 std::string GstreamerPipeline::preferredCaps() const {
     const std::string size =
             ",width=" + std::to_string(mFormat.width) + ",height=" + std::to_string(mFormat.height);
@@ -144,8 +145,8 @@ bool GstreamerPipeline::play() {
     return gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
 }
 
-// Pictures that come by a clock wait for nobody, and the latest is taken. Those that do not come as
-// fast as they are taken: else a source of files would read them all day long.
+// Pictures that come by a clock wait for nobody, and the latest is taken. All others come as fast
+// as they are taken: otherwise a source of files would be read all day long.
 GstreamerOwned<GstSample> GstreamerPipeline::pull() {
     GstreamerOwned<GstSample> sample(gst_app_sink_try_pull_sample(mSink, kPictureTimeout));
     if (sample != nullptr && gst_sample_get_segment(sample.get())->format != GST_FORMAT_TIME) {
@@ -159,7 +160,7 @@ GstreamerOwned<GstMessage> GstreamerPipeline::takeError() {
     return GstreamerOwned<GstMessage>(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
 }
 
-// FALSE where what has been found is what is wanted, and nothing is to be decoded.
+// FALSE when what was found is what is wanted, and nothing needs decoding.
 gboolean GstreamerPipeline::onContinue(GstElement* /*decoder*/, GstPad* /*pad*/, GstCaps* caps,
                                        gpointer self) {
     if (gst_caps_is_empty(caps) || gst_caps_is_any(caps)) return TRUE;
@@ -190,7 +191,7 @@ void GstreamerPipeline::onPad(GstElement* /*decoder*/, GstPad* pad, gpointer sel
     static_cast<GstreamerPipeline*>(self)->connect(pad, gst_caps_get_structure(caps.get(), 0));
 }
 
-// Only the first picture counts: a film may have sound, or a second angle.
+// Only the first video counts: a film may have sound, or a second angle.
 void GstreamerPipeline::connect(GstPad* pad, const GstStructure* picture) {
     const bool jpeg = isJpeg(picture);
     if (!jpeg && !gst_structure_has_name(picture, "video/x-raw")) return;
@@ -205,7 +206,7 @@ void GstreamerPipeline::connect(GstPad* pad, const GstStructure* picture) {
     }
 }
 
-// The conversions do nothing where nothing is to be done.
+// The converters do nothing where nothing needs converting.
 void GstreamerPipeline::convert(GstPad* pad) {
     GError* raised = nullptr;
     GstElement* bin = gst_parse_bin_from_description(conversion().c_str(), TRUE, &raised);

@@ -15,7 +15,7 @@
 
 namespace korvane::camera {
 
-/** How pictures are turned on their way from the source to the host; mirrored after that. */
+/** How pictures are rotated on the way from the source to the host; mirroring comes after that. */
 struct Turn {
     int degrees = 0;  // clockwise: 0, 90, 180 or 270
     bool mirrored = false;
@@ -24,17 +24,17 @@ struct Turn {
 };
 
 /**
- * Whatever comes out of a description (raw video of any kind, JPEG or anything else that GStreamer
- * decodes) is brought into a format, size and rate. JPEG files that are as the stream wants them
- * are not touched, and raw video is converted only where it has to be. Used by one thread;
- * GStreamer puts it together on threads of its own.
+ * Whatever a description produces (raw video of any kind, JPEG or anything else that GStreamer
+ * decodes) is converted to one format, size and rate. JPEG files that already suit the stream are
+ * passed through, and raw video is converted only where necessary. Used by one thread; GStreamer
+ * builds it on threads of its own.
  */
 class GstreamerPipeline {
   public:
-    /** What is wrong with a description in the language of gst-launch-1.0; empty if nothing is. */
+    /** What is wrong with a description in gst-launch-1.0 syntax; empty if nothing is. */
     static std::string check(const std::string& description);
 
-    /** `mayPass` says whether JPEG files may be left as they are. */
+    /** `mayPass` says whether JPEG files may be passed through. */
     GstreamerPipeline(const PictureFormat& format, const Turn& turn, bool mayPass);
     ~GstreamerPipeline();
     GstreamerPipeline(const GstreamerPipeline&) = delete;
@@ -43,22 +43,22 @@ class GstreamerPipeline {
     /** Builds it from a description; returns what is wrong with that, or an empty text. */
     std::string build(const std::string& description);
 
-    /** Lets it run; false if that failed at once. */
+    /** Starts it; false if that failed at once. */
     bool play();
 
-    /** The latest picture; null if there is none for a while. */
+    /** The latest picture; null if none arrives for a while. */
     GstreamerOwned<GstSample> pull();
 
     /** Whether the source has ended. */
     bool hasEnded() const { return gst_app_sink_is_eos(mSink) != FALSE; }
 
-    /** Whether what pull() gives is the source's own JPEG files. */
+    /** Whether pull() returns the source's own JPEG files. */
     bool isPassing() const { return mPassing; }
 
-    /** What is done to the pictures, in words; empty before there is one. */
+    /** How the pictures are processed, in words; empty before the first one. */
     std::string handling() const;
 
-    /** The oldest error that was not taken yet, null if there is none. */
+    /** The oldest error not yet taken, null if there is none. */
     GstreamerOwned<GstMessage> takeError();
 
   private:
@@ -81,9 +81,9 @@ class GstreamerPipeline {
     std::atomic<bool> mPassing{false};
     mutable std::mutex mLock;
     std::string mHandling GUARDED_BY(mLock);
-    std::string mWhyNotPassed;  // of the JPEG files that are decoded; the pipeline's threads use it
+    std::string mWhyNotPassed;  // why JPEG files are decoded; the pipeline's threads use it
     GstreamerOwned<GstElement> mPipeline;
-    GstAppSink* mSink = nullptr;  // the pipeline's
+    GstAppSink* mSink = nullptr;  // owned by the pipeline
 };
 
 }  // namespace korvane::camera

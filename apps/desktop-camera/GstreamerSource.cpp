@@ -17,7 +17,7 @@ using testcard::Notice;
 
 namespace {
 
-/** A raw picture that can be read as long as this lives. */
+/** A raw picture that can be read for as long as this lives. */
 class MappedPicture {
   public:
     explicit MappedPicture(GstSample* sample) {
@@ -44,7 +44,7 @@ class MappedPicture {
     bool mMapped = false;
 };
 
-// What an element adds to its errors begins with where in its code they were raised.
+// The details that an element adds to its errors begin with where in its code they were raised.
 std::string lastLine(const gchar* text) {
     const std::string all = text == nullptr ? "" : text;
     return all.substr(all.rfind('\n') + 1);
@@ -89,7 +89,7 @@ bool GstreamerSource::open() {
     return false;
 }
 
-// Not every source that ends can be sought in; every one can be built again.
+// Not every source that ends can be rewound; every one can be built again.
 bool GstreamerSource::startAgain() {
     return open();
 }
@@ -111,13 +111,13 @@ FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
     return copySample(sample.get(), memory, bytes);
 }
 
-// The pictures that came before an error are taken before it.
+// Pictures that came before an error are taken before it.
 FrameSource::Result GstreamerSource::handleNoSample() {
     if (mError != nullptr) {
         noteError(*mError);
         return Result::kFailed;
     }
-    // In this order: a source that fails ends after it has said so.
+    // In this order: a source that fails ends after it has reported the error.
     const bool ended = mPipeline->hasEnded();
     mError = mPipeline->takeError();
     if (mError != nullptr || !ended) return Result::kNotYet;
@@ -186,7 +186,7 @@ FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const Picture
     return Result::kDrawn;
 }
 
-// A source that is tried again and again fails in the same way: that is logged once.
+// A source that is retried fails the same way each time: that is logged once.
 void GstreamerSource::note(Notice notice, const std::string& text) {
     if (text != mTrouble.text) ALOGE("%s", text.c_str());
     mTrouble = {notice, text};

@@ -14,15 +14,16 @@
 namespace korvane::camera {
 
 /**
- * Runs a pipeline while a stream lasts and takes its latest picture for each frame. It ends with
- * its source, and where JPEG files turn out to be too large, which are encoded after that.
+ * Runs a pipeline for as long as a stream lasts and takes its latest picture for each frame. The
+ * pipeline ends with its source, or when its JPEG files turn out to be too large; they are
+ * re-encoded from then on.
  */
 class GstreamerSource : public FrameSource {
   public:
-    /** Gives the description for a start, or an empty text and why there is none. */
+    /** Returns the description for a start, or an empty text and why there is none. */
     using Describe = std::function<std::string(std::string* why)>;
 
-    /** `description` in the language of gst-launch-1.0, without a sink. */
+    /** `description` in gst-launch-1.0 syntax, without a sink. */
     explicit GstreamerSource(const std::string& description, const Turn& turn = {});
 
     /** Asks for the description at each start. */
@@ -49,10 +50,10 @@ class GstreamerSource : public FrameSource {
     const Describe mDescribe;
     const Turn mTurn;
     PictureFormat mFormat;
-    bool mMayPass = true;               // whether JPEG files of the source fit, as far as is known
+    bool mMayPass = true;               // whether the source's JPEG files fit, as far as is known
     bool mGavePicture = false;          // since the pipeline was built
-    GstreamerOwned<GstMessage> mError;  // the pipeline's, once the source has one
-    Trouble mTrouble;                   // of kNone once there was a picture
+    GstreamerOwned<GstMessage> mError;  // the pipeline's error, once the source has failed
+    Trouble mTrouble;                   // kNone once there has been a picture
     std::unique_ptr<GstreamerPipeline> mPipeline;
 };
 

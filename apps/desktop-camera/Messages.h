@@ -9,7 +9,7 @@
 
 namespace korvane::camera {
 
-/** What a command that the controller sends to its clients means for the camera. */
+/** What a command from the controller to its clients means for the camera. */
 enum class Event {
     kNone,   // nothing that concerns it
     kStart,  // a host wants pictures: {"event":"stream-start"} or {"webcam-start":true}
@@ -19,19 +19,19 @@ enum class Event {
 /** Whether a command asks for the camera's status: {"get-camera-status":...}. */
 bool asksForStatus(const std::string& command);
 
-/** Reads a command; kNone for whatever it does not understand. */
+/** Parses a command; kNone for anything it doesn't understand. */
 Event eventFrom(const std::string& command);
 
 /** Asks for the format of the stream that the host has started. */
 extern const char kGetStreamConfig[];
 
 /**
- * Reads the reply to kGetStreamConfig. False if it is not a configuration (the controller answers
- * in plain text when it has none) or one without pictures.
+ * Parses the reply to kGetStreamConfig. False if it isn't a configuration (the controller answers
+ * in plain text when it has none) or is one without pictures.
  */
 bool streamConfigFrom(const std::string& reply, PictureFormat* format);
 
-/** Asks for a surface; the reply is empty if it was created, else it says why not. */
+/** Asks for a surface; the reply is empty if it was created, otherwise it says why not. */
 std::string createSurfaceCommand(const PictureFormat& format, uint32_t consumerUsage);
 
 }  // namespace korvane::camera

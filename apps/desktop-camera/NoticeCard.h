@@ -13,18 +13,18 @@
 namespace korvane::camera {
 
 /**
- * Draws cards with words on them, moving, whose coded strips carry the notice. Used by one thread.
+ * Draws moving cards with words on them, whose coded strips carry the notice. Used by one thread.
  */
 class NoticeCard {
   public:
-    /** Prepares for pictures of a format; false if no card fits into it. */
+    /** Prepares for pictures of a format; false if no card fits it. */
     bool start(const PictureFormat& format);
 
-    /** Draws the card for a trouble; as FrameSource::draw(), but never kNotYet. */
+    /** Draws the card for a trouble; like FrameSource::draw(), but never kNotYet. */
     FrameSource::Result draw(const Trouble& trouble, testcard::FrameStamp stamp,
                              const PictureMemory& memory, size_t* bytes);
 
-    /** Lets go of what the cards of a format take. */
+    /** Frees what the cards of a format occupy. */
     void stop();
 
   private:

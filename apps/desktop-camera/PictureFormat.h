@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a stream's pictures are like.
+// The format of a stream's pictures.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@ namespace korvane::camera {
 
 /** Format, size and rate that the host and the service have agreed on. */
 struct PictureFormat {
-    std::string fourcc;  // NV12, which the service also makes YUYV from, or MJPG
+    std::string fourcc;  // NV12, from which the service also makes YUYV, or MJPG
     uint32_t width = 0;
     uint32_t height = 0;
     double fps = 0;

@@ -23,7 +23,7 @@ namespace {
 constexpr uint16_t kJpegFooterId = 0x00FF;
 constexpr size_t kFooterSize = 8;
 
-// At the end of a buffer: the id, two bytes of nothing, the size of the file at its start.
+// At the end of a buffer: the id, two zero bytes, the size of the file at its start.
 void writeFooter(uint8_t* footer, size_t fileSize) {
     const auto size = static_cast<uint32_t>(fileSize);
     memset(footer, 0, kFooterSize);

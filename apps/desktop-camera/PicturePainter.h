@@ -12,8 +12,8 @@
 namespace korvane::camera {
 
 /**
- * Draws a stream's pictures. A JPEG file stands at the start of its buffer, and the buffer's last
- * eight bytes tell its size, as a camera's do. Used by one thread.
+ * Draws a stream's pictures. A JPEG file starts at the beginning of its buffer, and the buffer's
+ * last eight bytes give its size, as a camera's do. Used by one thread.
  */
 class PicturePainter {
   public:
@@ -22,8 +22,8 @@ class PicturePainter {
         : mSource(source), mFormat(format) {}
 
     /**
-     * Draws the picture of `record->stamp`. If that is kDrawn, the rest of the record is filled in,
-     * with the checksum only if `checksum` says so.
+     * Draws the picture for `record->stamp`. If that returns kDrawn, the rest of the record is
+     * filled in, the checksum only if `checksum` says so.
      */
     FrameSource::Result paint(const android::sp<android::GraphicBuffer>& buffer, bool checksum,
                               testcard::FrameRecord* record);

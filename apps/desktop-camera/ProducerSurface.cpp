@@ -22,9 +22,9 @@ using android::StubProducerListener;
 
 namespace {
 
-// One being drawn, and one that waits for its turn while the host is slow.
+// One being drawn, and one waiting its turn while the host is slow.
 constexpr int kMaxDequeued = 2;
-// A reader that holds a buffer for longer than this is not going to give it back.
+// A reader that holds a buffer for longer than this will never give it back.
 constexpr int kFenceTimeoutMs = 1000;
 
 }  // namespace
@@ -34,13 +34,13 @@ ProducerSurface::ProducerSurface(const sp<IGraphicBufferProducer>& producer,
     : mProducer(producer), mFormat(format) {}
 
 ProducerSurface::~ProducerSurface() {
-    // It fails where the surface went first, which is how most streams end.
+    // Fails if the surface went first, which is how most streams end.
     if (mConnected) mProducer->disconnect(NATIVE_WINDOW_API_CAMERA);
 }
 
 status_t ProducerSurface::connect() {
     IGraphicBufferProducer::QueueBufferOutput output;
-    // It hears nothing, but by its death the service knows that the camera has died.
+    // It receives nothing, but its death tells the service that the camera has died.
     status_t status =
             mProducer->connect(new StubProducerListener, NATIVE_WINDOW_API_CAMERA, true, &output);
     if (status != OK) return status;

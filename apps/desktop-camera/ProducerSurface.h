@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The surface of a stream as the camera uses it.
+// A stream's surface as the camera uses it.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ namespace korvane::camera {
  */
 class ProducerSurface {
   public:
-    /** What the pictures are written with, and what their consumer may do with them. */
+    /** How the pictures are written, and what their consumer may do with them. */
     static constexpr uint32_t kUsage = android::GraphicBuffer::USAGE_SW_READ_OFTEN |
                                        android::GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 
@@ -31,7 +31,7 @@ class ProducerSurface {
     ProducerSurface(const ProducerSurface&) = delete;
     ProducerSurface& operator=(const ProducerSurface&) = delete;
 
-    /** Connects; a status of the producer's on failure. Comes before the rest. */
+    /** Connects; the producer's status on failure. Must come before anything else. */
     android::status_t connect();
 
     /** A buffer that is ready to be drawn into. */
@@ -41,19 +41,19 @@ class ProducerSurface {
     };
 
     /**
-     * Gets a buffer, waiting for one no longer than a frame lasts: the service waits on the only
-     * thread with which it serves its clients. OK; TIMED_OUT if all are still on their way to the
-     * host; NO_INIT or DEAD_OBJECT if the surface is gone; or another status of the producer's.
+     * Gets a buffer, waiting no longer than a frame lasts: the service waits on the only thread
+     * that serves its clients. OK; TIMED_OUT if all are still on their way to the host; NO_INIT or
+     * DEAD_OBJECT if the surface is gone; or another status from the producer.
      */
     android::status_t dequeue(Buffer* buffer);
 
-    /** Hands a drawn buffer over with its timestamp; a status of the producer's. */
+    /** Queues a drawn buffer with its timestamp; returns the producer's status. */
     android::status_t queue(const Buffer& buffer, int64_t timestampNs);
 
-    /** Gives a buffer back that was not drawn. */
+    /** Returns a buffer that was not drawn. */
     void cancel(const Buffer& buffer);
 
-    /** Whether a status says that there is no surface any more. */
+    /** Whether a status means that the surface no longer exists. */
     static bool isGone(android::status_t status) {
         return status == android::NO_INIT || status == android::DEAD_OBJECT;
     }

@@ -30,12 +30,12 @@ class ServiceConnection {
                       std::vector<ClientType> kinds);
 
     /**
-     * Connects to the service, in place of one that has died, waiting until there is one. False if
-     * the program is to end first.
+     * Connects to the service, replacing a connection to one that has died, and waits until there
+     * is one. False if the program is to end first.
      */
     bool connect();
 
-    /** Sends a command to the webcam controller; nothing if the service cannot be reached. */
+    /** Sends a command to the webcam controller; nothing if the service can't be reached. */
     std::optional<std::string> command(const std::string& text);
 
     /** The surface that the controller has posted; null if there is none. */

@@ -48,7 +48,7 @@ void StatusFile::write(const std::string& status) {
     mFailed = true;
 }
 
-// The rights are not left to the process's mask.
+// The permissions are not left to the process's umask.
 bool StatusFile::replace(const std::string& text) const {
     const std::string path = newFile(mPath);
     const unique_fd file(

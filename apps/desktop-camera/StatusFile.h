@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file in which the camera says what it does.
+// The file in which the camera says what it is doing.
 #pragma once
 
 #include <string>
 
 namespace korvane::camera {
 
-/** Where it is. The package makes the folder; as root the camera makes it. */
+/** Its path. The package creates the folder; as root, the camera does. */
 constexpr char kStatusFile[] = "/run/korvane-camera/status.json";
 
 /**
- * A file that whoever looks finds whole, without asking the camera or the service: it is replaced,
- * never changed. Goes with this object. Used by one thread.
+ * A file that readers always find whole, without asking the camera or the service: it is replaced,
+ * never modified. Removed with this object. Used by one thread.
  */
 class StatusFile {
   public:
@@ -21,8 +21,8 @@ class StatusFile {
     StatusFile& operator=(const StatusFile&) = delete;
 
     /**
-     * Puts {"pid":…,"camera":…} in the file, with the status as an object, unless it is there
-     * already. What can't be written is logged once, and left out.
+     * Writes {"pid":…,"camera":…} to the file, with the status as an object, unless it already says
+     * so. A failure to write is logged once and otherwise ignored.
      */
     void write(const std::string& status);
 
@@ -31,7 +31,7 @@ class StatusFile {
 
     const std::string mPath;
     std::string mWritten;  // the latest status
-    bool mFailed = false;  // and said so
+    bool mFailed = false;  // and it has been logged
 };
 
 }  // namespace korvane::camera

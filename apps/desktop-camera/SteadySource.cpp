@@ -76,7 +76,7 @@ std::optional<FrameSource::Result> SteadySource::drawPicture(const FrameStamp& s
     return std::nullopt;
 }
 
-// Whether the host can do without a card. A source is not begun anew while it begins.
+// Whether the host can do without a card. A source is not restarted while it is starting.
 bool SteadySource::noteQuiet(bool starting) {
     const int64_t now = monotonicNs();
     const int64_t quiet = now - mSince;
@@ -114,7 +114,7 @@ void SteadySource::noteCover() {
     mRetryAt = 0;
 }
 
-// The same trouble again, at each new try, is not worth another line.
+// The same trouble again at each retry isn't worth another line.
 void SteadySource::noteLoss(const Trouble& trouble) {
     close();
     mRetryAt = monotonicNs() + mTimes.retry;

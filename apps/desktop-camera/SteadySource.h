@@ -14,26 +14,28 @@
 namespace korvane::camera {
 
 /**
- * Gives the pictures of another source, and cards that say why for as long as that has none: it is
- * begun again and again until it has, and when it ends. While the camera is covered, the other
- * source is stopped, so that nothing is looked at. Used by one thread.
+ * Delivers the pictures of another source and, while that has none, cards that say why: the source
+ * is restarted until it has some, and when it ends. While the camera is covered, the other source
+ * is stopped, so that nothing is looked at. Used by one thread.
  */
 class SteadySource : public FrameSource {
   public:
     /** All in monotonic nanoseconds. */
     struct Times {
-        int64_t retry = 2'000'000'000;     // from the loss of the source to its next beginning
-        int64_t beforeCard = 500'000'000;  // what a source may take for its first picture unnoticed
-        int64_t patience = 10'000'000'000;  // for the first picture; then it is begun anew
+        int64_t retry = 2'000'000'000;      // from losing the source to restarting it
+        int64_t beforeCard = 500'000'000;   // how long a source's first picture may take unnoticed
+        int64_t patience = 10'000'000'000;  // for the first picture; then the source is restarted
         int64_t gap = 3'000'000'000;        // the same between pictures
     };
 
-    /** `source` and `status` must outlive this. `isCovered` is asked for each picture; null: never
-     * covered. */
+    /**
+     * `source` and `status` must outlive this. `isCovered` is asked for each picture; null: never
+     * covered.
+     */
     SteadySource(FrameSource& source, std::function<bool()> isCovered, const Times& times,
                  CameraStatus& status);
 
-    /** False only if no card fits into the format and the source gives none such either. */
+    /** False only if no card fits the format and the source can't deliver it either. */
     bool start(const PictureFormat& format) override;
     Result draw(const testcard::FrameStamp& stamp, const PictureMemory& memory,
                 size_t* bytes) override;
@@ -58,11 +60,11 @@ class SteadySource : public FrameSource {
     PictureFormat mFormat;
     bool mHasCard = false;      // whether cards fit into the format
     bool mOpen = false;         // whether the source is started
-    bool mGavePicture = false;  // since it was
-    int64_t mSince = 0;         // its latest picture or, before the first, its start
-    int64_t mReadySince = 0;    // the same, or when it was last seen at starting
+    bool mGavePicture = false;  // since it was started
+    int64_t mSince = 0;         // time of its latest picture or, before the first, of its start
+    int64_t mReadySince = 0;    // the same, or when it was last seen starting
     int64_t mRetryAt = 0;
-    Trouble mTrouble;  // of kNone while the source's own pictures are shown
+    Trouble mTrouble;  // kNone while the source's own pictures are shown
 };
 
 }  // namespace korvane::camera

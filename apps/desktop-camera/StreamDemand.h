@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the camera is wanted for, told from any thread to the one that does the work.
+// What the camera is wanted for, passed from any thread to the one that does the work.
 #pragma once
 
 #include <condition_variable>
@@ -15,34 +15,34 @@ int64_t monotonicNs();
 
 /**
  * Holds whether a stream is wanted, whether the service is alive and whether the program is to end.
- * Whoever learns of a change (the HIDL thread, the signal thread) says so and returns at once; the
- * worker waits for work and, while it works, for the end of it. Every start is another stream, with
- * a number of its own.
+ * Whoever learns of a change (the HIDL thread, the signal thread) reports it and returns at once;
+ * the worker waits for work and, while working, for the end of it. Every start is a new stream,
+ * with a number of its own.
  *
  * A stream can also be joined: it began when nobody was there to be told. Its own start may still
- * be on its way then, and must not make a second stream of it. Thread-safe.
+ * be on its way then, and must not create a second stream. Thread-safe.
  */
 class StreamDemand {
   public:
     /**
-     * A stream is wanted, in place of one that may be running. The first start after join() is that
-     * of the joined stream itself, and changes nothing.
+     * A stream is wanted, replacing one that may be running. The first start after join() belongs
+     * to the joined stream itself, and changes nothing.
      */
     void start();
 
-    /** A stream may be running already: it is to be looked for, unless one is wanted as it is. */
+    /** A stream may already be running: look for it, unless one is wanted anyway. */
     void join();
 
     /**
-     * The stream of that number is not served any more, or was not there. When a start was taken
-     * for its own, there is another one, which is wanted now.
+     * The stream of that number is no longer served, or didn't exist. If a start was taken for its
+     * own, that start was for another stream, which is wanted now.
      */
     void over(uint64_t stream);
 
-    /** None is wanted any more. */
+    /** No stream is wanted any more. */
     void stop();
 
-    /** The service is gone, and with it the stream. */
+    /** The service is gone, and the stream with it. */
     void serviceDied();
 
     /** The program is to end. */
@@ -51,9 +51,9 @@ class StreamDemand {
     enum class Work { kStream, kJoin, kReconnect, kQuit };
 
     /**
-     * Waits for something to do. kStream comes once for each start that was not stopped since, with
-     * the stream's number, and so does kJoin for join(); kReconnect comes once for each death. Only
-     * one thread may wait.
+     * Waits for something to do. kStream comes once for each start not stopped since, with the
+     * stream's number, and so does kJoin for join(); kReconnect comes once for each death. Only one
+     * thread may wait.
      */
     Work waitForWork(uint64_t* stream);
 
@@ -63,7 +63,7 @@ class StreamDemand {
     /** Whether the stream of that number is still wanted. */
     bool isWanted(uint64_t stream) const;
 
-    /** Waits until a monotonic time; false, at once, if the stream is not wanted any more. */
+    /** Waits until a monotonic time; false, at once, if the stream is no longer wanted. */
     bool waitWhileWanted(uint64_t stream, int64_t untilNs) const;
 
   private:
@@ -72,12 +72,12 @@ class StreamDemand {
 
     mutable std::mutex mLock;
     mutable std::condition_variable_any mChanged;
-    uint64_t mLatest GUARDED_BY(mLock) = 0;  // the number of the last stream that was started
+    uint64_t mLatest GUARDED_BY(mLock) = 0;  // the number of the stream started last
     uint64_t mServed GUARDED_BY(mLock) =
             0;  // the number of the last one that waitForWork() gave out
-    bool mWanted GUARDED_BY(mLock) = false;      // whether mLatest was not stopped
+    bool mWanted GUARDED_BY(mLock) = false;      // whether mLatest has not been stopped
     bool mJoined GUARDED_BY(mLock) = false;      // whether mLatest came from join()
-    bool mStartHeard GUARDED_BY(mLock) = false;  // whether the start of a joined stream has come
+    bool mStartHeard GUARDED_BY(mLock) = false;  // whether the joined stream's start has come
     bool mDied GUARDED_BY(mLock) = false;
     bool mQuit GUARDED_BY(mLock) = false;
 };

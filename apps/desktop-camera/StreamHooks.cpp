@@ -25,7 +25,7 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(5);
 
-// The camera's descriptors and blocked signals are not the command's business.
+// The camera's descriptors and blocked signals are none of the command's business.
 int spawn(const std::string& text, pid_t* pid) {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
@@ -49,7 +49,7 @@ int spawn(const std::string& text, pid_t* pid) {
 
 }  // namespace
 
-/** One run of a command, which a thread of its own waits for. */
+/** One run of a command, awaited on a thread of its own. */
 class StreamHooks::Command {
   public:
     void run(const std::string& text, const std::shared_ptr<Command>& before) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands that are run when a stream begins and ends.
+// Commands that run when a stream begins and ends.
 #pragma once
 
 #include <memory>
@@ -8,14 +8,14 @@
 namespace korvane::camera {
 
 /**
- * Runs a command of the shell at the begin of each stream and another at its end, and waits for
- * neither: a light that tells people they are seen must not hold the pictures up. One begins only
- * when the one before it is done or has taken five seconds, so that a slow "on" does not come after
- * its "off". Used by one thread.
+ * Runs one shell command when a stream begins and another when it ends, without waiting for either:
+ * a light that tells people they are on camera must not delay the pictures. Each begins only when
+ * the previous one is done or has taken five seconds, so that a slow "on" doesn't come after its
+ * "off". Used by one thread.
  */
 class StreamHooks {
   public:
-    /** An empty command is none. */
+    /** An empty command does nothing. */
     StreamHooks(std::string onStart, std::string onStop);
 
     /** Waits, as long as commands wait for each other, until the last one has begun. */

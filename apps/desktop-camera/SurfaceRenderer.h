@@ -19,24 +19,24 @@
 namespace korvane::camera {
 
 /**
- * Draws a picture on every beat of the stream's rate for as long as the stream is wanted. Where the
- * host takes its time, a frame is drawn as soon as there is a buffer for it: beats are passed over,
- * numbers are not, since only a frame that was queued has one. Used by one thread.
+ * Draws a picture on every beat of the stream's rate for as long as the stream is wanted. When the
+ * host is slow, a frame is drawn as soon as there is a buffer for it: beats are skipped, numbers
+ * are not, since only a queued frame gets one. Used by one thread.
  */
 class SurfaceRenderer {
   public:
     enum class End {
-        kStopped,      // the stream is not wanted any more
-        kSurfaceGone,  // the service has dropped it, or is gone itself
+        kStopped,      // the stream is no longer wanted
+        kSurfaceGone,  // the service has dropped it, or is itself gone
         kFailed,       // the surface or the source failed, and the log says how
-        kLastFrame,    // as many frames were queued as there are to be
+        kLastFrame,    // the last frame that was asked for has been queued
     };
 
     /** `source`, started for the format, and `journal` must outlive the renderer. */
     SurfaceRenderer(const android::sp<android::IGraphicBufferProducer>& producer,
                     const PictureFormat& format, FrameSource& source, FrameJournal& journal);
 
-    /** Renders until the stream ends; `lastFrame` is the number of the last frame to be queued. */
+    /** Renders until the stream ends; `lastFrame` is the number of the last frame to queue. */
     End run(const StreamTicket& ticket, uint32_t lastFrame);
 
   private:

@@ -44,7 +44,7 @@ int refuse(int status, const std::string& why) {
     return status;
 }
 
-// The description of the first camera that there is now.
+// The description of the first camera present now.
 std::string describeFirstCamera(std::string* why) {
     const auto camera = firstCamera(captureDevices());
     *why = camera ? "" : "no capture device was found";
@@ -75,7 +75,7 @@ std::vector<ClientType> kindsOf(const CameraOptions& options) {
     return kinds;
 }
 
-/** Turns the signals that end the program into quit(); made before any other thread. */
+/** Turns the signals that end the program into quit(); created before any other thread. */
 class SignalWaiter {
   public:
     explicit SignalWaiter(StreamDemand& demand) {
@@ -88,7 +88,8 @@ class SignalWaiter {
             int signal = 0;
             sigwait(&signals, &signal);
             demand.quit();
-            // The way out may lead through a service that does not answer: a second one ends it.
+            // Shutting down may wait for a service that doesn't answer: a second signal ends the
+            // program.
             pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
             for (;;) pause();
         }).detach();
@@ -96,7 +97,7 @@ class SignalWaiter {
 };
 
 int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journal) {
-    // Calls from the service may come until the very end of the process.
+    // Calls from the service may arrive until the very end of the process.
     auto& demand = *new StreamDemand;
     StatusFile file(kStatusFile);
     auto& status = *new CameraStatus([&file](const std::string& json) { file.write(json); });
@@ -111,7 +112,7 @@ int serve(const CameraOptions& options, FrameSource& source, FrameJournal& journ
     return 0;
 }
 
-// Shows what was asked for in place of a camera, if anything was.
+// Shows what was asked for instead of running a camera, if anything was.
 bool show(const CameraOptions& options) {
     if (!options.help.empty()) {
         fputs(options.help.c_str(), stdout);
@@ -121,7 +122,7 @@ bool show(const CameraOptions& options) {
     return options.list;
 }
 
-// Makes ready for the source; what is wrong with it, or an empty text.
+// Prepares for the source; returns what is wrong with it, or an empty text.
 std::string checkSource(const CameraOptions& options) {
     if (options.source != CameraOptions::Source::kCard) gst_init(nullptr, nullptr);
     if (options.source != CameraOptions::Source::kPipeline) return "";

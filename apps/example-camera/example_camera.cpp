@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// example-camera: the least that a camera of the desktop-camera service has to do. It shows a
-// picture whose brightness moves, in any size, to hosts that ask for YUYV or NV12.
+// example-camera: the least that a camera for the desktop-camera service has to do. It shows a
+// picture whose brightness changes, at any size, to hosts that ask for YUYV or NV12.
 
 #include <atomic>
 #include <cstdio>
@@ -40,7 +40,7 @@ constexpr uint64_t kUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE
 std::atomic<bool> sWanted{false};
 sem_t sStarted;
 
-// The service tells of streams here, on the HIDL thread; a start must be answered with a text.
+// The service announces streams here, on the HIDL thread; a start must be answered with a text.
 struct Callback : ICameraDesktopCallback {
     Return<void> onCommand(const hidl_string& command, onCommand_cb reply) override {
         const bool start = strstr(command.c_str(), "stream-start") != nullptr;
@@ -65,7 +65,7 @@ std::string send(const sp<ICameraDesktop>& service, const std::string& text) {
     return result.isOk() ? reply : "";
 }
 
-// A number or a text of {"width":640,...}; a camera for more than a page would use a parser.
+// A number or a text out of {"width":640,...}; a camera longer than a page would use a parser.
 std::string valueOf(const std::string& reply, const std::string& key) {
     const size_t found = reply.find("\"" + key + "\":");
     if (found == std::string::npos) return "";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads a file of settings.
+// Reads a settings file.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads a program's command line.
+// Parses a program's command line.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ namespace korvane::options {
  */
 struct Option {
     std::string name;   // with the two dashes
-    std::string value;  // what the help calls the value; empty if there is none
+    std::string value;  // what the help calls the value; empty if it takes none
     std::string help;
     std::function<std::string(const std::string&)> take;
 };
@@ -34,13 +34,13 @@ class Options {
             std::function<std::string(const std::string&)> takeOperand = nullptr);
 
     /**
-     * Reads the arguments after the program's name. Returns an empty text, or one line that says
-     * which argument is wrong and what is accepted. The operand must be there if there can be one.
-     * Reading ends at "--help" or "--version", which set wantsHelp().
+     * Parses the arguments after the program's name. Returns an empty text, or one line that says
+     * which argument is wrong and what is accepted. The operand is required if there can be one.
+     * Parsing stops at "--help" or "--version", which set wantsHelp().
      */
     std::string read(const std::vector<std::string>& arguments);
 
-    /** Whether help() is to be shown, and nothing else done. */
+    /** Whether to show help() and do nothing else. */
     bool wantsHelp() const { return mWantsHelp; }
 
     /** The text for --help, with all options; after "--version" the program's name and version. */
@@ -65,7 +65,7 @@ class Options {
 /** The version of all programs, like "1.2.0". */
 std::string version();
 
-/** The number that a text consists of; false if it is anything else or not within the bounds. */
+/** The number that a text consists of; false if it is anything else or out of bounds. */
 bool numberFrom(const std::string& text, unsigned long least, unsigned long most,
                 unsigned long* out);
 
