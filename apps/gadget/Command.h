@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a program of the system to its end.
+// Runs a system program to completion.
 #pragma once
 
 #include <string>
@@ -7,8 +7,7 @@
 
 namespace korvane::gadget {
 
-/** Runs a program, found by PATH, without its output; returns its exit status, -1 if it has none.
- */
+/** Runs a program found on PATH, without its output; returns its exit status, -1 if it has none. */
 int runQuietly(const std::vector<std::string>& command);
 
 }  // namespace korvane::gadget

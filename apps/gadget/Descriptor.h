@@ -6,7 +6,7 @@
 
 namespace korvane::gadget {
 
-/** Closes its descriptor when it goes; -1 is none. */
+/** Closes its descriptor when destroyed; -1 is none. */
 class Descriptor {
   public:
     explicit Descriptor(int fd = -1) : mFd(fd) {}

@@ -17,7 +17,7 @@ const std::string kDevice = kGadget;
 const std::string kUvc = kFunction;
 const std::string kConfiguration = kDevice + "/configs/c.1";
 
-// A GUID is the format's four characters and the rest that all of them share.
+// A GUID is the format's four characters and a rest that all formats share.
 std::string guidOf(const std::string& code) {
     static const char kRest[] = {0, 0, 0x10, 0, '\x80', 0, 0, '\xaa', 0, 0x38, '\x9b', 0x71};
     return code + std::string(kRest, sizeof(kRest));
@@ -61,7 +61,7 @@ void FunctionTree::makeDevice() {
     folder(kDevice);
     write(kDevice + "/idVendor", "0x1d6b");
     write(kDevice + "/idProduct", "0x0102");
-    // A device of several interfaces that belong together, as their association says.
+    // A device with several interfaces that belong together, as their association says.
     write(kDevice + "/bDeviceClass", "0xEF");
     write(kDevice + "/bDeviceSubClass", "0x02");
     write(kDevice + "/bDeviceProtocol", "0x01");
@@ -91,7 +91,7 @@ void FunctionTree::makeControl() {
     }
 }
 
-// The service serves none; older kernels offer some all the same, and let nobody change it. Each
+// The service has no controls; older kernels offer some anyway and don't let that be changed. Each
 // byte is a line.
 void FunctionTree::offerNoControls() {
     for (const char* unit : {"processing", "terminal/camera"}) {
@@ -151,7 +151,7 @@ void FunctionTree::makeFrame(const std::string& path, const Frame& frame) {
     write(path + "/dwDefaultFrameInterval", kSecond / frame.rates.front());
 }
 
-// The device carries the functions in this order; the kernel takes only a finished one.
+// The device has the functions in this order; the kernel accepts only a finished function.
 void FunctionTree::linkFunctions() {
     if (mSettings.serialPort) link(kDevice + "/functions/acm.0", kConfiguration + "/acm.0");
     link(kUvc, kConfiguration + "/uvc.0");

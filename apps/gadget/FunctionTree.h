@@ -9,17 +9,17 @@
 namespace korvane::gadget {
 
 /**
- * One building of the gadget. A step after one that failed does nothing, so that the steps read as
- * they are done; make() tells the first failure.
+ * One build of the gadget. After a step has failed the later ones do nothing, so that the steps
+ * read as a plain sequence; make() reports the first failure.
  */
 class FunctionTree {
   public:
     explicit FunctionTree(const GadgetSettings& settings) : mSettings(settings) {}
 
-    /** Returns an empty text, or one line that says what failed; then parts are left. */
+    /** Returns an empty text, or one line that says what failed; then parts are left behind. */
     std::string make();
 
-    /** Removes the gadget, or what there is of it; the result is as for make(). */
+    /** Removes the gadget, or whatever there is of it; the result is as for make(). */
     static std::string remove();
 
   private:

@@ -12,7 +12,7 @@ namespace korvane::gadget {
 namespace {
 
 constexpr unsigned kIntervals = 8000;  // of 125 us in a second, with a packet in each
-// A usual picture takes this many bits a pixel when it is compressed.
+// A typical compressed picture takes this many bits per pixel.
 constexpr unsigned kCompressedBits = 2;
 
 struct Module {

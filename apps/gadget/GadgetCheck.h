@@ -12,7 +12,7 @@ namespace korvane::gadget {
 /** What the settings ask of the bus that it can't carry; one line each. */
 std::vector<std::string> checkBus(const GadgetSettings& settings);
 
-/** What this machine lacks: controller, kernel modules, the register's device; one line each. */
+/** What this machine lacks: controller, kernel modules, the binder device; one line each. */
 std::vector<std::string> checkMachine(const GadgetSettings& settings);
 
 }  // namespace korvane::gadget

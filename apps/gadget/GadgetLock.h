@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps those who change the gadget out of each other's way.
+// Keeps those who change the gadget from getting in each other's way.
 #pragma once
 
 #include <fcntl.h>
@@ -10,7 +10,9 @@
 
 namespace korvane::gadget {
 
-/** While it lives, nobody else who asks for it changes the gadget. Waits for it; needs configfs. */
+/**
+ * While it exists, nobody else who takes the lock changes the gadget. Waits for it; needs configfs.
+ */
 class GadgetLock {
   public:
     GadgetLock() : mFolder(open(kGadgets, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {

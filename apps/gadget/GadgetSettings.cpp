@@ -17,11 +17,11 @@ using options::numberFrom;
 
 constexpr unsigned kLargestSide = 16384;
 constexpr unsigned kFastest = 999;
-constexpr size_t kLongestText = 126;  // characters of a USB string
-// A host that gets a description with more in it sees no camera, or no device at all.
-constexpr size_t kMostRates = 57;        // in a descriptor of a size, whose length is a byte
+constexpr size_t kLongestText = 126;  // characters in a USB string
+// A host given a longer description than this sees no camera, or no device at all.
+constexpr size_t kMostRates = 57;        // in the descriptor of one size, whose length is a byte
 constexpr size_t kRoomForSizes = 3800;   // bytes; the kernel has 4096 for the whole device
-constexpr size_t kSizeDescriptor = 26;   // bytes, with no rate
+constexpr size_t kSizeDescriptor = 26;   // bytes, without any rate
 constexpr size_t kRateInDescriptor = 4;  // bytes
 constexpr char kKeys[] = "format, maxpacket, manufacturer, product, name, serial, controller";
 

@@ -8,13 +8,13 @@
 
 namespace korvane::gadget {
 
-/** A picture format of the function; yuyv and nv12 share the place of the uncompressed one. */
+/** A picture format of the function; only one of yuyv and nv12 can be the uncompressed one. */
 enum class Format { kYuyv, kNv12, kMjpeg };
 
-/** Its name, as it is written in settings. */
+/** Its name, as written in settings. */
 const char* nameOf(Format format);
 
-/** Bits of room for a pixel; a compressed one is given a byte, as the service has it. */
+/** Bits allowed for a pixel; a compressed format gets a byte, as in the service. */
 unsigned bitsPerPixel(Format format);
 
 /** One frame size of a format. */
@@ -29,7 +29,7 @@ struct Frame {
     unsigned bytes() const {
         return pixels() / 8 * bitsPerPixel(format) + pixels() % 8 * bitsPerPixel(format) / 8;
     }
-    /** As it is written in settings: "yuyv:640x480@30,15". */
+    /** As written in settings: "yuyv:640x480@30,15". */
     std::string text() const;
 };
 
@@ -42,7 +42,7 @@ class GadgetSettings {
     static constexpr char kFile[] = "/etc/korvane/gadget.conf";
 
     /**
-     * Reads a file, in which '#' begins a comment line. A key that can be there once counts once.
+     * Reads a file, in which '#' begins a comment line. Only `format` may appear more than once.
      *
      * @return an empty text, or one line: FILE:LINE: what is wrong
      */
@@ -51,32 +51,32 @@ class GadgetSettings {
     /** Adds a size, "FORMAT:WxH@RATE,...". */
     std::string addFormat(const std::string& text);
     std::string setMaxPacket(const std::string& text);
-    /** The device's names, as hosts show them. */
+    /** The device's names, as shown by hosts. */
     std::string setText(std::string* field, const std::string& text);
 
     /**
-     * Puts the sizes in the order in which the service counts them, those of the default list if
-     * there is none.
+     * Sorts the sizes into the order in which the service counts them, or those of the default list
+     * if there are none.
      *
-     * @return an empty text, or what is wrong with all sizes together
+     * @return an empty text, or what is wrong with the sizes as a whole
      */
     std::string finish();
 
     /** Uses NV12 instead of YUYV in the default list. */
     void preferNv12() { mNv12 = true; }
-    /** Forgets the sizes of the file, for those of the command line. */
+    /** Drops the sizes from the file, in favour of those of the command line. */
     void clearFormats() { frames.clear(); }
 
     bool has(Format format) const;
 
-    std::vector<Frame> frames;  // after finish() by growing number of pixels
-    unsigned maxPacket = 3072;  // bytes in 125 us
+    std::vector<Frame> frames;  // after finish(), by ascending number of pixels
+    unsigned maxPacket = 3072;  // bytes per 125 us
     bool serialPort = false;    // another function before the camera
     std::string controller;     // empty: the only one
     std::string manufacturer = "Korvane";
     std::string product = "Korvane Webcam";
     std::string name = "Korvane Webcam";  // of the function
-    std::string serial;                   // empty: one of this machine's own
+    std::string serial;                   // empty: one unique to this machine
 
   private:
     std::string set(const std::string& key, const std::string& value);
@@ -84,7 +84,7 @@ class GadgetSettings {
     bool mNv12 = false;
 };
 
-/** A serial number that is this machine's own, and always the same: from /etc/machine-id. */
+/** A serial number that is unique to this machine and never changes: from /etc/machine-id. */
 std::string machineSerial();
 
 }  // namespace korvane::gadget

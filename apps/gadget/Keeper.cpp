@@ -93,8 +93,8 @@ void Keeper::carryOut(Step step) {
     say(error.empty() ? "bound the function to " + mController : error);
 }
 
-// A server of fewer rights than root's can't open the node before udev has given it to its group,
-// and hears of it only once: so it is told again.
+// A server without root's rights can't open the node before udev has given it to its group, and is
+// notified of the node only once: so it is notified again.
 void Keeper::announce() {
     if (mNode.empty() || !mWatch.openedUp() || mServed) return;
     writeValue("/sys/class/video4linux/" + mNode + "/uevent", "add");

@@ -13,21 +13,23 @@
 namespace korvane::gadget {
 
 /**
- * Sleeps until the kernel tells it something: that a controller or a video node comes or goes
- * (uevents), or that somebody opens or closes the function's node or its rights change (inotify).
- * Then it looks at all there is and lets KeeperPlan decide. One thread; needs root.
+ * Sleeps until the kernel reports something: that a controller or a video node has come or gone
+ * (uevents), that someone has opened or closed the function's node, or that its permissions have
+ * changed (inotify). Then it takes stock of everything and lets KeeperPlan decide. One thread;
+ * needs root.
  *
- * The controller's `state` would not do: when a program closes the node, no controller has to tell.
+ * The controller's `state` would not do: when a program closes the node, no controller has to
+ * report it.
  */
 class Keeper {
   public:
     /**
-     * @param wanted  tells which controller is wanted now, whenever the keeper looks; empty for the
-     *                one that it was bound to last, or the only one
+     * @param wanted  tells which controller is wanted now, each time the keeper looks; empty for
+     * the one that it was last bound to, or the only one
      */
     explicit Keeper(std::function<std::string()> wanted) : mWanted(std::move(wanted)) {}
 
-    /** Works until the process ends; returns only to say in one line why it can't. */
+    /** Works until the process ends; returns only to say in one line why it can't go on. */
     std::string run();
 
   private:

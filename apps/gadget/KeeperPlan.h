@@ -8,42 +8,42 @@
 
 namespace korvane::gadget {
 
-/** What there is at one moment. */
+/** The facts at one moment. */
 struct KeeperFacts {
-    bool made = false;        // the gadget is there
+    bool made = false;        // the gadget exists
     bool bound = false;       // it names a controller
-    bool controller = false;  // that controller is there, or one that it could be bound to
+    bool controller = false;  // that controller exists, or one that it could be bound to
     std::string node;         // of the function, like "video2"; empty: none
     bool served = false;      // a process has the node open for writing
-    bool serverDied = false;  // the one that had it last is gone
-    bool opened = false;      // the node's owner or rights have just changed
+    bool serverDied = false;  // the process that last had it is gone
+    bool opened = false;      // the node's owner or permissions have just changed
 };
 
 /**
- * The keeper's rules. A function that somebody serves is never touched. One that nobody serves, or
- * that is not bound, is bound again at once, but a second after the last time at the earliest: a
- * service that opens the node is back within two seconds, however often it goes. When nobody came
- * to serve it, it is tried again after waits that grow from a second to eight, since each new node
- * has to be given to the service's group first, which a busy machine takes its time for; and after
- * the last of them once for whatever happens. A server that died, or one that starts beside the
- * keeper, is given the time to come by itself first; so is one that may open the node only now:
- * where that takes longer than all the waits, each new node would be gone before it could be
+ * The keeper's rules. A function that someone serves is never touched. One that nobody serves, or
+ * that isn't bound, is rebound at once, but no sooner than a second after the last time: a service
+ * that opens the node is back within two seconds, however often it goes. If nobody comes to serve
+ * it, it is retried after delays that grow from one second to eight, because each new node first
+ * has to be given to the service's group, which can take a while on a busy machine; after the last
+ * of them, it is retried once for every event. A server that died, or one that starts along with
+ * the keeper, is first given the time to come back by itself; so is one that can open the node only
+ * now: if that took longer than all the delays, each new node would be gone before it could be
  * opened.
  *
- * No clock and no kernel of its own. One thread.
+ * It has no clock of its own and never asks the kernel. One thread.
  */
 class KeeperPlan {
   public:
     using Time = std::chrono::steady_clock::time_point;
     enum class Step { kNothing, kBind, kRebind };
 
-    /** What is to be done now. Called after whatever may have changed a fact. */
+    /** What to do now. Called after anything that may have changed a fact. */
     Step next(const KeeperFacts& facts, Time now);
 
-    /** When next() is to be called again though nothing happens; empty: never. */
+    /** When to call next() again even if nothing happens; empty: never. */
     std::optional<Time> wakeUp() const { return mWakeUp; }
 
-    /** How often the function was bound again since somebody served it last. */
+    /** How many times the function has been rebound since someone last served it. */
     int tries() const { return mTries; }
 
     /** Nothing more is tried until something happens. */
@@ -59,8 +59,8 @@ class KeeperPlan {
     Step waitForNextTry();
 
     int mTries = 0;
-    Time mLastTry;                 // the first of all times: none yet
-    std::optional<Time> mNextTry;  // not before; empty: nothing was ever tried or served
+    Time mLastTry;                 // the epoch: none yet
+    std::optional<Time> mNextTry;  // not before; empty: nothing has ever been tried or served
     std::optional<Time> mWakeUp;
     bool mServed = false;
 };

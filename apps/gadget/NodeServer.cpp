@@ -13,7 +13,7 @@
 namespace korvane::gadget {
 namespace {
 
-constexpr unsigned long kExiting = 0x4;  // PF_EXITING of the flags in /proc/PID/stat
+constexpr unsigned long kExiting = 0x4;  // PF_EXITING in the flags of /proc/PID/stat
 
 bool isNumber(const std::string& text) {
     return !text.empty() &&
@@ -51,7 +51,7 @@ pid_t serverOf(const std::string& node) {
 
 bool hasDied(pid_t process) {
     const std::string text = readText("/proc/" + std::to_string(process) + "/stat");
-    // After the name, which may hold anything: state, five numbers, flags.
+    // After the name, which may contain anything: state, five numbers, flags.
     const size_t name = text.rfind(')');
     if (name == std::string::npos) return true;
     std::istringstream fields(text.substr(name + 1));

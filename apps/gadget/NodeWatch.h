@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells when a device node is opened or closed, and when its owner or rights change.
+// Tells when a device node is opened or closed, and when its owner or permissions change.
 #pragma once
 
 #include <string>
@@ -14,23 +14,23 @@ class NodeWatch {
     NodeWatch();
 
     bool valid() const { return mInotify.valid(); }
-    /** Readable when something has happened. */
+    /** Readable once something has happened. */
     int fd() const { return mInotify.get(); }
 
     /**
-     * Watches /dev/`node` from now on, also if it is a new one by an old name; empty: none.
+     * Watches /dev/`node` from now on, even if it is a new node with an old name; empty: none.
      *
-     * @return false if there is such a node, and it can't be watched
+     * @return false if the node exists but can't be watched
      */
     bool watch(const std::string& node);
-    /** Takes what has happened. */
+    /** Takes the events that have arrived. */
     void drain();
     /**
-     * Whether the node can be opened by others than before: it is new, or has another owner or
-     * other rights since this was asked last.
+     * Whether others may be able to open the node now: it is new, or its owner or permissions have
+     * changed since the last call.
      */
     bool openedUp();
-    /** Whether that will be true of a node that it was true of before. */
+    /** Whether the same node has another owner or other permissions than openedUp() last saw. */
     bool rightsChanged() const;
 
   private:

@@ -15,7 +15,7 @@ constexpr unsigned kFromKernel = 1;  // the multicast group of the kernel's own 
 bool concerns(const std::string& message) {
     for (const char* subsystem : {"udc", "video4linux"}) {
         const std::string field = std::string("SUBSYSTEM=") + subsystem;
-        // With the NULs before and after it.
+        // Including the NULs before and after it.
         if (message.find('\0' + field + '\0') != std::string::npos) return true;
     }
     return false;
@@ -41,7 +41,7 @@ bool UeventSocket::drain() {
         if (size >= 0) {
             concerned |= concerns(std::string(buffer, static_cast<size_t>(size)));
         } else if (errno == ENOBUFS) {
-            concerned = true;  // some were lost, whatever they said
+            concerned = true;  // some messages were lost, whatever they said
         } else if (errno != EINTR) {
             return concerned;
         }

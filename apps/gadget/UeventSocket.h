@@ -6,19 +6,19 @@
 
 namespace korvane::gadget {
 
-/** Hears the kernel itself, not udev. */
+/** Listens to the kernel itself, not to udev. */
 class UeventSocket {
   public:
     UeventSocket();
 
     bool valid() const { return mSocket.valid(); }
-    /** Readable when a message has come. */
+    /** Readable once a message has arrived. */
     int fd() const { return mSocket.get(); }
 
     /**
-     * Takes the messages that have come.
+     * Takes the messages that have arrived.
      *
-     * @return whether one may be about a controller or a video node
+     * @return whether any of them may concern a controller or a video node
      */
     bool drain();
 

@@ -53,7 +53,7 @@ std::string gadgetOn(const std::string& controller) {
 
 std::string videoNodeOn(const std::string& controller) {
     if (controller.empty()) return "";
-    // The node hangs on the controller's gadget, that on the controller's parent.
+    // The node's parent is the controller's gadget, whose parent is the controller's parent.
     const std::string parent = realPath(std::string(kControllers) + "/" + controller + "/device");
     if (parent.empty()) return "";
     for (const std::string& node : namesIn(kNodes)) {

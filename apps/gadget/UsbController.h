@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The USB device controllers of this machine, and what hangs on one.
+// The USB device controllers of this machine, and what is attached to one.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace korvane::gadget {
 std::vector<std::string> controllers();
 
 /**
- * The controller to be used: `wanted`, or the only one if that is empty.
+ * The controller to use: `wanted`, or the only one if that is empty.
  *
  * @return an empty text, or one line that says why there is none
  */

@@ -65,7 +65,7 @@ void describeFormat(const std::string& folder, std::vector<StatusLine>* lines) {
 }  // namespace
 
 std::string WebcamFunction::prepare() {
-    // The running kernel may have all of this built in: only what is missing in the end is an
+    // All of this may be built into the running kernel: only what is missing in the end is an
     // error.
     if (!exists("/sys/module/libcomposite")) runQuietly({"modprobe", "-q", "libcomposite"});
     mkdir(kConfigfs, 0755);
@@ -91,7 +91,7 @@ std::string WebcamFunction::make(const GadgetSettings& settings) {
 }
 
 std::string WebcamFunction::bind(const std::string& controller) {
-    // With the looped controller this machine is the host as well.
+    // With the loopback controller, this machine is the host as well.
     if (controller.rfind("dummy_udc.", 0) == 0) runQuietly({"modprobe", "-q", "uvcvideo"});
     return writeValue(kUdc, controller);
 }

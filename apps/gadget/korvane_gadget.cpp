@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// korvane-gadget: makes this machine a USB webcam, by the function that the service reads, and
+// korvane-gadget: makes this machine a USB webcam, with the function that the service reads, and
 // keeps it one.
 
 #include <cstdio>
@@ -53,7 +53,7 @@ UDC in the environment names the device controller, where /sys/class/udc has sev
 constexpr char kCommands[] = "up down reload bind unbind status check keep help";
 constexpr char kOptions[] = "--config --format --nv12 --maxpacket --acm --no-bind";
 
-/** The command line and the settings file, understood. */
+/** The parsed command line and settings file. */
 struct Orders {
     std::string command;
     GadgetSettings settings;
@@ -97,7 +97,7 @@ std::string Orders::read(const std::vector<std::string>& arguments) {
     return wrong.empty() ? settings.finish() : wrong;
 }
 
-// The file that is named, or the usual one if it is there.
+// The file that was named, or the usual one if it exists.
 std::string Orders::readFile() {
     for (size_t i = 0; i + 1 < options.size(); ++i) {
         if (options[i] == "--config") return settings.readFile(options[i + 1]);
@@ -217,7 +217,7 @@ int check(const Orders& orders) {
     return lines.empty() ? 0 : 1;
 }
 
-// The settings may change while it runs; wrong ones count only once they are mended.
+// The settings may change while it runs; invalid ones are ignored until they are fixed.
 std::string keep(const std::vector<std::string>& arguments, const Orders& orders) {
     std::string wanted = wantedController(orders.settings);
     return Keeper([&arguments, &wanted] {
