@@ -54,7 +54,7 @@ std::string usageOf(const Known& known) {
     return std::string("usage: desktopctl ") + known.usage;
 }
 
-// The steps of reading take their part, and return what is wrong with it or an empty text.
+// Each step of parsing takes its part, and returns what is wrong with it or an empty text.
 
 std::string takeNumber(const std::string& name, const std::string& value, Arguments* out) {
     unsigned long count = 0;
@@ -66,7 +66,7 @@ std::string takeNumber(const std::string& name, const std::string& value, Argume
     return "";
 }
 
-// Takes the options of a command, and sorts out its operands.
+// Takes a command's options, and sorts out its operands.
 std::string takeOptions(const Known& known, const std::vector<std::string>& arguments,
                         Arguments* out, std::vector<std::string>* operands) {
     for (size_t i = 1; i < arguments.size(); ++i) {

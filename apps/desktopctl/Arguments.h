@@ -31,7 +31,7 @@ struct Arguments {
     double interval = 1;
     unsigned screens = 0;
 
-    /** Reads the arguments after the program's name: an empty text, or what is wrong with them. */
+    /** Parses the arguments after the program's name: an empty text, or what is wrong with them. */
     std::string read(const std::vector<std::string>& arguments);
 };
 

@@ -9,16 +9,18 @@
 
 namespace korvane::ctl {
 
-/** A file's text without the newline at its end; empty when it can't be read. */
+/** A file's text without the newline at its end; empty if it can't be read. */
 std::string attribute(const std::string& path);
 
-/** The decimal number that a file begins with, as the service reads it; nothing when none does. */
+/**
+ * The decimal number that a file begins with, as the service reads it; nothing if there is none.
+ */
 std::optional<uint32_t> numberIn(const std::string& path);
 
-/** The names in a folder, in order; none when it can't be read. */
+/** The names in a folder, sorted; none if it can't be read. */
 std::vector<std::string> entriesOf(const std::string& folder);
 
-/** Those of them that are folders, links to folders left out. */
+/** The folders among them, without links to folders. */
 std::vector<std::string> foldersIn(const std::string& folder);
 
 }  // namespace korvane::ctl

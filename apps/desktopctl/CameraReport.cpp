@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t kLongest = 4096;
 
-// Whatever stands there, a pipe too, is read without waiting.
+// Whatever is at the path, even a pipe, is read without blocking.
 std::string contents(const std::string& path) {
     const unique_fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     std::array<char, kLongest> text;

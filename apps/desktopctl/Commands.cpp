@@ -42,7 +42,7 @@ void onInterrupt(int /*signal*/) {
     sInterrupted = 1;
 }
 
-// A command that goes on for long ends in order.
+// A long-running command still ends cleanly.
 void catchInterrupts() {
     signal(SIGINT, onInterrupt);
     signal(SIGTERM, onInterrupt);
@@ -145,7 +145,7 @@ ExitCode suspend(bool suspend) {
                     suspend ? R"({"stream-suspend":true})" : R"({"stream-suspend":false})");
 }
 
-// Has the service write a frame of the stream to the file. What is wrong, or an empty text.
+// Has the service write one frame of the stream to the file. Returns what is wrong, or "".
 std::string catchFrame(const Service& service, int file) {
     const auto start = steady_clock::now();
     const auto enough = [&start](uint64_t seen) {

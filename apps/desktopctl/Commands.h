@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands that talk to a running service. Each returns how the program ends.
+// The commands that talk to a running service. Each returns the program's exit code.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace korvane::ctl {
 
 ExitCode showStatus(bool json);
 ExitCode showClients();
-/** Until it is interrupted, or `screens` of them when that isn't 0. */
+/** Runs until interrupted, or for `screens` screens if that isn't 0. */
 ExitCode watch(double intervalSeconds, unsigned screens);
 /** Prints the client's reply. `kind` is from 0 to 7. */
 ExitCode sendText(unsigned kind, const std::string& text);

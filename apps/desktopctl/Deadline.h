@@ -5,8 +5,8 @@
 namespace korvane::ctl {
 
 /**
- * While one lives, the program ends as for a service that isn't running, with a line that says so,
- * once the seconds are over. One at a time.
+ * If one still exists when its seconds are up, the program says that the service doesn't answer and
+ * ends as for a service that isn't running. One at a time.
  */
 class Deadline {
   public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looks at everything that must be right for a picture.
+// Checks everything that must be right for a picture.
 #pragma once
 
 #include <string>
@@ -8,16 +8,16 @@
 
 namespace korvane::ctl {
 
-/** One line for each finding, and below it what mends it. */
+/** One line for each finding, and below it how to fix it. */
 std::string findingsAsText(const Findings& findings);
 
 /** An array of objects "what", "state" ("right", "note", "wrong"), "says", "mend". */
 std::string findingsAsJson(const Findings& findings);
 
 /**
- * Looks and prints, in the order in which things come about, so that the first that is wrong is the
- * first to mend. Returns the exit status: 0 when nothing is wrong, else 1. Takes a second when a
- * service runs.
+ * Checks and prints, in the order in which things come about, so that the first thing wrong is the
+ * first to fix. Returns the exit status: 0 if nothing is wrong, otherwise 1. Takes a second if a
+ * service is running.
  */
 int runDoctor(bool json);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One line of the doctor's.
+// One line of the doctor's report.
 #pragma once
 
 #include <string>
@@ -11,13 +11,13 @@ struct Finding {
     enum State {
         kRight,
         kNote,   // works, but perhaps not as wanted
-        kWrong,  // keeps the picture away
+        kWrong,  // prevents a picture
     };
 
     State state;
-    std::string what;  // the part that was looked at, a word
+    std::string what;  // the part that was checked, one word
     std::string says;
-    std::string mend;  // the command, or what to do; empty when nothing is needed
+    std::string mend;  // the command, or what to do; empty if nothing is needed
 };
 
 using Findings = std::vector<Finding>;

@@ -14,7 +14,7 @@ std::string withoutNewline(std::string text) {
     return text;
 }
 
-// Empty when the service did what it was told.
+// Empty if the service did as it was told.
 std::string tell(const Service& service, const std::string& option, int file = -1) {
     const std::optional<std::string> answer = service.debug({option}, file);
     return answer ? withoutNewline(*answer) : "the service does not answer";
@@ -27,7 +27,7 @@ std::string dumpFrames(const Service& service, int file,
     *frames = 0;
     std::string wrong = tell(service, "--dump-frames", file);
     if (!wrong.empty()) return wrong;
-    // What is sent between the two calls is in the file, and not counted.
+    // What is sent between the two calls is in the file, but not counted.
     const std::optional<Status> first = service.status();
     std::optional<Status> now = first;
     while (now && now->isStreaming() && now->streamSeconds >= first->streamSeconds) {
@@ -38,7 +38,7 @@ std::string dumpFrames(const Service& service, int file,
     }
     if (!now) return "the service does not answer";
     wrong = tell(service, "--end-dump");
-    // The end of the stream has ended the dump then.
+    // Then the end of the stream has already ended the dump.
     return wrong == "no stream" ? "" : wrong;
 }
 

@@ -10,9 +10,9 @@
 namespace korvane::ctl {
 
 /**
- * Has the service write the stream's frames to a file until `enough` says so, which is asked about
- * forty times a second with the number of frames so far. Returns an empty text, or what was wrong.
- * Without a stream there is none to write; a stream that ends ends the dump.
+ * Has the service write the stream's frames to a file until `enough`, which is called about forty
+ * times a second with the number of frames so far, returns true. Returns an empty text, or what
+ * went wrong. Without a stream there are no frames to write; a stream that ends also ends the dump.
  */
 std::string dumpFrames(const Service& service, int file,
                        const std::function<bool(uint64_t frames)>& enough, uint64_t* frames);

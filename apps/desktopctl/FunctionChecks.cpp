@@ -34,7 +34,7 @@ struct Frame {
 struct Format {
     std::string name;  // as people know it
     std::string path;
-    double bytesPerPixel = 0;   // 0 for a compressed one
+    double bytesPerPixel = 0;   // 0 for a compressed format
     std::vector<Frame> frames;  // in the service's order
 };
 
@@ -44,7 +44,7 @@ std::string quoted(const std::string& path) {
 
 // ---- what there is ------------------------------------------------------------------------------
 
-// Nothing when a line is no number.
+// Nothing if a line isn't a number.
 std::optional<std::vector<uint32_t>> intervalsIn(const std::string& path) {
     std::vector<uint32_t> intervals;
     std::istringstream lines(attribute(path));
@@ -159,8 +159,8 @@ void checkLinks(const std::vector<Format>& formats, Findings* findings) {
     }
 }
 
-// The service numbers formats and frames by its own rule; the host as the links and folders were
-// made.
+// The service numbers formats and frames by its own rule; the host, in the order in which the links
+// and folders were made.
 void checkOrder(const std::vector<Format>& formats, Findings* findings) {
     const size_t before = findings->size();
     for (size_t i = 0; i < formats.size(); ++i) {

@@ -24,13 +24,13 @@ constexpr char kControllers[] = "/sys/class/udc";
 constexpr char kVideo[] = "/sys/class/video4linux";
 constexpr char kLoadBinder[] = "modprobe binder_linux devices=binder,hwbinder,vndbinder";
 
-// 0, or the errno that opening for both ways gives.
+// 0, or the errno of opening it for reading and writing.
 int openError(const std::string& path) {
     const android::base::unique_fd fd(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
     return fd.get() < 0 ? errno : 0;
 }
 
-// The number of "video0" and the like, -1 for another name.
+// The number in "video0" and the like, -1 for any other name.
 int videoNumber(const std::string& name) {
     constexpr size_t kPrefixLength = 5;
     constexpr unsigned long kHighest = 1'000'000;
@@ -42,7 +42,7 @@ int videoNumber(const std::string& name) {
     return static_cast<int>(number);
 }
 
-// By the bus of the device behind it, as the kernel links it; -1 for none.
+// Judged by the bus of the device behind it, as linked by the kernel; -1 if there is none.
 int gadgetNode() {
     for (const std::string& name : entriesOf(kVideo)) {
         std::error_code none;
@@ -52,7 +52,7 @@ int gadgetNode() {
     return -1;
 }
 
-// The first number below `node` at which the service's scan at its start ends; -1 for none.
+// The first number below `node` at which the service's startup scan stops; -1 if none.
 int gapBelow(int node) {
     for (int number = 0; number < node; ++number) {
         const std::string name = "video" + std::to_string(number);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the machine must have, before any function is made: binder, a controller, configfs; and the
-// node that comes of it.
+// What the machine must have before any function is made: binder, a controller, configfs; and the
+// node that results.
 #pragma once
 
 #include <optional>
@@ -12,13 +12,13 @@ namespace korvane::ctl {
 
 Findings checkBinder();
 
-/** The device controller, and configfs with the modules behind it. */
+/** The device controller, and configfs with the modules it needs. */
 Findings checkGadgetSupport();
 
-/** The gadget's node: that there is one, that it opens, that the service's scan comes to it. */
+/** The gadget's node: that there is one, that it opens, that the service's scan reaches it. */
 Findings checkNode();
 
-/** Whether the host has taken the device, as the controller `udc` says. */
+/** Whether the host has accepted the device, according to the controller `udc`. */
 Findings checkHost(const std::string& udc);
 
 }  // namespace korvane::ctl

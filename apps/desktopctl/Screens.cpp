@@ -25,7 +25,7 @@ std::string describe(const Picture& picture) {
     return text;
 }
 
-// Counts begin anew with each stream.
+// Counts start again with each stream.
 double rate(const Status& now, const Status* before, const char* name, double seconds) {
     if (before == nullptr || seconds <= 0) return 0;
     const uint64_t newer = now.ofStart(name);

@@ -10,16 +10,16 @@
 namespace korvane::ctl {
 
 /**
- * One screen of the present state; `before`, taken `seconds` earlier, gives the rates, and null
- * none.
+ * One screen of the current state; rates are computed against `before`, taken `seconds` earlier,
+ * and left out if that is null.
  */
 std::string watchScreen(const Status& now, const Status* before, double seconds);
 
-/** A line for each client: kind, name, process with its name, how long. */
+/** A line for each client: kind, name, process and its name, for how long. */
 std::string clientList(const Status& status);
 
 /**
- * The bound, in microseconds, below which this part (0 to 1) of the stream's times lies; 0 when
+ * The bound, in microseconds, below which this share (0 to 1) of the stream's times lies; 0 if
  * there are none, UINT64_MAX beyond the last bound.
  */
 uint64_t boundOf(const Status& status, const Latency& latency, double part);

@@ -22,7 +22,7 @@ namespace {
 struct HandleDelete {
     void operator()(native_handle_t* handle) const { native_handle_delete(handle); }
 };
-/** Deleted with what it holds left open. */
+/** Deletes the handle and leaves its descriptors open. */
 using BorrowingHandle = std::unique_ptr<native_handle_t, HandleDelete>;
 
 std::string contents(int fd) {
@@ -46,7 +46,7 @@ std::optional<Service> Service::find() {
 }
 
 std::optional<std::string> Service::debug(const std::vector<std::string>& options, int file) const {
-    // A file takes any answer; a pipe would need somebody to read meanwhile.
+    // A file takes any answer; a pipe would need someone to read it meanwhile.
     const unique_fd answer(memfd_create("answer", MFD_CLOEXEC));
     if (answer.get() < 0) return std::nullopt;
     const BorrowingHandle handle(native_handle_create(file < 0 ? 1 : 2, 0));

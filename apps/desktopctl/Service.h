@@ -13,7 +13,7 @@
 
 namespace korvane::ctl {
 
-/** A service that answers. Calls wait for it; a Deadline bounds that. */
+/** A service that answers. Calls block until it does; a Deadline limits that. */
 class Service {
   public:
     using ICameraDesktop = ::korvane::hardware::camera::desktop::V2_0::ICameraDesktop;
@@ -24,15 +24,15 @@ class Service {
     explicit Service(const ::android::sp<ICameraDesktop>& service) : mService(service) {}
 
     /**
-     * The service's answer to debug(), nothing when the call failed. `file` goes with it, unless
+     * The service's answer to debug(), nothing if the call failed. `file` is passed along unless
      * negative.
      */
     std::optional<std::string> debug(const std::vector<std::string>& options, int file = -1) const;
 
-    /** Its status; nothing when it could not be asked, or answers something else. */
+    /** Its status; nothing if it couldn't be asked, or answered something else. */
     std::optional<Status> status() const;
 
-    /** The reply of the client of a kind from 0 to 7, nothing when the call failed. */
+    /** The reply of the client of a kind from 0 to 7, nothing if the call failed. */
     std::optional<std::string> send(unsigned kind, const std::string& text) const;
 
   private:

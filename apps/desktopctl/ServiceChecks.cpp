@@ -53,7 +53,7 @@ uint64_t grown(const Status& status, const Status& later, const std::string& nam
     return after > before ? after - before : 0;
 }
 
-// The reason for which most frames were dropped in between.
+// The reason why most frames were dropped in between.
 std::string mostDropped(const Status& status, const Status& later) {
     std::string most;
     uint64_t count = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The programs and the stream: what the service says of itself, judged.
+// The programs and the stream: what the service says about itself, judged.
 #pragma once
 
 #include "Finding.h"
@@ -10,7 +10,7 @@ namespace korvane::ctl {
 /** The service manager: whether it answers. */
 Findings checkManager(bool answers);
 
-/** The service when it can't be found: whether it runs at all. */
+/** The service if it can't be found: whether it runs at all. */
 Findings checkMissingService();
 
 /**

@@ -96,7 +96,7 @@ bool writePng(const std::string& path, const Picture& picture, const std::vector
     return false;
 }
 
-// The library ends the program when it has no memory, and for nothing else here.
+// The library aborts when it is out of memory, and for nothing else here.
 std::vector<uint8_t> encodeJpeg(const Picture& picture, std::vector<uint8_t>& rgb) {
     jpeg_error_mgr errors;
     jpeg_compress_struct info = {};

@@ -12,15 +12,15 @@
 namespace korvane::ctl {
 
 /**
- * Writes a frame as PNG or JPEG, as the path's ending says (".png", ".jpg" or ".jpeg"). A JPEG of a
- * JPEG has the very bytes. False, with the reason in `error`, when the frame is damaged or the file
- * can't be written.
+ * Writes a frame as PNG or JPEG, by the path's extension (".png", ".jpg" or ".jpeg"). A JPEG frame
+ * goes into a JPEG file byte for byte. False, with the reason in `error`, if the frame is damaged
+ * or the file can't be written.
  */
 bool writePicture(const std::string& path, const testcard::Frame& frame,
                   testcard::PixelFormat format, uint32_t width, uint32_t height,
                   std::string* error);
 
-/** Whether the path ends in a way that writePicture() knows. */
+/** Whether the path has an extension that writePicture() knows. */
 bool isPicturePath(const std::string& path);
 
 }  // namespace korvane::ctl

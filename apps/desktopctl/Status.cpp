@@ -8,7 +8,7 @@ namespace {
 
 using rapidjson::Value;
 
-// A member of an object, or a value that is of no type that anybody looks for.
+// A member of an object, or a value of a type that nobody looks for.
 const Value& member(const Value& object, const char* name) {
     static const Value none;
     if (!object.IsObject()) return none;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service says of itself, read from its JSON.
+// What the service says about itself, parsed from its JSON.
 #pragma once
 
 #include <cstdint>
@@ -10,11 +10,11 @@
 
 namespace korvane::ctl {
 
-/** How the program ends, for scripts. */
+/** The program's exit codes, for scripts. */
 enum ExitCode {
-    kReady = 0,       // streaming, or ready to
-    kFailed = 1,      // what was asked for could not be done
-    kWrongUsage = 2,  // the command line
+    kReady = 0,       // streaming, or ready to stream
+    kFailed = 1,      // what was asked for couldn't be done
+    kWrongUsage = 2,  // bad command line
     kNotRunning = 3,  // no service answers
     kNoNode = 4,      // the service has no node that it could open
     kNoCamera = 5,    // no camera has registered
@@ -40,9 +40,9 @@ struct Surface {
     bool suspended = false;
 };
 
-/** Times of one kind, in classes. */
+/** A histogram of times of one kind. */
 struct Latency {
-    std::vector<uint64_t> counts;  // of the stream
+    std::vector<uint64_t> counts;  // since the stream's start
 };
 
 struct Status {
@@ -56,8 +56,8 @@ struct Status {
     std::optional<Surface> surface;
     double streamSeconds = 0;
     std::map<std::string, uint64_t> stream;  // counts since the stream's start, by name
-    std::map<std::string, uint64_t> start;   // and since the service's
-    std::vector<uint64_t> belowUs;           // bounds of the classes of times but the last
+    std::map<std::string, uint64_t> start;   // the same since the service's start
+    std::vector<uint64_t> belowUs;  // upper bounds of the classes of times, except the last
     Latency queueing;
     Latency sending;
 
@@ -65,12 +65,12 @@ struct Status {
     /** A count since the stream's start; 0 for an unknown name. */
     uint64_t ofStream(const std::string& name) const;
     uint64_t ofStart(const std::string& name) const;
-    /** Frames that came and did not leave, since the stream's start. */
+    /** Frames that came in and didn't go out, since the stream's start. */
     uint64_t dropped() const;
     ExitCode exitCode() const;
 };
 
-/** Reads the service's JSON; nothing when it is none, or lacks what every status has. */
+/** Parses the service's JSON; nothing if it isn't JSON, or lacks what every status has. */
 std::optional<Status> parseStatus(const std::string& json);
 
 }  // namespace korvane::ctl
