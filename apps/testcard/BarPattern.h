@@ -11,9 +11,9 @@
 namespace korvane::testcard {
 
 /**
- * Slanted colour bars that wander to the left: the colour at (x, y) of frame n is that of the bars
+ * Slanted colour bars that drift to the left: the colour at (x, y) of frame n is that of the bars
  * at (x + y + kStep * n), and the bars repeat after kPeriod. So every line of every frame is a
- * piece of one long line, and every row of sixteen lines is one of kPhases: what makes drawing and
+ * piece of one long line, and every row of sixteen lines is one of kPhases, which makes drawing and
  * encoding cheap.
  */
 class BarPattern : public CardPattern {

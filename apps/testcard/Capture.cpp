@@ -106,8 +106,8 @@ bool Capture::splitAtMarkers(std::string* error) {
             *error = "there is no start of a JPEG file" + afterFrames(mFrames.size());
             return false;
         }
-        // A damaged file ends where the next begins: it is for the check of its pixels to refuse
-        // it.
+        // A damaged file ends where the next one begins: rejecting it is up to the check of its
+        // pixels.
         auto end = markers.endOfFile(position);
         if (!end) end = markers.nextStart(position + 2);
         if (!end) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file into which the host wrote the frames that it captured.
+// The file to which the host wrote the frames that it captured.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,10 @@
 
 namespace korvane::testcard {
 
-/** A pixel format that the host can ask of the webcam. */
+/** A pixel format that the host can request from the webcam. */
 enum class PixelFormat { kMjpg, kYuyv, kNv12 };
 
-/** The format of a four-character name; nothing for any other name. */
+/** The format with a four-character name; nothing for any other name. */
 std::optional<PixelFormat> formatFromName(const std::string& name);
 const char* nameOf(PixelFormat format);
 
@@ -32,14 +32,15 @@ struct Frame {
 };
 
 /**
- * A file of captured frames, as v4l2-ctl writes it: one after the other (--stream-to), or each
- * after a header with its size (--stream-to-hdr). Mapped, so that its length is no matter.
+ * A file of captured frames, as v4l2-ctl writes it: one after another (--stream-to), or each after
+ * a header with its size (--stream-to-hdr). Mapped, so that its length doesn't matter.
  */
 class Capture {
   public:
     /**
-     * Opens a file and finds its frames, which stay valid as long as the object. False if it cannot
-     * be read, is empty, cut short, or not of the format; `error` then says what is wrong.
+     * Opens a file and finds its frames, which stay valid for as long as the object exists. False
+     * if it can't be read, is empty, is cut short, or has a different format; `error` then says
+     * what is wrong.
      */
     bool open(const std::string& path, PixelFormat format, uint32_t width, uint32_t height,
               std::string* error);

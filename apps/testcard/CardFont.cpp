@@ -9,7 +9,7 @@ namespace {
 constexpr char kFirst = ' ';
 constexpr char kLast = '~';
 
-// Seven lines of each glyph from the top, five dots each, the leftmost in bit 4.
+// Seven lines per glyph from the top, five dots each, the leftmost in bit 4.
 constexpr uint8_t kGlyphs[][CardFont::kHeight] = {
         {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},  // space
         {0x04, 0x04, 0x04, 0x04, 0x04, 0x00, 0x04},  // !

@@ -6,7 +6,7 @@
 
 namespace korvane::testcard {
 
-/** A font of dots for ASCII; every other letter is shown as a question mark. */
+/** A dot-matrix font for ASCII; any other letter is shown as a question mark. */
 struct CardFont {
     static constexpr uint32_t kWidth = 5;
     static constexpr uint32_t kHeight = 7;

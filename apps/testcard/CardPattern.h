@@ -7,8 +7,8 @@
 namespace korvane::testcard {
 
 /**
- * What a card shows in each frame, line by line. Rows of sixteen lines, of which JPEG is made, come
- * in a limited number of kinds over all frames, so that each has to be encoded only once.
+ * What a card shows in each frame, line by line. The rows of sixteen lines that JPEG is made of
+ * come in a limited number of kinds over all frames, so each needs encoding only once.
  */
 class CardPattern {
   public:
@@ -20,13 +20,13 @@ class CardPattern {
     /** Pairs of Cb and Cr for a line of chroma, which stands for two of luma. */
     virtual const uint8_t* chroma(uint32_t number, uint32_t chromaLine) const = 0;
 
-    /** How many kinds of rows there are. */
+    /** The number of kinds of rows. */
     virtual uint32_t rowKinds() const = 0;
 
     /** The kind of the row of sixteen lines `row` in frame `number`. */
     virtual uint32_t rowKind(uint32_t number, uint32_t row) const = 0;
 
-    /** One frame and row in which a kind stands. */
+    /** One frame and row where a kind occurs. */
     struct Place {
         uint32_t number;
         uint32_t row;

@@ -12,7 +12,7 @@
 
 namespace korvane::testcard {
 
-/** The command line of testcard-check, understood. */
+/** The parsed command line of testcard-check. */
 struct CheckOptions {
     std::string capture;
     std::optional<PixelFormat> format;
@@ -21,10 +21,10 @@ struct CheckOptions {
     std::string times;         // empty: no receive times
     std::string contactSheet;  // empty: none wanted
     size_t maxLost = 0;
-    bool codesOnly = false;  // nothing is to be checked, only the frames' codes shown
-    std::string help;        // not empty: nothing is to be checked, this is to be shown
+    bool codesOnly = false;  // check nothing, only show the frames' codes
+    std::string help;        // if not empty: show this and check nothing
 
-    /** Reads the arguments after the program's name; returns one line on what is wrong, or "". */
+    /** Parses the arguments after the program's name; returns one line on what is wrong, or "". */
     std::string read(const std::vector<std::string>& arguments);
 };
 

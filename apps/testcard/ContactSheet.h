@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A sheet of small pictures, to look at what a host received.
+// A sheet of thumbnails, for looking at what a host received.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace korvane::testcard {
 
-/** Places for kColumns * kRows small pictures, filled line by line; empty ones stay black. */
+/** Room for kColumns * kRows thumbnails, filled row by row; empty places stay black. */
 class ContactSheet {
   public:
     static constexpr uint32_t kColumns = 4;
@@ -21,13 +21,13 @@ class ContactSheet {
     /** For pictures of one size, each shown about 320 pixels wide. */
     ContactSheet(uint32_t width, uint32_t height);
 
-    /** Which of `count` frames to show: all, or kPlaces of them at even distances. */
+    /** Which of `count` frames to show: all, or kPlaces of them at equal distances. */
     static std::vector<size_t> choose(size_t count);
 
-    /** Puts a picture in the next place; false if the sheet is full or the size is another. */
+    /** Puts a picture in the next place; false if the sheet is full or the size differs. */
     bool add(const Picture& picture);
 
-    /** Writes the sheet as a PNG file; false, with the reason in `error`, if it cannot. */
+    /** Writes the sheet as a PNG file; false, with the reason in `error`, if it can't. */
     bool write(const std::string& path, std::string* error) const;
 
   private:

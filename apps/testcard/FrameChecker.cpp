@@ -11,7 +11,7 @@ std::string text(const FrameStamp& stamp) {
     return "frame " + std::to_string(stamp.number) + " of " + std::to_string(stamp.timeUs) + " us";
 }
 
-// What I420ToYUY2 makes of the picture: luma as it is, each line of chroma for two lines.
+// What I420ToYUY2 makes of the picture: luma unchanged, each line of chroma used for two lines.
 std::vector<uint8_t> yuyvOf(const std::vector<uint8_t>& nv12, uint32_t width, uint32_t height) {
     std::vector<uint8_t> yuyv(frameBytes(PixelFormat::kYuyv, width, height));
     const uint8_t* chroma = &nv12[size_t{width} * height];

@@ -18,48 +18,48 @@
 
 namespace korvane::testcard {
 
-/** How many frames there were of each kind. A frame can be wrong in more than one way. */
+/** How many frames of each kind there were. A frame can be wrong in more than one way. */
 struct CheckCounts {
-    size_t drawn = 0;        // noted in the log with this format and size
-    size_t received = 0;     // captured, whatever became of them
-    size_t lost = 0;         // drawn between the first and the last one received, never received
-    size_t repeated = 0;     // received again
-    size_t outOfOrder = 0;   // received after a later one
-    size_t torn = 0;         // one frame at the top, another at the bottom
-    size_t unreadable = 0;   // without a sound code at the top or the bottom, or undecodable
-    size_t unknown = 0;      // not in the log as received: other number, time, format or size
+    size_t drawn = 0;       // noted in the log with this format and size
+    size_t received = 0;    // captured, whatever state they were in
+    size_t lost = 0;        // drawn between the first and the last one received, but never received
+    size_t repeated = 0;    // received again
+    size_t outOfOrder = 0;  // received after a later one
+    size_t torn = 0;        // one frame at the top, another at the bottom
+    size_t unreadable = 0;  // without a valid code at the top or the bottom, or undecodable
+    size_t unknown = 0;     // not in the log as received: different number, time, format or size
     size_t wrongPixels = 0;  // known, but not what the camera drew
 
-    /** Whether everything is right but for the frames lost. */
+    /** Whether everything is right apart from lost frames. */
     bool sound() const {
         return repeated + outOfOrder + torn + unreadable + unknown + wrongPixels == 0;
     }
 };
 
-/** The picture of a captured frame; false, with the reason in `error`, if it cannot be decoded. */
+/** The picture of a captured frame; false, with the reason in `error`, if it can't be decoded. */
 bool decodeFrame(const Frame& frame, PixelFormat format, uint32_t width, uint32_t height,
                  Picture* out, std::string* error);
 
 /**
  * Checks the frames of one capture, in the order received. What a frame should look like follows
- * from the stamp in its picture: raw formats are drawn again and compared sample by sample, JPEG
- * files by size and checksum with the log. Not thread-safe.
+ * from the stamp in its picture: raw formats are drawn again and compared sample by sample; JPEG
+ * files are compared with the log by size and checksum. Not thread-safe.
  */
 class FrameChecker {
   public:
     /** `log` must outlive the checker. */
     FrameChecker(const StripLayout& layout, PixelFormat format, const FrameLog& log);
 
-    /** Checks the next frame; returns what is wrong with it, nothing if it is right. */
+    /** Checks the next frame; returns what is wrong with it, or nothing if it is right. */
     std::optional<std::string> check(const Frame& frame);
 
-    /** When the frame last checked was drawn; nothing if it did not tell or the log denies it. */
+    /** When the frame last checked was drawn; nothing if it doesn't say or the log disagrees. */
     std::optional<uint64_t> drawnAtUs() const { return mDrawnAtUs; }
 
     /** The counts over all frames so far. */
     CheckCounts counts() const;
 
-    /** The numbers of the frames that are lost so far. */
+    /** The numbers of the frames lost so far. */
     std::vector<uint32_t> lostFrames() const;
 
   private:

@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// What tells one picture of the test card from every other.
+// What tells one picture of the test card from all others.
 #pragma once
 
 #include <cstdint>
 
 namespace korvane::testcard {
 
-/** Why a card stands in for the camera's picture. Programs read these numbers: none is reused. */
+/** Why a card stands in for the camera's picture. Programs read these numbers: never reuse one. */
 enum class Notice : uint8_t {
     kNone = 0,      // it doesn't: this is the test card
     kStarting = 1,  // the source has yet to give its first picture
     kAbsent = 2,    // there is no source
     kFailed = 3,    // the source has failed
     kEnded = 4,     // the source has ended
-    kSilent = 5,    // the source gives no picture any more
+    kSilent = 5,    // the source has stopped delivering pictures
     kCovered = 6,   // the camera is covered
 };
 
-/** The word for a notice, as programs write it; "unknown" for a number that is none. */
+/** The word for a notice, as programs write it; "unknown" for any other number. */
 const char* nameOf(Notice notice);
 
 /** The frame number, the time of drawing and the notice, as a picture carries them. */

@@ -11,14 +11,14 @@
 
 namespace korvane::testcard {
 
-/** What is known of a capture from the host's side. */
+/** What is known about a capture from the host's side. */
 struct HostTimes {
     std::vector<uint64_t> received;  // monotonic microseconds, one for each frame in order
-    size_t dropped = 0;              // frames that the host's driver counted but did not hand out
+    size_t dropped = 0;              // frames that the host's driver counted but did not deliver
 
     /**
-     * Reads what `v4l2-ctl --verbose` says of its buffers ("cap dqbuf: ... seq: NUMBER ... ts:
-     * SECONDS.MICROSECONDS") and lines that are a number of microseconds; passes over other lines.
+     * Parses what `v4l2-ctl --verbose` says about its buffers ("cap dqbuf: ... seq: NUMBER ... ts:
+     * SECONDS.MICROSECONDS") and lines with just a number of microseconds; ignores other lines.
      */
     static HostTimes read(std::istream& in);
 };
@@ -31,10 +31,12 @@ struct Latency {
     int64_t max = 0;
 };
 
-/** The figures over some measurements; nothing if there are none. */
+/** Statistics over some measurements; nothing if there are none. */
 std::optional<Latency> latencyOf(std::vector<int64_t> measured);
 
-/** Frames per second over the whole of a rising series of times; 0 if it has fewer than two. */
+/**
+ * Frames per second over the whole of an increasing series of times; 0 if it has fewer than two.
+ */
 double rateOf(const std::vector<uint64_t>& timesUs);
 
 }  // namespace korvane::testcard

@@ -10,11 +10,10 @@
 namespace korvane::testcard {
 namespace {
 
-/** More than any picture here has; the header of a damaged file may claim a thousand times as many.
- */
+/** More than any picture here has; a damaged file's header may claim a thousand times as many. */
 constexpr uint64_t kMostPixels = uint64_t{8192} * 8192;
 
-// Holds everything that lives across the library's jump out of an error.
+// Holds everything that must survive the library's longjmp out of an error.
 class Decoder {
   public:
     Decoder() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finds one's way among the markers of a JPEG file.
+// Navigates the markers of a JPEG file.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ inline bool isRestart(uint8_t marker) {
     return (marker & 0xF8) == kMarkerRst0;
 }
 
-/** Bytes of a JPEG file, which may be cut short anywhere. */
+/** The bytes of a JPEG file, which may be cut short anywhere. */
 class JpegMarkers {
   public:
     JpegMarkers(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
@@ -26,14 +26,16 @@ class JpegMarkers {
     /** Whether a file begins at `position`. */
     bool startsAt(size_t position) const;
 
-    /** Where a segment of the header stands, counted from its 0xFF, and what follows it. */
+    /** Where a header segment is, starting from its 0xFF, and what follows it. */
     struct Segment {
         uint8_t marker;
         size_t position;
         size_t end;
     };
 
-    /** The segment at `position` (after the start marker or another segment); nothing if none is.
+    /**
+     * The segment at `position` (after the start marker or another segment); nothing if there is
+     * none.
      */
     std::optional<Segment> segmentAt(size_t position) const;
 
@@ -49,7 +51,8 @@ class JpegMarkers {
      */
     std::optional<size_t> endOfFile(size_t position) const;
 
-    /** The first position from `position` on at which a file seems to start; nothing if none does.
+    /**
+     * The first position from `position` on where a file seems to start; nothing if there is none.
      */
     std::optional<size_t> nextStart(size_t position) const;
 

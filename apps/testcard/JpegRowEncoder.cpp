@@ -24,7 +24,7 @@ void JpegRowEncoder::File::reset() {
     size = 0;
 }
 
-// The library expects this not to return; it keeps no state that a fresh start does not reset.
+// The library expects this not to return; it keeps no state that a fresh start doesn't reset.
 void JpegRowEncoder::onError(j_common_ptr info) {
     longjmp(reinterpret_cast<Errors*>(info->err)->escape, 1);
 }

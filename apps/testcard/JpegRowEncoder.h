@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Encodes rows of sixteen lines into JPEG, each on its own.
+// Encodes rows of sixteen lines as JPEG, each independently.
 #pragma once
 
 #include <csetjmp>
@@ -15,9 +15,9 @@
 
 namespace korvane::testcard {
 
-/** Samples of one row of a scan, wide enough for its whole blocks; lines are in sequence. */
+/** The samples of one row of a scan, wide enough for whole blocks; lines are consecutive. */
 struct RowPlanes {
-    uint32_t width = 0;           // of luma, a multiple of 16; chroma has half of it
+    uint32_t width = 0;           // of luma, a multiple of 16; chroma has half as many
     std::vector<uint8_t> y;       // 16 lines
     std::vector<uint8_t> cb, cr;  // 8 lines each
 
@@ -48,7 +48,7 @@ class JpegRowEncoder {
         jmp_buf escape;
     };
 
-    /** A file that the library writes, in memory that it allocates by malloc. */
+    /** A file that the library writes, in memory allocated with malloc. */
     struct File {
         File() = default;
         ~File() { reset(); }

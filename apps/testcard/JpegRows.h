@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A JPEG file taken apart at its restart markers.
+// A JPEG file split at its restart markers.
 #pragma once
 
 #include <cstddef>
@@ -9,17 +9,19 @@
 namespace korvane::testcard {
 
 /**
- * A baseline JPEG whose restart interval is one row of its scan. Each row is then coded for itself:
- * rows of pictures that share width and tables can be put together into one picture.
+ * A baseline JPEG whose restart interval is one row of its scan. Each row is then coded
+ * independently: rows of pictures with the same width and tables can be combined into one picture.
  */
 struct JpegRows {
     std::vector<uint8_t> header;             // from the start of the image up to the scan's data
     std::vector<std::vector<uint8_t>> rows;  // the coded data of each row, without its marker
 
-    /** Takes a file apart; false if it is not a complete JPEG with a single scan. */
+    /** Splits a file; false if it is not a complete JPEG with a single scan. */
     bool split(const uint8_t* data, size_t size);
 
-    /** Makes the header that of a picture `height` lines high; false if it holds no frame size. */
+    /**
+     * Changes the header to that of a picture `height` lines high; false if it has no frame size.
+     */
     bool setHeight(uint32_t height);
 };
 

@@ -8,7 +8,7 @@
 
 namespace korvane::testcard {
 
-/** Maps a file as long as it lives. Nobody may shorten the file meanwhile. */
+/** Maps a file for as long as this lives. Nobody may shorten the file meanwhile. */
 class MappedFile {
   public:
     MappedFile() = default;
@@ -16,7 +16,10 @@ class MappedFile {
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
 
-    /** Maps that file in place of an earlier one. Empty, or why it can't be or holds nothing. */
+    /**
+     * Maps that file in place of an earlier one. Returns "", or why it can't be mapped or that it
+     * is empty.
+     */
     [[nodiscard]] std::string map(const std::string& path);
 
     const uint8_t* data() const { return mData; }

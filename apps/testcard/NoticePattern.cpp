@@ -18,7 +18,7 @@ constexpr uint8_t kGroundCr = 120;
 constexpr uint32_t kCellWidth = CardFont::kWidth + 1;
 constexpr uint32_t kCellHeight = CardFont::kHeight + 3;
 
-// So many letters of the title fill a line.
+// This many letters of the title fill a line.
 constexpr uint32_t kTitleLetters = 26;
 
 uint32_t blocks(uint32_t pixels) {

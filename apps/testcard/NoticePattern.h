@@ -13,8 +13,8 @@ namespace korvane::testcard {
 
 /**
  * A title and a text below it between a card's coded strips, and above the lower strip a mark that
- * wanders from left to right with the frames: whoever looks sees that the picture is alive. What
- * does not fit is left out.
+ * moves from left to right with the frames: anyone looking sees that the picture is live. What
+ * doesn't fit is left out.
  */
 class NoticePattern : public CardPattern {
   public:
@@ -27,19 +27,19 @@ class NoticePattern : public CardPattern {
     Place placeOf(uint32_t kind) const override;
 
   private:
-    static constexpr uint32_t kMarks = 32;  // places of the mark
+    static constexpr uint32_t kMarks = 32;  // positions of the mark
 
     uint32_t write(const std::string& text, uint32_t scale, uint32_t top);
     void writeLine(const std::string& line, uint32_t scale, uint32_t top);
     void prepareMarks();
     bool isMarkLine(uint32_t line) const { return line / StripLayout::kScanRow == mMarkRow; }
 
-    const uint32_t mWidth;  // with whole blocks
-    const uint32_t mRows;   // of sixteen lines, the last one filled up
+    const uint32_t mWidth;  // rounded up to whole blocks
+    const uint32_t mRows;   // of sixteen lines, the last one padded
     const uint32_t mMarkRow;
     std::vector<uint8_t> mLuma;    // all lines
-    std::vector<uint8_t> mMarks;   // one line of luma for each place of the mark
-    std::vector<uint8_t> mChroma;  // one line, which is everywhere the same
+    std::vector<uint8_t> mMarks;   // one line of luma for each position of the mark
+    std::vector<uint8_t> mChroma;  // one line, the same everywhere
 };
 
 }  // namespace korvane::testcard

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A picture taken out of a captured frame, in one packing whatever the frame's was.
+// A picture taken from a captured frame, in one packing whatever the frame's was.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace korvane::testcard {
 
-/** Y, Cb and Cr of every pixel, one after the other. */
+/** Y, Cb and Cr of every pixel, one after another. */
 struct Picture {
     uint32_t width = 0;
     uint32_t height = 0;
@@ -24,13 +24,13 @@ struct Picture {
     }
 };
 
-/** Unpacks a picture without padding between its lines; `data` holds a whole one. */
+/** Unpacks a picture without padding between its lines; `data` holds a whole picture. */
 Picture pictureFromNv12(const uint8_t* data, uint32_t width, uint32_t height);
 Picture pictureFromYuyv(const uint8_t* data, uint32_t width, uint32_t height);
 
 /**
- * Decodes a JPEG file of any size up to 64 Mi pixels. False if it cannot be decoded or the decoder
- * had to warn of damaged data; `error` then holds the decoder's words.
+ * Decodes a JPEG file of any size up to 64 Mi pixels. False if it can't be decoded or the decoder
+ * warned of damaged data; `error` then holds the decoder's message.
  */
 bool decodeJpeg(const uint8_t* data, size_t size, Picture* out, std::string* error);
 

@@ -8,9 +8,9 @@
 namespace korvane::testcard {
 
 /**
- * Memory of a YCbCr 4:2:0 picture in any layout, as a locked graphic buffer describes it: luma (x,
- * y) is y[y * yStride + x], chroma (x, y) of a quarter picture cb[y * cStride + x * cStep], and so
- * cr.
+ * The memory of a YCbCr 4:2:0 picture in any layout, as a locked graphic buffer describes it: luma
+ * (x, y) is y[y * yStride + x], chroma (x, y) at a quarter of the size is cb[y * cStride + x *
+ * cStep], and the same for cr.
  */
 struct Planes {
     uint8_t* y = nullptr;
@@ -27,7 +27,7 @@ struct Planes {
         return {data, chroma, chroma + 1, width, width, 2};
     }
 
-    /** Whether chroma lies as it does in NV12: pairs of Cb and Cr. */
+    /** Whether chroma is laid out as in NV12: pairs of Cb and Cr. */
     bool hasPairs() const { return cStep == 2 && cr == cb + 1; }
 
     /** Writes a line of chroma for `width` pixels, given as pairs of Cb and Cr. */

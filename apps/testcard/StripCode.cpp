@@ -9,8 +9,8 @@ namespace {
 constexpr uint8_t kDark = 40;
 constexpr uint8_t kBright = 215;
 constexpr uint8_t kUnused = 128;
-constexpr uint32_t kDarkest = 96;     // a mean below is a 0
-constexpr uint32_t kBrightest = 160;  // a mean above is a 1
+constexpr uint32_t kDarkest = 96;     // a lower mean is a 0
+constexpr uint32_t kBrightest = 160;  // a higher mean is a 1
 
 constexpr size_t kBytes = StripLayout::kBits / 8;
 constexpr size_t kChecked = kBytes - 2;
@@ -41,7 +41,7 @@ bool bitAt(const uint8_t* bytes, uint32_t bit) {
     return (bytes[bit / 8] >> (7 - bit % 8) & 1) != 0;
 }
 
-// The mean over the middle of a cell: what a blurred edge does to its border does not count.
+// The mean over the middle of a cell: a blurred border doesn't count.
 uint32_t cellMean(const LumaView& luma, uint32_t left, uint32_t top, uint32_t cell) {
     uint32_t sum = 0;
     const uint32_t margin = cell / 4;

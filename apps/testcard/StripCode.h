@@ -21,26 +21,28 @@ struct LumaView {
     uint8_t at(uint32_t x, uint32_t y) const { return data[y * stride + x * step]; }
 };
 
-/** What the two strips of a picture say; nothing where a strip could not be read. */
+/** What the two strips of a picture say; nothing where a strip couldn't be read. */
 struct CardReading {
     std::optional<FrameStamp> top;
     std::optional<FrameStamp> bottom;
 
     bool readable() const { return top.has_value() && bottom.has_value(); }
 
-    /** Both strips are sound and of different frames. */
+    /** Both strips are valid and belong to different frames. */
     bool torn() const { return readable() && *top != *bottom; }
 };
 
 /**
- * The bits of one stamp: number, notice, time, then a checksum over all (CRC-16/CCITT), high bits
- * first.
+ * The bits of one stamp: number, notice, time, then a checksum over all of them (CRC-16/CCITT),
+ * most significant bits first.
  */
 class StripCode {
   public:
     explicit StripCode(const FrameStamp& stamp);
 
-    /** Fills one line of cells (`cellLine` counts them in the strip) with `width` luma samples. */
+    /**
+     * Fills one line of cells (`cellLine` counts them within the strip) with `width` luma samples.
+     */
     void fillLine(const StripLayout& layout, uint32_t cellLine, uint8_t* luma) const;
 
   private:

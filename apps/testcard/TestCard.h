@@ -28,7 +28,7 @@ class TestCard {
 
     const StripLayout& layout() const { return mLayout; }
 
-    /** Draws a whole picture; the planes hold at least the layout's width and height. */
+    /** Draws a whole picture; the planes must hold at least the layout's width and height. */
     void draw(const FrameStamp& stamp, const Planes& planes);
 
     /** The picture of a stamp as NV12 without padding. */

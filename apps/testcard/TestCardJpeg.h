@@ -17,8 +17,8 @@ namespace korvane::testcard {
 
 /**
  * A card of one size as JPEG. Each kind of a pattern's rows is encoded once, at the start; a frame
- * encodes nothing but its coded strip, once for both places, and puts the rows together. The same
- * stamp, pattern, size and quality always give the same file. Not thread-safe.
+ * only encodes its coded strip, once for both places, and puts the rows together. The same stamp,
+ * pattern, size and quality always give the same file. Not thread-safe.
  */
 class TestCardJpeg {
   public:
@@ -27,7 +27,7 @@ class TestCardJpeg {
     /** Encodes the test card's bars; null if the encoder fails (no memory). */
     static std::unique_ptr<TestCardJpeg> create(const StripLayout& layout, int quality = kQuality);
 
-    /** The same for another pattern; its lines have to fill whole blocks. */
+    /** The same for another pattern; its lines must fill whole blocks. */
     static std::unique_ptr<TestCardJpeg> create(const StripLayout& layout,
                                                 std::unique_ptr<const CardPattern> pattern,
                                                 int quality = kQuality);
@@ -52,7 +52,7 @@ class TestCardJpeg {
     StripLayout mLayout;
     std::unique_ptr<const CardPattern> mPattern;
     JpegRowEncoder mEncoder;
-    JpegRows mRows;   // one of each kind of the pattern's; their header is every frame's
+    JpegRows mRows;   // one of each kind of the pattern's rows; all frames use their header
     JpegRows mStrip;  // the strip of the frame being drawn
 };
 

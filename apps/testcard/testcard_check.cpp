@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// testcard-check: does what the host captured equal what the camera drew?
+// testcard-check: does what the host captured match what the camera drew?
 
 #include <cinttypes>
 #include <cstdio>
@@ -26,13 +26,13 @@ int cannotCheck(const std::string& file, const std::string& why) {
     return kCannotCheck;
 }
 
-/** What the command line names, read. */
+/** The files named on the command line, read. */
 struct Evidence {
     FrameLog log;
     Capture capture;
     HostTimes times;
 
-    /** Returns 0, or the exit status after having said what cannot be read. */
+    /** Returns 0, or the exit status after reporting what can't be read. */
     int read(const CheckOptions& options);
 
   private:
@@ -140,7 +140,7 @@ int writeContactSheet(const CheckOptions& options, const std::vector<Frame>& fra
     return cannotCheck(options.contactSheet, error);
 }
 
-// What the frame's two codes say; frames without them, or with different ones, have none.
+// What the frame's two codes say; frames with no codes, or with two different ones, have none.
 std::string codeOf(const CheckOptions& options, const Frame& frame) {
     Picture picture;
     std::string error;
