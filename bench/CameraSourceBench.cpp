@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The processor time that a frame of a camera costs on its way from the source to the stream's
-// buffer: passed on or copied as it is, and decoded, converted or encoded because it has to be.
-// Everything that GStreamer does is counted, reading the file too; the rate is the source's, 30 a
+// The processor time that a camera's frame costs on its way from the source to the stream's buffer:
+// passed through or copied as it is, or decoded, converted or encoded where necessary. Everything
+// that GStreamer does is counted, including reading the file; the rate is the source's, 30 frames a
 // second.
 
 #include <cstdint>
@@ -23,14 +23,14 @@ constexpr uint32_t kHeight = 720;
 constexpr int kFrames = 60;
 constexpr char kSize[] = "width=1280,height=720,framerate=30/1";
 
-/** Files as cameras give their pictures, made once. */
+/** Files in the formats that cameras deliver, made once. */
 class Material {
   public:
     Material() {
         gst_init(nullptr, nullptr);
         char name[] = "/tmp/camera-source-bench-XXXXXX";
         mFolder = mkdtemp(name);
-        // Webcams halve the colour in one direction only.
+        // Webcams halve the chroma in one direction only.
         make("Y42B", " ! jpegenc", "jpeg", 1);
         make("NV12", "", "nv12", 100);
         make("YUY2", "", "yuy2", 100);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// YUYV from NV12: what it costs beside a copy of the same bytes, and the two library calls alone.
+// YUYV from NV12: its cost compared with copying the same bytes, and that of the two library calls.
 
 #include <cstdint>
 #include <cstring>
@@ -18,7 +18,7 @@ namespace {
 using korvane::hardware::camera::desktop::V2_0::implementation::YuyvConverter;
 using korvane::hardware::camera::desktop::V2_0::implementation::yuyvSize;
 
-// As many frames as a stream has on their way, so that none is warmer here than there.
+// As many frames as a stream has in flight, so that the caches are no warmer here than there.
 constexpr int kSources = 6;
 constexpr int kTargets = 4;
 
@@ -75,7 +75,7 @@ void toYuyv(const Pictures& pictures) {
                        pictures.height);
 }
 
-// Frame by frame in turn, so that whatever else the machine does falls on all alike.
+// Frame by frame in turn, so that whatever else the machine does affects all of them alike.
 void conversion(benchmark::State& state) {
     Pictures pictures(state.range(0), state.range(1));
     YuyvConverter converter;

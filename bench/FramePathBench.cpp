@@ -43,14 +43,14 @@ constexpr NamedMode kModes[] = {
         {"YUYV/3840x2160", {StreamMode::YUYV, 3840, 2160}},
 };
 
-// What of a frame's cost is the scripted node's, whoever uses it.
+// The share of a frame's cost that is the scripted node's, whoever uses it.
 void addNode(Samples* cpu, int64_t count) {
     BareNode bare;
     for (int64_t i = 0; i < count; ++i) cpu->add(bare.pass());
 }
 
-// Frame and copy in turn, so that whatever else the machine does falls on both alike. The node
-// alone comes before and after them: two nodes in a process would wake each other's threads.
+// Frame and copy in turn, so that whatever else the machine does affects both alike. The node alone
+// is measured before and after them: two nodes in one process would wake each other's threads.
 void cost(benchmark::State& state, const StreamMode& mode) {
     const int64_t nodePasses = std::min<int64_t>(state.max_iterations, 2000);
     Samples node, frameCpu, frameWall, copyCpu, copyWall;
@@ -97,8 +97,8 @@ class Load {
     std::vector<std::thread> mThreads;
 };
 
-// Frames with a pause before each, in which the processor turns to other things, as in a stream;
-// and the copies likewise, since a processor that wakes up is slower for a while.
+// Frames with a pause before each, in which the processor does other things, as in a real stream;
+// and copies with the same pauses, since a processor is slower for a while after waking up.
 void latency(benchmark::State& state, const StreamMode& mode, bool busy) {
     FrameStream stream(mode);
     const Load load(busy);
@@ -138,7 +138,7 @@ Counts ofThisThread() {
     return {static_cast<int64_t>(test::allocations()), usage.ru_nvcsw, usage.ru_minflt};
 }
 
-// Without allocations, which aren't counted for each thread.
+// Without allocations, which aren't counted per thread.
 Counts ofThread(pid_t thread) {
     const std::string task = "/proc/self/task/" + std::to_string(thread);
     Counts counts;
@@ -154,7 +154,7 @@ Counts ofThread(pid_t thread) {
     return counts;
 }
 
-// What a frame makes its threads do beside moving its bytes.
+// What a frame makes its threads do apart from moving its bytes.
 void counts(benchmark::State& state, const StreamMode& mode) {
     FrameStream stream(mode);
     Counts total;

@@ -22,12 +22,12 @@ void need(bool condition, const char* what) {
     if (!condition) throw std::runtime_error(std::string(what) + ": " + strerror(errno));
 }
 
-/** Commands that the driver brought; each has its data after it. */
+/** Commands from the driver; each is followed by its data. */
 class Arrived {
   public:
     Arrived(const uint8_t* bytes, size_t size) : mNext(bytes), mEnd(bytes + size) {}
 
-    /** The data of the first command that is `wanted`; none when it isn't among them. */
+    /** The data of the first `wanted` command; none if it isn't among them. */
     std::optional<binder_transaction_data> find(uint32_t wanted) {
         while (mNext < mEnd) {
             uint32_t command;
@@ -52,7 +52,7 @@ class Arrived {
 
 BareBinder::BareBinder() : mDevice(open(kDevice, O_RDWR | O_CLOEXEC)) {
     need(mDevice.ok(), kDevice);
-    // For the life of the process: the driver puts there what this device receives.
+    // Mapped for the life of the process: the driver puts what this device receives there.
     const void* const area =
             mmap(nullptr, kAreaSize, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, mDevice.get(), 0);
     need(area != MAP_FAILED, "no receive area");

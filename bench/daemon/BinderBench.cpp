@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What calls between processes cost on a real driver: bare, through HIDL, relayed by the daemon
-// from one client to another, and answered by the daemon's controller; for texts of growing length.
+// from one client to another, and answered by the daemon's controller; for texts of increasing
+// length.
 
 #include <cstdint>
 #include <stdexcept>
@@ -28,17 +29,19 @@ using test::StubCallback;
 using test::desktop_v2::ClientType;
 using test::desktop_v2::ICameraDesktop;
 
-// A kind that nobody registers for: its commands end in the daemon.
+// A kind that nobody registers for: commands to it end in the daemon.
 constexpr auto kNobody = static_cast<ClientType>(6);
 
-/** The processes that answer; they start before this one has the driver, which can't be shared. */
+/**
+ * The processes that answer; they start before this one opens the driver, which can't be shared.
+ */
 struct Servers {
     Servers() {
         manager.waitFor("Ready");
         daemon.waitFor("Registered Camera Desktop HAL service success!");
         client.line().say('g');
         if (client.line().hear() != 'r') throw std::runtime_error("the client does not register");
-        // The controller looks for the service, and becomes its client, only after a while.
+        // The controller only looks for the service, and becomes its client, after a while.
         daemon.waitFor("Got service for camera desktop 0x");
     }
 
@@ -70,7 +73,7 @@ struct World {
     sp<ICameraDesktop> service = ICameraDesktop::tryGetService("default");
 };
 
-/** The daemon's reply to a command; whatever is not `expected` ends the benchmark. */
+/** The daemon's reply to a command; anything but `expected` ends the benchmark. */
 void send(benchmark::State& state, ClientType to, const hidl_string& command,
           const std::string& expected) {
     std::string reply;
@@ -92,7 +95,7 @@ void ping(benchmark::State& state) {
     hidl.report(state, "hidl");
 }
 
-/** A command of some length: bare, to nobody, to another process, to the controller. */
+/** A command of a given length: bare, to nobody, to another process, to the controller. */
 void command(benchmark::State& state) {
     World& world = World::get();
     const std::string text = R"({"x":")" + std::string(state.range(0) - 8, 'x') + R"("})";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the cost of reading the function's configuration, and of reading a command, grows with what
-// there is to read.
+// How the cost of reading the function's configuration, and of parsing a command, grows with the
+// amount there is to read.
 
 #include <algorithm>
 #include <cstdint>
@@ -23,7 +23,9 @@ using hardware::camera::desktop::V2_0::implementation::UvcConfig;
 using test::PrivateFiles;
 using test::UvcFunctionTree;
 
-/** A function with this many sizes, half of each format, in no order, and so many intervals. */
+/**
+ * A function with this many sizes, half of them in each format, unsorted, and this many intervals.
+ */
 class Function {
   public:
     Function(int sizes, int intervals) {
@@ -103,8 +105,8 @@ int main(int argc, char** argv) {
     using namespace korvane::bench;
     grow("config_sizes", configSizes, 4, 1024);
     grow("config_intervals", configIntervals, 2, 8192);
-    // Texts of up to some 64 kB. From twice that on the allocator fetches the memory of a nested
-    // one from the system and gives it back each time, which can double the cost once.
+    // Texts of up to some 64 kB. From twice that size on, the allocator gets the memory for a
+    // nested one from the system and returns it each time, which can double the cost once.
     grow("command_text", commandText, 16, 65536);
     grow("command_members", commandMembers, 4, 4096);
     grow("command_depth", commandDepth, 4, 16384);

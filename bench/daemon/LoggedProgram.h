@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program of its own that a benchmark starts and watches by what it says on stderr.
+// A separate program that a benchmark starts and follows by what it prints to stderr.
 #pragma once
 
 #include <cstdint>
@@ -23,13 +23,13 @@ class LoggedProgram {
     LoggedProgram(const LoggedProgram&) = delete;
     LoggedProgram& operator=(const LoggedProgram&) = delete;
 
-    /** When it was started: monotonic nanoseconds, as all times here, before the fork. */
+    /** When it was started, taken before the fork: monotonic nanoseconds, like all times here. */
     int64_t started() const { return mStarted; }
 
     /**
-     * Waits until it has said text and returns when that was noticed. What has come before it is
-     * forgotten, so texts are to be waited for in their order. Throws when the program ends before,
-     * or after twenty seconds of silence.
+     * Waits until it has printed the text and returns when that was noticed. All output up to there
+     * is discarded, so wait for texts in their order. Throws if the program ends first, or after
+     * twenty seconds of silence.
      */
     int64_t waitFor(const std::string& text);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A setup packet's way through the daemon, over a scripted node: from its arrival to the response
-// by the poll thread, and what of it is waking a thread, the scripted calls, and the daemon's own.
+// A setup packet's way through the daemon, over a scripted node: from its arrival to the poll
+// thread's response, split into waking a thread, the scripted calls, and the daemon's own share.
 
 #include <atomic>
 #include <cstdint>
@@ -36,7 +36,7 @@ void sendGetCur(ScriptedKernel& node) {
     node.sendSetup(kGet, UVC_GET_CUR, kProbe, 1, 34);
 }
 
-/** A descriptor that one thread raises and another takes back. */
+/** A descriptor that one thread raises and another resets. */
 class Bell {
   public:
     Bell() : mFd(eventfd(0, EFD_CLOEXEC)) {}
@@ -89,7 +89,7 @@ class Answerer {
     std::thread mThread;
 };
 
-/** Through the poll thread of the whole daemon; until the response reaches the node. */
+/** Through the poll thread of the whole daemon, until the response reaches the node. */
 class PolledNode {
   public:
     void request() {
@@ -110,7 +110,7 @@ class PolledNode {
 /** The same device class without a thread: the event is handled at once. */
 class DirectNode {
   public:
-    // What fails is in the log, and in the times.
+    // Failures show in the log, and in the times.
     DirectNode() { (void)mDevice.open(); }
 
     void request() {
@@ -126,7 +126,7 @@ class DirectNode {
     UvcV4l2Ctrl mDevice{kPath, mStats};
 };
 
-/** What the scripted node itself costs: the same calls, and nothing between them. */
+/** The cost of the scripted node itself: the same calls, with nothing in between. */
 class BareNode {
   public:
     BareNode() : mFd(open(kPath, O_RDWR)) {}

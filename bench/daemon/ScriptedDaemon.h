@@ -6,12 +6,12 @@
 
 namespace korvane::bench {
 
-/** The one of this program; its controller has opened the node. */
+/** This program's world; its controller has opened the node. */
 test::DaemonWorld& scriptedDaemon();
 
 /**
- * The main of a bench that uses it. Where the world can't be had (no root, no namespaces) it says
- * why and returns 77, by which its test is skipped.
+ * The main function of a bench that uses it. If the world can't be set up (no root, no namespaces)
+ * it says why and returns 77, which makes its test a skipped one.
  */
 int runWithScriptedDaemon(int argc, char** argv);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long the daemon takes from its exec to the registered service, beside processes that do less.
-// The registration needs /dev/hwbinder; where there is none, what is measured ends where the daemon
+// How long the daemon takes from its exec to the registered service, compared with processes that
+// do less. Registration needs /dev/hwbinder; without it, the measurement ends where the daemon
 // first asks for it.
 
 #include <string>

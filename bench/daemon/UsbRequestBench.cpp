@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A host's requests over USB: those that the daemon answers, beside one that the gadget's kernel
-// answers alone. UsbRequestBench USB VIDEO OPTION...: the webcam's node under /dev/bus/usb, and the
-// host's video node of it.
+// A host's requests over USB: those that the daemon answers, compared with one that the gadget's
+// kernel answers alone. UsbRequestBench USB VIDEO OPTION...: the webcam's node under /dev/bus/usb,
+// and its video node on the host.
 
 #include <cerrno>
 #include <cstdint>
@@ -22,7 +22,7 @@
 namespace korvane::bench {
 namespace {
 
-// What the host's driver asks to try a format: SET_CUR, GET_MIN, GET_MAX, SET_CUR, GET_CUR.
+// The requests a host's driver makes to try a format: SET_CUR, GET_MIN, GET_MAX, SET_CUR, GET_CUR.
 constexpr int kProbeRequests = 5;
 
 android::base::unique_fd sUsb;

@@ -17,7 +17,7 @@
 namespace korvane::bench {
 namespace {
 
-// The default of vm/gadget.
+// vm/gadget's default.
 constexpr uint32_t kMaxPacket = 3072;
 constexpr int32_t kStall = -EL2HLT;
 constexpr uint32_t kEvents[] = {UVC_EVENT_SETUP, UVC_EVENT_DATA, UVC_EVENT_STREAMON,
@@ -109,7 +109,7 @@ void BareGadget::answer(const usb_ctrlrequest& asked) {
         case UVC_GET_INFO:
             return respond(kGetAndSet, sizeof(kGetAndSet));
         default:
-            // A request that sets it reads these bytes in their place.
+            // A SET request reads into these bytes instead.
             return respond(&mControl, sizeof(mControl));
     }
 }
@@ -191,7 +191,7 @@ bool BareGadget::queue(const Fill& fill) {
         if (!mBuffers[i].isFree) continue;
         v4l2_buffer next = bufferOf(i);
         next.bytesused = fill(mBuffers[i].memory, mBuffers[i].size);
-        // Refused when the host has just gone.
+        // Refused if the host has just gone.
         mBuffers[i].isFree = ioctl(mNode.get(), VIDIOC_QBUF, &next) != 0;
         return !mBuffers[i].isFree;
     }

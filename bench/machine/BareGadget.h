@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The UVC gadget's node with nothing of the daemon: what any program must do to stream through it.
+// The UVC gadget's node without the daemon: what any program must do to stream through it.
 #pragma once
 
 #include <array>
@@ -25,17 +25,17 @@ struct BareFormat {
 };
 
 /**
- * Answers the host on one thread, run(), and takes sent buffers back there; another thread queues
- * frames. Throws what can't be had.
+ * Answers the host on one thread, run(), and takes back sent buffers there; another thread queues
+ * frames. Throws if something can't be set up.
  */
 class BareGadget {
   public:
     BareGadget(const std::string& node, const BareFormat& format);
 
-    /** Serves the node, for ever. */
+    /** Serves the node, forever. */
     [[noreturn]] void run();
 
-    /** Writes a frame to memory of that size and returns its bytes. */
+    /** Writes a frame to memory of that size and returns its number of bytes. */
     using Fill = std::function<size_t(uint8_t* memory, size_t size)>;
 
     /** Fills a free buffer and queues it; false if there is none, or no stream. */

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// bare_frames NODE FOURCC WIDTH HEIGHT BYTES: stream through the UVC gadget's node, for ever, what
-// a camera in another process draws, thirty frames a second. What no daemon between the two can do
-// without is all that there is: two binder calls a frame of the size of the buffer queue's, by
-// hand-written commands; shared memory; one copy, or for YUYV one conversion; a thread that takes
-// buffers back. BYTES is a JPEG's size. The camera is a child of this program and the second
+// bare_frames NODE FOURCC WIDTH HEIGHT BYTES: streams what a camera in another process draws
+// through the UVC gadget's node, forever, at thirty frames a second. There is nothing here but what
+// every daemon between the two needs: two binder calls a frame, the size of the buffer queue's,
+// with hand-written commands; shared memory; one copy, or for YUYV one conversion; a thread that
+// takes back buffers. BYTES is a JPEG's size. The camera is a child of this program and the second
 // process of that name.
 
 #include <algorithm>
@@ -34,11 +34,11 @@ namespace service = hardware::camera::desktop::V2_0::implementation;
 
 constexpr uint32_t kSlots = 4;
 constexpr uint32_t kDequeue = 1, kQueue = 2;
-// About what the buffer queue's calls bring and answer, with their buffers.
+// About the size of the buffer queue's calls and replies, with their buffers.
 constexpr size_t kCallBytes = 256, kReplyBytes = 256;
 constexpr int64_t kBeatNs = 1000000000 / 30;
 
-/** Frames in memory that both processes have. */
+/** Frames in memory shared by both processes. */
 class SharedFrames {
   public:
     SharedFrames(const BareFormat& format, size_t jpegBytes)
@@ -53,7 +53,7 @@ class SharedFrames {
 
     void draw(uint32_t slot, uint32_t frame) { memset(at(slot), static_cast<int>(frame), mBytes); }
 
-    /** Copies or converts a frame into a buffer of the node. */
+    /** Copies or converts a frame into one of the node's buffers. */
     size_t move(uint32_t slot, uint8_t* out, size_t room) {
         if (mFormat.fourcc == V4L2_PIX_FMT_YUYV) return convert(slot, out);
         const size_t size = std::min(mBytes, room);
@@ -123,7 +123,7 @@ void waitUntil(int64_t ns) {
     binder.serve(answer);
 }
 
-/** The camera, in a process of its own that ends with this one; it waits for a byte of `go`. */
+/** The camera, in a process of its own that ends with this one; it waits for a byte from `go`. */
 void startCamera(SharedFrames& frames, int go) {
     if (fork() != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A scripted node in the hands of a program that does nothing else.
+// A scripted node driven by a program that does nothing else.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +11,9 @@
 namespace korvane::bench {
 
 /**
- * What any program pays that streams over a scripted node: the caller's thread queues empty
- * buffers, one of its own waits for them in `select` and takes them back. Throws std::runtime_error
- * when the node refuses something.
+ * What any program that streams over a scripted node has to pay: the caller's thread queues empty
+ * buffers, a thread of its own waits for them in `select` and takes them back. Throws
+ * std::runtime_error if the node refuses something.
  */
 class BareNode {
   public:
@@ -22,7 +22,8 @@ class BareNode {
     BareNode(const BareNode&) = delete;
     BareNode& operator=(const BareNode&) = delete;
 
-    /** Passes a buffer to the driver and, once sent, back: processor time of both threads, in ns.
+    /**
+     * Passes a buffer to the driver and, once sent, back: processor time of both threads, in ns.
      */
     int64_t pass();
 
@@ -33,7 +34,7 @@ class BareNode {
 
     test::ScriptedKernel mNode{"/dev/video0"};
     const int mFd;
-    int mEnd[2];  // a pipe whose closing ends the thread
+    int mEnd[2];  // a pipe that ends the thread when closed
     uint32_t mPassed = 0;
     std::thread mThread;
     clockid_t mThreadTime = 0;

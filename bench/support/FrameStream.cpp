@@ -27,7 +27,7 @@ struct Size {
     uint32_t width;
     uint32_t height;
 };
-// In the order that the daemon gives them, by pixels.
+// In the daemon's order, by pixels.
 constexpr Size kSizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
 
 uint8_t frameIndex(const StreamMode& mode) {
@@ -65,7 +65,7 @@ pid_t findPollThread() {
     return found;
 }
 
-// As the kernel numbers the processor time of one thread.
+// The kernel's number for the processor time of one thread.
 clockid_t processorTimeOf(pid_t thread) {
     return static_cast<clockid_t>(~static_cast<unsigned>(thread) << 3 | 6);
 }
@@ -98,7 +98,7 @@ FrameStream::FrameStream(const StreamMode& mode) : mMode(mode) {
     mPollThreadTime = processorTimeOf(mPollThread);
     for (int i = 0; i < kSources; ++i) mSources.emplace_back(mode.frameSize());
     for (int i = 0; i < kTargets; ++i) mTargets.emplace_back(mode.frameSize());
-    // Every page of every buffer, and whatever is made once.
+    // To touch every page of every buffer, and do whatever is done only once.
     for (int i = 0; i < 3 * kSources * kTargets; ++i) pass();
 }
 
@@ -132,7 +132,7 @@ void FrameStream::takeBack() {
     mWorld.node.waitUntilIdle();
 }
 
-// The daemon takes the size away as it reads it.
+// The daemon clears the size as it reads it.
 void FrameStream::drawFooter(int slot) {
     android::GraphicBuffer& blob = *mCamera->buffer(slot);
     void* memory = nullptr;

@@ -22,7 +22,7 @@ struct StreamMode {
     Format format;
     uint32_t width;
     uint32_t height;
-    /** Bytes of a JPEG; of no meaning to the others. */
+    /** Bytes of a JPEG; ignored for the other formats. */
     uint32_t jpegSize = 0;
 
     /** Bytes that reach the UVC buffer. */
@@ -33,17 +33,17 @@ struct StreamMode {
 struct FrameTimes {
     /** Processor time of the thread that queues the frame and of the one that takes it back. */
     int64_t cpu;
-    /** Time of day of the same. What the host does between them doesn't count. */
+    /** Elapsed time of the same. What the host does between them doesn't count. */
     int64_t wall;
     /** From the camera's call to the driver's. */
     int64_t latency;
 };
 
 /**
- * The daemon's objects, a camera that queues on the caller's thread, and beside them buffers of the
- * same number and kind, to copy between. Throws std::runtime_error when there can be none.
+ * The daemon's objects, a camera that queues on the caller's thread, and alongside them buffers of
+ * the same number and kind, to copy between. Throws std::runtime_error if they can't be set up.
  *
- * A program has this by linking `korvane_frame_stream`. One at a time.
+ * Programs get this by linking `korvane_frame_stream`. One at a time.
  */
 class FrameStream {
   public:
@@ -52,11 +52,10 @@ class FrameStream {
     /** Passes a frame from the camera to the driver and, once sent, back. */
     FrameTimes pass();
 
-    /** Copies as many bytes as a frame has to the next of the other buffers; times without latency.
-     */
+    /** Copies a frame's number of bytes to the next of the other buffers; times without latency. */
     FrameTimes copy();
 
-    /** The first half and the second half of pass(), for counting what they do. */
+    /** The two halves of pass(), for counting what they do. */
     void queue();
     void takeBack();
 

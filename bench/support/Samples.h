@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Times of single frames, and what is said about them.
+// Times of single frames, and statistics about them.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +20,7 @@ inline int64_t now(clockid_t clock) {
     return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
 }
 
-/** What a call takes on a clock. */
+/** How long a call takes on a clock. */
 template <typename Call>
 int64_t timed(clockid_t clock, Call call) {
     const int64_t start = now(clock);
@@ -28,14 +28,16 @@ int64_t timed(clockid_t clock, Call call) {
     return now(clock) - start;
 }
 
-/** Durations in nanoseconds. Adding one allocates nothing until `capacity` are there. */
+/** Durations in nanoseconds. Adding one doesn't allocate until there are `capacity`. */
 class Samples {
   public:
     explicit Samples(size_t capacity = 1 << 16) { mNs.reserve(capacity); }
 
     void add(int64_t ns) { mNs.push_back(ns); }
 
-    /** The value below which that share of the samples lies, in microseconds; 0 without any. */
+    /**
+     * The value below which that share of the samples lies, in microseconds; 0 if there are none.
+     */
     double quantile(double share) {
         if (mNs.empty()) return 0;
         const auto at =

@@ -13,8 +13,10 @@
 
 namespace korvane::bench {
 
-/** A shared mapping of a memfd, as graphic buffers and a driver's buffers are, with every page
- * there. */
+/**
+ * A shared mapping of a memfd, like graphic buffers and a driver's buffers, with every page
+ * present.
+ */
 class SharedMemory {
   public:
     explicit SharedMemory(size_t size) : mSize(size) {
