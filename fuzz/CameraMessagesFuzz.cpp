@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What others tell the camera: commands, and the service's replies.
+// What others send to the camera: commands, and the service's replies.
 #include <string>
 
 #include "Fuzzer.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a host captured, to the program that checks it: a byte that says which format, a text that
-// is the camera's log, and the capture.
+// What a host captured, given to the program that checks it: a byte for the format, a text that is
+// the camera's log, and the capture.
 #include <sstream>
 #include <string>
 #include <vector>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands of clients to the webcam controller, while a host streams: the input is the text.
+// Clients' commands to the webcam controller, while a host streams: the input is the text.
 #include <string>
 
 #include "Fuzzer.h"
@@ -9,7 +9,7 @@ using korvane::fuzz::mustHold;
 using korvane::test::DaemonWorld;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // It has threads and objects that live for good, as in the daemon.
+    // It has threads and objects that are never destroyed, as in the daemon.
     static DaemonWorld* const sWorld = [] {
         auto* const world = new DaemonWorld;
         mustHold(world->available(), "there is a world");

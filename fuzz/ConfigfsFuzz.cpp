@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A function's tree in configfs. The input changes attributes of a whole tree one after the other:
-// a byte says which, a text what it becomes; an empty one removes it.
+// A function's tree in configfs. The input changes attributes of a complete tree one after another:
+// a byte says which, a text gives its new value; an empty text removes it.
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -61,7 +61,7 @@ void use(UvcConfig& config, FuzzInput& input) {
     uvc_streaming_control block;
     for (const int selector : {1, 2, input.take<int8_t>() + 0}) {
         config.setControlSelector(selector);
-        // Either will do: a choice that there isn't, too.
+        // Either result will do: the choice may not exist.
         (void)config.setVideoStreamConfig(input.take<int8_t>(), input.take<int8_t>(),
                                           input.take<uint32_t>());
         config.fillCurCtrl(&block);
@@ -88,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     const int changes = input.take<uint8_t>() % (kMostChanges + 1);
     for (int i = 0; i < changes && !input.empty(); i++) change(tree, input);
-    // An attribute that is missing or no number ends the service, by design: just these two.
+    // An attribute that is missing or not a number ends the service, by design: only these two.
     try {
         UvcConfig config;
         use(config, input);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Graphic buffers and fences as another process flattened them: the input is a handle's
-// descriptors, numbers and attributes. What is taken for a buffer must be one that can be drawn
-// into.
+// Graphic buffers and fences as flattened by another process: the input is a handle's descriptors,
+// numbers and attributes. Whatever is accepted as a buffer must be one that can be drawn into.
 #include <cstring>
 
 #include <sys/mman.h>
@@ -25,7 +24,7 @@ namespace {
 
 constexpr size_t kMostInts = 16;
 
-/** A handle of the input's, or one of a buffer that there is with some of its numbers changed. */
+/** A handle from the input, or that of an existing buffer with some of its numbers changed. */
 class Handle {
   public:
     explicit Handle(FuzzInput& input) {

@@ -22,7 +22,7 @@ using korvane::test::YCbCrPicture;
 
 namespace {
 
-/** From the smallest that can be asked for; what is special about a size shows in small ones. */
+/** Small pictures are enough: they show everything that depends on size. */
 constexpr uint32_t kMostPixels = 96;
 
 void blob(FuzzInput& input, Tight tight) {
@@ -40,7 +40,7 @@ void picture(FuzzInput& input, Tight tight) {
                                                         YCbCrPicture::I420, YCbCrPicture::YV12};
     const YCbCrPicture::Layout layout = kLayouts[input.take<uint8_t>() % std::size(kLayouts)];
     implementation::YuyvConverter converter;
-    // What was converted stays readable until the next frame has been.
+    // A converted frame stays readable until the next one has been converted.
     std::unique_ptr<GuardedMemory> latest;
     for (int frames = input.take<uint8_t>() % 3; frames >= 0; frames--) {
         const uint32_t width = 2 + 2 * (input.take<uint8_t>() % (kMostPixels / 2));

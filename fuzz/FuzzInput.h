@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes a fuzzer's input apart; what is missing at its end reads as zeros.
+// Takes a fuzzer's input apart; whatever is missing at its end reads as zeros.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +17,7 @@ class FuzzInput {
 
     bool empty() const { return mSize == 0; }
 
-    /** A number, as the machine stores it. */
+    /** A number in the machine's byte order. */
     template <typename T>
     T take() {
         T value = {};
@@ -27,7 +27,7 @@ class FuzzInput {
         return value;
     }
 
-    /** The next bytes, as many as there are of those wanted. */
+    /** The next bytes, or as many of those wanted as there are. */
     std::vector<uint8_t> bytes(size_t wanted) {
         const size_t count = std::min(wanted, mSize);
         std::vector<uint8_t> bytes(mData, mData + count);
@@ -35,7 +35,7 @@ class FuzzInput {
         return bytes;
     }
 
-    /** A byte that says how long the text after it is. */
+    /** A byte with the length, then the text. */
     std::string text() {
         const std::vector<uint8_t> characters = bytes(take<uint8_t>());
         return {characters.begin(), characters.end()};

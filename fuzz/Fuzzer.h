@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What each fuzzer here defines, and has. See CMakeLists.txt for the two ways to build one.
+// What each fuzzer here defines and uses. See CMakeLists.txt for the two ways to build one.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 #include "FuzzInput.h"
 
-/** One run; must leave nothing behind that the next one could notice. Returns 0. */
+/** One run; must leave nothing behind that could affect the next one. Returns 0. */
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace korvane::fuzz {

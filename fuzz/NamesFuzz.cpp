@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Names that clients give the register: of interfaces, of services, and the chain that a service
-// says it has. The input is one name, or several, a line each.
+// claims to have. The input is one name or several, one per line.
 #include <sstream>
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Calls from processes that send anything, to an object of each interface that others can reach.
-// The input says which object and method, then how the parcel is written, value by value, and at
-// last which of its bytes are changed before it is received.
+// Calls from processes that may send anything, to an object of each interface that others can
+// reach. The input says which object and method, then how the parcel is written, value by value,
+// and finally which of its bytes are changed before it is received.
 #include <iterator>
 #include <vector>
 
@@ -46,7 +46,7 @@ struct Consumer : android::BnConsumerListener {
     void onSidebandStreamChanged() override {}
 };
 
-/** A queue with the producer's end of it. */
+/** A queue and its producer end. */
 class Queue {
   public:
     Queue() {
@@ -78,7 +78,7 @@ sp<StubCallback> makeCallback() {
     return new StubCallback([](const std::string& command) { return command; });
 }
 
-/** A parcel that is written as the input says. What it holds lives as long as it. */
+/** A parcel written as the input says. What it refers to lives as long as it does. */
 class WrittenParcel {
   public:
     explicit WrittenParcel(FuzzInput& input) {
@@ -134,7 +134,7 @@ class WrittenParcel {
         mStrings.push_back(std::make_unique<hidl_string>(input.text()));
         const hidl_string& string = *mStrings.back();
         mParcel.writeBuffer(&string, sizeof(string), &mParent);
-        // As the runtime lays a string out: its characters are a buffer of their own.
+        // The runtime's layout of a string: its characters are a buffer of their own.
         mParcel.writeEmbeddedBuffer(string.c_str(), string.size() + 1, nullptr, mParent, 0);
     }
 
@@ -220,7 +220,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                     new android::ServiceManager};
     const sp<IBase> interface = interfaces[input.take<uint8_t>() % std::size(interfaces)];
     const sp<IBinder> object = getOrCreateCachedBinder(interface.get());
-    // The second call finds what the first one has left.
+    // The second call finds what the first one has left behind.
     for (int calls = 0; calls < 3 && !input.empty(); calls++) call(object, input);
     return 0;
 }

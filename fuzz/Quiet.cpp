@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps the log out of the way: hundreds of thousands of lines a second say nothing.
+// Keeps the log quiet: hundreds of thousands of lines a second tell nobody anything.
 #include <android/log.h>
 
 namespace {
@@ -13,7 +13,7 @@ const bool sIsQuiet = [] {
 
 }  // namespace
 
-/** Called by libFuzzer, which it makes the linker take this file for. */
+/** Called by libFuzzer, for which the linker therefore includes this file. */
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return sIsQuiet ? 0 : 1;
 }

@@ -15,10 +15,10 @@ int main(int argc, char** argv) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i], error)) {
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> input{std::istreambuf_iterator<char>(file), {}};
-            // Named before it runs: it may be the last one.
+            // Printed before it runs: it may be the last one.
             printf("%s\n", entry.path().c_str());
             fflush(stdout);
-            // Its own block, of just its size, so that reading beyond it shows.
+            // A block of its own, of exactly its size, so that reading past it shows.
             const std::vector<uint8_t> exact(input.begin(), input.end());
             LLVMFuzzerTestOneInput(exact.data(), exact.size());
             count++;

@@ -40,7 +40,7 @@ extern "C" ssize_t __wrap_uevent_kernel_multicast_recv(int, void* buffer, size_t
     return static_cast<ssize_t>(size);
 }
 
-// A node that doesn't come isn't waited for.
+// Nobody waits for a node that doesn't come.
 extern "C" int __wrap_usleep(useconds_t) {
     return 0;
 }

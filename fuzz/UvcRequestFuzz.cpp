@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A host's requests with their data stages, and what the driver says between them, to a whole
-// device over a scripted node. The input is a row of such events: a byte for each that says which,
-// then what belongs to it.
+// A host's requests with their data stages, and the driver's messages between them, sent to a whole
+// device over a scripted node. The input is a sequence of such events: a byte that says which, then
+// its data.
 
 #include <memory>
 #include <vector>
@@ -65,7 +65,7 @@ void raise(ScriptedKernel& kernel, UvcV4l2Ctrl& device, FuzzInput& input, Course
             break;
         }
         case 2: {
-            // The length that the driver names may be any.
+            // The driver may report any length.
             v4l2_event event = {};
             event.type = UVC_EVENT_DATA;
             uvc_request_data data = {};
@@ -93,7 +93,7 @@ void raise(ScriptedKernel& kernel, UvcV4l2Ctrl& device, FuzzInput& input, Course
             break;
         }
         default:
-            (void)device.handlePendingData(PollableDev::DATA_WRITABLE);  // nothing may be sent
+            (void)device.handlePendingData(PollableDev::DATA_WRITABLE);  // may have nothing
             return;
     }
     (void)device.handlePendingData(PollableDev::DATA_EXCEPTION);  // always 0
