@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A camera that is killed or stopped at a step of a stream.
+// A camera that is killed or stopped at a given step of a stream.
 #include <array>
 #include <csignal>
 #include <string>
@@ -24,7 +24,7 @@ using android::hardware::hidl_string;
 
 namespace {
 
-/** Raises the signal when the camera gets to the step. */
+/** Raises the signal when the camera reaches the step. */
 class Mishap {
   public:
     Mishap(std::string step, int signal) : mStep(std::move(step)), mSignal(signal) {}
@@ -41,7 +41,7 @@ class Mishap {
     const int mSignal;
 };
 
-/** Frames, as they come; false when the queue doesn't take them any more. */
+/** Queues a frame in each buffer that comes; false once the queue no longer takes them. */
 bool render(const sp<IGraphicBufferProducer>& queue, const Mishap& mishap) {
     IGraphicBufferProducer::QueueBufferOutput output;
     if (queue->connect(new android::StubProducerListener(), NATIVE_WINDOW_API_CAMERA, false,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Attacks by calls of the service and of the register.
+// Attacks through calls to the service and the register.
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -32,14 +32,14 @@ namespace {
 constexpr uint32_t kSendCommand = 6;
 constexpr ClientType kKind = ClientType::RESERVED_5;
 
-/** Sends a command and gives the reply; false if the call failed. */
+/** Sends a command and returns the reply; false if the call failed. */
 bool send(const Service& to, ClientType kind, const std::string& command) {
     return to->sendCommand(kind, command, [](const hidl_string&) {}).isOk();
 }
 
 }  // namespace
 
-/** Answers each command by sending the same again. */
+/** Answers each command by sending the same one again. */
 bool nest(const std::string&) {
     const Service target = service();
     int depth = 0;
@@ -56,7 +56,7 @@ bool nest(const std::string&) {
     return depth == 64 || wrong("64 calls must be served one inside another");
 }
 
-/** Brings descriptors with a command whose receiver never answers. */
+/** Passes descriptors along with a command whose receiver never answers. */
 bool bringDescriptors(const std::string& count) {
     const Service target = service();
     std::atomic<bool> isReached{false};
@@ -97,7 +97,7 @@ struct Listener : IServiceNotification {
 
 }  // namespace
 
-/** Listens to the register so often, each time with another object. */
+/** Subscribes to the register `count` times, each time with a new object. */
 bool listen(const std::string& count) {
     const sp<IServiceManager> manager = android::hardware::defaultServiceManager();
     if (manager == nullptr) return wrong("there is no register");
@@ -114,7 +114,7 @@ bool listen(const std::string& count) {
     return accepted == 64 || wrong("64 must be accepted");
 }
 
-/** Registers as a kind and never answers. */
+/** Registers for a kind and never answers. */
 bool beSilent(const std::string& kind) {
     const sp<Callback> silent = new Callback(
             [](const std::string& command) -> std::string { hold("silent at " + command); });
@@ -123,7 +123,7 @@ bool beSilent(const std::string& kind) {
     hold("registered");
 }
 
-/** Registers one callback so often. */
+/** Registers the same callback `count` times. */
 bool registerAgain(const std::string& count) {
     const Service target = service();
     const sp<Callback> callback = new Callback([](const std::string&) { return std::string(); });

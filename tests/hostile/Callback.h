@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client's callback that does what a scenario says.
+// A client's callback that does what a scenario tells it to.
 #pragma once
 
 #include <functional>

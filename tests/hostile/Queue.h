@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way to the stream's queue.
+// Access to the stream's queue.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@
 
 namespace korvane::hostile {
 
-/** Registers as the camera and waits until the controller tells it that a stream starts. */
+/** Registers as the camera and waits until the controller announces that a stream starts. */
 class StreamWatch {
   public:
-    /** `onEvent` runs within each event of the controller's, before it is answered. */
+    /** `onEvent` runs inside each of the controller's events, before it is answered. */
     explicit StreamWatch(
             const Service& service, std::function<void()> onEvent = [] {});
     void waitForStart();
@@ -27,7 +27,7 @@ class StreamWatch {
     const std::shared_ptr<State> mState;
 };
 
-/** Has the controller make its surface for the stream, as a camera does. */
+/** Has the controller create its surface for the stream, as a camera does. */
 bool createSurface(const Service& service);
 
 /** The surface; null if there is none. */

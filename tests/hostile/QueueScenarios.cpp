@@ -29,7 +29,7 @@ namespace {
 
 constexpr int kApi = NATIVE_WINDOW_API_CAMERA;
 
-/** Wants to hear of everything. */
+/** Asks to be told of everything. */
 struct Listener : android::BnProducerListener {
     void onBufferReleased() override {}
     bool needsReleaseNotify() override { return true; }
@@ -41,7 +41,7 @@ status_t connect(const sp<IGraphicBufferProducer>& queue) {
     return queue->connect(new Listener(), kApi, false, &output);
 }
 
-/** Of so many descriptors. */
+/** A sideband stream with this many descriptors. */
 sp<NativeHandle> streamOf(int descriptors) {
     native_handle_t* const handle = native_handle_create(descriptors, 0);
     for (int i = 0; i < descriptors; i++) {
@@ -52,7 +52,7 @@ sp<NativeHandle> streamOf(int descriptors) {
 
 }  // namespace
 
-/** Takes buffers of 64 MB until the queue gives no more, writes them, and stays. */
+/** Takes 64 MB buffers until the queue has no more, writes to them, and stays. */
 bool fillTheQueue(const std::string&) {
     constexpr uint32_t kSide = 4096;
     constexpr int kMost = 10;
@@ -75,7 +75,7 @@ bool fillTheQueue(const std::string&) {
         buffers.emplace_back();
         queue->requestBuffer(slot, &buffers.back());
         void* pixels = nullptr;
-        // Six are what a machine of this size can bear; the others stay unwritten.
+        // A machine of this size can bear six; the others stay unwritten.
         if (buffers.size() <= 6 && buffers.back()->lock(kUsage, &pixels) == android::OK) {
             memset(pixels, 1, size_t{kSide} * kSide * 4);
         }
@@ -86,7 +86,7 @@ bool fillTheQueue(const std::string&) {
     hold("holding");
 }
 
-/** Hands the queue one stream after the other, also when it is no more. */
+/** Hands the queue one sideband stream after another, even once the queue is gone. */
 bool keepSideband(const std::string&) {
     const Service desktop = service();
     StreamWatch watch(desktop);
@@ -109,9 +109,9 @@ bool keepSideband(const std::string&) {
 }
 
 /**
- * Queues frames whose fences never signal, as this kind of producer: of all that comes back only
- * its own drawing would have to wait. It stays connected to the stream's end, since a frame with a
- * fence that comes back later ends the service, as it must.
+ * Queues frames whose fences never signal, as this kind of producer: of everything that comes back,
+ * it would only have to wait for its own drawing. It stays connected until the stream ends, since a
+ * frame whose fence comes back later ends the service, as it must.
  */
 bool neverSignal(const std::string& api) {
     const Service desktop = service();
@@ -145,12 +145,12 @@ bool neverSignal(const std::string& api) {
 
 namespace {
 
-/** Does whatever can be done with a queue, in no order. */
+/** Does whatever can be done with a queue, in random order. */
 class Brawler {
   public:
     Brawler(sp<IGraphicBufferProducer> queue, unsigned long seed)
         : mQueue(std::move(queue)), mRandom(seed) {
-        // Whoever waits for ever holds all others up, which is not what is tried here.
+        // Waiting forever would hold up everyone else, which is not what is tested here.
         mQueue->setDequeueTimeout(0);
     }
 
@@ -165,7 +165,7 @@ class Brawler {
     int someSlot() { return below(8) == 0 ? below(80) - 8 : below(6); }
     sp<Fence> someFence() { return below(4) == 0 ? fenceForEver() : sp<Fence>(Fence::NO_FENCE); }
 
-    /** A buffer of its own, of a size that may be anything but the stream's. */
+    /** A buffer of its own, of any size but the stream's. */
     sp<GraphicBuffer> someBuffer() {
         static constexpr uint32_t kSizes[] = {1, 16, 640, 4000, 30000};
         const uint32_t width = kSizes[below(5)];
@@ -222,7 +222,7 @@ class Brawler {
             case 12:
                 return dequeue();
             default:
-                // Without a fence: one that comes back when its slot has been discarded ends the
+                // Without a fence: one that comes back after its slot was discarded ends the
                 // daemon, as it must.
                 return mQueue->queueBuffer(someSlot(), frame(), &output);
         }
@@ -234,7 +234,7 @@ class Brawler {
 
 }  // namespace
 
-/** Uses the surface of whatever stream runs, against whoever else does. */
+/** Uses the surface of whatever stream is running, in competition with everyone else. */
 bool fight(const std::string& seed) {
     constexpr int kRound = 500;
     const Service desktop = service();

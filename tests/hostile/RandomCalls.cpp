@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Calls of every method with parcels of every wrong kind.
+// Calls of every method with all kinds of malformed parcels.
 #include <algorithm>
 #include <array>
 #include <map>
@@ -36,16 +36,16 @@ constexpr std::array<uint32_t, 10> kRootCodes = {0x0f504e47, 0x0f43484e, 0x0f445
                                                  0x0f4c5444, 0x0f555444, 0x0f494e54, 0x0f524546,
                                                  0x0f444247, 0x0f485348};
 
-/** An object that is called, and what its calls look like. */
+/** An object to call, and what its calls look like. */
 struct Target {
     sp<IBinder> binder;
     std::vector<std::string> descriptors;
     uint32_t lastCode;
-    /** The kinds that methods are called for, by code, where not all will do. */
+    /** The kinds that methods are called for, by code, where not every kind will do. */
     std::map<uint32_t, std::vector<uint8_t>> kinds;
 };
 
-/** Makes one call after the other; what a seed gives it gives again. */
+/** Makes one call after another; the same seed gives the same calls. */
 class Caller {
   public:
     explicit Caller(unsigned long seed) : mRandom(seed) {}
@@ -140,7 +140,7 @@ class Caller {
         }
     }
 
-    /** A text as it must be, or longer or shorter than it says. */
+    /** A well-formed text, or one that is longer or shorter than it says. */
     void addText(Parcel* data) {
         static const std::array<android::hardware::hidl_string, 4> kTexts = {
                 "", "default", "{\"get-stream-config\":true}", "{\"create-surface\":{}}"};
@@ -172,15 +172,15 @@ class Caller {
     const int mFd = open("/dev/null", O_RDWR | O_CLOEXEC);
 };
 
-/** What there is to be called; the surface only while there is one. */
+/** Everything that can be called; the surface only while there is one. */
 std::vector<Target> targets() {
     const Service desktop = service();
     const auto binderOf = [](auto* interface) {
         return android::hardware::getOrCreateCachedBinder(interface);
     };
     std::vector<Target> all;
-    // A command to a kind that doesn't exist is never replied to, which ends the daemon, as it
-    // must. And kinds have no owner: whoever takes the controller's (4) ends the webcam with it.
+    // A command to a kind that doesn't exist is never answered, which ends the daemon, as it must.
+    // And kinds have no owner: whoever takes the controller's (4) ends the webcam with it.
     const std::vector<uint8_t> anyButTheControllers = {0, 1, 2, 3, 5, 6, 7, 8, 200};
     all.push_back({binderOf(desktop.get()),
                    {desktop_v2::ICameraDesktop::descriptor, desktop_v1::ICameraDesktop::descriptor,

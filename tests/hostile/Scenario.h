@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a client does that doesn't keep to the rules.
+// What a client does that doesn't play by the rules.
 #pragma once
 
 #include <string>
@@ -18,12 +18,12 @@ using desktop_v2::ClientType;
 using Surface = android::sp<android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer>;
 
 /**
- * One attack. `run` gets the scenario's argument, which has been checked to be there if one is
- * wanted, and returns whether everything went as it must. What was seen is printed.
+ * One attack. `run` gets the scenario's argument, which is known to be present if one is wanted,
+ * and returns whether everything went as it must. What was seen is printed.
  */
 struct Scenario {
     const char* name;
-    /** What its argument stands for; empty if there is none. */
+    /** What its argument means; empty if it takes none. */
     const char* argument;
     bool (*run)(const std::string& argument);
 };
@@ -31,19 +31,19 @@ struct Scenario {
 /** All of them. */
 const std::vector<Scenario>& scenarios();
 
-/** The daemon's service, waited for; the program ends if there is none. */
+/** The daemon's service, after waiting for it; the program ends if there is none. */
 Service service();
 
 /** Prints one line, at once. */
 void say(const std::string& line);
 
-/** Prints it, and waits to be killed. */
+/** Prints it, then waits to be killed. */
 [[noreturn]] void hold(const std::string& line);
 
-/** Prints what should have been and was not; false, for the scenario to return. */
+/** Prints what should have happened and didn't; false, for the scenario to return. */
 bool wrong(const std::string& line);
 
-/** The number that an argument says; 0 if it says none. */
+/** The number in an argument; 0 if there is none. */
 unsigned long number(const std::string& argument);
 
 // Calls.
@@ -59,7 +59,7 @@ bool fillTheQueue(const std::string&);
 bool keepSideband(const std::string&);
 bool fight(const std::string& seed);
 bool neverSignal(const std::string& api);
-// A camera that stops at a step of a stream.
+// A camera that stops at a given step of a stream.
 bool beACamera(const std::string& stepAndSignal);
 
 }  // namespace korvane::hostile

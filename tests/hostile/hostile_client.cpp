@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// hostile-client SCENARIO [ARGUMENT]: attacks the daemon as any program may that can open the
-// binder device. Ends with 0 if the attack went as it must, 1 if not, 2 for arguments that make no
+// hostile-client SCENARIO [ARGUMENT]: attacks the daemon as any program can that may open the
+// binder device. Exits with 0 if the attack went as it must, 1 if not, 2 for arguments that make no
 // sense.
 #include <cstdio>
 #include <cstdlib>
@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
         if (argc < 2 || std::string(scenario.name) != argv[1]) continue;
         const bool wantsArgument = *scenario.argument != '\0';
         if (argc != (wantsArgument ? 3 : 2)) return refuse();
-        // Not exit(): threads of the attack may be anywhere.
+        // Not exit(): the attack's threads may be anywhere.
         _exit(scenario.run(wantsArgument ? argv[2] : "") ? EXIT_SUCCESS : EXIT_FAILURE);
     }
     return refuse();

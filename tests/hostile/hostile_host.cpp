@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// hostile-host SCENARIO NODE: what a USB host does that doesn't keep to the rules. NODE is the
-// webcam's under /dev/bus/usb, with no driver at its interfaces. Ends with 0 when all has been
-// tried, 1 if it could not be, 2 for arguments that make no sense.
+// hostile-host SCENARIO NODE: what a USB host does that doesn't play by the rules. NODE is the
+// webcam's under /dev/bus/usb, with no driver on its interfaces. Exits with 0 once everything has
+// been tried, 1 if it couldn't be, 2 for arguments that make no sense.
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -27,7 +27,7 @@ constexpr unsigned kControl = 0;
 constexpr unsigned kStreaming = 1;
 constexpr uint8_t kSetCur = 0x01;
 
-/** Counts what calls came to, by errno; 0 for those that were served. */
+/** Counts the results of calls by errno; 0 for those that were served. */
 class Results {
   public:
     void add(int result) { mCounts[result < 0 ? errno : 0]++; }
@@ -68,7 +68,7 @@ int request(int usb, uint8_t type, uint8_t code, uint16_t value, uint16_t index,
     return ioctl(usb, USBDEVFS_CONTROL, &transfer);
 }
 
-/** Every class request of both interfaces, of wrong controls, entities and lengths. */
+/** Every class request of both interfaces, with wrong controls, entities and lengths. */
 bool requests(int usb) {
     if (!claim(usb)) return false;
     Results results;
@@ -88,7 +88,7 @@ bool requests(int usb) {
     return true;
 }
 
-/** The streaming interface on and off, as fast as it goes. */
+/** Switches the streaming interface on and off, as fast as possible. */
 bool settings(int usb) {
     if (!claim(usb)) return false;
     Results results;
@@ -101,8 +101,8 @@ bool settings(int usb) {
 }
 
 /**
- * Requests with data that is announced and never sent: each is taken back before it ends, sooner or
- * later, and the next one comes at once.
+ * Requests with data that is announced and never sent: each is cancelled before it completes,
+ * sooner or later, and the next one follows at once.
  */
 bool stages(int usb) {
     constexpr int kRounds = 400;
@@ -128,7 +128,7 @@ bool stages(int usb) {
             results.add(-1);
             continue;
         }
-        // From before the set-up packet is seen to after it is answered.
+        // From before the setup packet is seen to after it is answered.
         usleep(i % 20 * 250);
         ioctl(usb, USBDEVFS_DISCARDURB, &transfer);
         usbdevfs_urb* reaped = nullptr;

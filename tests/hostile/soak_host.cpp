@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// soak-host: a USB host that opens its window again and again. Each line of standard input is one
-// stream, "NODE FOURCC WIDTHxHEIGHT RATE COUNT [SUMS]", each line of standard output what came of
-// it: "ok FIRST LAST", the numbers of the first and the last frame, or "WRONG: " and why. Every
-// frame is looked at: that the kernel has lost none and found no fault, that the card can be read,
-// is of one piece and the next one. With SUMS, a file, nothing is kept in memory: each frame's size
-// and checksum go there, to be compared with the camera's log.
+// soak-host: a USB host that opens its camera window again and again. Each line of standard input
+// is one stream, "NODE FOURCC WIDTHxHEIGHT RATE COUNT [SUMS]", each line of standard output its
+// result: "ok FIRST LAST", the numbers of the first and the last frame, or "WRONG: " and why. Every
+// frame is checked: the kernel has lost none and found no fault, and the card is readable, in one
+// piece and the next in order. With SUMS, a file, nothing is kept in memory: each frame's size and
+// checksum are written there, to be compared with the camera's log.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -37,11 +37,11 @@ using korvane::testcard::Picture;
 using korvane::testcard::StripLayout;
 
 constexpr int kBuffers = 16;
-/** One second's, which is as long as a host that shares its processors may be away. */
+/** One second's worth, which is how long a host that shares its processors may be away. */
 constexpr int kBuffersOfLong = 32;
-/** The frames of a stream of which none are kept may be as many as there are. */
+/** A stream whose frames aren't kept can have any number of them. */
 constexpr int kMostKept = 64;
-/** A machine beside others can be this slow. */
+/** A machine that shares its host can be this slow. */
 constexpr int kPatienceMs = 30000;
 
 struct Order {
@@ -175,7 +175,7 @@ class Stream {
             return wrong("frame %d of %d is damaged: %u bytes", index + 1, mOrder.count,
                          buffer.bytesused);
         }
-        // Some of them itself, if it was too long away to give the kernel buffers.
+        // The host may have lost some itself, if it was away too long to give the kernel buffers.
         const int64_t awayMs = millisecondsSince(&mLatest);
         if (index > 0) mLongestMs = std::max(mLongestMs, awayMs);
         if (index > 0 && buffer.sequence != mSequence + 1) {
@@ -195,7 +195,7 @@ class Stream {
         return true;
     }
 
-    /** And begins again. */
+    /** Restarts the count, too. */
     static int64_t millisecondsSince(std::chrono::steady_clock::time_point* begin) {
         const auto now = std::chrono::steady_clock::now();
         const auto passed = now - std::exchange(*begin, now);

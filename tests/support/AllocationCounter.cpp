@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C library's allocator, interposed at link time; the operators new end there as well.
+// The C library's allocator, interposed at link time; operator new ends up there as well.
 #include "support/AllocationCounter.h"
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How often the process asks for memory.
+// How often the process allocates memory.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,9 @@
 namespace korvane::test {
 
 /**
- * Calls of malloc, its relatives and the operators new of all threads since the process started. A
- * program has this by linking `korvane_allocation_counter`, which the sanitizers don't bear.
+ * Calls to malloc, its relatives and operator new on all threads since the process started.
+ * Programs get this by linking `korvane_allocation_counter`, which doesn't work with the
+ * sanitizers.
  */
 uint64_t allocations();
 

@@ -30,21 +30,21 @@ inline OwnedHandle cloneHandle(const native_handle_t* handle) {
     return OwnedHandle(native_handle_clone(handle));
 }
 
-/** The layout that a handle carries, after its descriptor and a magic number. */
+/** The layout stored in a handle, after its descriptor and a magic number. */
 inline android::BufferLayout layoutOf(const native_handle_t* handle) {
     android::BufferLayout layout;
     memcpy(&layout, &handle->data[2], sizeof(layout));
     return layout;
 }
 
-/** A copy of a handle, of the same memory, that claims another layout. */
+/** A copy of a handle to the same memory that claims another layout. */
 inline OwnedHandle withLayout(const native_handle_t* handle, const android::BufferLayout& layout) {
     OwnedHandle copy = cloneHandle(handle);
     memcpy(&copy->data[2], &layout, sizeof(layout));
     return copy;
 }
 
-/** A copy of a handle, of other memory. */
+/** A copy of a handle, but to other memory. */
 inline OwnedHandle withMemory(const native_handle_t* handle, android::base::unique_fd memory) {
     OwnedHandle copy = cloneHandle(handle);
     close(copy->data[0]);

@@ -26,14 +26,16 @@ constexpr uint64_t kCpuUsage =
         GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kNeedsRequest = IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION;
 
-/** What listeners heard, in order: "available 1", "replaced 2", "released", ... Thread-safe. */
+/**
+ * What the listeners were told, in order: "available 1", "replaced 2", "released", ... Thread-safe.
+ */
 class Events {
   public:
     void add(const std::string& event) {
         std::lock_guard<std::mutex> lock(mMutex);
         mEvents.push_back(event);
     }
-    /** Those since the last call. */
+    /** The events since the last call. */
     std::vector<std::string> take() {
         std::lock_guard<std::mutex> lock(mMutex);
         return std::exchange(mEvents, {});
@@ -68,14 +70,14 @@ class RecordingConsumerListener : public BnConsumerListener {
     }
 
     Events events;
-    /** The id that came last with an event about a buffer. */
+    /** The id that came with the latest event about a buffer. */
     uint64_t lastId = 0;
     BufferItem lastItem;
     std::vector<NewFrameEventsEntry> timestamps;
     std::function<void(const std::string&)> hook;
 
   private:
-    // The only callback that several threads may be in at a time.
+    // The only callback that several threads may be in at once.
     std::mutex mTimestampsMutex;
 
     void record(const std::string& event, const uint64_t* id = nullptr) {
@@ -118,7 +120,7 @@ class RecordingProducerListener : public BnProducerListener {
     const bool mWantsReleases;
 };
 
-/** Calls that take one line instead of five; each gives the queue's status. */
+/** One-line versions of five-line calls; each returns the queue's status. */
 class BufferQueueTest : public ::testing::Test {
   protected:
     BufferQueueTest() { createQueue(false); }
@@ -133,7 +135,7 @@ class BufferQueueTest : public ::testing::Test {
     status_t connectProducer(bool byApp = false, int api = NATIVE_WINDOW_API_CPU) {
         return producer->connect(producerListener, api, byApp, &output);
     }
-    /** Both ends, and no waiting: what would block is TIMED_OUT. */
+    /** Both ends, and no waiting: whatever would block returns TIMED_OUT. */
     void connect() {
         ASSERT_EQ(NO_ERROR, connectConsumer());
         ASSERT_EQ(NO_ERROR, connectProducer());
@@ -152,7 +154,7 @@ class BufferQueueTest : public ::testing::Test {
         return status < 0 ? status : request(slot);
     }
 
-    /** The statuses of so many dequeues in a row; what they give is requested. */
+    /** The statuses of this many dequeues in a row; each buffer dequeued is requested. */
     std::vector<status_t> dequeueMany(int count) {
         std::vector<status_t> statuses;
         for (int i = 0; i < count; ++i) {
@@ -204,7 +206,7 @@ class BufferQueueTest : public ::testing::Test {
         return made;
     }
 
-    /** Whether another thread's calls of the queue have to wait at this moment. */
+    /** Whether another thread's calls to the queue have to wait at this moment. */
     bool isQueueLocked() {
         mProbes.emplace_back([this] { return consumer->setTransformHint(0); });
         return mProbes.back().isHeldUp();

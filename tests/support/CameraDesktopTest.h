@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ground on which the service object is tested: one of it, and its calls by plain numbers.
+// The fixture for testing the service object: one instance, and its calls by plain numbers.
 #pragma once
 
 #include <cstdio>
@@ -21,7 +21,7 @@ namespace korvane::test {
 
 namespace bufferqueue = ::android::hardware::graphics::bufferqueue;
 
-/** The service with its controller, whose poll thread waits to begin and so ends with it. */
+/** The service with its controller, whose poll thread waits to start and so ends with it. */
 class CameraDesktopTest : public testing::Test {
   protected:
     using CameraDesktop = ::korvane::hardware::camera::desktop::V2_0::implementation::CameraDesktop;
@@ -65,7 +65,7 @@ class CameraDesktopTest : public testing::Test {
         return new bufferqueue::V2_0::BpHwGraphicBufferProducer(nullptr);
     }
 
-    /** The reply, or nothing when the reply callback was not called. */
+    /** The reply, or nothing if the reply callback was not called. */
     std::optional<std::string> send(int kind, const std::string& command = "command") {
         std::optional<std::string> reply;
         const auto status = mService->sendCommand(static_cast<ClientType>(kind), command,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A controller of the test's own, beside a service that only notes what it is asked.
+// A controller owned by the test, next to a service that only records what it is asked.
 #pragma once
 
 #include <algorithm>
@@ -23,7 +23,7 @@ namespace korvane::test {
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcBufInfo;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcGadgetHandler;
 
-/** Notes what the controller asks of the service; a test may act from within. Thread-safe. */
+/** Records what the controller asks of the service; a test may act from inside. Thread-safe. */
 class RecordingDesktop : public StubDesktop {
   public:
     Return<void> registerCallback(desktop_v2::ClientType type, const Callback& callback) override {
@@ -49,7 +49,7 @@ class RecordingDesktop : public StubDesktop {
         std::lock_guard<std::mutex> guard(mLock);
         return mCalls;
     }
-    /** Waits for one of them; false after ten seconds. */
+    /** Waits for one of these entries; false after ten seconds. */
     bool waitFor(const std::string& call) {
         std::unique_lock<std::mutex> guard(mLock);
         return mNoted.wait_for(guard, std::chrono::seconds(10), [&] {
@@ -79,8 +79,8 @@ class RecordingDesktop : public StubDesktop {
 };
 
 /**
- * Makes controllers whose interfaces a test calls itself, as the frame source and the device do.
- * Each lives for good, as in the daemon; its poll thread ends with the test.
+ * Creates controllers whose interfaces the test calls itself, as the frame source and the device
+ * do. Each is never destroyed, as in the daemon; its poll thread ends with the test.
  */
 class ControllerTest : public testing::Test {
   protected:
@@ -108,14 +108,14 @@ class ControllerTest : public testing::Test {
         return handler;
     }
 
-    /** A controller that knows the service, but has no device. */
+    /** A controller that knows the service but has no device. */
     template <typename Handler = UvcGadgetHandler>
     ::android::sp<Handler> startWithoutDevice() {
         mWorld.node.setDriver("uvcvideo");
         mWorld.services.provide("default", mDesktop);
         const ::android::sp<Handler> handler = makeHandler<Handler>();
         EXPECT_TRUE(mDesktop->waitFor("callback 4"));
-        EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));  // done with connecting
+        EXPECT_TRUE(mWorld.node.waitForCalls("VIDIOC_QUERYCAP", 1));  // connecting is done
         mDesktop->clear();
         return handler;
     }
@@ -128,7 +128,7 @@ class ControllerTest : public testing::Test {
         mDesktop->clear();
     }
 
-    /** One whose device streams. */
+    /** A controller whose device is streaming. */
     void stream() {
         startWithDevice();
         mWorld.node.sendEvent(UVC_EVENT_STREAMON);

@@ -62,7 +62,7 @@ DaemonWorld::~DaemonWorld() {
 
 void DaemonWorld::create() {
     services.hold();
-    // For good: the poll thread uses it until the process ends.
+    // Never destroyed: the poll thread uses it until the process ends.
     service = keepForGood(sp<CameraDesktop>(new CameraDesktop()));
     mPolling = true;
     services.provide("default", service);
@@ -146,7 +146,7 @@ void DaemonWorld::startStream() {
 }
 
 void DaemonWorld::stopStream() {
-    // The last thing of a stream: the driver is asked for no buffers.
+    // The end of a stream: the driver is asked for zero buffers.
     const size_t requests = node.calls("VIDIOC_REQBUFS").size();
     node.sendEvent(UVC_EVENT_STREAMOFF);
     need(node.waitForCalls("VIDIOC_REQBUFS", requests + 1), "the stream's end");
@@ -154,11 +154,11 @@ void DaemonWorld::stopStream() {
 
 }  // namespace korvane::test
 
-// The daemon joins its poll thread as little as it ends. And the controller takes the lock of a
-// frame source inside its device lock while it makes the source, and the source that has been
-// started takes them the other way round: no source does the one while another thread does the
-// other, but the sanitizer takes no account of that order in time, and hangs now and then while it
-// looks whether it is to tell of it. What the locks guard it sees all the same.
+// The daemon never ends, so it never joins its poll thread. And the controller takes the lock of a
+// frame source inside its device lock while it creates the source, whereas the running source takes
+// them the other way round: no source does the one while another thread does the other, but the
+// sanitizer doesn't consider that order in time, and hangs now and then while it decides whether to
+// report it. It still sees everything that the locks guard.
 extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() {
     return "report_thread_leaks=0:detect_deadlocks=0";

@@ -23,13 +23,13 @@ namespace korvane::test {
 /**
  * A real CameraDesktop with its controller, found by itself as "default"; configfs with a YUYV and
  * an MJPEG format of 640x480 and 1280x720; a scripted gadget node /dev/video0; kernel events that
- * only this test sees. The waits of the start are stepped over.
+ * only this test sees. The waits at startup are skipped.
  *
- * It needs root or user namespaces, and a network namespace; else available() is false and the test
- * has to skip itself with whyNot().
+ * It needs root or user namespaces, and a network namespace; otherwise available() is false and the
+ * test must skip itself with whyNot().
  *
  * The daemon's objects are never destroyed, as in the daemon. The destructor ends the poll thread
- * the one way there is, by a failing `select`.
+ * in the only way there is, by a failing `select`.
  */
 class DaemonWorld {
   public:
@@ -47,43 +47,46 @@ class DaemonWorld {
     bool available() const { return whyNot().empty(); }
     const std::string& whyNot() const { return mWhyNot; }
 
-    /** Makes the service, and waits until its controller has found it and opened the node. */
+    /** Creates the service, and waits until its controller has found it and opened the node. */
     void start();
-    /** Makes the service only. */
+    /** Creates the service only. */
     void create();
-    /** Makes the controller without a service of its own: it finds what the test provides. */
+    /** Creates the controller without a service of its own: it finds what the test provides. */
     ::android::sp<Controller> createController();
 
     /** Registers a client of a kind that answers every command with `reply`. */
     ::android::sp<RecordingClient> addClient(int kind, const std::string& reply);
     ::android::sp<RecordingClient> addClient(int kind, RecordingClient::Answer answer);
 
-    /** Sends a command to the controller, from this thread; its reply, if there is just one. */
+    /**
+     * Sends a command to the controller from this thread; returns its reply, if there is exactly
+     * one.
+     */
     std::string command(const std::string& text);
 
     /** The surface that the controller has posted, or null. */
     ::android::sp<Surface> surface();
 
-    /** Raises the event of a node of this name. */
+    /** Raises an event for the node of this name. */
     void raiseAdd(const std::string& name = "video0");
     void raiseRemove(const std::string& name = "video0");
     void raiseDisconnected();
 
     /**
-     * The host selects a format and a frame (from 1) and an interval of 100 ns, by probe and
-     * commit, and the controller has set it.
+     * The host selects a format and a frame (from 1) and an interval in units of 100 ns, by probe
+     * and commit; returns when the controller has set it.
      */
     void commit(uint8_t format, uint8_t frame, uint32_t interval = 333333);
 
     /** The host starts streaming; returns when the controller has told client 3. */
     void startStream();
-    /** The host stops streaming; returns when the buffers have gone. */
+    /** The host stops streaming; returns when the buffers are gone. */
     void stopStream();
 
-    /** Waits until the controller has handled every kernel event so far. No device survives it. */
+    /** Waits until the controller has handled all kernel events so far. Closes any open device. */
     void settle();
 
-    /** Waits for a line of the controller's. */
+    /** Waits for a log line of the controller's. */
     bool waitLog(android_LogPriority priority, const std::string& message) {
         return log.waitFor(priority, kTag, message);
     }

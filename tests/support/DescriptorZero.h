@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes descriptor 0, which is one like any other, turn up where it seldom does.
+// Makes descriptor 0, as valid as any other, turn up where it seldom does.
 #pragma once
 
 #include <fcntl.h>
@@ -9,7 +9,8 @@
 
 namespace korvane::test {
 
-/** While it lives, 0 is the first descriptor that is given out; whoever gets it closes it before.
+/**
+ * While this exists, 0 is the next descriptor to be given out; whoever gets it must close it first.
  */
 class DescriptorZero {
   public:

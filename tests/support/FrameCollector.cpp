@@ -141,7 +141,7 @@ void FrameCollector::onDisconnect() {
     mChanged.notify_all();
 }
 
-// With mLock held. An item brings its buffer only once for each slot.
+// With mLock held. An item carries its buffer only the first time for each slot.
 void FrameCollector::takeFrame() {
     BufferItem item;
     ASSERT_EQ(OK, mConsumer->acquireBuffer(&item, 0));

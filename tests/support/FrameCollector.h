@@ -18,8 +18,8 @@
 namespace korvane::test {
 
 /**
- * A real buffer queue with a consumer that releases each frame as soon as it has read it. As the
- * service's frame source does, it may hold four buffers. Thread-safe.
+ * A real buffer queue with a consumer that releases each frame as soon as it has read it. Like the
+ * service's frame source, it may hold four buffers. Thread-safe.
  */
 class FrameCollector {
   public:
@@ -35,7 +35,7 @@ class FrameCollector {
     FrameCollector(const FrameCollector&) = delete;
     FrameCollector& operator=(const FrameCollector&) = delete;
 
-    /** The queue as a client of the service gets it. */
+    /** The queue as handed to a client of the service. */
     android::sp<android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer>
     hidlProducer() const;
 
@@ -45,16 +45,16 @@ class FrameCollector {
     /** From now on frames are left in the queue, as if the host took none. */
     void hold();
 
-    /** Takes the frames that were left, and all that follow. */
+    /** Takes the frames left in the queue, and all that follow. */
     void letGo();
 
     /** Drops the queue, as the service does when the stream stops. */
     void abandon();
 
-    /** Waits until so many frames were queued, taken or not; false after ten seconds. */
+    /** Waits until this many frames have been queued, taken or not; false after ten seconds. */
     bool waitForQueued(size_t count) const;
 
-    /** Waits until so many frames were taken; false after ten seconds. */
+    /** Waits until this many frames have been taken; false after ten seconds. */
     bool waitForFrames(size_t count) const;
 
     std::vector<Frame> frames() const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A camera client as far as the buffer queue sees one.
+// A camera client as seen by the buffer queue.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@ namespace korvane::test {
 /** Queues frames without drawing them. One thread at a time. */
 class FrameProducer {
   public:
-    /** What goes with a frame. Width and height 0 stand for the consumer's default. */
+    /** What accompanies a frame. Width and height 0 mean the consumer's default. */
     struct Frame {
         int64_t timestampNs = 0;
         int dataSpace = 0;
@@ -28,20 +28,20 @@ class FrameProducer {
     explicit FrameProducer(const android::sp<android::IGraphicBufferProducer>& producer)
         : mProducer(producer) {}
 
-    /** Connects, holding at most that many buffers at a time, and never waits for one. */
+    /** Connects, holding at most this many buffers at a time, and never waits for one. */
     android::status_t connect(int maxDequeued = 2, int api = NATIVE_WINDOW_API_CAMERA);
     android::status_t disconnect(int api = NATIVE_WINDOW_API_CAMERA);
 
     /**
      * Queues one frame.
      *
-     * @return its slot, or the error that the queue gave
+     * @return its slot, or the error that the queue returned
      */
     int queue(const Frame& frame);
 
-    /** What the queue gave with the last dequeued buffer. */
+    /** What the queue returned with the latest dequeued buffer. */
     const android::sp<android::Fence>& lastReleaseFence() const { return mLastReleaseFence; }
-    /** The buffer of a slot that was queued. */
+    /** The buffer in a slot that was queued. */
     const android::sp<android::GraphicBuffer>& buffer(int slot) const { return mBuffers[slot]; }
 
   private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the frame source have in common: a source, its queue, both its neighbours.
+// What the tests of the frame source share: a source, its queue, and both its neighbours.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +25,13 @@ testing::Matcher<const std::string&> trespass(int site);
 /** Whether the descriptor has been closed. */
 bool isClosed(int fd);
 
-/** A fence that signals when told. */
+/** A fence that signals when told to. */
 class ManualFence {
   public:
     ManualFence();
-    /** A fence of its own descriptor. */
+    /** A fence on a descriptor of its own. */
     android::sp<android::Fence> fence() const;
-    /** Another descriptor, the caller's. */
+    /** Another descriptor for it, owned by the caller. */
     int dup() const;
     void signal();
 
@@ -49,20 +49,20 @@ class FrameSourceTest : public testing::Test {
     static constexpr uint32_t kNv12 = 0x3231564E;
     static constexpr uint32_t kWidth = 64;
     static constexpr uint32_t kHeight = 32;
-    /** The dataspace of NV12 and, with it, of frames that name none. */
+    /** The dataspace of NV12, and so of frames that don't specify one. */
     static constexpr uint32_t kDataSpace = 0x10C60000;
     static constexpr int64_t kMs = 1000000;  // in nanoseconds
 
-    /** The frame source is new, and its log empty. */
+    /** The frame source is new, and its log is empty. */
     FrameSourceTest();
 
     android::status_t configure(uint32_t fourcc = kNv12, int maxAcquired = 4);
     /** Configures, adds codec buffers 0, 1, ..., connects the producer. */
     void prepare(int codecBuffers);
-    /** The same, and starts. */
+    /** The same, then starts. */
     void start(int codecBuffers);
 
-    /** Queues a frame of this time. */
+    /** Queues a frame with this timestamp. */
     int queueFrame(int64_t timestampNs);
 
     /** The ids and the times, in microseconds, of what the component was given. */

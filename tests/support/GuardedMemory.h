@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Memory between pages that nobody may touch, and pictures in it: what is read or written beyond
-// ends the test, also where the one who does it is a library that no sanitizer looks into.
+// Memory between pages that nobody may touch, and pictures in it: reading or writing beyond it ends
+// the test, even in a library that no sanitizer looks into.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 
 namespace korvane::test {
 
-/** Which end of the memory is a page's end, to the byte. There are guards at both. */
+/** Which end of the memory is exactly at a page's end. There are guards at both ends. */
 enum class Tight { FRONT, BEHIND };
 
 class GuardedMemory {
@@ -43,7 +43,7 @@ class GuardedMemory {
     uint8_t* mData;
 };
 
-/** A picture whose planes lie each between guards of its own. */
+/** A picture with each of its planes between guards of its own. */
 class GuardedPicture {
   public:
     using Layout = YCbCrPicture::Layout;

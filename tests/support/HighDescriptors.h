@@ -13,7 +13,9 @@
 
 namespace korvane::test {
 
-/** While it lives, what is opened gets a number that select() can't watch: FD_SETSIZE or above. */
+/**
+ * While this exists, new descriptors get numbers that select() can't watch: FD_SETSIZE or above.
+ */
 class HighDescriptors {
   public:
     HighDescriptors() {
@@ -31,7 +33,7 @@ class HighDescriptors {
     HighDescriptors(const HighDescriptors&) = delete;
     HighDescriptors& operator=(const HighDescriptors&) = delete;
 
-    /** False where the limit leaves no such number: nothing is opened then. */
+    /** False if the limit leaves no such number: nothing can be opened then. */
     bool areLeft() const { return mBefore.rlim_max > FD_SETSIZE; }
 
   private:

@@ -19,7 +19,7 @@
 
 namespace korvane::test {
 
-/** What a call or reply brings: these words, which must stay, and no objects. */
+/** The contents of a call or reply: these words, which must stay valid, and no objects. */
 inline binder_transaction_data contentsOf(const std::vector<uint32_t>& words) {
     binder_transaction_data contents{};
     contents.data_size = words.size() * sizeof(uint32_t);
@@ -28,7 +28,7 @@ inline binder_transaction_data contentsOf(const std::vector<uint32_t>& words) {
     return contents;
 }
 
-/** The same with an object where there is none. */
+/** The same, claiming an object where there is none. */
 inline binder_transaction_data damagedContents() {
     static const uint64_t sBytes[2] = {0, 0};
     binder_transaction_data contents{};
@@ -44,7 +44,7 @@ inline BinderCommand replyOf(const std::vector<uint32_t>& words) {
     return {BR_REPLY, contentsOf(words)};
 }
 
-/** Answers calls by a function. */
+/** Answers calls with a function. */
 class AnsweringObject : public android::hardware::BHwBinder {
   public:
     using Handler = std::function<android::status_t(const android::hardware::Parcel& data,
@@ -63,7 +63,7 @@ class AnsweringObject : public android::hardware::BHwBinder {
     const Handler mHandler;
 };
 
-/** A test's own thread, and the driver that it talks to. */
+/** The test's own thread, and the driver that it talks to. */
 class HwThreadTest : public testing::Test {
   protected:
     using Numbers = std::vector<uint32_t>;
@@ -73,7 +73,7 @@ class HwThreadTest : public testing::Test {
         mBinder.clear();
     }
 
-    /** The name of an object, which it keeps until withdraw(). */
+    /** Publishes an object, which is kept until withdraw(); returns its name. */
     static uint64_t publish(const android::sp<android::hardware::BHwBinder>& object) {
         return android::hardware::ProcessState::self()->localNodes().publish(object);
     }
@@ -81,7 +81,7 @@ class HwThreadTest : public testing::Test {
         android::hardware::ProcessState::self()->localNodes().withdraw(name);
     }
 
-    /** A call of a name from process 42 of user 43. */
+    /** A call to a name, from process 42 of user 43. */
     static binder_transaction_data incoming(uint64_t name, binder_transaction_data contents,
                                             uint32_t flags = 0) {
         contents.target.ptr = name;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets objects live until the process ends, as the daemon's do, without being taken for leaks.
+// Keeps objects alive until the process ends, like the daemon's, without being reported as leaks.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@
 
 namespace korvane::test {
 
-/** From one thread at a time. Returns what it was given. */
+/** From one thread at a time. Returns its argument. */
 template <typename T>
 ::android::sp<T> keepForGood(const ::android::sp<T>& object) {
     static auto* sKept = new std::vector<::android::sp<T>>;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frame source's one friend: reaches what nobody sees from outside.
+// The frame source's only friend: reaches what nobody can see from outside.
 #pragma once
 
 #include <cstdint>
@@ -12,9 +12,9 @@
 namespace android {
 
 /**
- * Of one source: its parts, which a test sets up otherwise than the service ever does, and the
- * steps that are taken with its lock held. A test uses it while no other thread is inside the
- * source.
+ * Gives access to one source: to its parts, which a test sets up in ways the service never does,
+ * and to the steps that are taken with its lock held. Use it only while no other thread is inside
+ * the source.
  */
 class KorBufferSourcePeer {
   public:

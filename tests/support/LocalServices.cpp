@@ -30,7 +30,7 @@ Register& theRegister() {
 
 }  // namespace
 
-// The linker sends every call of the runtime's look-up here (--wrap).
+// The linker sends every service lookup of the runtime here (--wrap).
 sp<IBase> lookUp(const std::string& descriptor, const std::string& instance, bool retry,
                  bool getStub) __asm__(LOCAL_SERVICES_WRAPPED);
 

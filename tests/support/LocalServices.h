@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A register of HIDL services within the test's own process.
+// A register of HIDL services inside the test's own process.
 #pragma once
 
 #include <string>
@@ -10,9 +10,9 @@
 namespace korvane::test {
 
 /**
- * While it lives, looking a service up finds what the test provides, as a process finds its own
- * services: the implementation itself. There are no passthrough ones. A test program has this by
- * linking `korvane_local_services`. One at a time; thread-safe.
+ * While this exists, looking up a service finds what the test provides, the way a process finds its
+ * own services: the implementation itself. There are no passthrough services. Test programs get
+ * this by linking `korvane_local_services`. One at a time; thread-safe.
  */
 class LocalServices {
   public:
@@ -21,21 +21,21 @@ class LocalServices {
     LocalServices(const LocalServices&) = delete;
     LocalServices& operator=(const LocalServices&) = delete;
 
-    /** Every look-up of this instance finds the service; null removes it. */
+    /** Every lookup of this instance finds the service; null removes it. */
     void provide(const std::string& instance,
                  const ::android::sp<::android::hidl::base::V1_0::IBase>& service);
 
-    /** The next look-ups, so many, find nothing, whatever is provided. */
+    /** The next `count` lookups find nothing, whatever is provided. */
     void hide(int lookUps);
 
-    /** Makes look-ups wait until release(). */
+    /** Makes lookups wait until release(). */
     void hold();
     void release();
 
-    /** How many look-ups there have been, found or not. */
+    /** How many lookups there have been, found or not. */
     int lookUps() const;
 
-    /** Waits until there have been so many; false after ten seconds. */
+    /** Waits until there have been this many; false after ten seconds. */
     bool waitForLookUps(int count) const;
 };
 

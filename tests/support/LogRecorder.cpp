@@ -10,7 +10,7 @@
 namespace korvane::test {
 namespace {
 
-// The logger is a plain function, so what it fills is one object of the process.
+// The logger is a plain function, so the record it fills is global.
 struct Record {
     std::mutex lock;
     std::condition_variable added;

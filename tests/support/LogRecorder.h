@@ -24,7 +24,7 @@ struct LogLine {
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
 /**
- * Takes every line that this process logs, from any thread, while the object lives; before and
+ * Captures every line that this process logs, on any thread, while the object exists; before and
  * after, lines go to stderr. One at a time. Thread-safe.
  *
  * A line that ends the process (a failed check) also goes to stderr, for death tests.
@@ -42,7 +42,7 @@ class LogRecorder {
     /** Only the lines of one tag. */
     std::vector<LogLine> lines(const std::string& tag) const;
 
-    /** How many lines there are with just this priority, tag and text. */
+    /** How many lines have exactly this priority, tag and text. */
     size_t count(android_LogPriority priority, const std::string& tag,
                  const std::string& message) const;
 
@@ -51,11 +51,11 @@ class LogRecorder {
         return count(priority, tag, message) > 0;
     }
 
-    /** Waits until such a line has been logged; false after ten seconds without it. */
+    /** Waits until such a line has been logged; false if that takes more than ten seconds. */
     bool waitFor(android_LogPriority priority, const std::string& tag,
                  const std::string& message) const;
 
-    /** Forgets the lines so far. */
+    /** Discards the lines so far. */
     void clear();
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whom the hot-plug monitor tells, with expectations.
+// The hot-plug monitor's listener, with expectations.
 #pragma once
 
 #include <cstdint>

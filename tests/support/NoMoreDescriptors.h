@@ -6,7 +6,7 @@
 
 namespace korvane::test {
 
-/** While it lives, nothing can be opened or duplicated: EMFILE. What is open stays so. */
+/** While this exists, nothing can be opened or duplicated: EMFILE. What is open stays open. */
 class NoMoreDescriptors {
   public:
     NoMoreDescriptors() {

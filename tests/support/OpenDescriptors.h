@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How many descriptors the process has open, to see whether some were left.
+// How many descriptors the process has open, to find leaks.
 #pragma once
 
 #include <fcntl.h>

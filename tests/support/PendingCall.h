@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A call on a thread of its own, of which a test can see whether something holds it up.
+// A call on a thread of its own; a test can see whether something blocks it.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@
 
 namespace korvane::test {
 
-/** Begins at once. Its end waits for that of the call. */
+/** Starts at once. The destructor waits for the call to end. */
 template <typename Result>
 class PendingCall {
   public:
@@ -30,12 +30,12 @@ class PendingCall {
     }
 
     /**
-     * Whether the call waits, for a lock or to be woken, rather than end. Comes back only when one
-     * of the two is so, however long the machine takes; what ends by itself a little later waits,
-     * too.
+     * Whether the call is waiting, for a lock or to be woken, rather than ending. Returns only once
+     * it is one or the other, however long the machine takes; a call that will end by itself a
+     * little later also counts as waiting.
      */
     bool isHeldUp() const {
-        // Once might be a moment's wait on the way.
+        // A single one might be a brief wait on the way.
         for (int asleep = 0; asleep < 3;) {
             if (hasEnded()) return false;
             asleep = isAsleep() ? asleep + 1 : 0;

@@ -22,8 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where the new root is put together: a folder that every machine has, and that the new root gets
-// back by its descriptor, since the path then leads into the new root.
+// Where the new root is assembled: a folder that every machine has. The new root gets it back
+// through its descriptor, since the path then leads into the new root.
 constexpr char kNewRoot[] = "/mnt";
 
 const std::vector<std::string> kKeptNodes = {"fd",     "full",    "null",   "ptmx",  "pts",
@@ -47,7 +47,7 @@ void writeOrFail(const std::string& path, const std::string& content) {
     if (!(file << content << std::flush)) fail("write " + path);
 }
 
-// Shows a file or folder of the machine at target, or repeats a symbolic link there.
+// Makes a file or folder of the machine visible at target, or repeats a symbolic link there.
 void show(const fs::path& source, const fs::path& target) {
     if (fs::is_symlink(source)) {
         fs::copy_symlink(source, target);
@@ -82,13 +82,13 @@ void showDevices(const fs::path& folder) {
 void changeRoot(const fs::path& root) {
     const fs::path folder = fs::current_path();
     fs::current_path(root);
-    // The old root ends up on top of the new one, and is then taken off.
+    // The old root ends up on top of the new one, and is then unmounted.
     if (syscall(SYS_pivot_root, ".", ".") != 0) fail("pivot_root");
     if (umount2(".", MNT_DETACH) != 0) fail("umount of the old root");
     fs::current_path(folder);
 }
 
-// A user namespace gives the right to mount to those who don't have it.
+// A user namespace grants the right to mount to those who don't have it.
 void enterUserNamespace() {
     const std::string user = std::to_string(geteuid());
     const std::string group = std::to_string(getegid());
@@ -113,7 +113,7 @@ void enter() {
     changeRoot(root);
 }
 
-// Empty when this process has its own files; else why not.
+// Empty if this process has its own files; otherwise why not.
 std::string enterOnce() {
     try {
         enter();

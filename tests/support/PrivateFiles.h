@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file system of the test's own, so that the service's fixed paths lead into the test.
+// A file system private to the test, so that the service's fixed paths lead into the test.
 #pragma once
 
 #include <string>
@@ -28,20 +28,20 @@ class PrivateFiles {
     PrivateFiles& operator=(const PrivateFiles&) = delete;
 
     bool available() const { return mWhyNot.empty(); }
-    /** What is missing; empty when available. */
+    /** What is missing; empty if available. */
     const std::string& whyNot() const { return mWhyNot; }
 
-    // Paths are absolute and in one of the private folders; missing parent folders are made. What
-    // cannot be done throws std::runtime_error or std::filesystem::filesystem_error.
+    // Paths are absolute and in one of the private folders; missing parent folders are created.
+    // Failures throw std::runtime_error or std::filesystem::filesystem_error.
 
-    /** Makes or replaces a file. Any bytes, NUL too. */
+    /** Creates or replaces a file. Any bytes, including NUL. */
     void write(const std::string& path, const std::string& content);
     void makeDirectory(const std::string& path);
-    /** Removes a file or a folder with all it holds. */
+    /** Removes a file or a folder with everything in it. */
     void remove(const std::string& path);
 
     /**
-     * Makes a video4linux device as the system shows it: a plain file /dev/NAME and the driver's
+     * Creates a video4linux device as the system shows it: a plain file /dev/NAME and the driver's
      * text in /sys/class/video4linux/NAME/name.
      */
     void addVideoDevice(const std::string& name, const std::string& text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A buffer queue's producer behind its HIDL wrapper, and clients of it.
+// A buffer queue's producer behind its HIDL wrapper, and its clients.
 #pragma once
 
 #include <string>
@@ -58,7 +58,7 @@ struct ClientListener : public HProducerListener {
     int released = 0;
 };
 
-/** A client that has died, as calls to it go. */
+/** A dead client, as seen by calls to it. */
 struct DeadListener : public HProducerListener {
     static android::hardware::Status dead() {
         return android::hardware::Status::fromStatusT(DEAD_OBJECT);
@@ -72,7 +72,7 @@ struct DeadListener : public HProducerListener {
     bool diesLater = false;
 };
 
-/** A handle with these descriptors, which it doesn't own, and so many numbers. */
+/** A handle with these descriptors, which it doesn't own, and this many numbers. */
 class BorrowingHandle {
   public:
     explicit BorrowingHandle(const std::vector<int>& fds, int numInts = 0)
@@ -161,7 +161,7 @@ class ProducerWrapperTest : public BufferQueueTest {
         return result;
     }
 
-    /** A slot in the client's hands, ready to be queued. */
+    /** A slot held by the client, ready to be queued. */
     void prepareSlot() {
         ASSERT_LE(NO_ERROR, wrappedDequeue());
         ASSERT_EQ(NO_ERROR, wrappedRequest(slot));
@@ -173,7 +173,7 @@ class ProducerWrapperTest : public BufferQueueTest {
         return wrappedQueue(input);
     }
 
-    /** A client's buffer, as it would send it; `sent` keeps it. */
+    /** A client's buffer, as it would send it; `sent` keeps it alive. */
     AnwBuffer wrapBuffer(const sp<GraphicBuffer>& from) {
         sent = from;
         AnwBuffer anw = {};

@@ -14,7 +14,7 @@ namespace {
 
 using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
-// Test programs are built into tests/ beside bin/.
+// Test programs are built into tests/, which is next to bin/.
 std::string binPath(const std::string& name) {
     char self[PATH_MAX] = "";
     const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);

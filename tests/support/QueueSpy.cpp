@@ -23,7 +23,7 @@ std::map<std::string, status_t> sResultsOfNext;
 
 }  // namespace
 
-// The linker leads what would call these functions here (--wrap).
+// The linker redirects calls to these functions here (--wrap).
 extern "C" {
 
 void realCreateBufferQueue(sp<IGraphicBufferProducer>*, sp<IGraphicBufferConsumer>*, bool) asm(
@@ -45,7 +45,7 @@ void spiedCreateBufferQueue(sp<IGraphicBufferProducer>* producer,
 
 }  // extern "C"
 
-// sp<Fence> comes back through memory that the caller provides: these have to have C++ linkage.
+// sp<Fence> is returned through memory that the caller provides: these need C++ linkage.
 sp<Fence> realMerge(const char*, const sp<Fence>&,
                     const sp<Fence>&) asm("__real__ZN7android5Fence5mergeEPKcRKNS_2spIS0_EES6_");
 sp<Fence> spiedMerge(const char*, const sp<Fence>&,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets a test look into the buffer queue that the code under test makes, and make it misbehave.
+// Lets a test look into the buffer queue that the code under test creates, and make it misbehave.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@
 namespace korvane::test {
 
 /**
- * The consumer's end of a real queue. Every call goes on to the queue unless the test has set
- * another result for it; then the queue does not hear of it. Thread-safe but for the members that a
+ * The consumer end of a real queue. Every call is passed on to the queue unless the test has set
+ * another result for it; then the queue never sees it. Thread-safe except for the members that a
  * test sets.
  *
  * A program that links korvane_queue_spy gets one with each BufferQueue::createBufferQueue().
@@ -33,13 +33,13 @@ class QueueSpy : public android::IGraphicBufferConsumer {
         android::status_t result;
     };
 
-    /** The spy of the queue that was made last. */
+    /** The spy of the latest queue. */
     static android::sp<QueueSpy> last();
 
-    /** For the one call of this name of the next queue to be made: its result. */
+    /** The result of one call of this name to the next queue to be created. */
     static void failInTheNextQueue(const std::string& call, android::status_t result);
 
-    /** The names under which Fence::merge() was called, in all. */
+    /** The names under which Fence::merge() was called, all of them. */
     static std::vector<std::string>& mergeNames();
 
     QueueSpy(const android::sp<android::IGraphicBufferConsumer>& consumer,
@@ -48,7 +48,7 @@ class QueueSpy : public android::IGraphicBufferConsumer {
 
     const android::sp<android::IGraphicBufferProducer>& producer() const { return mProducer; }
 
-    /** From now on the call of this name does nothing and gives this result; OK ends that. */
+    /** From now on the call of this name does nothing and returns this result; OK ends that. */
     void setResult(const std::string& call, android::status_t result);
 
     /** The calls so far, by name, in order. */
@@ -57,10 +57,10 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     std::vector<Release> releases() const;
     void clear();
 
-    /** What the queue was made with. */
+    /** What the queue was created with. */
     bool isCompositors = true;
 
-    /** What the calls gave last. */
+    /** What the calls last passed. */
     android::sp<android::IConsumerListener> listener;
     bool controlledByApp = true;
     std::string name;
@@ -73,13 +73,13 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     uint64_t maxFrameNumber = 1;
     int64_t presentWhen = 1;
 
-    /** Run in every call, with its name, before the queue hears of it. */
+    /** Runs in every call, with its name, before the queue sees it. */
     std::function<void(const std::string&)> duringCall = [](const std::string&) {};
-    /** Changes what acquireBuffer() gives out. */
+    /** Changes what acquireBuffer() returns. */
     std::function<void(android::BufferItem*)> onAcquired = [](android::BufferItem*) {};
-    /** Run in the middle of releaseBuffer(). */
+    /** Runs in the middle of releaseBuffer(). */
     std::function<void()> onReleased = [] {};
-    /** Added to, and taken from, what getReleasedBuffers() says. */
+    /** Added to, and removed from, what getReleasedBuffers() reports. */
     uint64_t moreReleased = 0;
     uint64_t lessReleased = 0;
 
@@ -109,7 +109,7 @@ class QueueSpy : public android::IGraphicBufferConsumer {
     android::status_t discardFreeBuffers() override;
 
   private:
-    // Notes the call and does it, or gives the result that the test has set for it.
+    // Records the call and makes it, or returns the result that the test has set for it.
     android::status_t call(const std::string& name,
                            const std::function<android::status_t()>& action);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Turns a written parcel into what its receiver's driver would hand over, in memory, to be damaged.
+// Turns a written parcel into what its receiver's driver would deliver, in memory, to be damaged.
 #pragma once
 
 #include <cstddef>
@@ -16,8 +16,8 @@ namespace korvane::test {
 
 /**
  * A block as in the receive area: the parcel's bytes, the offsets of its objects, copies of its
- * buffers with the addresses in them adjusted and their descriptors duplicated. It ends where it
- * was allocated to end, so that AddressSanitizer sees every read past it. One thread; must outlive
+ * buffers with the addresses in them adjusted and their descriptors duplicated. Its allocation ends
+ * exactly where it does, so that AddressSanitizer sees every read past it. One thread; must outlive
  * the parcels that it is delivered to.
  */
 class ReceivedBytes {
@@ -27,34 +27,34 @@ class ReceivedBytes {
     ReceivedBytes(const ReceivedBytes&) = delete;
     ReceivedBytes& operator=(const ReceivedBytes&) = delete;
 
-    /** Makes parcel a received one of these bytes. */
+    /** Turns the parcel into a received one with these bytes. */
     android::status_t deliver(android::hardware::Parcel* parcel);
 
-    /** How many times a parcel has given the bytes back. */
+    /** How many times a parcel has returned the bytes. */
     int releases() const { return mReleases; }
 
-    // For damage.
+    // For damaging it.
 
     uint8_t* data() { return mBlock.get(); }
     size_t dataSize() const { return mDataSize; }
     size_t objectCount() const { return mObjectCount; }
     size_t size() const { return mSize; }
 
-    /** Pretends that there were fewer or more bytes or objects than there are. */
+    /** Pretends that there are fewer or more bytes or objects than there are. */
     void setDataSize(size_t size) { mDataSize = size; }
     void setObjectCount(size_t count) { mObjectCount = count; }
 
     uint64_t offset(size_t object) const;
     void setOffset(size_t object, uint64_t offset);
 
-    /** An object as it stands in the data. */
+    /** An object as stored in the data. */
     template <typename T>
     T get(size_t object) const {
         T value;
         memcpy(&value, mBlock.get() + offset(object), sizeof(value));
         return value;
     }
-    /** Lets change(T&) change it. */
+    /** Lets change(T&) modify it. */
     template <typename T, typename Change>
     void change(size_t object, Change change) {
         T value = get<T>(object);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client of the desktop-camera service that answers from a script and keeps what it was told.
+// A client of the desktop-camera service that answers from a script and records what it was told.
 #pragma once
 
 #include <condition_variable>
@@ -35,25 +35,25 @@ class RecordingClient : public ::korvane::hardware::camera::desktop::V1_0::ICame
     /** What it was told, oldest first. */
     std::vector<std::string> commands() const;
 
-    /** Waits until it was told just this `count` times; false after ten seconds. */
+    /** Waits until it has been told exactly this `count` times; false after ten seconds. */
     bool waitFor(const std::string& command, size_t count = 1) const;
 
-    /** Waits until it was told so many commands in all; false after ten seconds. */
+    /** Waits until it has been told this many commands in all; false after ten seconds. */
     bool waitForCount(size_t count) const;
 
-    /** The cookies of the death links that were made, oldest first. */
+    /** The cookies of the death links made so far, oldest first. */
     std::vector<uint64_t> deathLinks() const;
 
-    /** Whether a death link was taken back. */
+    /** Whether a death link was removed. */
     bool wasUnlinked() const;
 
-    /** Tells all who follow its death that it has died, as the runtime does. */
+    /** Tells everyone linked to its death that it has died, as the runtime does. */
     void die();
 
-    /** What linkToDeath answers from now on. */
+    /** What linkToDeath returns from now on. */
     void refuseDeathLinks();
 
-    /** Every command from now on fails on its way with this transport status. */
+    /** From now on every command fails in transit with this transport status. */
     void failCommands(const ::android::hardware::Status& status);
 
   private:

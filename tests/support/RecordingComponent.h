@@ -15,14 +15,14 @@
 
 namespace korvane::test {
 
-/** Thread-safe but for the results, which are set while no frame is on its way. */
+/** Thread-safe except for the results, which are set while no frame is in flight. */
 class RecordingComponent : public android::ComponentWrapper {
   public:
     struct Submission {
         int bufferId;
         android::sp<android::GraphicBuffer> buffer;
         int64_t timestampUs;
-        std::shared_ptr<android::base::unique_fd> fence;  // -1 in it for none
+        std::shared_ptr<android::base::unique_fd> fence;  // holds -1 if there is none
     };
 
     struct DataSpaceChange {
@@ -31,13 +31,13 @@ class RecordingComponent : public android::ComponentWrapper {
         int pixelFormat;
     };
 
-    /** What submitBuffer() and submitEos() answer. */
+    /** What submitBuffer() and submitEos() return. */
     android::status_t submitResult = android::OK;
     android::status_t eosResult = android::OK;
 
-    /** What was submitted, refused or not. */
+    /** Everything submitted, refused or not. */
     std::vector<Submission> submissions() const;
-    /** Waits until there are that many, for up to ten seconds. */
+    /** Waits up to ten seconds for this many. */
     std::vector<Submission> waitFor(size_t count) const;
     std::vector<int> endsOfStream() const;
     std::vector<DataSpaceChange> dataSpaceChanges() const;

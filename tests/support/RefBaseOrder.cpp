@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells ThreadSanitizer what order RefBase keeps: all uses of an object come before its destruction
-// by whoever drops the last reference. The sanitizer can't see the counters, as Debian's libutils
-// is built without it, and would take every object that two threads share for a race.
+// Tells ThreadSanitizer which order RefBase guarantees: all uses of an object come before its
+// destruction by whoever drops the last reference. The sanitizer can't see the counters, because
+// Debian's libutils is built without it, and would report every object shared by two threads as a
+// race.
 //
 // Linked into every test when the thread sanitizer is on, in front of libutils' own functions.
 
