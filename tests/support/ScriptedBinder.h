@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A binder driver that a test scripts: it says what the test gives it to say, keeps what it is
+// A binder driver that a test scripts: it says what the test tells it to, and records what it is
 // told.
 #pragma once
 
@@ -19,12 +19,12 @@
 
 namespace korvane::test {
 
-/** One command to the driver or from it. */
+/** One command to or from the driver. */
 struct BinderCommand {
     uint32_t number = 0;
-    /** What follows the number; its size is in the number. */
+    /** What follows the command's number, which includes its size. */
     std::vector<uint8_t> argument;
-    /** Of a BC_REPLY that carries a status in place of contents, the status. */
+    /** The status, for a BC_REPLY that carries one in place of contents. */
     int32_t status = 0;
 
     BinderCommand() = default;
@@ -43,44 +43,47 @@ struct BinderCommand {
 };
 
 /**
- * A ScriptedKernel that opens, maps and exchanges commands as the binder driver does. A read gets
- * the oldest batch of give(); where the driver would wait, since there is none, it fails with EIO
- * instead, so that no test hangs. All operations may be called from any thread, but not while
- * another is in the driver.
+ * A ScriptedKernel that opens, maps and exchanges commands like the binder driver. A read gets the
+ * oldest batch from give(); where the driver would wait because there is none, the read fails with
+ * EIO instead, so that no test hangs. All operations may be called from any thread, but not while
+ * another thread is in the driver.
  */
 class ScriptedBinder {
   public:
     explicit ScriptedBinder(const std::string& path);
 
-    /** The one at /dev/hwbinder, which a process opens once: to be made before anything uses it. */
+    /**
+     * The one at /dev/hwbinder, which a process opens once: must be created before anything uses
+     * it.
+     */
     static ScriptedBinder& ofThisProcess();
 
-    /** For faults: the ioctls by their names, such as "BINDER_WRITE_READ". */
+    /** For faults: names the ioctls, such as "BINDER_WRITE_READ". */
     ScriptedKernel& kernel() { return mKernel; }
 
-    /** Lets one read bring these commands. */
+    /** Lets one read return these commands. */
     void give(const std::vector<BinderCommand>& commands);
-    /** Lets one read bring these bytes, whatever they are. */
+    /** Lets one read return these bytes, whatever they are. */
     void giveBytes(std::vector<uint8_t> bytes) { mToGive.push_back(std::move(bytes)); }
 
-    /** How many batches have not been read. */
+    /** How many batches have not been read yet. */
     size_t left() const { return mToGive.size(); }
 
     /** Called where the driver would wait, until clear(). */
     void whenIdle(std::function<void()> called) { mWhenIdle = std::move(called); }
 
-    /** How many exchanges there have been, since clear(). */
+    /** How many exchanges there have been since clear(). */
     size_t exchanges() const { return mExchanges; }
 
-    /** Forgets them and everything written. */
+    /** Forgets the batches, the exchanges and everything written. */
     void clear();
 
-    /** Lets the driver take no more than so many bytes of the next write. */
+    /** Lets the driver take at most this many bytes of the next write. */
     void takeNoMoreThan(size_t size) { mLimit = size; }
 
     /** The commands written so far, oldest first; forgets them. */
     std::vector<BinderCommand> take();
-    /** The numbers alone. */
+    /** Only their numbers. */
     std::vector<uint32_t> takeNumbers();
 
   private:

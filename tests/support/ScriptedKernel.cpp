@@ -18,7 +18,7 @@ namespace {
 
 using Guard = std::unique_lock<std::mutex>;
 
-// Only what the service asks of a gadget's node, and the port of the binder driver.
+// Only what the service asks of a gadget's node, and what the scripted binder driver uses.
 const std::map<unsigned long, std::string>& ioctlNames() {
     static const auto* sNames = new std::map<unsigned long, std::string>{
 #define NAMED(request) {request, #request}
@@ -206,7 +206,7 @@ bool ScriptedKernel::waitForCalls(const std::string& name, size_t count) const {
 }
 
 void ScriptedKernel::waitUntilIdle() const {
-    // Without the lock, for which the thread that is waited for would have to wait in its turn.
+    // Without the lock, which the thread being waited for would otherwise wait for in turn.
     while (mUntaken != 0 || scriptedWorld().idle == 0) std::this_thread::yield();
 }
 
@@ -446,7 +446,7 @@ bool ScriptedKernel::failsNow_l(const std::string& name, int* error) {
 void ScriptedKernel::record_l(const std::string& name, int fd, int result, int error,
                               std::vector<uint8_t> argument) {
     mCalls.push_back({name, fd, result, error, std::move(argument)});
-    // A call may be what makes the node ready, for a thread that waits in select.
+    // A call may make the node ready, which a thread waiting in select must see.
     scriptedWorld().changed_l();
     scriptedWorld().called.notify_all();
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A UVC gadget's video node that a test scripts: it maps, it queues, it fails where the test says.
+// A UVC gadget's video node that a test scripts: it maps, it queues, it fails when told to.
 #pragma once
 
 #include <algorithm>
@@ -33,19 +33,19 @@ struct KernelMapping {
 struct KernelCall {
     /** "open", "close", "mmap", "munmap", or the ioctl's name such as "VIDIOC_QBUF". */
     std::string name;
-    /** The descriptor; the new one for "open". -1 where the call has none. */
+    /** The descriptor; the new one for "open". -1 if the call has none. */
     int fd;
     /** What the call returned; 0 for an mmap that succeeded. */
     int result;
-    /** The errno that it set; 0 when it succeeded. */
+    /** The errno that it set; 0 if it succeeded. */
     int error;
     /**
-     * An ioctl's argument block as the caller passed it in. "open": the flags (int); "mmap": a
+     * An ioctl's argument block as passed in by the caller. "open": the flags (int); "mmap": a
      * KernelMapping; "munmap": the length (size_t).
      */
     std::vector<uint8_t> argument;
 
-    /** The argument block as a T; a block that is too short is filled up with zeros. */
+    /** The argument block as a T; a block that is too short is padded with zeros. */
     template <typename T>
     T as() const {
         T value = {};
@@ -81,8 +81,7 @@ struct KernelCall {
  */
 class ScriptedKernel {
   public:
-    /** Answers one ioctl in the node's place: returns its result, and sets errno when that is -1.
-     */
+    /** Answers one ioctl in place of the node: returns its result, and sets errno if that is -1. */
     using Answer = std::function<int(void* argument)>;
 
     explicit ScriptedKernel(const std::string& path);
@@ -94,23 +93,22 @@ class ScriptedKernel {
 
     // --- The script ---
 
-    /** What the ioctl VIDIOC_QUERYCAP reports; "g_uvc" unless set. */
+    /** What VIDIOC_QUERYCAP reports; "g_uvc" unless set. */
     void setDriver(const std::string& driver);
 
-    /** The driver's length of every buffer requested from now on; 64 KiB unless set. */
+    /** The driver's length for every buffer requested from now on; 64 KiB unless set. */
     void setBufferLength(uint32_t length);
 
-    /** Lets every mapping work: for a node that isn't a video node. */
+    /** Makes every mapping work: for a node that isn't a video node. */
     void mapAnything();
 
-    /** Grants this many buffers to whoever asks for any, instead of what is asked. */
+    /** Grants this many buffers to whoever asks for any, instead of the number asked for. */
     void setGrant(uint32_t count);
 
     /**
-     * Lets a call fail with error: after passing calls of that name that still work, the next times
-     * of them fail. By name as in KernelCall, or "select", which
-     * fails even while it waits, whatever it waits for. Several
-     * may be given; each counts its own calls.
+     * Makes a call fail with error: after `passing` calls of that name that still work, the next
+     * `times` of them fail. By name as in KernelCall, or "select", which fails even while it is
+     * waiting, whatever it waits for. Several may be set; each counts its own calls.
      */
     void fail(const std::string& name, int error, int passing = 0, int times = 1);
 
@@ -119,10 +117,10 @@ class ScriptedKernel {
      * use this object.
      */
     void answerNext(const std::string& name, Answer answer);
-    /** The same for every ioctl of that name which answerNext() has no answer for. */
+    /** The same for every ioctl of that name that answerNext() has no answer for. */
     void answerAll(const std::string& name, Answer answer);
 
-    /** Queues an event; a subscription isn't needed. */
+    /** Queues an event; no subscription is needed. */
     void sendEvent(const v4l2_event& event);
     void sendEvent(uint32_t type);
     /** UVC_EVENT_SETUP with this request; values in host order. */
@@ -131,15 +129,15 @@ class ScriptedKernel {
     /** UVC_EVENT_DATA with these bytes, 60 at most. */
     void sendData(const std::vector<uint8_t>& data);
 
-    /** Sends the oldest queued buffer to the imaginary host; false when none is queued. */
+    /** Sends the oldest queued buffer to the imaginary host; false if none is queued. */
     bool send();
     /** Whether a queued buffer counts as sent at once. */
     void setAutoSend(bool automatic);
 
     /**
-     * Whether VIDIOC_QBUF and VIDIOC_DQBUF leave no trace: they behave as ever, but are neither
-     * recorded nor scripted, keep no frame's bytes and allocate nothing, so that what is counted
-     * or timed is the caller's.
+     * Whether VIDIOC_QBUF and VIDIOC_DQBUF leave no trace: they behave as usual, but are neither
+     * recorded nor scripted, keep no frame's bytes and allocate nothing, so that only the caller's
+     * work is counted or timed.
      */
     void setQuiet(bool quiet);
 
@@ -150,28 +148,28 @@ class ScriptedKernel {
 
     /** Every call so far, oldest first; `select` and `stat` are not recorded. */
     std::vector<KernelCall> calls() const;
-    /** The names alone, for comparing an order. */
+    /** Only the names, for comparing an order. */
     std::vector<std::string> callNames() const;
-    /** The calls of one name. */
+    /** The calls with one name. */
     std::vector<KernelCall> calls(const std::string& name) const;
-    /** Forgets the calls so far, not the node's state. */
+    /** Forgets the calls so far, but not the node's state. */
     void clearCalls();
-    /** Waits until there are count calls of that name; false after ten seconds. */
+    /** Waits until there have been count calls of that name; false after ten seconds. */
     bool waitForCalls(const std::string& name, size_t count) const;
 
-    /** Waits until all that was sent has been taken and a thread waits in `select` for more. */
+    /** Waits until everything sent has been taken and a thread waits in `select` for more. */
     void waitUntilIdle() const;
 
-    /** The bytes used of every buffer that was queued, oldest first. */
+    /** The bytes used of every queued buffer, oldest first. */
     std::vector<std::vector<uint8_t>> sentFrames() const;
     /** The responses to the host's requests, oldest first. */
     std::vector<uvc_request_data> responses() const;
-    /** The node's own view of a buffer's bytes, all of bufferLength. */
+    /** The node's own view of a buffer's bytes, all bufferLength() of them. */
     std::vector<uint8_t> bufferContents(uint32_t index) const;
     /** Overwrites all buffers with one value. */
     void fillBuffers(uint8_t value);
 
-    /** Descriptors and mappings of the node that the code under test has not given back. */
+    /** The node's descriptors and mappings that the code under test has not released. */
     size_t openDescriptors() const;
     size_t openMappings() const;
     bool isStreaming() const;
@@ -195,10 +193,10 @@ class ScriptedKernel {
     int requestBuffers_l(const v4l2_requestbuffers& request);
     bool hasBuffer_l(const v4l2_buffer& buffer) const;
     int queryBuffer_l(v4l2_buffer* buffer) const;
-    /** The errno with which the driver refuses a mapping, else 0. */
+    /** The errno with which the driver refuses a mapping, otherwise 0. */
     int refuseMapping_l(const KernelMapping& mapping) const;
     bool isQuiet_l(unsigned long request) const;
-    /** To be called when events or sent buffers have come or gone. */
+    /** Must be called when events or sent buffers have been added or taken. */
     void countUntaken_l();
     int queueBuffer_l(const v4l2_buffer& buffer);
     void dropQueue_l();
@@ -206,7 +204,7 @@ class ScriptedKernel {
     int dequeueEvent_l(v4l2_event* event);
     int setStreaming_l(uint32_t type, bool streaming);
     void forget_l();
-    /** Counts a call of that name; true when the script wants it to fail. */
+    /** Counts a call of that name; true if the script wants it to fail. */
     bool failsNow_l(const std::string& name, int* error);
     void record_l(const std::string& name, int fd, int result, int error,
                   std::vector<uint8_t> argument);
@@ -236,7 +234,7 @@ class ScriptedKernel {
     std::deque<v4l2_event> mEvents;
     std::vector<uint32_t> mQueued;
     std::vector<uint32_t> mSent;
-    std::atomic<size_t> mUntaken{0};  // what mEvents and mSent hold
+    std::atomic<size_t> mUntaken{0};  // the number of entries in mEvents and mSent
     std::vector<std::vector<uint8_t>> mFrames;
 };
 

@@ -44,7 +44,7 @@ int failWith(int error) {
     return -1;
 }
 
-// The sets that a caller of select passes or gets back.
+// The sets that a caller of select passes in or gets back.
 struct FdSets {
     fd_set read, write, except;
 
@@ -53,7 +53,7 @@ struct FdSets {
         FD_ZERO(&write);
         FD_ZERO(&except);
     }
-    // As the kernel, they leave out what is not below the width.
+    // Like the kernel, they leave out whatever is not below the width.
     FdSets(int width, const fd_set* r, const fd_set* w, const fd_set* e) : FdSets() {
         if (r != nullptr) read = *r;
         if (w != nullptr) write = *w;
@@ -105,7 +105,7 @@ class Deadline {
         mEnd = Clock::now() + std::chrono::seconds(timeout->tv_sec) +
                std::chrono::microseconds(timeout->tv_usec);
     }
-    // Null when there is no end.
+    // Null if there is no timeout.
     timeval* left(timeval* time) const {
         if (!mEnd) return nullptr;
         const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(
@@ -145,7 +145,7 @@ const LibC& libc() {
     return *sLibC;
 }
 
-// Each answers a call for a scripted node, or says with nothing that it isn't for one.
+// Each answers a call for a scripted node, or returns nothing if it isn't for one.
 struct ScriptedKernel::Hooks {
     template <typename Match>
     static ScriptedKernel* find_l(Match match) {
@@ -179,7 +179,7 @@ struct ScriptedKernel::Hooks {
         return fd;
     }
 
-    // The descriptor is gone whatever close says, as in the real kernel.
+    // The descriptor is gone whatever close returns, as with the real kernel.
     static std::optional<int> close(int fd) {
         if (!scriptedWorld().active) return {};
         Guard guard(scriptedWorld().lock);
@@ -248,7 +248,7 @@ struct ScriptedKernel::Hooks {
                                      const timeval* timeout) {
         if (!scriptedWorld().active) return {};
         const FdSets wanted(width, r, w, e);
-        // Kept, so that the number of open descriptors is the same in and outside of select.
+        // Kept, so that the number of open descriptors is the same inside and outside select.
         static thread_local Waiter waiter;
         const Deadline deadline(timeout);
         while (true) {
@@ -277,7 +277,7 @@ struct ScriptedKernel::Hooks {
     }
 
   private:
-    // Takes the scripted descriptors out of others and says how many of their bits are ready.
+    // Moves the scripted descriptors out of others and returns how many of their bits are ready.
     static int scriptedReady(int width, const FdSets& wanted, FdSets* ready, FdSets* others,
                              int* error) {
         int count = 0;
@@ -317,7 +317,7 @@ using Hooks = korvane::test::ScriptedKernel::Hooks;
 
 namespace {
 
-// The thread sanitizer maps its own memory through our mmap, before it can serve instrumented code.
+// The thread sanitizer maps its own memory through our mmap before it can run instrumented code.
 volatile bool sStarted = false;
 
 __attribute__((constructor)) void markStarted() {

@@ -15,25 +15,25 @@ namespace korvane::test {
 
 class ScriptedKernel;
 
-/** All scripted nodes of the process. Functions ending in _l need the lock. */
+/** All scripted nodes of the process. Functions whose names end in _l need the lock. */
 struct ScriptedWorld {
     std::mutex lock;
     std::set<ScriptedKernel*> nodes;
-    /** Spares the calls of programs without a scripted node the lock. */
+    /** Saves programs without a scripted node from taking the lock on every call. */
     std::atomic<bool> active{false};
     std::condition_variable called;
     /** Event descriptors of the threads that wait in select. */
     std::set<int> waiters;
-    /** Threads that wait in select, having found nothing of any node. */
+    /** Threads that wait in select, having found no node ready. */
     std::atomic<int> idle{0};
 
-    /** Lets the waiting threads look again. */
+    /** Makes the waiting threads look again. */
     void changed_l();
 };
 
 ScriptedWorld& scriptedWorld();
 
-/** The C library's own functions behind the interposed ones. */
+/** The C library's own functions, behind the interposed ones. */
 struct LibC {
     int (*open)(const char*, int, ...);
     int (*close)(int);

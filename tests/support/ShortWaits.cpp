@@ -24,15 +24,15 @@ std::vector<std::chrono::nanoseconds>& steppedOverLengths() {
     static auto* sLengths = new std::vector<std::chrono::nanoseconds>;  // for threads that go on
     return *sLengths;
 }
-// What this thread last took for the time: a wait is reckoned from there.
+// What this thread last took to be the time: waits are measured from there.
 thread_local int64_t sNowNs = 0;
 // How far the process's monotonic clock is ahead of the machine's.
 std::atomic<int64_t> sAheadNs{0};
 
-// The std::condition_variable of a steady clock waits with this one call, and asks the clock.
+// A std::condition_variable on a steady clock waits with this one call, and asks the clock.
 using ClockWait = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
 using ClockGetTime = int (*)(clockid_t, timespec*);
-// The std::future waits with this member of the library's.
+// A std::future waits with this member function of the library.
 #define FUTURE_WAIT                                                                           \
     "_ZNSt28__atomic_futex_unsigned_base26_M_futex_wait_until_steadyEPjjbNSt6chrono8duration" \
     "IlSt5ratioILl1ELl1EEEENS2_IlS3_ILl1ELl1000000000EEEE"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Steps over the service's waits of two seconds.
+// Skips the service's waits of two seconds.
 #pragma once
 
 #include <chrono>
@@ -9,8 +9,8 @@
 namespace korvane::test {
 
 /**
- * While it lives, a timed wait on a condition for one second to three ends at once, and the
- * process's monotonic clock jumps over the time. Other waits stay as they are. A test program has
+ * While this exists, a timed wait of one to three seconds on a condition ends at once, and the
+ * process's monotonic clock jumps ahead by that time. Other waits are unaffected. Test programs get
  * this by compiling ShortWaits.cpp in. One at a time.
  */
 class ShortWaits {
@@ -20,15 +20,18 @@ class ShortWaits {
     ShortWaits(const ShortWaits&) = delete;
     ShortWaits& operator=(const ShortWaits&) = delete;
 
-    /** From now on such a wait does not end with its time at all, only with what it waits for. */
+    /** From now on such a wait never times out; it ends only with what it waits for. */
     void hold();
 
-    /** The next wait of that length for a std::future ends at once, too; or, again, does not. */
+    /**
+     * The next wait of that length for a std::future also ends at once; or, with false, no longer
+     * does.
+     */
     void stepOverNextFuture(bool stepOver = true);
-    /** The same, once this has run on the thread that waits: what happens as the time is up. */
+    /** The same, after running this on the waiting thread: what happens just as the time is up. */
     void stepOverNextFuture(std::function<void()> meanwhile);
 
-    /** How long the waits would have been that were stepped over, oldest first. */
+    /** How long the skipped waits would have been, oldest first. */
     std::vector<std::chrono::nanoseconds> steppedOver() const;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The plainest implementations of the service's interfaces, for tests of the HIDL runtime.
+// The simplest implementations of the service's interfaces, for tests of the HIDL runtime.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ namespace korvane::test {
 namespace desktop_v1 = ::korvane::hardware::camera::desktop::V1_0;
 namespace desktop_v2 = ::korvane::hardware::camera::desktop::V2_0;
 
-/** A client whose replies the test makes. */
+/** A client whose replies come from the test. */
 class StubCallback : public desktop_v1::ICameraDesktopCallback {
   public:
     using Answer = std::function<std::string(const std::string& command)>;
@@ -33,7 +33,7 @@ class StubCallback : public desktop_v1::ICameraDesktopCallback {
     const Answer mAnswer;
 };
 
-/** Keeps what is registered by kind and echoes every command. */
+/** Keeps what is registered, by kind, and echoes every command. */
 class StubDesktop : public desktop_v2::ICameraDesktop {
   public:
     using Callback = ::android::sp<desktop_v1::ICameraDesktopCallback>;

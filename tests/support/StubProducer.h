@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The plainest producer's end of a buffer queue, for tests of the HIDL runtime.
+// The simplest producer end of a buffer queue, for tests of the HIDL runtime.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace korvane::test {
 
-/** Answers every call with zeroes. */
+/** Answers every call with zeros. */
 class StubProducer
     : public ::android::hardware::graphics::bufferqueue::V1_0::IGraphicBufferProducer {
   public:

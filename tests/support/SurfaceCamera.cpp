@@ -18,7 +18,7 @@ namespace {
 constexpr int kHeld = 2;
 constexpr int64_t kIntervalNs = 1000000000;
 
-// A closure that fits into a std::function without more memory.
+// A closure small enough to fit into a std::function without allocating.
 struct Result {
     int32_t status = android::UNKNOWN_ERROR;
     int32_t slot = -1;

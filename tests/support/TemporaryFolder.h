@@ -12,7 +12,7 @@
 
 namespace korvane::test {
 
-/** An empty folder of the test's own, which goes with all that it holds. */
+/** An empty folder of the test's own, removed with everything in it. */
 class TemporaryFolder {
   public:
     TemporaryFolder() {
@@ -25,7 +25,7 @@ class TemporaryFolder {
 
     std::string path(const std::string& name) const { return mFolder + "/" + name; }
 
-    /** Makes or replaces a file; its path. */
+    /** Creates or replaces a file; returns its path. */
     std::string write(const std::string& name, const std::vector<uint8_t>& bytes) const {
         std::ofstream(path(name), std::ios::binary)
                 .write(reinterpret_cast<const char*>(bytes.data()),
@@ -33,7 +33,7 @@ class TemporaryFolder {
         return path(name);
     }
 
-    /** What a file holds; nothing if there is none. */
+    /** A file's content; nothing if it doesn't exist. */
     std::string read(const std::string& name) const {
         std::ostringstream text;
         text << std::ifstream(path(name)).rdbuf();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Raises kernel events that nothing happened for.
+// Raises kernel events without anything having happened.
 #pragma once
 
 #include <string>
@@ -10,25 +10,25 @@
 namespace korvane::test {
 
 /**
- * Moves the calling thread, and those it starts from then on, into a network namespace of their
- * own: events of this machine do not reach them, and theirs nobody else. False, with errno set,
+ * Moves the calling thread, and those it starts from then on, into a network namespace of its own:
+ * this machine's events don't reach them, and theirs reach nobody else. False, with errno set,
  * without the right to do so.
  */
 bool enterPrivateNetwork();
 
 /**
- * Has the kernel broadcast an event to the listeners of the sender's network namespace. They see it
- * as coming from the kernel, with a string "SEQNUM=..." after the given ones.
+ * Has the kernel broadcast an event to the listeners in the sender's network namespace. To them it
+ * comes from the kernel, with a string "SEQNUM=..." after the given ones.
  *
- * Needs root. The namespace is that of the thread that makes the sender.
+ * Needs root. The namespace is that of the thread that creates the sender.
  */
 class UeventSender {
   public:
     UeventSender();
 
     /**
-     * Sends the strings of one event, "action@devpath" first, then "KEY=value" each. The listeners
-     * have it when this returns. False, with errno set, when the kernel refuses it.
+     * Sends the strings of one event, "action@devpath" first, then one "KEY=value" each. The
+     * listeners have it when this returns. False, with errno set, if the kernel refuses it.
      */
     bool send(const std::vector<std::string>& strings);
 

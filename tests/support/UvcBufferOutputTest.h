@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A device that streams, the frames that it is given, and what became of them.
+// A streaming device, the frames that it is given, and what became of them.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ using android::GraphicBuffer;
 using android::sp;
 using Bytes = std::vector<uint8_t>;
 
-/** Queues frames, lets the host take them, and looks at their locks and at what was sent. */
+/** Queues frames, lets the host take them, and checks their locks and what was sent. */
 class UvcBufferOutputTest : public UvcDeviceTest {
   protected:
     ~UvcBufferOutputTest() override { setBufferLayoutOptions(BufferLayoutOptions()); }
@@ -73,7 +73,7 @@ class UvcBufferOutputTest : public UvcDeviceTest {
         return frames.empty() ? Bytes() : frames.back();
     }
 
-    // Takes all locks of a buffer away and says how many there were: an unlock too many is logged.
+    // Releases all locks of a buffer and returns how many there were: an unlock too many is logged.
     int takeLocks(const sp<GraphicBuffer>& buffer) {
         for (int locks = 0;; ++locks) {
             const size_t lines = mLog.lines().size();
@@ -92,7 +92,7 @@ class UvcBufferOutputTest : public UvcDeviceTest {
         ASSERT_TRUE(setBufferLayoutOptions(options));
     }
 
-    // What an NV12 stream sends of a picture: luma and chroma with the rows' padding.
+    // What an NV12 stream sends for a picture: luma and chroma with the rows' padding.
     static Bytes nv12Of(const sp<GraphicBuffer>& picture) {
         android_ycbcr planes = {};
         picture->lockYCbCr(kCpuUsage, &planes);

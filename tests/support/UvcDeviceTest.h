@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ground on which the UVC device is tested: a function in configfs, a scripted node, a
-// listener.
+// The fixture for testing the UVC device: a function in configfs, a scripted node, a listener.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +26,7 @@ using ::korvane::hardware::camera::desktop::V2_0::implementation::ServiceStats;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcBufInfo;
 using ::korvane::hardware::camera::desktop::V2_0::implementation::UvcV4l2Ctrl;
 
-/** Keeps what the device reports; a test may also act from within. */
+/** Keeps what the device reports; a test may also act from inside. */
 class RecordingUvcListener : public UvcV4l2Ctrl::EventListener {
   public:
     void onFrameEmptied(UvcBufInfo* buf) override {
@@ -48,7 +47,7 @@ class RecordingUvcListener : public UvcV4l2Ctrl::EventListener {
     }
 
     std::vector<std::string> events;
-    /** Copies of the records as the listener got them. They hold their frames. */
+    /** Copies of the records as the listener got them. They hold on to their frames. */
     std::vector<UvcBufInfo> emptied;
     std::function<void(UvcBufInfo*)> onEmptied;
     std::function<void()> onStart;
@@ -88,7 +87,7 @@ class UvcDeviceTest : public testing::Test {
         makeDevice("YUY2");
     }
 
-    /** Makes the device anew, over a function whose uncompressed format has this code. */
+    /** Recreates the device, over a function whose uncompressed format has this code. */
     void makeDevice(const std::string& code, const std::string& bcdUvc = "272\n") {
         mCtrl.reset();
         UvcFunctionTree function(mFiles);
@@ -106,7 +105,7 @@ class UvcDeviceTest : public testing::Test {
     int exception() { return mCtrl->handlePendingData(PollableDev::DATA_EXCEPTION); }
     int writable() { return mCtrl->handlePendingData(PollableDev::DATA_WRITABLE); }
 
-    /** The driver gives a buffer back, whether it was queued or not; the device's result. */
+    /** The driver returns a buffer, whether it was queued or not; the device's result. */
     int giveBack(uint32_t index) {
         mKernel.answerNext("VIDIOC_DQBUF", [index](void* block) {
             static_cast<v4l2_buffer*>(block)->index = index;
@@ -120,7 +119,7 @@ class UvcDeviceTest : public testing::Test {
         EXPECT_EQ(0, exception());
     }
 
-    /** Lets the host make a request; the response that the device gave. */
+    /** Makes the host send a request; returns the device's response. */
     uvc_request_data request(uint8_t type, uint8_t request, uint16_t value, uint16_t index) {
         const size_t before = mKernel.responses().size();
         mKernel.sendSetup(type, request, value, index, 34);

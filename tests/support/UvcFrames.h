@@ -28,7 +28,7 @@ inline android::sp<android::GraphicBuffer> makePicture(uint32_t width, uint32_t 
     return buffer;
 }
 
-/** A blob of that many bytes, each different from its neighbours. */
+/** A blob of this many bytes, each different from its neighbours. */
 inline android::sp<android::GraphicBuffer> makeBlob(uint32_t capacity) {
     android::sp<android::GraphicBuffer> buffer =
             new android::GraphicBuffer(capacity, 1, HAL_PIXEL_FORMAT_BLOB, 1, kCpuUsage);
@@ -65,7 +65,7 @@ inline std::vector<uint8_t> blobBytes(const android::sp<android::GraphicBuffer>&
     return result;
 }
 
-/** The record with which a frame comes to the device. */
+/** The record that brings a frame to the device. */
 inline ::korvane::hardware::camera::desktop::V2_0::implementation::UvcBufInfo makeFrame(
         uint32_t index, const android::sp<android::GraphicBuffer>& buffer, timeval time = {0, 0},
         int fence = -1) {

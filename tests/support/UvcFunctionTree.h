@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A UVC function's folder in configfs, as the gadget driver shows it.
+// A UVC function's folder in configfs, as the gadget driver presents it.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace korvane::test {
 /**
  * Builds /config/usb_gadget/g1/functions/uvc.0. A new one has the function's own attributes
  * (interval 1, burst 0, packet 3072, UVC 1.1) and no format. Without private files there is
- * nothing, and whatever adds to it throws.
+ * nothing, and adding to it throws.
  *
  * Formats are named by their folder: kUncompressed, kMjpeg or any other.
  */
@@ -36,7 +36,7 @@ class UvcFunctionTree {
     /** The 16 bytes of a format's GUID: the four characters and the constant rest. */
     static std::string guid(const std::string& code);
 
-    /** Sets an attribute by its path under the function's folder; the value is stored as it is. */
+    /** Sets an attribute by its path under the function's folder; the value is stored verbatim. */
     void set(const std::string& attribute, const std::string& value);
     void remove(const std::string& attribute);
 

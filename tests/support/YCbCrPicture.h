@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pictures in YCbCr 4:2:0 whose every sample a test can predict, in any layout.
+// YCbCr 4:2:0 pictures in any layout, in which a test can predict every sample.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace korvane::test {
 
-// The samples of the picture: different for each position, and for each plane.
+// The picture's samples: different for each position and each plane.
 inline uint8_t lumaAt(uint32_t x, uint32_t y) {
     return static_cast<uint8_t>(x * 3 + y * 7 + 1);
 }
@@ -21,7 +21,7 @@ inline uint8_t crAt(uint32_t x, uint32_t y) {
     return static_cast<uint8_t>(x * 13 + y * 2 + 200);
 }
 
-/** Draws the picture into the planes, leaving what lies between the samples alone. */
+/** Draws the picture into the planes, leaving anything between the samples untouched. */
 inline void drawPicture(const android_ycbcr& planes, uint32_t width, uint32_t height) {
     auto* luma = static_cast<uint8_t*>(planes.y);
     auto* cb = static_cast<uint8_t*>(planes.cb);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Linked into every program of a build with COVERAGE: what a process has run is counted however it
-// ends. Without this only an orderly exit() writes the counts, but death tests abort, forked test
+// Linked into every program of a COVERAGE build: what a process has run is counted however it ends.
+// Without this only an orderly exit() writes the counts, but death tests abort, forked test
 // processes leave by _exit() and servers are killed.
 
 #include <csignal>
@@ -15,24 +15,24 @@ void __gcov_dump();
 [[noreturn]] void __real__exit(int status);
 int __real_kill(pid_t pid, int signal);
 
-/** What the link asks for by name, so that this object is taken from its library. */
+/** Referenced by the link, so that this object is taken from its library. */
 int korvane_coverage_dump = 0;
 
 }  // extern "C"
 
 namespace {
 
-// Plenty for writing the counts; a process that can't, since the signal met it within malloc(),
-// ends.
+// Plenty for writing the counts; a process that can't, because the signal caught it inside
+// malloc(), ends.
 constexpr unsigned kPatienceSeconds = 30;
 
-// What kill() below makes of SIGKILL, which nothing can be done upon.
+// What kill() below turns SIGKILL into, which can't be handled.
 constexpr int kDumpAndKill = SIGUSR2;
 
 void dumpAndEnd(int signal) {
     alarm(kPatienceSeconds);
     __gcov_dump();
-    // The handler is reset: the second signal ends the process as if there had been none.
+    // The handler has been reset: the second signal ends the process as if there had been none.
     __real_kill(getpid(), signal == kDumpAndKill ? SIGKILL : signal);
 }
 

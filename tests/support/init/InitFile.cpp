@@ -7,7 +7,7 @@
 namespace korvane::test {
 namespace {
 
-// What an argument looks like, as a pattern that has to match all of it, and in words.
+// The form of an argument: a pattern that must match all of it, and a description in words.
 struct Form {
     const char* pattern;
     const char* name;
@@ -21,12 +21,12 @@ constexpr Form kNumber = {"[0-9]{1,9}", "a number"};
 constexpr Form kInterface = {"[a-z0-9_.]+@[0-9]+\\.[0-9]+::I[A-Za-z0-9]+",
                              "PACKAGE@VERSION::INTERFACE"};
 
-// A command or an option: its name, the forms of its arguments, and how many of them it must have.
+// A command or an option: its name, the forms of its arguments, and how many of them are required.
 struct Rule {
     const char* name;
     std::vector<Form> arguments;
     size_t needed;
-    bool once;  // in a service
+    bool once;  // at most once in a service
 };
 
 const std::vector<Rule>& commandRules() {
@@ -71,7 +71,7 @@ const Rule& checkLine(const std::vector<Rule>& rules, const char* what, const In
     return *rule;
 }
 
-// A limit is known by name, since init refuses others, and never above its own maximum.
+// A limit is known by name, since init refuses any other, and never exceeds its own maximum.
 void checkLimit(const InitLine& line) {
     if (line.words[1] != "nofile") throw InitError(line.number, "no limit: " + line.words[1]);
     if (std::stoi(line.words[2]) > std::stoi(line.words[3])) {

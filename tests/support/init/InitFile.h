@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file of the phone's init as its grammar has it: actions with their commands, services with
-// their options.
+// A file of the phone's init, parsed: actions with their commands, services with their options.
 #pragma once
 
 #include <string>
@@ -14,7 +13,7 @@ namespace korvane::test {
 /** "on EVENT && property:NAME=VALUE ...", and the commands below it. */
 struct InitAction {
     int number = 0;     // of its line
-    std::string event;  // empty where there are properties alone
+    std::string event;  // empty if there are only properties
     std::vector<std::pair<std::string, std::string>> properties;
     std::vector<InitLine> commands;
 };
@@ -32,8 +31,8 @@ struct InitFile {
 };
 
 /**
- * Reads a file. Knows the commands and options that ours use, with the number and the form of their
- * arguments; anything else is an InitError, so that a slip of the pen doesn't go unread.
+ * Parses a file. Knows the commands and options that ours use, with the number and the form of
+ * their arguments; anything else is an InitError, so that no slip goes unnoticed.
  */
 InitFile parseInit(const std::string& text);
 

@@ -25,12 +25,12 @@ mode_t modeOf(const std::string& octal) {
     return static_cast<mode_t>(std::stoul(octal, nullptr, 8));
 }
 
-// Each command returns whether it worked, errno says why not.
+// Each command returns whether it worked; if not, errno says why.
 
 bool makeFolder(const Words& words) {
     const char* path = words[1].c_str();
     const mode_t mode = words.size() > 2 ? modeOf(words[2]) : kDefaultMode;
-    // Once more by chmod: mkdir leaves out what the process's mask has.
+    // Again by chmod: mkdir leaves out the bits in the process's umask.
     if (mkdir(path, mode) != 0 || chmod(path, mode) != 0) return false;
     if (words.size() < 4) return true;
     const passwd* user = getpwnam(words[3].c_str());
@@ -122,7 +122,7 @@ void InitRunner::run(const InitLine& line) {
     }
 }
 
-// Puts in the values of ${NAME}.
+// Substitutes the values of ${NAME}.
 std::string InitRunner::expand(int number, const std::string& text) const {
     std::string result;
     size_t from = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does what the phone's init does with its actions: events, properties and commands, for real.
+// Does for real what the phone's init does with its actions: events, properties and commands.
 #pragma once
 
 #include <deque>
@@ -14,9 +14,9 @@ namespace korvane::test {
 /**
  * Runs the commands of a file's actions, in this process and on the real file system.
  *
- * The properties of an action with an event are looked at once, when the event comes and before any
+ * The properties of an action with an event are checked once, when the event comes and before any
  * command of that event's actions has run; an action with properties alone starts whenever they
- * have become true, after the actions that wait already. A command that fails ends it all: an
+ * have become true, after the actions already waiting. A command that fails ends everything: an
  * InitError with the line and the reason. Used by one thread.
  */
 class InitRunner {
@@ -29,10 +29,10 @@ class InitRunner {
     /** Sets a property as another process would, and runs what follows from it. */
     void setProperty(const std::string& name, const std::string& value);
 
-    /** A property's value; empty where it was never set. */
+    /** A property's value; empty if it was never set. */
     std::string property(const std::string& name) const;
 
-    /** The lines of the commands that have been run, in their order. */
+    /** The lines of the commands run so far, in order. */
     const std::vector<int>& ran() const { return mRan; }
 
   private:

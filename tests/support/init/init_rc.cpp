@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads a file of the phone's init, says what is in it, or does what it says.
+// Reads a file of the phone's init and says what is in it, or does what it says.
 //
-//     init_rc services FILE         each service: "service NAME PROGRAM", then its options, a line
-//     each init_rc run FILE STEP...      raises an event for each STEP, or sets a property where it
-//     is
-//                                   NAME=VALUE; says how many commands each step ran, and at the
-//                                   end the properties named by STEPs "?NAME"
+// init_rc services FILE: prints each service: "service NAME PROGRAM", then its options, one per
+// line.
 //
-// FILE may be - for standard input. Exit status: 0; 1 for what is wrong in the file or can't be
-// done, with one line on stderr; 2 for other arguments.
+// init_rc run FILE STEP...: raises an event for each STEP, or sets a property if it has the form
+// NAME=VALUE; prints how many commands each step ran, and at the end the properties named by STEPs
+// of the form "?NAME".
+//
+// FILE may be - for standard input. Exit status: 0; 1 if something in the file is wrong or can't be
+// done, with one line on stderr; 2 for wrong arguments.
 #include <algorithm>
 #include <fstream>
 #include <iostream>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands in for libutils' own header when the thread sanitizer is on: that one orders a destruction
-// after all uses by an atomic fence, which the sanitizer does not understand. Here the counter
-// itself does it.
+// Replaces libutils' own header when the thread sanitizer is on: that one orders destruction after
+// all uses with an atomic fence, which the sanitizer doesn't understand. Here the counter itself
+// does so.
 #pragma once
 
 #include <atomic>
