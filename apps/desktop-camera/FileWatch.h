@@ -11,7 +11,7 @@ namespace korvane::camera {
 
 /**
  * Tracks whether a path exists without going to the disk each time: the kernel reports what happens
- * in its folder. Where it can't, because the folder doesn't exist yet, the path is checked once a
+ * in its folder. Where it can't, say because there is no such folder, the path is checked once a
  * second. Used by one thread.
  */
 class FileWatch {

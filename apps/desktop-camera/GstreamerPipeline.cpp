@@ -145,8 +145,8 @@ bool GstreamerPipeline::play() {
     return gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
 }
 
-// Pictures that come by a clock wait for nobody, and the latest is taken. All others come as fast
-// as they are taken: otherwise a source of files would be read all day long.
+// Pictures that come by a clock wait for nobody, and the latest is taken. All others wait to be
+// taken: otherwise a source of files would be reading them all day long.
 GstreamerOwned<GstSample> GstreamerPipeline::pull() {
     GstreamerOwned<GstSample> sample(gst_app_sink_try_pull_sample(mSink, kPictureTimeout));
     if (sample != nullptr && gst_sample_get_segment(sample.get())->format != GST_FORMAT_TIME) {

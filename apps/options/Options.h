@@ -26,8 +26,8 @@ class Options {
   public:
     /**
      * `program` is the name that messages begin with, `operand` what the help calls the one
-     * argument that is not an option, empty if there is none; `takeOperand` is an option's `take`
-     * for it.
+     * argument that is not an option, empty if there is none; `takeOperand` is its `take`, as
+     * for an option.
      */
     Options(std::string program, std::string purpose, std::vector<Option> options,
             std::string operand = "",

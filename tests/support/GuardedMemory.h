@@ -50,7 +50,7 @@ class GuardedPicture {
 
     /**
      * @param padding bytes after each row
-     * @param lastRowPadded whether after the last row of a plane, too
+     * @param lastRowPadded whether there is padding after the last row of a plane, too
      */
     GuardedPicture(Layout layout, uint32_t width, uint32_t height, size_t padding,
                    bool lastRowPadded, Tight tight) {

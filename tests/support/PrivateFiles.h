@@ -7,16 +7,16 @@
 namespace korvane::test {
 
 /**
- * While it lives, /config, /sys/class and /dev belong to the test: they hold what the test puts
- * there, and /dev the usual nodes such as null, urandom and shm besides. Everything else is the
+ * While this exists, /config, /sys/class and /dev belong to the test: they hold what the test puts
+ * there, and /dev also the usual nodes such as null, urandom and shm. Everything else is the
  * machine's, which sees nothing of all this.
  *
  * The first one moves the calling thread into a mount namespace with a new root, for good: threads
- * that already run stay outside, those started later come along. Each one starts empty. One at a
+ * already running stay outside, those started later come along. Each one starts empty. One at a
  * time.
  *
  * It needs root or unprivileged user namespaces. Without them available() is false, and the test
- * has to say so and skip itself:
+ * must say so and skip itself:
  *
  *     if (!mFiles.available()) GTEST_SKIP() << mFiles.whyNot();
  */

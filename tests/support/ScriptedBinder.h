@@ -52,10 +52,7 @@ class ScriptedBinder {
   public:
     explicit ScriptedBinder(const std::string& path);
 
-    /**
-     * The one at /dev/hwbinder, which a process opens once: must be created before anything uses
-     * it.
-     */
+    /** The one at /dev/hwbinder, which a process opens once: create it before any use. */
     static ScriptedBinder& ofThisProcess();
 
     /** For faults: names the ioctls, such as "BINDER_WRITE_READ". */

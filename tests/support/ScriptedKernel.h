@@ -55,26 +55,26 @@ struct KernelCall {
 };
 
 /**
- * A video node at a path that need not exist. While the object lives, this process's open, close,
+ * A video node at a path that need not exist. While the object exists, this process's open, close,
  * ioctl, select, mmap, munmap and stat answer for that path and for the descriptors opened from it;
- * for everything else they are the C library's. Several objects with different paths may live at
- * once, before or after threads start. A test program has this by linking
+ * for everything else they are the C library's. Several objects with different paths may exist at
+ * once, created before or after threads start. Test programs get this by linking
  * `korvane_scripted_kernel`.
  *
- * Unscripted, it behaves as the gadget driver does, which one test checks over both:
- *  - VIDIOC_REQBUFS grants what is asked, up to 32, and returns the count; the buffers are shared
- *    memory of bufferLength() bytes, at offsets that start at a page.
+ * Unscripted, it behaves like the gadget driver, which one test checks on both:
+ *  - VIDIOC_REQBUFS grants what is asked for, up to 32, and returns the count; the buffers are
+ *    shared memory of bufferLength() bytes, at page-aligned offsets.
  *  - a mapping is shared, writable and within one buffer.
  *  - VIDIOC_QBUF appends to the queue and keeps a copy of the bytes used (sentFrames()), all bytes
- *    when the caller says 0. It fails with EINVAL for a buffer that isn't there, that is queued
- *    already, of another type or memory, or that has less bytes than are used.
- *  - VIDIOC_DQBUF gives back the oldest queued buffer that send() (or setAutoSend) has sent, else
- *    fails with EAGAIN; with EINVAL when nothing streams. VIDIOC_STREAMOFF forgets the queue.
- *  - VIDIOC_STREAMON needs buffers. Whatever names another buffer type than video output fails.
- *  - VIDIOC_DQEVENT gives the oldest event of the test's, else fails with ENOENT.
- *  - `select` finds the node writable when a sent buffer waits or nothing streams, exceptional when
- *    an event waits, and wakes up when either comes about. It never finds it readable.
- *  - closing the last descriptor ends the stream and drops what is queued, events included.
+ *    if the caller says 0. It fails with EINVAL for a buffer that doesn't exist, is already
+ *    queued, has another type or memory, or has fewer bytes than are used.
+ *  - VIDIOC_DQBUF returns the oldest queued buffer that send() (or setAutoSend) has sent, or fails
+ *    with EAGAIN; with EINVAL if nothing streams. VIDIOC_STREAMOFF forgets the queue.
+ *  - VIDIOC_STREAMON needs buffers. Any call with a buffer type other than video output fails.
+ *  - VIDIOC_DQEVENT returns the test's oldest event, or fails with ENOENT.
+ *  - `select` finds the node writable if a sent buffer waits or nothing streams, exceptional if an
+ *    event waits, and wakes up when either happens. It never finds it readable.
+ *  - closing the last descriptor ends the stream and drops everything queued, including events.
  *  - any other ioctl fails with ENOTTY; a descriptor opened before remove() gets ENODEV.
  *
  * All operations may be called from any thread.
