@@ -20,7 +20,7 @@ constexpr milliseconds kLastTimeout{1000};
 }  // namespace
 
 /**
- * What the two threads share. Only the latest order counts: the one it replaces was never begun.
+ * What the two threads share. Only the latest order counts: one that it replaces was never begun.
  */
 class BackgroundSource::Worker {
   public:

@@ -12,9 +12,7 @@ namespace korvane::ctl {
 /** A file's text without the newline at its end; empty if it can't be read. */
 std::string attribute(const std::string& path);
 
-/**
- * The decimal number that a file begins with, as the service reads it; nothing if there is none.
- */
+/** The decimal number at a file's start, as the service reads it; nothing if there is none. */
 std::optional<uint32_t> numberIn(const std::string& path);
 
 /** The names in a folder, sorted; none if it can't be read. */

@@ -10,9 +10,7 @@
 
 namespace korvane::gadget {
 
-/**
- * While it exists, nobody else who takes the lock changes the gadget. Waits for it; needs configfs.
- */
+/** While it exists, nobody else who asks for it changes the gadget. Waits; needs configfs. */
 class GadgetLock {
   public:
     GadgetLock() : mFolder(open(kGadgets, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {

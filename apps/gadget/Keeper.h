@@ -24,8 +24,8 @@ namespace korvane::gadget {
 class Keeper {
   public:
     /**
-     * @param wanted  tells which controller is wanted now, each time the keeper looks; empty for
-     * the one that it was last bound to, or the only one
+     * @param wanted  tells which controller is wanted now, whenever the keeper looks; empty for the
+     *                one that it was last bound to, or the only one
      */
     explicit Keeper(std::function<std::string()> wanted) : mWanted(std::move(wanted)) {}
 

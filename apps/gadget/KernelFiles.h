@@ -15,9 +15,7 @@ std::vector<std::string> namesIn(const std::string& folder);
 
 bool exists(const std::string& path);
 
-/**
- * Whether the kernel lets the owner write a file; root may open others for writing all the same.
- */
+/** Whether the kernel lets the owner write a file; root may open others for writing anyway. */
 bool isWritable(const std::string& path);
 
 /**

@@ -34,9 +34,7 @@ struct Latency {
 /** Statistics over some measurements; nothing if there are none. */
 std::optional<Latency> latencyOf(std::vector<int64_t> measured);
 
-/**
- * Frames per second over the whole of an increasing series of times; 0 if it has fewer than two.
- */
+/** Frames per second over a whole increasing series of times; 0 if there are fewer than two. */
 double rateOf(const std::vector<uint64_t>& timesUs);
 
 }  // namespace korvane::testcard

@@ -33,9 +33,7 @@ class JpegMarkers {
         size_t end;
     };
 
-    /**
-     * The segment at `position` (after the start marker or another segment); nothing if there is
-     * none.
+    /** The segment at `position` (after the start marker or a segment); nothing if there is none.
      */
     std::optional<Segment> segmentAt(size_t position) const;
 
@@ -51,9 +49,7 @@ class JpegMarkers {
      */
     std::optional<size_t> endOfFile(size_t position) const;
 
-    /**
-     * The first position from `position` on where a file seems to start; nothing if there is none.
-     */
+    /** The first position from `position` on where a file seems to start; nothing if none does. */
     std::optional<size_t> nextStart(size_t position) const;
 
   private:

@@ -19,9 +19,7 @@ struct JpegRows {
     /** Splits a file; false if it is not a complete JPEG with a single scan. */
     bool split(const uint8_t* data, size_t size);
 
-    /**
-     * Changes the header to that of a picture `height` lines high; false if it has no frame size.
-     */
+    /** Sets the header's picture height, in lines; false if it has no frame size. */
     bool setHeight(uint32_t height);
 };
 

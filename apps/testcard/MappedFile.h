@@ -16,10 +16,7 @@ class MappedFile {
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
 
-    /**
-     * Maps that file in place of an earlier one. Returns "", or why it can't be mapped or that it
-     * is empty.
-     */
+    /** Maps that file in place of an earlier one. Empty, or why it can't be or holds nothing. */
     [[nodiscard]] std::string map(const std::string& path);
 
     const uint8_t* data() const { return mData; }

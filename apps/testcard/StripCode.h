@@ -40,9 +40,7 @@ class StripCode {
   public:
     explicit StripCode(const FrameStamp& stamp);
 
-    /**
-     * Fills one line of cells (`cellLine` counts them within the strip) with `width` luma samples.
-     */
+    /** Fills one line of the strip's cells, the `cellLine`-th, with `width` luma samples. */
     void fillLine(const StripLayout& layout, uint32_t cellLine, uint8_t* luma) const;
 
   private:

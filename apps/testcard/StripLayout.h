@@ -35,9 +35,7 @@ class StripLayout {
     uint32_t stripRows() const { return mStripLines / kScanRow; }
     uint32_t bottomLine() const { return mHeight / kScanRow * kScanRow - mStripLines; }
 
-    /**
-     * Which line or scan row of its strip this one of the picture is; nothing outside the strips.
-     */
+    /** Which line or scan row of its strip this one is; nothing outside the strips. */
     std::optional<uint32_t> stripLine(uint32_t line) const;
     std::optional<uint32_t> stripRow(uint32_t row) const;
 

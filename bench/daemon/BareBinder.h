@@ -36,10 +36,7 @@ class BareBinder {
 
     /** Calls the context manager with this text and waits for the reply. */
     void call(const std::vector<uint8_t>& text);
-    /**
-     * The same with a code; the first `size` bytes of the reply, which must be that long, go to
-     * `reply`.
-     */
+    /** The same with a code; `reply` gets the reply's first `size` bytes, which must be there. */
     void call(uint32_t code, const std::vector<uint8_t>& text, void* reply, size_t size);
 
   private:

@@ -32,9 +32,7 @@ using test::desktop_v2::ICameraDesktop;
 // A kind that nobody registers for: commands to it end in the daemon.
 constexpr auto kNobody = static_cast<ClientType>(6);
 
-/**
- * The processes that answer; they start before this one opens the driver, which can't be shared.
- */
+/** The processes that answer; started before this one opens the driver, which can't be shared. */
 struct Servers {
     Servers() {
         manager.waitFor("Ready");

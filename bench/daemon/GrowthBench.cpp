@@ -23,9 +23,7 @@ using hardware::camera::desktop::V2_0::implementation::UvcConfig;
 using test::PrivateFiles;
 using test::UvcFunctionTree;
 
-/**
- * A function with this many sizes, half of them in each format, unsorted, and this many intervals.
- */
+/** A function with this many sizes, half in each format, unsorted, and this many intervals. */
 class Function {
   public:
     Function(int sizes, int intervals) {

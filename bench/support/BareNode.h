@@ -22,9 +22,7 @@ class BareNode {
     BareNode(const BareNode&) = delete;
     BareNode& operator=(const BareNode&) = delete;
 
-    /**
-     * Passes a buffer to the driver and, once sent, back: processor time of both threads, in ns.
-     */
+    /** Passes a buffer to the driver and, once sent, back; both threads' processor time, in ns. */
     int64_t pass();
 
   private:

@@ -35,9 +35,7 @@ class Samples {
 
     void add(int64_t ns) { mNs.push_back(ns); }
 
-    /**
-     * The value below which that share of the samples lies, in microseconds; 0 if there are none.
-     */
+    /** The value below which that share of the samples lies, in microseconds; 0 without any. */
     double quantile(double share) {
         if (mNs.empty()) return 0;
         const auto at =

@@ -13,10 +13,7 @@
 
 namespace korvane::bench {
 
-/**
- * A shared mapping of a memfd, like graphic buffers and a driver's buffers, with every page
- * present.
- */
+/** A shared mapping of a memfd, like graphic and driver buffers, with every page present. */
 class SharedMemory {
   public:
     explicit SharedMemory(size_t size) : mSize(size) {

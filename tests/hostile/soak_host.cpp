@@ -195,7 +195,7 @@ class Stream {
         return true;
     }
 
-    /** Restarts the count, too. */
+    /** Also restarts the count from now. */
     static int64_t millisecondsSince(std::chrono::steady_clock::time_point* begin) {
         const auto now = std::chrono::steady_clock::now();
         const auto passed = now - std::exchange(*begin, now);

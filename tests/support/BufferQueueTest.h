@@ -26,9 +26,7 @@ constexpr uint64_t kCpuUsage =
         GraphicBuffer::USAGE_SW_READ_OFTEN | GraphicBuffer::USAGE_SW_WRITE_OFTEN;
 constexpr int kNeedsRequest = IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION;
 
-/**
- * What the listeners were told, in order: "available 1", "replaced 2", "released", ... Thread-safe.
- */
+/** What listeners were told, in order: "available 1", "replaced 2", "released", ... Thread-safe. */
 class Events {
   public:
     void add(const std::string& event) {

@@ -58,10 +58,7 @@ class DaemonWorld {
     ::android::sp<RecordingClient> addClient(int kind, const std::string& reply);
     ::android::sp<RecordingClient> addClient(int kind, RecordingClient::Answer answer);
 
-    /**
-     * Sends a command to the controller from this thread; returns its reply, if there is exactly
-     * one.
-     */
+    /** Sends a command to the controller from this thread; its reply, if there is exactly one. */
     std::string command(const std::string& text);
 
     /** The surface that the controller has posted, or null. */

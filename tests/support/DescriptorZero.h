@@ -9,9 +9,7 @@
 
 namespace korvane::test {
 
-/**
- * While this exists, 0 is the next descriptor to be given out; whoever gets it must close it first.
- */
+/** While this exists, 0 is the next descriptor to be given out. Close it before this goes. */
 class DescriptorZero {
   public:
     DescriptorZero() { close(STDIN_FILENO); }

@@ -13,9 +13,7 @@
 
 namespace korvane::test {
 
-/**
- * While this exists, new descriptors get numbers that select() can't watch: FD_SETSIZE or above.
- */
+/** While this exists, new descriptors are too high for select(): FD_SETSIZE or above. */
 class HighDescriptors {
   public:
     HighDescriptors() {
@@ -33,7 +31,7 @@ class HighDescriptors {
     HighDescriptors(const HighDescriptors&) = delete;
     HighDescriptors& operator=(const HighDescriptors&) = delete;
 
-    /** False if the limit leaves no such number: nothing can be opened then. */
+    /** False if the limit leaves no such number: this opens nothing then. */
     bool areLeft() const { return mBefore.rlim_max > FD_SETSIZE; }
 
   private:

@@ -55,7 +55,7 @@ class ScriptedBinder {
     /** The one at /dev/hwbinder, which a process opens once: create it before any use. */
     static ScriptedBinder& ofThisProcess();
 
-    /** For faults: names the ioctls, such as "BINDER_WRITE_READ". */
+    /** For faults; the ioctls go by their names, such as "BINDER_WRITE_READ". */
     ScriptedKernel& kernel() { return mKernel; }
 
     /** Lets one read return these commands. */

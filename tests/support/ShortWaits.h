@@ -23,10 +23,7 @@ class ShortWaits {
     /** From now on such a wait never times out; it ends only with what it waits for. */
     void hold();
 
-    /**
-     * The next wait of that length for a std::future also ends at once; or, with false, no longer
-     * does.
-     */
+    /** Whether the next wait of that length for a std::future ends at once, too. */
     void stepOverNextFuture(bool stepOver = true);
     /** The same, after running this on the waiting thread: what happens just as the time is up. */
     void stepOverNextFuture(std::function<void()> meanwhile);
