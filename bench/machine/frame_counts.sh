@@ -68,12 +68,13 @@ measure() {
     done
 }
 
-# note PROGRAM FORMAT: what its threads do for some frames.
+# note PROGRAM FORMAT: what its threads do for some frames; so many that a call more at either end of the
+# window is none.
 note() {
     threads_of "$1" >>$tracing/set_event_pid
     echo >$tracing/trace
     echo 1 >$tracing/tracing_on
-    moves "$frames"
+    moves $((4 * frames))
     echo 0 >$tracing/tracing_on
     cp $tracing/trace "$SHARE/$1-$2.trace"
 }
