@@ -79,12 +79,12 @@ void drawFrames(benchmark::State& state, const std::string& description, const c
     picture.fileCapacity = kWidth * kHeight;
     size_t bytes = 0;
     const auto draw = [&] {
-        FrameSource::Result result = FrameSource::Result::kNotYet;
-        while (result == FrameSource::Result::kNotYet ||
-               (result == FrameSource::Result::kEnded && source.startAgain())) {
+        FrameSource::Result result = FrameSource::Result::NOT_YET;
+        while (result == FrameSource::Result::NOT_YET ||
+               (result == FrameSource::Result::ENDED && source.startAgain())) {
             result = source.draw({}, picture, &bytes);
         }
-        return result == FrameSource::Result::kDrawn;
+        return result == FrameSource::Result::DRAWN;
     };
     if (!source.start({fourcc, kWidth, kHeight, 30}) || !draw()) {
         return state.SkipWithError("there is no picture");

@@ -17,8 +17,8 @@ using korvane::fuzz::FuzzInput;
 using korvane::fuzz::mustHold;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static constexpr PixelFormat kFormats[] = {PixelFormat::kMjpg, PixelFormat::kYuyv,
-                                               PixelFormat::kNv12};
+    static constexpr PixelFormat kFormats[] = {PixelFormat::MJPG, PixelFormat::YUYV,
+                                               PixelFormat::NV12};
     static constexpr uint32_t kWidth = 160;
     static constexpr uint32_t kHeight = 120;
     static const auto sLayout = StripLayout::forSize(kWidth, kHeight);

@@ -94,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Handle handle(input);
 
     sp<Fence> fence;
-    if (conversion::convertTo(&fence, hidl_handle(handle.get()), conversion::FenceSide::Client)) {
+    if (conversion::convertTo(&fence, hidl_handle(handle.get()), conversion::FenceSide::CLIENT)) {
         fence->wait(0);
         fence->getSignalTime();
     }

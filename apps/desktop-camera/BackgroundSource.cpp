@@ -24,7 +24,7 @@ constexpr milliseconds kLastTimeout{1000};
  */
 class BackgroundSource::Worker {
   public:
-    enum class Order { kNone, kStart, kStartAgain, kStop, kEnd };
+    enum class Order { NONE, START, START_AGAIN, STOP, END };
 
     explicit Worker(std::unique_ptr<FrameSource> source) : mSource(std::move(source)) {}
 
@@ -34,7 +34,7 @@ class BackgroundSource::Worker {
         do {
             task = waitForTask();
             finish(carryOut(task));
-        } while (task.order != Order::kEnd);
+        } while (task.order != Order::END);
     }
 
     void order(Order order) {
@@ -46,7 +46,7 @@ class BackgroundSource::Worker {
     void orderStart(const PictureFormat& format) {
         const std::lock_guard<std::mutex> guard(mLock);
         mFormat = format;
-        mOrder = Order::kStart;
+        mOrder = Order::START;
         mChanged.notify_all();
     }
 
@@ -70,16 +70,16 @@ class BackgroundSource::Worker {
 
   private:
     struct Task {
-        Order order = Order::kNone;
+        Order order = Order::NONE;
         PictureFormat format;
     };
 
     /** The next order; the source is the worker's until finish(). */
     Task waitForTask() {
         const std::lock_guard<std::mutex> guard(mLock);
-        while (mOrder == Order::kNone) mChanged.wait(mLock);
+        while (mOrder == Order::NONE) mChanged.wait(mLock);
         mBusy = true;
-        return {std::exchange(mOrder, Order::kNone), mFormat};
+        return {std::exchange(mOrder, Order::NONE), mFormat};
     }
 
     void finish(bool started) {
@@ -90,17 +90,17 @@ class BackgroundSource::Worker {
     }
 
     bool carryOut(const Task& task) {
-        if (task.order == Order::kStartAgain) return mSource->startAgain();
+        if (task.order == Order::START_AGAIN) return mSource->startAgain();
         if (isStarted()) mSource->stop();
-        return task.order == Order::kStart && mSource->start(task.format);
+        return task.order == Order::START && mSource->start(task.format);
     }
 
-    REQUIRES(mLock) bool isIdle_l() const { return mOrder == Order::kNone && !mBusy; }
+    REQUIRES(mLock) bool isIdle_l() const { return mOrder == Order::NONE && !mBusy; }
 
     const std::unique_ptr<FrameSource> mSource;
     std::mutex mLock;
     std::condition_variable_any mChanged;
-    Order mOrder GUARDED_BY(mLock) = Order::kNone;
+    Order mOrder GUARDED_BY(mLock) = Order::NONE;
     PictureFormat mFormat GUARDED_BY(mLock);
     bool mBusy GUARDED_BY(mLock) = false;  // the source is the worker's
     bool mStarted GUARDED_BY(mLock) = false;
@@ -111,7 +111,7 @@ BackgroundSource::BackgroundSource(std::unique_ptr<FrameSource> source)
       mThread([worker = mWorker] { worker->run(); }) {}
 
 BackgroundSource::~BackgroundSource() {
-    mWorker->order(Worker::Order::kEnd);
+    mWorker->order(Worker::Order::END);
     if (mWorker->waitForSource(kLastTimeout) != nullptr) {
         mThread.join();
     } else {
@@ -125,25 +125,25 @@ bool BackgroundSource::start(const PictureFormat& format) {
 }
 
 bool BackgroundSource::startAgain() {
-    mWorker->order(Worker::Order::kStartAgain);
+    mWorker->order(Worker::Order::START_AGAIN);
     return true;
 }
 
 FrameSource::Result BackgroundSource::draw(const testcard::FrameStamp& stamp,
                                            const PictureMemory& memory, size_t* bytes) {
     FrameSource* const source = mWorker->waitForSource(kPictureTimeout);
-    if (source == nullptr) return Result::kStarting;
-    return mWorker->isStarted() ? source->draw(stamp, memory, bytes) : Result::kFailed;
+    if (source == nullptr) return Result::STARTING;
+    return mWorker->isStarted() ? source->draw(stamp, memory, bytes) : Result::FAILED;
 }
 
 void BackgroundSource::stop() {
-    mWorker->order(Worker::Order::kStop);
+    mWorker->order(Worker::Order::STOP);
     mWorker->waitForSource(kPictureTimeout);
 }
 
 Trouble BackgroundSource::trouble() const {
     const FrameSource* const source = mWorker->waitForSource(milliseconds(0));
-    return source == nullptr ? Trouble{testcard::Notice::kStarting, ""} : source->trouble();
+    return source == nullptr ? Trouble{testcard::Notice::STARTING, ""} : source->trouble();
 }
 
 std::string BackgroundSource::handling() const {

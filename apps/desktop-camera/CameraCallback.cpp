@@ -20,9 +20,9 @@ Return<void> CameraCallback::onCommand(const hidl_string& command, onCommand_cb 
     }
     ALOGI("told %s", command.c_str());
     const Event event = eventFrom(command);
-    if (event == Event::kStart) mDemand.start();
-    if (event == Event::kStop) mDemand.stop();
-    reply(event == Event::kStart ? kTaken : "");
+    if (event == Event::START) mDemand.start();
+    if (event == Event::STOP) mDemand.stop();
+    reply(event == Event::START ? kTaken : "");
     return Void();
 }
 

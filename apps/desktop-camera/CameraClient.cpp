@@ -19,13 +19,13 @@ namespace {
 
 const char* text(SurfaceRenderer::End end) {
     switch (end) {
-        case SurfaceRenderer::End::kStopped:
+        case SurfaceRenderer::End::STOPPED:
             return "it is not wanted any more";
-        case SurfaceRenderer::End::kSurfaceGone:
+        case SurfaceRenderer::End::SURFACE_GONE:
             return "its surface is gone";
-        case SurfaceRenderer::End::kFailed:
+        case SurfaceRenderer::End::FAILED:
             return "it failed";
-        case SurfaceRenderer::End::kLastFrame:
+        case SurfaceRenderer::End::LAST_FRAME:
             return "that was the last frame";
     }
     return "";
@@ -47,16 +47,16 @@ void CameraClient::run() {
     for (;;) {
         uint64_t stream = 0;
         switch (mDemand.waitForWork(&stream)) {
-            case StreamDemand::Work::kStream:
+            case StreamDemand::Work::STREAM:
                 serveStream(StreamTicket(mDemand, stream));
                 break;
-            case StreamDemand::Work::kJoin:
+            case StreamDemand::Work::JOIN:
                 joinStream(StreamTicket(mDemand, stream));
                 break;
-            case StreamDemand::Work::kReconnect:
+            case StreamDemand::Work::RECONNECT:
                 if (!connect()) return;
                 break;
-            case StreamDemand::Work::kQuit:
+            case StreamDemand::Work::QUIT:
                 return;
         }
         mDemand.over(stream);
@@ -108,7 +108,7 @@ void CameraClient::render(const StreamTicket& ticket, const PictureFormat& forma
     mSource.stop();
     mHooks.ended();
     ALOGI("the stream ends after %u frames: %s", mJournal.nextNumber() - first, text(end));
-    if (end == SurfaceRenderer::End::kLastFrame) mDemand.quit();
+    if (end == SurfaceRenderer::End::LAST_FRAME) mDemand.quit();
 }
 
 bool CameraClient::askForConfig(PictureFormat* format, int priority) {

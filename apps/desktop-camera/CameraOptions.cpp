@@ -56,10 +56,10 @@ Take takeCommand(std::string* command) {
 Take takeSource(CameraOptions* out) {
     return [out](const std::string& value) -> std::string {
         using Source = CameraOptions::Source;
-        out->source = value == "auto"   ? Source::kAuto
-                      : value == "card" ? Source::kCard
-                                        : Source::kPipeline;
-        if (out->source == Source::kPipeline) out->pipeline = value;
+        out->source = value == "auto"   ? Source::AUTO
+                      : value == "card" ? Source::CARD
+                                        : Source::PIPELINE;
+        if (out->source == Source::PIPELINE) out->pipeline = value;
         return value.empty() ? "a GStreamer pipeline, auto or card" : "";
     };
 }

@@ -12,10 +12,10 @@ namespace korvane::camera {
 
 /** The parsed command line of desktop-camera. */
 struct CameraOptions {
-    enum class Source { kCard, kAuto, kPipeline };
+    enum class Source { CARD, AUTO, PIPELINE };
 
-    Source source = Source::kCard;
-    std::string pipeline;  // for Source::kPipeline, as given
+    Source source = Source::CARD;
+    std::string pipeline;  // for Source::PIPELINE, as given
     Turn turn;
     std::string privacy;  // the path of a file; empty: none
     std::string onStart;  // commands of the shell; empty: none

@@ -20,7 +20,7 @@ void CameraStatus::begin(const PictureFormat& format) {
         const std::lock_guard<std::mutex> guard(mLock);
         mStreaming = true;
         mFormat = format;
-        mShown = {Notice::kStarting, ""};
+        mShown = {Notice::STARTING, ""};
     }
     publish();
 }
@@ -46,7 +46,7 @@ void CameraStatus::publish() const {
 }
 
 void CameraStatus::setPictures(const std::string& handling) {
-    setTrouble({Notice::kNone, handling});
+    setTrouble({Notice::NONE, handling});
 }
 
 std::string CameraStatus::json() const {

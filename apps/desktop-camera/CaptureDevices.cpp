@@ -68,10 +68,10 @@ Kind kindOf(const v4l2_capability& capability) {
                               : capability.capabilities;
     if (textOf(capability.driver) == kGadgetDriver ||
         textOf(capability.bus_info).rfind(kOwnPort, 0) == 0) {
-        return Kind::kGadget;
+        return Kind::GADGET;
     }
     const bool captures = (can & (V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_VIDEO_CAPTURE_MPLANE)) != 0;
-    return captures && (can & V4L2_CAP_STREAMING) != 0 ? Kind::kCamera : Kind::kOther;
+    return captures && (can & V4L2_CAP_STREAMING) != 0 ? Kind::CAMERA : Kind::OTHER;
 }
 
 CaptureDevice deviceOf(unsigned long number) {
@@ -80,7 +80,7 @@ CaptureDevice deviceOf(unsigned long number) {
     device.path = "/dev/" + name;
     if (isGadgetNode(name)) {
         device.driver = kGadgetDriver;
-        device.kind = Kind::kGadget;
+        device.kind = Kind::GADGET;
         return device;
     }
     v4l2_capability capability = {};
@@ -94,13 +94,13 @@ CaptureDevice deviceOf(unsigned long number) {
 
 const char* wordFor(Kind kind) {
     switch (kind) {
-        case Kind::kCamera:
+        case Kind::CAMERA:
             return "a camera";
-        case Kind::kGadget:
+        case Kind::GADGET:
             return "the webcam itself";
-        case Kind::kOther:
+        case Kind::OTHER:
             return "no camera";
-        case Kind::kUnusable:
+        case Kind::UNUSABLE:
             return "cannot be opened";
     }
     return "";
@@ -116,7 +116,7 @@ std::vector<CaptureDevice> captureDevices() {
 
 std::optional<CaptureDevice> firstCamera(const std::vector<CaptureDevice>& devices) {
     const auto found = std::find_if(devices.begin(), devices.end(), [](const CaptureDevice& one) {
-        return one.kind == Kind::kCamera;
+        return one.kind == Kind::CAMERA;
     });
     return found == devices.end() ? std::nullopt : std::optional(*found);
 }

@@ -11,16 +11,16 @@ namespace korvane::camera {
 /** A video4linux node and what it is to the webcam. */
 struct CaptureDevice {
     enum class Kind {
-        kCamera,
-        kGadget,    // the webcam itself: its gadget's node, or its other end on this machine
-        kOther,     // no source of pictures: outputs, codecs, metadata
-        kUnusable,  // can't be queried
+        CAMERA,
+        GADGET,    // the webcam itself: its gadget's node, or its other end on this machine
+        OTHER,     // no source of pictures: outputs, codecs, metadata
+        UNUSABLE,  // can't be queried
     };
 
     std::string path;    // like /dev/video0
-    std::string driver;  // as the device reports it, like the name; both empty for kUnusable
+    std::string driver;  // as the device reports it, like the name; both empty for UNUSABLE
     std::string name;
-    Kind kind = Kind::kUnusable;
+    Kind kind = Kind::UNUSABLE;
 };
 
 /**

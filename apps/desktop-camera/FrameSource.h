@@ -21,7 +21,7 @@ struct PictureMemory {
 
 /** What keeps a source from delivering pictures, for people and for programs. */
 struct Trouble {
-    testcard::Notice notice = testcard::Notice::kNone;
+    testcard::Notice notice = testcard::Notice::NONE;
     std::string text;  // a sentence without its full stop; empty if there is nothing more to say
 };
 
@@ -32,11 +32,11 @@ struct Trouble {
 class FrameSource {
   public:
     enum class Result {
-        kDrawn,
-        kNotYet,    // no picture within a tenth of a second, or one too large; try again
-        kStarting,  // as kNotYet, because the start isn't over; try again
-        kEnded,     // the last picture has been drawn; startAgain() begins anew
-        kFailed,    // there will be no more, and the log says why
+        DRAWN,
+        NOT_YET,   // no picture within a tenth of a second, or one too large; try again
+        STARTING,  // as NOT_YET, because the start isn't over; try again
+        ENDED,     // the last picture has been drawn; startAgain() begins anew
+        FAILED,    // there will be no more, and the log says why
     };
 
     virtual ~FrameSource() = default;
@@ -60,7 +60,7 @@ class FrameSource {
     virtual std::string handling() const { return ""; }
 
     /** Why start() or draw() last failed. */
-    virtual Trouble trouble() const { return {testcard::Notice::kFailed, ""}; }
+    virtual Trouble trouble() const { return {testcard::Notice::FAILED, ""}; }
 };
 
 }  // namespace korvane::camera

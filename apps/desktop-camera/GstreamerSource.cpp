@@ -71,19 +71,19 @@ bool GstreamerSource::open() {
     std::string wrong;
     const std::string description = mDescribe(&wrong);
     if (description.empty()) {
-        note(Notice::kAbsent, wrong);
+        note(Notice::ABSENT, wrong);
         return false;
     }
     mPipeline = std::make_unique<GstreamerPipeline>(mFormat, mTurn, mMayPass);
     wrong = mPipeline->build(description);
     if (!wrong.empty()) {
-        note(Notice::kFailed, "the source cannot be built: " + wrong);
+        note(Notice::FAILED, "the source cannot be built: " + wrong);
     } else if (mPipeline->play()) {
         return true;
     } else if (const auto error = mPipeline->takeError()) {
         noteError(*error);
     } else {
-        note(Notice::kFailed, "the source does not start");
+        note(Notice::FAILED, "the source does not start");
     }
     stop();
     return false;
@@ -115,17 +115,17 @@ FrameSource::Result GstreamerSource::draw(const testcard::FrameStamp& /*stamp*/,
 FrameSource::Result GstreamerSource::handleNoSample() {
     if (mError != nullptr) {
         noteError(*mError);
-        return Result::kFailed;
+        return Result::FAILED;
     }
     // In this order: a source that fails ends after it has reported the error.
     const bool ended = mPipeline->hasEnded();
     mError = mPipeline->takeError();
-    if (mError != nullptr || !ended) return Result::kNotYet;
+    if (mError != nullptr || !ended) return Result::NOT_YET;
     if (!mGavePicture) {
-        note(Notice::kEnded, "the source has ended without a picture");
-        return Result::kFailed;
+        note(Notice::ENDED, "the source has ended without a picture");
+        return Result::FAILED;
     }
-    return Result::kEnded;
+    return Result::ENDED;
 }
 
 void GstreamerSource::noteError(GstMessage& message) {
@@ -135,7 +135,7 @@ void GstreamerSource::noteError(GstMessage& message) {
     const GstreamerOwned<GError> error(raised);
     const GstreamerOwned<gchar> detail(added);
     const bool absent = g_error_matches(raised, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND);
-    note(absent ? Notice::kAbsent : Notice::kFailed,
+    note(absent ? Notice::ABSENT : Notice::FAILED,
          std::string("the source failed: ") + GST_MESSAGE_SRC_NAME(&message) + ": " +
                  error->message + " (" + lastLine(detail.get()) + ")");
 }
@@ -154,10 +154,10 @@ FrameSource::Result GstreamerSource::copyFile(GstSample* sample, const PictureMe
     }
     if (*bytes > memory.fileCapacity) {
         ALOGW("left out a JPEG file of %zu bytes, the host takes %zu", *bytes, memory.fileCapacity);
-        return Result::kNotYet;
+        return Result::NOT_YET;
     }
     gst_buffer_extract(buffer, 0, memory.file, *bytes);
-    return Result::kDrawn;
+    return Result::DRAWN;
 }
 
 // From now on, for the rest of the stream.
@@ -165,15 +165,15 @@ FrameSource::Result GstreamerSource::encodeAgain(size_t bytes, size_t limit) {
     ALOGW("a JPEG file of %zu bytes from the source is too large, the host takes %zu", bytes,
           limit);
     mMayPass = false;
-    return Result::kEnded;
+    return Result::ENDED;
 }
 
 FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const PictureMemory& memory,
                                                 size_t* bytes) {
     const MappedPicture picture(sample);
     if (!picture.isMapped()) {
-        note(Notice::kFailed, "the source gave a picture that cannot be read");
-        return Result::kFailed;
+        note(Notice::FAILED, "the source gave a picture that cannot be read");
+        return Result::FAILED;
     }
     for (uint32_t line = 0; line < mFormat.height; ++line) {
         memcpy(memory.planes.y + line * memory.planes.yStride, picture.line(0, line),
@@ -183,7 +183,7 @@ FrameSource::Result GstreamerSource::copyPlanes(GstSample* sample, const Picture
         memory.planes.putChroma(line, picture.line(1, line), mFormat.width);
     }
     *bytes = size_t{mFormat.width} * mFormat.height * 3 / 2;
-    return Result::kDrawn;
+    return Result::DRAWN;
 }
 
 // A source that is retried fails the same way each time: that is logged once.

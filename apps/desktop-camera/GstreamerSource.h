@@ -53,7 +53,7 @@ class GstreamerSource : public FrameSource {
     bool mMayPass = true;               // whether the source's JPEG files fit, as far as is known
     bool mGavePicture = false;          // since the pipeline was built
     GstreamerOwned<GstMessage> mError;  // the pipeline's error, once the source has failed
-    Trouble mTrouble;                   // kNone once there has been a picture
+    Trouble mTrouble;                   // NONE once there has been a picture
     std::unique_ptr<GstreamerPipeline> mPipeline;
 };
 

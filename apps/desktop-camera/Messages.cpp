@@ -39,11 +39,11 @@ const char kGetStreamConfig[] = "{\"get-stream-config\":true}";
 Event eventFrom(const std::string& command) {
     const Document document = parse(command);
     if (const Value* event = member(document, "event"); event != nullptr && event->IsString()) {
-        if (*event == "stream-start") return Event::kStart;
-        if (*event == "stream-stop") return Event::kStop;
+        if (*event == "stream-start") return Event::START;
+        if (*event == "stream-stop") return Event::STOP;
     }
     const Value* start = member(document, "webcam-start");
-    return start != nullptr && start->IsTrue() ? Event::kStart : Event::kNone;
+    return start != nullptr && start->IsTrue() ? Event::START : Event::NONE;
 }
 
 bool asksForStatus(const std::string& command) {

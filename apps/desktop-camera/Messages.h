@@ -11,15 +11,15 @@ namespace korvane::camera {
 
 /** What a command from the controller to its clients means for the camera. */
 enum class Event {
-    kNone,   // nothing that concerns it
-    kStart,  // a host wants pictures: {"event":"stream-start"} or {"webcam-start":true}
-    kStop,   // it wants no more: {"event":"stream-stop"}
+    NONE,   // nothing that concerns it
+    START,  // a host wants pictures: {"event":"stream-start"} or {"webcam-start":true}
+    STOP,   // it wants no more: {"event":"stream-stop"}
 };
 
 /** Whether a command asks for the camera's status: {"get-camera-status":...}. */
 bool asksForStatus(const std::string& command);
 
-/** Parses a command; kNone for anything it doesn't understand. */
+/** Parses a command; NONE for anything it doesn't understand. */
 Event eventFrom(const std::string& command);
 
 /** Asks for the format of the stream that the host has started. */

@@ -19,19 +19,19 @@ namespace {
 
 const char* titleOf(Notice notice) {
     switch (notice) {
-        case Notice::kNone:
+        case Notice::NONE:
             return "";
-        case Notice::kStarting:
+        case Notice::STARTING:
             return "The camera is starting";
-        case Notice::kAbsent:
+        case Notice::ABSENT:
             return "There is no camera";
-        case Notice::kFailed:
+        case Notice::FAILED:
             return "The camera has failed";
-        case Notice::kEnded:
+        case Notice::ENDED:
             return "The camera has ended";
-        case Notice::kSilent:
+        case Notice::SILENT:
             return "The camera gives no picture";
-        case Notice::kCovered:
+        case Notice::COVERED:
             return "The camera is covered";
     }
     return "";
@@ -47,15 +47,15 @@ bool NoticeCard::start(const PictureFormat& format) {
 
 Result NoticeCard::draw(const Trouble& trouble, testcard::FrameStamp stamp,
                         const PictureMemory& memory, size_t* bytes) {
-    if (!prepare(trouble)) return Result::kFailed;
+    if (!prepare(trouble)) return Result::FAILED;
     stamp.notice = trouble.notice;
     if (mJpegCard != nullptr) {
         *bytes = mJpegCard->draw(stamp, memory.file, memory.fileCapacity);
-        return *bytes > 0 ? Result::kDrawn : Result::kFailed;
+        return *bytes > 0 ? Result::DRAWN : Result::FAILED;
     }
     mCard->draw(stamp, memory.planes);
     *bytes = size_t{mFormat.width} * mFormat.height * 3 / 2;
-    return Result::kDrawn;
+    return Result::DRAWN;
 }
 
 bool NoticeCard::prepare(const Trouble& trouble) {
@@ -77,7 +77,7 @@ bool NoticeCard::prepare(const Trouble& trouble) {
 }
 
 void NoticeCard::stop() {
-    mNotice = Notice::kNone;
+    mNotice = Notice::NONE;
     mCard.reset();
     mJpegCard.reset();
 }

@@ -20,7 +20,7 @@ class NoticeCard {
     /** Prepares for pictures of a format; false if no card fits it. */
     bool start(const PictureFormat& format);
 
-    /** Draws the card for a trouble; like FrameSource::draw(), but never kNotYet. */
+    /** Draws the card for a trouble; like FrameSource::draw(), but never NOT_YET. */
     FrameSource::Result draw(const Trouble& trouble, testcard::FrameStamp stamp,
                              const PictureMemory& memory, size_t* bytes);
 
@@ -31,8 +31,7 @@ class NoticeCard {
     bool prepare(const Trouble& trouble);
 
     PictureFormat mFormat;
-    testcard::Notice mNotice =
-            testcard::Notice::kNone;  // of the prepared card; kNone: there is none
+    testcard::Notice mNotice = testcard::Notice::NONE;  // of the prepared card; NONE: there is none
     std::string mText;
     std::unique_ptr<testcard::TestCard> mCard;
     std::unique_ptr<testcard::TestCardJpeg> mJpegCard;

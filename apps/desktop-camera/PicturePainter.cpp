@@ -47,13 +47,13 @@ Result PicturePainter::paintFile(const sp<GraphicBuffer>& buffer, bool checksum,
     const auto status = buffer->lock(ProducerSurface::kUsage, &address);
     if (status != OK || address == nullptr || buffer->getWidth() < kFooterSize) {
         ALOGE("cannot write to a buffer of %u bytes: %d", buffer->getWidth(), status);
-        return Result::kFailed;
+        return Result::FAILED;
     }
     PictureMemory memory;
     memory.file = static_cast<uint8_t*>(address);
     memory.fileCapacity = buffer->getWidth() - kFooterSize;
     const Result result = mSource.draw(record->stamp, memory, &record->bytes);
-    if (result == Result::kDrawn) {
+    if (result == Result::DRAWN) {
         writeFooter(memory.file + memory.fileCapacity, record->bytes);
         if (checksum) record->crc32 = testcard::crc32Of(memory.file, record->bytes);
     }
@@ -68,7 +68,7 @@ Result PicturePainter::paintPlanes(const sp<GraphicBuffer>& buffer, bool checksu
     if (status != OK || locked.y == nullptr) {
         ALOGE("cannot write to a buffer of %ux%u: %d", buffer->getWidth(), buffer->getHeight(),
               status);
-        return Result::kFailed;
+        return Result::FAILED;
     }
     PictureMemory memory;
     memory.planes = {static_cast<uint8_t*>(locked.y),
@@ -78,7 +78,7 @@ Result PicturePainter::paintPlanes(const sp<GraphicBuffer>& buffer, bool checksu
                      locked.cstride,
                      locked.chroma_step};
     const Result result = mSource.draw(record->stamp, memory, &record->bytes);
-    if (result == Result::kDrawn && checksum) {
+    if (result == Result::DRAWN && checksum) {
         record->crc32 = testcard::crc32Of(memory.planes, mFormat.width, mFormat.height);
     }
     buffer->unlock();

@@ -22,7 +22,7 @@ class PicturePainter {
         : mSource(source), mFormat(format) {}
 
     /**
-     * Draws the picture for `record->stamp`. If that returns kDrawn, the rest of the record is
+     * Draws the picture for `record->stamp`. If that returns DRAWN, the rest of the record is
      * filled in, the checksum only if `checksum` says so.
      */
     FrameSource::Result paint(const android::sp<android::GraphicBuffer>& buffer, bool checksum,

@@ -30,9 +30,9 @@ bool SteadySource::start(const PictureFormat& format) {
     mHasCard = mCard.start(format);
     if (!mHasCard) ALOGW("no card fits into %ux%u", format.width, format.height);
     mStatus.begin(format);
-    show({Notice::kStarting, ""});
+    show({Notice::STARTING, ""});
     noteCover();
-    if (mTrouble.notice != Notice::kCovered) open();
+    if (mTrouble.notice != Notice::COVERED) open();
     if (mHasCard || mOpen) return true;
     mStatus.end();
     return false;
@@ -47,11 +47,11 @@ void SteadySource::stop() {
 FrameSource::Result SteadySource::draw(const FrameStamp& stamp, const PictureMemory& memory,
                                        size_t* bytes) {
     noteCover();
-    if (mTrouble.notice != Notice::kCovered) {
+    if (mTrouble.notice != Notice::COVERED) {
         const std::optional<Result> result = drawPicture(stamp, memory, bytes);
         if (result) return *result;
     }
-    return mHasCard ? mCard.draw(mTrouble, stamp, memory, bytes) : Result::kNotYet;
+    return mHasCard ? mCard.draw(mTrouble, stamp, memory, bytes) : Result::NOT_YET;
 }
 
 // Nothing if it is the card's turn.
@@ -61,17 +61,17 @@ std::optional<FrameSource::Result> SteadySource::drawPicture(const FrameStamp& s
     if (!mOpen && monotonicNs() >= mRetryAt) open();
     if (!mOpen) return std::nullopt;
     Result result = mSource.draw(stamp, memory, bytes);
-    if (result == Result::kEnded) {
-        result = mSource.startAgain() ? Result::kStarting : Result::kFailed;
+    if (result == Result::ENDED) {
+        result = mSource.startAgain() ? Result::STARTING : Result::FAILED;
     }
-    if (result == Result::kDrawn) {
+    if (result == Result::DRAWN) {
         notePicture();
         return result;
     }
-    if (result == Result::kFailed) {
+    if (result == Result::FAILED) {
         noteLoss(mSource.trouble());
-    } else if (noteQuiet(result == Result::kStarting)) {
-        return Result::kNotYet;
+    } else if (noteQuiet(result == Result::STARTING)) {
+        return Result::NOT_YET;
     }
     return std::nullopt;
 }
@@ -82,15 +82,15 @@ bool SteadySource::noteQuiet(bool starting) {
     const int64_t quiet = now - mSince;
     if (starting) mReadySince = now;
     if (now - mReadySince > (mGavePicture ? mTimes.gap : mTimes.patience)) {
-        noteLoss({Notice::kSilent, ""});
+        noteLoss({Notice::SILENT, ""});
     } else if (starting && quiet > mTimes.patience && mTrouble.text != kSlowStart) {
         ALOGW("no picture: %s; it is waited for", kSlowStart);
-        show({Notice::kStarting, kSlowStart});
-    } else if (mTrouble.notice == Notice::kNone && quiet > mTimes.gap) {
-        show({Notice::kStarting, ""});
+        show({Notice::STARTING, kSlowStart});
+    } else if (mTrouble.notice == Notice::NONE && quiet > mTimes.gap) {
+        show({Notice::STARTING, ""});
     }
-    return mTrouble.notice == Notice::kNone ||
-           (mTrouble.notice == Notice::kStarting && quiet < mTimes.beforeCard);
+    return mTrouble.notice == Notice::NONE ||
+           (mTrouble.notice == Notice::STARTING && quiet < mTimes.beforeCard);
 }
 
 void SteadySource::open() {
@@ -107,10 +107,10 @@ void SteadySource::close() {
 
 void SteadySource::noteCover() {
     const bool covered = mIsCovered != nullptr && mIsCovered();
-    if (covered == (mTrouble.notice == Notice::kCovered)) return;
+    if (covered == (mTrouble.notice == Notice::COVERED)) return;
     ALOGI("the camera is %s", covered ? "covered" : "uncovered");
     close();
-    show({covered ? Notice::kCovered : Notice::kStarting, ""});
+    show({covered ? Notice::COVERED : Notice::STARTING, ""});
     mRetryAt = 0;
 }
 
@@ -131,7 +131,7 @@ void SteadySource::show(const Trouble& trouble) {
 }
 
 void SteadySource::notePicture() {
-    if (mTrouble.notice != Notice::kNone && mTrouble.notice != Notice::kStarting) {
+    if (mTrouble.notice != Notice::NONE && mTrouble.notice != Notice::STARTING) {
         ALOGI("the source gives pictures again");
     }
     if (!mGavePicture) mStatus.setPictures(mSource.handling());

@@ -64,7 +64,7 @@ class SteadySource : public FrameSource {
     int64_t mSince = 0;         // time of its latest picture or, before the first, of its start
     int64_t mReadySince = 0;    // the same, or when it was last seen starting
     int64_t mRetryAt = 0;
-    Trouble mTrouble;  // kNone while the source's own pictures are shown
+    Trouble mTrouble;  // NONE while the source's own pictures are shown
 };
 
 }  // namespace korvane::camera

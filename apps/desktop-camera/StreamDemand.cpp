@@ -72,13 +72,13 @@ void StreamDemand::quit() {
 StreamDemand::Work StreamDemand::waitForWork(uint64_t* stream) {
     const std::lock_guard<std::mutex> guard(mLock);
     while (!mQuit && !mDied && !(mWanted && mServed != mLatest)) mChanged.wait(mLock);
-    if (mQuit) return Work::kQuit;
+    if (mQuit) return Work::QUIT;
     if (mDied) {
         mDied = false;
-        return Work::kReconnect;
+        return Work::RECONNECT;
     }
     *stream = mServed = mLatest;
-    return mJoined ? Work::kJoin : Work::kStream;
+    return mJoined ? Work::JOIN : Work::STREAM;
 }
 
 bool StreamDemand::waitToRetry(int64_t untilNs) {

@@ -48,11 +48,11 @@ class StreamDemand {
     /** The program is to end. */
     void quit();
 
-    enum class Work { kStream, kJoin, kReconnect, kQuit };
+    enum class Work { STREAM, JOIN, RECONNECT, QUIT };
 
     /**
-     * Waits for something to do. kStream comes once for each start not stopped since, with the
-     * stream's number, and so does kJoin for join(); kReconnect comes once for each death. Only one
+     * Waits for something to do. STREAM comes once for each start not stopped since, with the
+     * stream's number, and so does JOIN for join(); RECONNECT comes once for each death. Only one
      * thread may wait.
      */
     Work waitForWork(uint64_t* stream);

@@ -56,27 +56,27 @@ class StreamHooks::Command {
         if (before != nullptr) before->waitUntilDone();
         pid_t pid = 0;
         const int error = spawn(text, &pid);
-        advance(State::kRunning);
+        advance(State::RUNNING);
         if (error != 0) {
             ALOGE("cannot run '%s': %s", text.c_str(), strerror(error));
         } else {
             reap(text, pid);
         }
-        advance(State::kDone);
+        advance(State::DONE);
     }
 
     void waitUntilRunning() {
         const std::lock_guard<std::mutex> guard(mLock);
-        while (mState == State::kWaiting) mChanged.wait(mLock);
+        while (mState == State::WAITING) mChanged.wait(mLock);
     }
 
   private:
-    enum class State { kWaiting, kRunning, kDone };
+    enum class State { WAITING, RUNNING, DONE };
 
     void waitUntilDone() {
         const auto end = std::chrono::steady_clock::now() + kPatience;
         const std::lock_guard<std::mutex> guard(mLock);
-        while (mState != State::kDone &&
+        while (mState != State::DONE &&
                mChanged.wait_until(mLock, end) == std::cv_status::no_timeout) {
         }
     }
@@ -100,7 +100,7 @@ class StreamHooks::Command {
 
     std::mutex mLock;
     std::condition_variable_any mChanged;
-    State mState GUARDED_BY(mLock) = State::kWaiting;
+    State mState GUARDED_BY(mLock) = State::WAITING;
 };
 
 StreamHooks::StreamHooks(std::string onStart, std::string onStop)

@@ -22,7 +22,7 @@ SurfaceRenderer::End SurfaceRenderer::run(const StreamTicket& ticket, uint32_t l
     if (status != OK) return fail("connect to the surface", status);
     FramePacer pacer(monotonicNs(), mFormat.fps);
     while (mJournal.nextNumber() <= lastFrame) {
-        if (!ticket.sleepUntil(pacer.nextBeat())) return End::kStopped;
+        if (!ticket.sleepUntil(pacer.nextBeat())) return End::STOPPED;
         ProducerSurface::Buffer buffer;
         status = mSurface.dequeue(&buffer);
         if (status == android::TIMED_OUT) continue;
@@ -30,7 +30,7 @@ SurfaceRenderer::End SurfaceRenderer::run(const StreamTicket& ticket, uint32_t l
         const std::optional<End> end = renderFrame(buffer, &pacer);
         if (end) return *end;
     }
-    return End::kLastFrame;
+    return End::LAST_FRAME;
 }
 
 std::optional<SurfaceRenderer::End> SurfaceRenderer::renderFrame(
@@ -40,9 +40,9 @@ std::optional<SurfaceRenderer::End> SurfaceRenderer::renderFrame(
     testcard::FrameRecord record;
     record.stamp = {mJournal.nextNumber(), static_cast<uint64_t>(now) / 1000};
     const auto result = mPainter.paint(buffer.pixels, mJournal.isOpen(), &record);
-    if (result != FrameSource::Result::kDrawn) {
+    if (result != FrameSource::Result::DRAWN) {
         mSurface.cancel(buffer);
-        if (result == FrameSource::Result::kFailed) return End::kFailed;
+        if (result == FrameSource::Result::FAILED) return End::FAILED;
         return std::nullopt;
     }
     const status_t status = mSurface.queue(buffer, beat);
@@ -52,9 +52,9 @@ std::optional<SurfaceRenderer::End> SurfaceRenderer::renderFrame(
 }
 
 SurfaceRenderer::End SurfaceRenderer::fail(const char* what, status_t status) const {
-    if (ProducerSurface::isGone(status)) return End::kSurfaceGone;
+    if (ProducerSurface::isGone(status)) return End::SURFACE_GONE;
     ALOGE("cannot %s: %d", what, status);
-    return End::kFailed;
+    return End::FAILED;
 }
 
 }  // namespace korvane::camera

@@ -26,10 +26,10 @@ namespace korvane::camera {
 class SurfaceRenderer {
   public:
     enum class End {
-        kStopped,      // the stream is no longer wanted
-        kSurfaceGone,  // the service has dropped it, or is itself gone
-        kFailed,       // the surface or the source failed, and the log says how
-        kLastFrame,    // the last frame that was asked for has been queued
+        STOPPED,       // the stream is no longer wanted
+        SURFACE_GONE,  // the service has dropped it, or is itself gone
+        FAILED,        // the surface or the source failed, and the log says how
+        LAST_FRAME,    // the last frame that was asked for has been queued
     };
 
     /** `source`, started for the format, and `journal` must outlive the renderer. */

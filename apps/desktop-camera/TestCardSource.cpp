@@ -27,13 +27,13 @@ FrameSource::Result TestCardSource::draw(const testcard::FrameStamp& stamp,
                                          const PictureMemory& memory, size_t* bytes) {
     if (mJpegCard != nullptr) {
         *bytes = mJpegCard->draw(stamp, memory.file, memory.fileCapacity);
-        if (*bytes > 0) return Result::kDrawn;
+        if (*bytes > 0) return Result::DRAWN;
         ALOGE("the test card does not fit into %zu bytes", memory.fileCapacity);
-        return Result::kFailed;
+        return Result::FAILED;
     }
     mCard->draw(stamp, memory.planes);
     *bytes = size_t{mCard->layout().width()} * mCard->layout().height() * 3 / 2;
-    return Result::kDrawn;
+    return Result::DRAWN;
 }
 
 void TestCardSource::stop() {

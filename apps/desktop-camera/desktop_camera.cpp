@@ -56,12 +56,12 @@ std::string describeFirstCamera(std::string* why) {
 std::unique_ptr<FrameSource> sourceFor(const CameraOptions& options) {
     std::unique_ptr<FrameSource> source;
     switch (options.source) {
-        case CameraOptions::Source::kCard:
+        case CameraOptions::Source::CARD:
             return std::make_unique<TestCardSource>();
-        case CameraOptions::Source::kAuto:
+        case CameraOptions::Source::AUTO:
             source = std::make_unique<GstreamerSource>(describeFirstCamera, options.turn);
             break;
-        case CameraOptions::Source::kPipeline:
+        case CameraOptions::Source::PIPELINE:
             source = std::make_unique<GstreamerSource>(options.pipeline, options.turn);
             break;
     }
@@ -124,8 +124,8 @@ bool show(const CameraOptions& options) {
 
 // Prepares for the source; returns what is wrong with it, or an empty text.
 std::string checkSource(const CameraOptions& options) {
-    if (options.source != CameraOptions::Source::kCard) gst_init(nullptr, nullptr);
-    if (options.source != CameraOptions::Source::kPipeline) return "";
+    if (options.source != CameraOptions::Source::CARD) gst_init(nullptr, nullptr);
+    if (options.source != CameraOptions::Source::PIPELINE) return "";
     const std::string error = GstreamerPipeline::check(options.pipeline);
     if (error.empty()) return "";
     return "--source is '" + options.pipeline +

@@ -19,15 +19,15 @@ struct Known {
 };
 
 constexpr Known kCommands[] = {
-        {"status", Arguments::kStatus, 0, "status [--json]"},
-        {"watch", Arguments::kWatch, 0, "watch [--interval SECONDS] [--count N]"},
-        {"clients", Arguments::kClients, 0, "clients"},
-        {"send", Arguments::kSend, 2, "send KIND TEXT"},
-        {"suspend", Arguments::kSuspend, 0, "suspend"},
-        {"resume", Arguments::kResume, 0, "resume"},
-        {"snapshot", Arguments::kSnapshot, 1, "snapshot FILE.png|FILE.jpg"},
-        {"dump", Arguments::kDump, 1, "dump FILE [--seconds N]"},
-        {"doctor", Arguments::kDoctor, 0, "doctor [--json]"},
+        {"status", Arguments::STATUS, 0, "status [--json]"},
+        {"watch", Arguments::WATCH, 0, "watch [--interval SECONDS] [--count N]"},
+        {"clients", Arguments::CLIENTS, 0, "clients"},
+        {"send", Arguments::SEND, 2, "send KIND TEXT"},
+        {"suspend", Arguments::SUSPEND, 0, "suspend"},
+        {"resume", Arguments::RESUME, 0, "resume"},
+        {"snapshot", Arguments::SNAPSHOT, 1, "snapshot FILE.png|FILE.jpg"},
+        {"dump", Arguments::DUMP, 1, "dump FILE [--seconds N]"},
+        {"doctor", Arguments::DOCTOR, 0, "doctor [--json]"},
 };
 
 const Known* find(const std::string& name) {
@@ -45,9 +45,9 @@ bool positive(const std::string& text, double* out) {
 }
 
 bool hasOption(Arguments::Command command, const std::string& name) {
-    if (name == "--json") return command == Arguments::kStatus || command == Arguments::kDoctor;
-    if (name == "--seconds") return command == Arguments::kDump;
-    return (name == "--interval" || name == "--count") && command == Arguments::kWatch;
+    if (name == "--json") return command == Arguments::STATUS || command == Arguments::DOCTOR;
+    if (name == "--seconds") return command == Arguments::DUMP;
+    return (name == "--interval" || name == "--count") && command == Arguments::WATCH;
 }
 
 std::string usageOf(const Known& known) {
@@ -90,7 +90,7 @@ std::string takeOptions(const Known& known, const std::vector<std::string>& argu
 
 std::string takeOperands(const Known& known, const std::vector<std::string>& operands,
                          Arguments* out) {
-    if (known.command == Arguments::kSend) {
+    if (known.command == Arguments::SEND) {
         unsigned long number = 0;
         if (!options::numberFrom(operands[0], 0, 7, &number)) {
             return "KIND is '" + operands[0] + "', but a number from 0 to 7 is needed";
@@ -108,7 +108,7 @@ std::string takeOperands(const Known& known, const std::vector<std::string>& ope
 std::string Arguments::read(const std::vector<std::string>& arguments) {
     if (std::find(arguments.begin(), arguments.end(), "--help") != arguments.end()) return "";
     if (arguments == std::vector<std::string>{"--version"}) {
-        command = kVersion;
+        command = VERSION;
         return "";
     }
     if (arguments.empty()) return "which command? 'desktopctl --help' lists them";

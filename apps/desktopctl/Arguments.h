@@ -9,20 +9,20 @@ namespace korvane::ctl {
 
 struct Arguments {
     enum Command {
-        kHelp,
-        kVersion,
-        kStatus,
-        kWatch,
-        kClients,
-        kSend,
-        kSuspend,
-        kResume,
-        kSnapshot,
-        kDump,
-        kDoctor
+        HELP,
+        VERSION,
+        STATUS,
+        WATCH,
+        CLIENTS,
+        SEND,
+        SUSPEND,
+        RESUME,
+        SNAPSHOT,
+        DUMP,
+        DOCTOR
     };
 
-    Command command = kHelp;
+    Command command = HELP;
     bool json = false;
     unsigned kind = 0;
     std::string text;

@@ -54,7 +54,7 @@ ExitCode fail(ExitCode code, const std::string& what) {
 }
 
 ExitCode notRunning() {
-    return fail(kNotRunning, "the service is not running; 'desktopctl doctor' says why");
+    return fail(NOT_RUNNING, "the service is not running; 'desktopctl doctor' says why");
 }
 
 double secondsSince(steady_clock::time_point start) {
@@ -70,9 +70,9 @@ std::string megabytes(double bytes) {
 // Why there is no stream, in the order in which a stream comes about.
 ExitCode noStream(const Status& status) {
     const ExitCode code = status.exitCode();
-    if (code == kNoNode) return fail(code, "nothing streams: the service has no node");
-    if (code == kNoCamera) return fail(code, "nothing streams: there is no camera");
-    return fail(kFailed, "nothing streams: the host has not opened the webcam");
+    if (code == NO_NODE) return fail(code, "nothing streams: the service has no node");
+    if (code == NO_CAMERA) return fail(code, "nothing streams: there is no camera");
+    return fail(FAILED, "nothing streams: the host has not opened the webcam");
 }
 
 }  // namespace
@@ -105,7 +105,7 @@ ExitCode watch(double intervalSeconds, unsigned screens) {
     const char* const clear = isatty(STDOUT_FILENO) != 0 ? "\033[H\033[2J" : "";
     std::optional<Status> before;
     steady_clock::time_point beforeTime;
-    ExitCode code = kNotRunning;
+    ExitCode code = NOT_RUNNING;
     for (unsigned i = 0; sInterrupted == 0 && (screens == 0 || i < screens); ++i) {
         if (i > 0) std::this_thread::sleep_for(duration<double>(intervalSeconds));
         const Deadline deadline(kAnswerSeconds);
@@ -120,7 +120,7 @@ ExitCode watch(double intervalSeconds, unsigned screens) {
             code = now->exitCode();
         } else {
             printf("%sthe service is not running\n", clear);
-            code = kNotRunning;
+            code = NOT_RUNNING;
         }
         fflush(stdout);
         before = now;
@@ -130,14 +130,14 @@ ExitCode watch(double intervalSeconds, unsigned screens) {
 
 ExitCode sendText(unsigned kind, const std::string& text) {
     // The service does not survive a kind that doesn't exist.
-    if (kind >= kClientKinds) return fail(kWrongUsage, "KIND is a number from 0 to 7");
+    if (kind >= kClientKinds) return fail(WRONG_USAGE, "KIND is a number from 0 to 7");
     const Deadline deadline(2 * kAnswerSeconds);
     const auto service = Service::find();
     if (!service) return notRunning();
     const auto reply = service->send(kind, text);
-    if (!reply) return fail(kFailed, "the service has gone while it was asked");
+    if (!reply) return fail(FAILED, "the service has gone while it was asked");
     printf("%s\n", reply->c_str());
-    return kReady;
+    return READY;
 }
 
 ExitCode suspend(bool suspend) {
@@ -160,7 +160,7 @@ std::string catchFrame(const Service& service, int file) {
 }
 
 ExitCode takeSnapshot(const std::string& path) {
-    if (!isPicturePath(path)) return fail(kWrongUsage, "FILE ends in .png, .jpg or .jpeg");
+    if (!isPicturePath(path)) return fail(WRONG_USAGE, "FILE ends in .png, .jpg or .jpeg");
     const Deadline deadline(2 * kAnswerSeconds);
     const auto service = Service::find();
     const auto status = service ? service->status() : std::nullopt;
@@ -168,19 +168,19 @@ ExitCode takeSnapshot(const std::string& path) {
     const auto format =
             status->mode ? testcard::formatFromName(status->mode->format) : std::nullopt;
     if (!status->isStreaming()) return noStream(*status);
-    if (!format) return fail(kFailed, "a stream of " + status->mode->format + " has no pictures");
+    if (!format) return fail(FAILED, "a stream of " + status->mode->format + " has no pictures");
 
     const unique_fd file(memfd_create("frames", MFD_CLOEXEC));
     std::string error = catchFrame(*service, file.get());
-    if (!error.empty()) return fail(kFailed, error);
+    if (!error.empty()) return fail(FAILED, error);
     testcard::Capture capture;
     const std::string frameFile = "/proc/self/fd/" + std::to_string(file.get());
     if (!capture.open(frameFile, *format, status->mode->width, status->mode->height, &error) ||
         !writePicture(path, capture.frames().front(), *format, status->mode->width,
                       status->mode->height, &error)) {
-        return fail(kFailed, path + ": " + error);
+        return fail(FAILED, path + ": " + error);
     }
-    return kReady;
+    return READY;
 }
 
 ExitCode dumpTo(const std::string& path, double seconds) {
@@ -191,7 +191,7 @@ ExitCode dumpTo(const std::string& path, double seconds) {
     if (!status) return notRunning();
     if (!status->isStreaming()) return noStream(*status);
     const unique_fd file(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (file.get() < 0) return fail(kFailed, path + ": " + strerror(errno));
+    if (file.get() < 0) return fail(FAILED, path + ": " + strerror(errno));
 
     const auto start = steady_clock::now();
     uint64_t frames = 0;
@@ -199,12 +199,12 @@ ExitCode dumpTo(const std::string& path, double seconds) {
             *service, file.get(),
             [&](uint64_t /*seen*/) { return sInterrupted != 0 || secondsSince(start) >= seconds; },
             &frames);
-    if (!wrong.empty()) return fail(kFailed, wrong);
+    if (!wrong.empty()) return fail(FAILED, wrong);
     struct stat size = {};
     fstat(file.get(), &size);
     printf("%s of %s frames in %s\n", megabytes(static_cast<double>(size.st_size)).c_str(),
            status->mode ? status->mode->format.c_str() : "?", path.c_str());
-    return kReady;
+    return READY;
 }
 
 }  // namespace korvane::ctl

@@ -13,7 +13,7 @@ namespace {
 void onAlarm(int /*signal*/) {
     constexpr char kText[] = "desktopctl: the service does not answer\n";
     (void)!write(STDERR_FILENO, kText, sizeof(kText) - 1);
-    _exit(kNotRunning);
+    _exit(NOT_RUNNING);
 }
 
 }  // namespace

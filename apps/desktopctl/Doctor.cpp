@@ -31,11 +31,11 @@ void append(Findings* findings, const Findings& more) {
 
 const char* nameOf(Finding::State state) {
     switch (state) {
-        case Finding::kRight:
+        case Finding::RIGHT:
             return "right";
-        case Finding::kNote:
+        case Finding::NOTE:
             return "note";
-        case Finding::kWrong:
+        case Finding::WRONG:
             break;
     }
     return "wrong";

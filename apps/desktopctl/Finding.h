@@ -9,9 +9,9 @@ namespace korvane::ctl {
 
 struct Finding {
     enum State {
-        kRight,
-        kNote,   // works, but perhaps not as wanted
-        kWrong,  // prevents a picture
+        RIGHT,
+        NOTE,   // works, but perhaps not as wanted
+        WRONG,  // prevents a picture
     };
 
     State state;
@@ -23,18 +23,18 @@ struct Finding {
 using Findings = std::vector<Finding>;
 
 inline Finding right(const std::string& what, const std::string& says) {
-    return {Finding::kRight, what, says, ""};
+    return {Finding::RIGHT, what, says, ""};
 }
 inline Finding note(const std::string& what, const std::string& says, const std::string& mend) {
-    return {Finding::kNote, what, says, mend};
+    return {Finding::NOTE, what, says, mend};
 }
 inline Finding wrong(const std::string& what, const std::string& says, const std::string& mend) {
-    return {Finding::kWrong, what, says, mend};
+    return {Finding::WRONG, what, says, mend};
 }
 
 inline bool anyWrong(const Findings& findings) {
     for (const Finding& finding : findings) {
-        if (finding.state == Finding::kWrong) return true;
+        if (finding.state == Finding::WRONG) return true;
     }
     return false;
 }

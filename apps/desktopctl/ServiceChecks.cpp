@@ -164,9 +164,9 @@ Findings checkMissingService() {
 
 Findings checkStatus(const Status& status, const Status& later, double seconds) {
     const Finding node = checkNodeOf(later);
-    if (node.state == Finding::kWrong) return {node, checkCamera(later)};
+    if (node.state == Finding::WRONG) return {node, checkCamera(later)};
     const Finding camera = checkCamera(later);
-    if (camera.state == Finding::kWrong) return {node, camera};
+    if (camera.state == Finding::WRONG) return {node, camera};
     return {node, camera, checkStream(status, later, seconds)};
 }
 

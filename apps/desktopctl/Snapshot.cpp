@@ -63,15 +63,15 @@ std::vector<uint8_t> toRgb(const Picture& picture, bool fullRange) {
 
 bool unpack(const Frame& frame, PixelFormat format, uint32_t width, uint32_t height,
             Picture* picture, std::string* error) {
-    if (format == PixelFormat::kMjpg) {
+    if (format == PixelFormat::MJPG) {
         return testcard::decodeJpeg(frame.data, frame.size, picture, error);
     }
     if (frame.size < testcard::frameBytes(format, width, height)) {
         *error = "the frame is cut short";
         return false;
     }
-    *picture = format == PixelFormat::kNv12 ? testcard::pictureFromNv12(frame.data, width, height)
-                                            : testcard::pictureFromYuyv(frame.data, width, height);
+    *picture = format == PixelFormat::NV12 ? testcard::pictureFromNv12(frame.data, width, height)
+                                           : testcard::pictureFromYuyv(frame.data, width, height);
     return true;
 }
 
@@ -130,7 +130,7 @@ bool isPicturePath(const std::string& path) {
 
 bool writePicture(const std::string& path, const Frame& frame, PixelFormat format, uint32_t width,
                   uint32_t height, std::string* error) {
-    const bool isJpeg = format == PixelFormat::kMjpg;
+    const bool isJpeg = format == PixelFormat::MJPG;
     if (isJpeg && isJpegPath(path)) return writeBytes(path, frame.data, frame.size, error);
     Picture picture;
     if (!unpack(frame, format, width, height, &picture, error)) return false;

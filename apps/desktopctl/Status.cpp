@@ -100,11 +100,11 @@ uint64_t Status::dropped() const {
 }
 
 ExitCode Status::exitCode() const {
-    if (nodeState != "ready" && nodeState != "streaming") return kNoNode;
+    if (nodeState != "ready" && nodeState != "streaming") return NO_NODE;
     for (const Client& client : clients) {
-        if (client.name == "stream" || client.name == "launcher") return kReady;
+        if (client.name == "stream" || client.name == "launcher") return READY;
     }
-    return kNoCamera;
+    return NO_CAMERA;
 }
 
 std::optional<Status> parseStatus(const std::string& json) {

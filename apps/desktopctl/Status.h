@@ -12,12 +12,12 @@ namespace korvane::ctl {
 
 /** The program's exit codes, for scripts. */
 enum ExitCode {
-    kReady = 0,       // streaming, or ready to stream
-    kFailed = 1,      // what was asked for couldn't be done
-    kWrongUsage = 2,  // bad command line
-    kNotRunning = 3,  // no service answers
-    kNoNode = 4,      // the service has no node that it could open
-    kNoCamera = 5,    // no camera has registered
+    READY = 0,        // streaming, or ready to stream
+    FAILED = 1,       // what was asked for couldn't be done
+    WRONG_USAGE = 2,  // bad command line
+    NOT_RUNNING = 3,  // no service answers
+    NO_NODE = 4,      // the service has no node that it could open
+    NO_CAMERA = 5,    // no camera has registered
 };
 
 struct Picture {

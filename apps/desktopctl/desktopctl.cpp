@@ -16,32 +16,32 @@ namespace {
 
 int run(const Arguments& arguments) {
     switch (arguments.command) {
-        case Arguments::kHelp:
+        case Arguments::HELP:
             fputs(korvane::ctl::helpText().c_str(), stdout);
-            return korvane::ctl::kReady;
-        case Arguments::kVersion:
+            return korvane::ctl::READY;
+        case Arguments::VERSION:
             printf("desktopctl %s\n", korvane::options::version().c_str());
-            return korvane::ctl::kReady;
-        case Arguments::kStatus:
+            return korvane::ctl::READY;
+        case Arguments::STATUS:
             return korvane::ctl::showStatus(arguments.json);
-        case Arguments::kWatch:
+        case Arguments::WATCH:
             return korvane::ctl::watch(arguments.interval, arguments.screens);
-        case Arguments::kClients:
+        case Arguments::CLIENTS:
             return korvane::ctl::showClients();
-        case Arguments::kSend:
+        case Arguments::SEND:
             return korvane::ctl::sendText(arguments.kind, arguments.text);
-        case Arguments::kSuspend:
+        case Arguments::SUSPEND:
             return korvane::ctl::suspend(true);
-        case Arguments::kResume:
+        case Arguments::RESUME:
             return korvane::ctl::suspend(false);
-        case Arguments::kSnapshot:
+        case Arguments::SNAPSHOT:
             return korvane::ctl::takeSnapshot(arguments.file);
-        case Arguments::kDump:
+        case Arguments::DUMP:
             return korvane::ctl::dumpTo(arguments.file, arguments.seconds);
-        case Arguments::kDoctor:
+        case Arguments::DOCTOR:
             return korvane::ctl::runDoctor(arguments.json);
     }
-    return korvane::ctl::kWrongUsage;
+    return korvane::ctl::WRONG_USAGE;
 }
 
 }  // namespace
@@ -50,13 +50,13 @@ int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     if (words == std::vector<std::string>{"--version"}) {
         printf("desktopctl %s\n", korvane::options::version().c_str());
-        return korvane::ctl::kReady;
+        return korvane::ctl::READY;
     }
     Arguments arguments;
     const std::string wrong = arguments.read(words);
     if (!wrong.empty()) {
         fprintf(stderr, "desktopctl: %s\n", wrong.c_str());
-        return korvane::ctl::kWrongUsage;
+        return korvane::ctl::WRONG_USAGE;
     }
     return run(arguments);
 }

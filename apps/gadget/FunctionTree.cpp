@@ -108,9 +108,9 @@ void FunctionTree::offerNoControls() {
 void FunctionTree::makeStreaming() {
     write(kUvc + "/streaming_maxpacket", mSettings.maxPacket);
     folder(kUvc + "/streaming/header/h");
-    for (const Format format : {Format::kYuyv, Format::kNv12, Format::kMjpeg}) {
+    for (const Format format : {Format::YUYV, Format::NV12, Format::MJPEG}) {
         if (!mSettings.has(format)) continue;
-        const char* place = format == Format::kMjpeg ? "mjpeg/m" : "uncompressed/u";
+        const char* place = format == Format::MJPEG ? "mjpeg/m" : "uncompressed/u";
         makeFormat(kUvc + "/streaming/" + place, format);
     }
     for (const char* speed : {"fs", "hs", "ss"}) {
@@ -121,8 +121,8 @@ void FunctionTree::makeStreaming() {
 // The host's format index is the order of the links in the header.
 void FunctionTree::makeFormat(const std::string& path, Format format) {
     folder(path);
-    if (format != Format::kMjpeg) {
-        const std::string guid = guidOf(format == Format::kNv12 ? "NV12" : "YUY2");
+    if (format != Format::MJPEG) {
+        const std::string guid = guidOf(format == Format::NV12 ? "NV12" : "YUY2");
         if (mError.empty()) mError = writeBytes(path + "/guidFormat", guid);
         write(path + "/bBitsPerPixel", bitsPerPixel(format));
     }

@@ -27,7 +27,7 @@ constexpr Module kModules[] = {
 };
 
 unsigned long bytesOf(const Frame& frame) {
-    if (frame.format != Format::kMjpeg) return frame.bytes();
+    if (frame.format != Format::MJPEG) return frame.bytes();
     return static_cast<unsigned long>(frame.pixels()) * kCompressedBits / 8;
 }
 

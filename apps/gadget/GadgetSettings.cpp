@@ -26,7 +26,7 @@ constexpr size_t kRateInDescriptor = 4;  // bytes
 constexpr char kKeys[] = "format, maxpacket, manufacturer, product, name, serial, controller";
 
 bool formatFrom(const std::string& name, Format* out) {
-    for (const Format format : {Format::kYuyv, Format::kNv12, Format::kMjpeg}) {
+    for (const Format format : {Format::YUYV, Format::NV12, Format::MJPEG}) {
         if (name != nameOf(format)) continue;
         *out = format;
         return true;
@@ -48,10 +48,10 @@ std::string readSize(const std::string& text, Frame* frame) {
         return "size '" + text + "' is not WIDTHxHEIGHT, each from 1 to 16384";
     }
     const std::string format = nameOf(frame->format);
-    if (frame->format != Format::kMjpeg && frame->width % 2 != 0) {
+    if (frame->format != Format::MJPEG && frame->width % 2 != 0) {
         return "size '" + text + "': " + format + " needs an even width";
     }
-    if (frame->format == Format::kNv12 && frame->height % 2 != 0) {
+    if (frame->format == Format::NV12 && frame->height % 2 != 0) {
         return "size '" + text + "': " + format + " needs an even height";
     }
     return "";
@@ -81,11 +81,11 @@ std::string readRates(const std::string& text, Frame* frame) {
 
 const char* nameOf(Format format) {
     switch (format) {
-        case Format::kYuyv:
+        case Format::YUYV:
             return "yuyv";
-        case Format::kNv12:
+        case Format::NV12:
             return "nv12";
-        case Format::kMjpeg:
+        case Format::MJPEG:
             return "mjpeg";
     }
     return "";
@@ -93,11 +93,11 @@ const char* nameOf(Format format) {
 
 unsigned bitsPerPixel(Format format) {
     switch (format) {
-        case Format::kYuyv:
+        case Format::YUYV:
             return 16;
-        case Format::kNv12:
+        case Format::NV12:
             return 12;
-        case Format::kMjpeg:
+        case Format::MJPEG:
             return 8;
     }
     return 0;
@@ -151,7 +151,7 @@ std::string GadgetSettings::addFormat(const std::string& text) {
     if (wrong.empty()) wrong = readRates(text.substr(at + 1), &frame);
     if (!wrong.empty()) return wrong;
     frames.push_back(frame);
-    if (has(Format::kYuyv) && has(Format::kNv12)) {
+    if (has(Format::YUYV) && has(Format::NV12)) {
         return "yuyv and nv12 exclude each other: the function has one uncompressed format";
     }
     return "";

@@ -9,7 +9,7 @@
 namespace korvane::gadget {
 
 /** A picture format of the function; only one of yuyv and nv12 can be the uncompressed one. */
-enum class Format { kYuyv, kNv12, kMjpeg };
+enum class Format { YUYV, NV12, MJPEG };
 
 /** Its name, as written in settings. */
 const char* nameOf(Format format);

@@ -44,11 +44,11 @@ int Keeper::waitTime() const {
 
 void Keeper::look() {
     const GadgetLock lock;
-    Step step = Step::kNothing;
+    Step step = Step::NOTHING;
     do {
         step = mPlan.next(facts(), std::chrono::steady_clock::now());
         carryOut(step);
-    } while (step != Step::kNothing);
+    } while (step != Step::NOTHING);
     announce();
 }
 
@@ -86,9 +86,9 @@ void Keeper::carryOut(Step step) {
         mSaidGaveUp = mPlan.gaveUp();
         if (mSaidGaveUp) say("nobody serves the function; waiting until something happens");
     }
-    if (step == Step::kNothing) return;
+    if (step == Step::NOTHING) return;
     std::string error;
-    if (step == Step::kRebind) error = WebcamFunction::unbind();
+    if (step == Step::REBIND) error = WebcamFunction::unbind();
     if (error.empty()) error = WebcamFunction::bind(mController);
     say(error.empty() ? "bound the function to " + mController : error);
 }

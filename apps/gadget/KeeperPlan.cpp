@@ -12,19 +12,19 @@ KeeperPlan::Step KeeperPlan::next(const KeeperFacts& facts, Time now) {
     if (mServed) {
         mTries = 0;
         mNextTry = mLastTry + kFirstWait;
-        return Step::kNothing;
+        return Step::NOTHING;
     }
     if (wasServed && facts.serverDied) mNextTry = now + kSuccessor;
-    if (!facts.made || !facts.controller) return Step::kNothing;
+    if (!facts.made || !facts.controller) return Step::NOTHING;
     const bool starting = !mNextTry && !wasServed;
     if (starting && facts.bound && !facts.node.empty()) mNextTry = now + kSuccessor;
     if (facts.opened && facts.bound && mNextTry) {
         mNextTry = std::max(*mNextTry, now + kSuccessor);
         mWakeUp = mNextTry;
-        return Step::kNothing;
+        return Step::NOTHING;
     }
     if (mNextTry && now < *mNextTry) return waitForNextTry();
-    return tryNow(facts.bound ? Step::kRebind : Step::kBind, now);
+    return tryNow(facts.bound ? Step::REBIND : Step::BIND, now);
 }
 
 KeeperPlan::Step KeeperPlan::tryNow(Step step, Time now) {
@@ -37,7 +37,7 @@ KeeperPlan::Step KeeperPlan::tryNow(Step step, Time now) {
 
 KeeperPlan::Step KeeperPlan::waitForNextTry() {
     if (!gaveUp()) mWakeUp = mNextTry;
-    return Step::kNothing;
+    return Step::NOTHING;
 }
 
 }  // namespace korvane::gadget

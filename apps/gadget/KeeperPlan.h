@@ -35,7 +35,7 @@ struct KeeperFacts {
 class KeeperPlan {
   public:
     using Time = std::chrono::steady_clock::time_point;
-    enum class Step { kNothing, kBind, kRebind };
+    enum class Step { NOTHING, BIND, REBIND };
 
     /** What to do now. Called after anything that may have changed a fact. */
     Step next(const KeeperFacts& facts, Time now);

@@ -19,9 +19,9 @@ struct FormatNames {
 };
 
 constexpr FormatNames kFormats[] = {
-        {PixelFormat::kMjpg, "MJPG", "MJPG"},
-        {PixelFormat::kYuyv, "YUYV", "NV12"},
-        {PixelFormat::kNv12, "NV12", "NV12"},
+        {PixelFormat::MJPG, "MJPG", "MJPG"},
+        {PixelFormat::YUYV, "YUYV", "NV12"},
+        {PixelFormat::NV12, "NV12", "NV12"},
 };
 
 const FormatNames& namesOf(PixelFormat format) {
@@ -56,11 +56,11 @@ const char* drawnFormatOf(PixelFormat format) {
 size_t frameBytes(PixelFormat format, uint32_t width, uint32_t height) {
     const size_t pixels = size_t{width} * height;
     switch (format) {
-        case PixelFormat::kYuyv:
+        case PixelFormat::YUYV:
             return pixels * 2;
-        case PixelFormat::kNv12:
+        case PixelFormat::NV12:
             return pixels * 3 / 2;
-        case PixelFormat::kMjpg:
+        case PixelFormat::MJPG:
             break;
     }
     return 0;
@@ -72,7 +72,7 @@ bool Capture::open(const std::string& path, PixelFormat format, uint32_t width, 
     *error = mFile.map(path);
     if (!error->empty()) return false;
     if (hasHeaders()) return splitAtHeaders(error);
-    if (format == PixelFormat::kMjpg) return splitAtMarkers(error);
+    if (format == PixelFormat::MJPG) return splitAtMarkers(error);
     return splitBySize(frameBytes(format, width, height), error);
 }
 

@@ -13,7 +13,7 @@
 namespace korvane::testcard {
 
 /** A pixel format that the host can request from the webcam. */
-enum class PixelFormat { kMjpg, kYuyv, kNv12 };
+enum class PixelFormat { MJPG, YUYV, NV12 };
 
 /** The format with a four-character name; nothing for any other name. */
 std::optional<PixelFormat> formatFromName(const std::string& name);

@@ -13,7 +13,7 @@ std::string text(const FrameStamp& stamp) {
 
 // What I420ToYUY2 makes of the picture: luma unchanged, each line of chroma used for two lines.
 std::vector<uint8_t> yuyvOf(const std::vector<uint8_t>& nv12, uint32_t width, uint32_t height) {
-    std::vector<uint8_t> yuyv(frameBytes(PixelFormat::kYuyv, width, height));
+    std::vector<uint8_t> yuyv(frameBytes(PixelFormat::YUYV, width, height));
     const uint8_t* chroma = &nv12[size_t{width} * height];
     uint8_t* out = yuyv.data();
     for (uint32_t y = 0; y < height; ++y) {
@@ -33,14 +33,14 @@ std::vector<uint8_t> yuyvOf(const std::vector<uint8_t>& nv12, uint32_t width, ui
 
 bool decodeFrame(const Frame& frame, PixelFormat format, uint32_t width, uint32_t height,
                  Picture* out, std::string* error) {
-    if (format == PixelFormat::kMjpg) return decodeJpeg(frame.data, frame.size, out, error);
+    if (format == PixelFormat::MJPG) return decodeJpeg(frame.data, frame.size, out, error);
     if (frame.size != frameBytes(format, width, height)) {
         *error = std::to_string(frame.size) + " bytes instead of " +
                  std::to_string(frameBytes(format, width, height));
         return false;
     }
-    *out = format == PixelFormat::kYuyv ? pictureFromYuyv(frame.data, width, height)
-                                        : pictureFromNv12(frame.data, width, height);
+    *out = format == PixelFormat::YUYV ? pictureFromYuyv(frame.data, width, height)
+                                       : pictureFromNv12(frame.data, width, height);
     return true;
 }
 
@@ -111,7 +111,7 @@ std::string FrameChecker::checkOrder(uint32_t number) {
 }
 
 std::string FrameChecker::checkPixels(const Frame& frame, const FrameRecord& record) {
-    if (mFormat == PixelFormat::kMjpg) {
+    if (mFormat == PixelFormat::MJPG) {
         if (frame.size == record.bytes && crc32Of(frame.data, frame.size) == record.crc32)
             return "";
     } else {
@@ -124,7 +124,7 @@ std::string FrameChecker::checkPixels(const Frame& frame, const FrameRecord& rec
 
 std::vector<uint8_t> FrameChecker::redraw(const FrameStamp& stamp) {
     std::vector<uint8_t> nv12 = mCard.nv12(stamp);
-    if (mFormat == PixelFormat::kNv12) return nv12;
+    if (mFormat == PixelFormat::NV12) return nv12;
     return yuyvOf(nv12, mLayout.width(), mLayout.height());
 }
 

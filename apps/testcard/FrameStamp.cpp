@@ -5,19 +5,19 @@ namespace korvane::testcard {
 
 const char* nameOf(Notice notice) {
     switch (notice) {
-        case Notice::kNone:
+        case Notice::NONE:
             return "none";
-        case Notice::kStarting:
+        case Notice::STARTING:
             return "starting";
-        case Notice::kAbsent:
+        case Notice::ABSENT:
             return "absent";
-        case Notice::kFailed:
+        case Notice::FAILED:
             return "failed";
-        case Notice::kEnded:
+        case Notice::ENDED:
             return "ended";
-        case Notice::kSilent:
+        case Notice::SILENT:
             return "silent";
-        case Notice::kCovered:
+        case Notice::COVERED:
             return "covered";
     }
     return "unknown";

@@ -8,13 +8,13 @@ namespace korvane::testcard {
 
 /** Why a card stands in for the camera's picture. Programs read these numbers: never reuse one. */
 enum class Notice : uint8_t {
-    kNone = 0,      // it doesn't: this is the test card
-    kStarting = 1,  // the source has yet to give its first picture
-    kAbsent = 2,    // there is no source
-    kFailed = 3,    // the source has failed
-    kEnded = 4,     // the source has ended
-    kSilent = 5,    // the source has stopped delivering pictures
-    kCovered = 6,   // the camera is covered
+    NONE = 0,      // it doesn't: this is the test card
+    STARTING = 1,  // the source has yet to give its first picture
+    ABSENT = 2,    // there is no source
+    FAILED = 3,    // the source has failed
+    ENDED = 4,     // the source has ended
+    SILENT = 5,    // the source has stopped delivering pictures
+    COVERED = 6,   // the camera is covered
 };
 
 /** The word for a notice, as programs write it; "unknown" for any other number. */
@@ -24,7 +24,7 @@ const char* nameOf(Notice notice);
 struct FrameStamp {
     uint32_t number = 0;
     uint64_t timeUs = 0;  // monotonic clock, microseconds, of which 56 bits are carried
-    Notice notice = Notice::kNone;
+    Notice notice = Notice::NONE;
 
     bool operator==(const FrameStamp& other) const {
         return number == other.number && timeUs == other.timeUs && notice == other.notice;

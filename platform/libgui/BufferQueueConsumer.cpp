@@ -20,7 +20,7 @@ BufferQueueConsumer::BufferQueueConsumer(const sp<BufferQueueCore>& core) : mCor
 
 bool BufferQueueConsumer::mayAcquire_l() const {
     // One more than was set, so that the consumer can take a frame before it releases the last.
-    return mCore->count_l(BufferState::Acquired) <= mCore->mMaxAcquiredBufferCount;
+    return mCore->count_l(BufferState::ACQUIRED) <= mCore->mMaxAcquiredBufferCount;
 }
 
 int BufferQueueConsumer::dropLateFrames_l(nsecs_t expectedPresent, uint64_t maxFrameNumber) {
@@ -55,7 +55,7 @@ void BufferQueueConsumer::takeFront_l(BufferItem* outBuffer) {
     if (!outBuffer->mIsStale) {
         BufferSlot& slot = mCore->mSlots[outBuffer->mSlot];
         slot.mAcquireCalled = true;
-        slot.mBufferState = BufferState::Acquired;
+        slot.mBufferState = BufferState::ACQUIRED;
         slot.mFence = Fence::NO_FENCE;
     }
     // The consumer has had this buffer before and is to use the one it kept.
@@ -71,7 +71,7 @@ status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expec
         std::lock_guard<std::mutex> lock(mCore->mMutex);
         if (!mayAcquire_l()) {
             ALOGE("acquireBuffer: max acquired buffer count reached: %d (max %d)",
-                  mCore->count_l(BufferState::Acquired), mCore->mMaxAcquiredBufferCount);
+                  mCore->count_l(BufferState::ACQUIRED), mCore->mMaxAcquiredBufferCount);
             return INVALID_OPERATION;
         }
         if (mCore->mQueue.empty()) return NO_BUFFER_AVAILABLE;
@@ -93,7 +93,7 @@ status_t BufferQueueConsumer::detachBuffer(int slot) {
     std::lock_guard<std::mutex> lock(mCore->mMutex);
     if (mCore->mIsAbandoned) return NO_INIT;
     if (!BufferQueueCore::isSlot(slot) ||
-        mCore->mSlots[slot].mBufferState != BufferState::Acquired) {
+        mCore->mSlots[slot].mBufferState != BufferState::ACQUIRED) {
         ALOGE("detachBuffer: slot %d is not acquired", slot);
         return BAD_VALUE;
     }
@@ -121,7 +121,7 @@ status_t BufferQueueConsumer::attachBuffer(int* outSlot, const sp<GraphicBuffer>
     if (slot == BufferQueueCore::INVALID_BUFFER_SLOT) return NO_MEMORY;
     mCore->clearSlot_l(slot);
     mCore->mSlots[slot].mGraphicBuffer = buffer;
-    mCore->mSlots[slot].mBufferState = BufferState::Acquired;
+    mCore->mSlots[slot].mBufferState = BufferState::ACQUIRED;
     mCore->mActiveBuffers.insert(slot);
     *outSlot = slot;
     return NO_ERROR;
@@ -137,7 +137,7 @@ status_t BufferQueueConsumer::releaseBuffer(int slot, uint64_t frameNumber, EGLD
     {
         std::lock_guard<std::mutex> lock(mCore->mMutex);
         if (frameNumber != mCore->mSlots[slot].mFrameNumber) return STALE_BUFFER_SLOT;
-        if (mCore->mSlots[slot].mBufferState != BufferState::Acquired) {
+        if (mCore->mSlots[slot].mBufferState != BufferState::ACQUIRED) {
             ALOGE("releaseBuffer: slot %d is not acquired", slot);
             return BAD_VALUE;
         }

@@ -45,7 +45,7 @@ status_t BufferQueueConsumer::setMaxAcquiredBufferCount(int maxAcquiredBuffers) 
         if (mCore->mIsAbandoned) return NO_INIT;
         const int delta = maxAcquiredBuffers - mCore->mMaxAcquiredBufferCount;
         if (delta == 0) return NO_ERROR;
-        if (maxAcquiredBuffers < mCore->count_l(BufferState::Acquired)) return BAD_VALUE;
+        if (maxAcquiredBuffers < mCore->count_l(BufferState::ACQUIRED)) return BAD_VALUE;
         const int total = mCore->minUndequeuedBufferCount_l() + mCore->mMaxDequeuedBufferCount;
         if (total + delta > mCore->mMaxBufferCount) return BAD_VALUE;
         if (!mCore->adjustAvailableSlots_l(delta)) return BAD_VALUE;

@@ -61,7 +61,7 @@ bool BufferQueueCore::isSlot(int slot) {
 }
 
 bool BufferQueueCore::isDequeued_l(int slot) const {
-    return isSlot(slot) && mSlots[slot].mBufferState == BufferState::Dequeued &&
+    return isSlot(slot) && mSlots[slot].mBufferState == BufferState::DEQUEUED &&
            mSlots[slot].mGraphicBuffer != nullptr;
 }
 
@@ -99,7 +99,7 @@ void BufferQueueCore::emptyActiveSlot_l(int slot) {
 }
 
 void BufferQueueCore::freeActiveBuffer_l(int slot) {
-    mSlots[slot].mBufferState = BufferState::Free;
+    mSlots[slot].mBufferState = BufferState::FREE;
     mActiveBuffers.erase(slot);
     mFreeBuffers.push_back(slot);
 }

@@ -172,7 +172,7 @@ status_t BufferQueueProducer::setMaxDequeuedBufferCount(int maxDequeuedBuffers) 
         if (maxDequeuedBuffers == mCore->mMaxDequeuedBufferCount) return NO_ERROR;
         const int room = mCore->mMaxBufferCount - mCore->minUndequeuedBufferCount_l();
         if (maxDequeuedBuffers < 1 || maxDequeuedBuffers > room ||
-            maxDequeuedBuffers < mCore->count_l(BufferState::Dequeued)) {
+            maxDequeuedBuffers < mCore->count_l(BufferState::DEQUEUED)) {
             ALOGE("setMaxDequeuedBufferCount: no room for %d buffers", maxDequeuedBuffers);
             return BAD_VALUE;
         }

@@ -48,7 +48,7 @@ bool BufferQueueProducer::waitForRelease_l() {
 
 int BufferQueueProducer::takeFreeSlot_l(FreeSlotCaller caller) {
     const bool mayTakeEmpty = !mCore->mFreeSlots.empty() &&
-                              (caller == FreeSlotCaller::Attach ||
+                              (caller == FreeSlotCaller::ATTACH ||
                                (mCore->mFreeBuffers.empty() && mCore->mAllowAllocation));
     if (mayTakeEmpty) {
         return mCore->mFreeSlots.takeFirst();
@@ -62,7 +62,7 @@ status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller, int* outS
         if (mCore->mIsAbandoned) return NO_INIT;
         // Until a frame has been queued, the producer may take them all, to fill its own pipeline.
         if (mCore->mBufferHasBeenQueued &&
-            mCore->count_l(BufferState::Dequeued) >= mCore->mMaxDequeuedBufferCount) {
+            mCore->count_l(BufferState::DEQUEUED) >= mCore->mMaxDequeuedBufferCount) {
             ALOGE("attempting to exceed the max dequeued buffer count (%d)",
                   mCore->mMaxDequeuedBufferCount);
             return INVALID_OPERATION;
@@ -76,7 +76,7 @@ status_t BufferQueueProducer::waitForFreeSlot_l(FreeSlotCaller caller, int* outS
             }
         }
         if ((mCore->mDequeueBufferCannotBlock || mCore->mAsyncMode) &&
-            mCore->count_l(BufferState::Acquired) <= mCore->mMaxAcquiredBufferCount) {
+            mCore->count_l(BufferState::ACQUIRED) <= mCore->mMaxAcquiredBufferCount) {
             return WOULD_BLOCK;
         }
         if (!waitForRelease_l()) return TIMED_OUT;
@@ -92,7 +92,7 @@ bool BufferQueueProducer::isSuited_l(int slot, const Request& request) const {
 status_t BufferQueueProducer::takeSlot_l(const Request& request, int* outSlot) {
     for (;;) {
         int slot;
-        const status_t status = waitForFreeSlot_l(FreeSlotCaller::Dequeue, &slot);
+        const status_t status = waitForFreeSlot_l(FreeSlotCaller::DEQUEUE, &slot);
         if (status != NO_ERROR) return status;
         if (mCore->mAllowAllocation || isSuited_l(slot, request)) {
             *outSlot = slot;
@@ -105,7 +105,7 @@ status_t BufferQueueProducer::takeSlot_l(const Request& request, int* outSlot) {
 
 void BufferQueueProducer::markDequeued_l(int slot, const Request& request, Dequeued* out) {
     BufferSlot& taken = mCore->mSlots[slot];
-    taken.mBufferState = BufferState::Dequeued;
+    taken.mBufferState = BufferState::DEQUEUED;
     mCore->mActiveBuffers.insert(slot);
     out->slot = slot;
     out->needsRequest = taken.mNeedsReallocation;
@@ -292,12 +292,12 @@ status_t BufferQueueProducer::attachBuffer(int* outSlot, const sp<GraphicBuffer>
     }
     mCore->waitWhileAllocating_l();
     int slot;
-    status = waitForFreeSlot_l(FreeSlotCaller::Attach, &slot);
+    status = waitForFreeSlot_l(FreeSlotCaller::ATTACH, &slot);
     if (status != NO_ERROR) return status;
     mCore->clearSlot_l(slot);
     BufferSlot& taken = mCore->mSlots[slot];
     taken.mGraphicBuffer = buffer;
-    taken.mBufferState = BufferState::Dequeued;
+    taken.mBufferState = BufferState::DEQUEUED;
     taken.mRequestBufferCalled = true;
     taken.mNeedsReallocation = false;
     mCore->mActiveBuffers.insert(slot);

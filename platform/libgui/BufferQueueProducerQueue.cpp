@@ -148,7 +148,7 @@ status_t BufferQueueProducer::queueBuffer(int slot, const QueueBufferInput& inpu
         if (status != NO_ERROR) return status;
         BufferSlot& queued = mCore->mSlots[slot];
         queued.mFence = input.fence;
-        queued.mBufferState = BufferState::Queued;
+        queued.mBufferState = BufferState::QUEUED;
         queued.mFrameNumber = ++mCore->mFrameCounter;
         mCore->mStickyTransform = input.stickyTransform;
         enqueue_l(makeItem_l(slot, input), output, &callback);

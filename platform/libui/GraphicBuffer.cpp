@@ -49,10 +49,10 @@ GraphicBuffer::GraphicBuffer(const native_handle_t* inHandle, HandleWrapMethod m
     setAttributes(inWidth, inHeight, inFormat, inLayerCount, inUsage, inStride);
     switch (method) {
         case WRAP_HANDLE:
-            mInitCheck = import(inHandle, Owner::None);
+            mInitCheck = import(inHandle, Owner::NONE);
             break;
         case TAKE_HANDLE:
-            mInitCheck = import(inHandle, Owner::Handle);
+            mInitCheck = import(inHandle, Owner::HANDLE);
             break;
         case TAKE_UNREGISTERED_HANDLE:
             mInitCheck = importCopy(inHandle);
@@ -73,12 +73,12 @@ GraphicBuffer::~GraphicBuffer() {
 
 void GraphicBuffer::clear() {
     mMapping.reset();
-    if (mOwner == Owner::Handle && handle != nullptr) {
+    if (mOwner == Owner::HANDLE && handle != nullptr) {
         native_handle_close(handle);
         native_handle_delete(const_cast<native_handle_t*>(handle));
     }
     handle = nullptr;
-    mOwner = Owner::None;
+    mOwner = Owner::NONE;
     mLocks = 0;
     setAttributes(0, 0, 0, 0, 0, 0);
 }
@@ -112,7 +112,7 @@ status_t GraphicBuffer::allocate(const std::string& requestorName) {
     stride = static_cast<int>(layout.stride);
     const native_handle_t* const made = makeBufferHandle(std::move(memory), layout);
     if (made == nullptr) return NO_MEMORY;
-    return import(made, Owner::Handle) == NO_ERROR ? NO_ERROR : NO_MEMORY;
+    return import(made, Owner::HANDLE) == NO_ERROR ? NO_ERROR : NO_MEMORY;
 }
 
 status_t GraphicBuffer::import(const native_handle_t* inHandle, Owner owner) {
@@ -138,7 +138,7 @@ status_t GraphicBuffer::importCopy(const native_handle_t* inHandle) {
         return BAD_VALUE;
     }
     const native_handle_t* const copy = native_handle_clone(inHandle);
-    return copy == nullptr ? status_t{NO_MEMORY} : import(copy, Owner::Handle);
+    return copy == nullptr ? status_t{NO_MEMORY} : import(copy, Owner::HANDLE);
 }
 
 uint32_t GraphicBuffer::getMemorySize() const {

@@ -14,9 +14,9 @@
 namespace korvane::test {
 namespace {
 
-enum class Mode { kReal, kStepOver, kHold };
+enum class Mode { REAL, STEP_OVER, HOLD };
 
-std::atomic<Mode> sMode{Mode::kReal};
+std::atomic<Mode> sMode{Mode::REAL};
 std::atomic<bool> sStepOverNextFuture{false};
 std::function<void()> sMeanwhile;  // written before and read after the flag is changed
 std::mutex sLock;
@@ -67,11 +67,11 @@ void stepOver(int64_t left) {
 ShortWaits::ShortWaits() {
     const std::lock_guard<std::mutex> guard(sLock);
     steppedOverLengths().clear();
-    sMode = Mode::kStepOver;
+    sMode = Mode::STEP_OVER;
 }
 
 ShortWaits::~ShortWaits() {
-    sMode = Mode::kReal;
+    sMode = Mode::REAL;
     sStepOverNextFuture = false;
 }
 
@@ -86,7 +86,7 @@ void ShortWaits::stepOverNextFuture(std::function<void()> meanwhile) {
 }
 
 void ShortWaits::hold() {
-    sMode = Mode::kHold;
+    sMode = Mode::HOLD;
 }
 
 std::vector<std::chrono::nanoseconds> ShortWaits::steppedOver() const {
@@ -113,12 +113,12 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t
     if (clock != CLOCK_MONOTONIC) return sReal(condition, mutex, clock, until);
     const int64_t left = toNs(*until) - sNowNs;
     const bool meant = isMeant(left);
-    if (meant && sMode == Mode::kStepOver) {
+    if (meant && sMode == Mode::STEP_OVER) {
         stepOver(left);
         return ETIMEDOUT;
     }
     constexpr int64_t kForEver = INT64_C(1000000000) * 3600 * 24;
-    const bool held = meant && sMode == Mode::kHold;
+    const bool held = meant && sMode == Mode::HOLD;
     const timespec machineTime = toTimespec(toNs(*until) - sAheadNs + (held ? kForEver : 0));
     return sReal(condition, mutex, clock, &machineTime);
 }

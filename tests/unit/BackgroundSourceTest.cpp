@@ -102,13 +102,13 @@ class ToldSource : public FrameSource {
         return mScript.starts;
     }
     Result draw(const testcard::FrameStamp&, const PictureMemory& memory, size_t* bytes) override {
-        if (mScript.ends.exchange(false)) return Result::kEnded;
+        if (mScript.ends.exchange(false)) return Result::ENDED;
         memory.planes.y[0] = kOwnPicture;
         *bytes = 1;
-        return Result::kDrawn;
+        return Result::DRAWN;
     }
     void stop() override { mScript.call("stop"); }
-    Trouble trouble() const override { return {Notice::kAbsent, "it is not there"}; }
+    Trouble trouble() const override { return {Notice::ABSENT, "it is not there"}; }
     std::string handling() const override { return "copied"; }
 
   private:
@@ -135,8 +135,8 @@ class BackgroundSourceTest : public testing::Test {
 
     /** Draws until something else comes of it than that the source is starting. */
     Result drawWhenStarted() {
-        Result result = Result::kStarting;
-        for (int tries = 0; tries < 300 && result == Result::kStarting; ++tries) result = draw();
+        Result result = Result::STARTING;
+        for (int tries = 0; tries < 300 && result == Result::STARTING; ++tries) result = draw();
         return result;
     }
 
@@ -148,7 +148,7 @@ class BackgroundSourceTest : public testing::Test {
 
 TEST_F(BackgroundSourceTest, GivesTheSourcesPictures) {
     ASSERT_TRUE(mSource->start(kNv12));
-    ASSERT_EQ(Result::kDrawn, drawWhenStarted());
+    ASSERT_EQ(Result::DRAWN, drawWhenStarted());
     EXPECT_EQ(kOwnPicture, mMemory[0]);
     EXPECT_EQ("copied", mSource->handling());
     mSource->stop();
@@ -160,18 +160,18 @@ TEST_F(BackgroundSourceTest, SaysThatItIsStartingForAsLongAsTheStartTakes) {
     mScript.hold();
     ASSERT_TRUE(mSource->start(kNv12));
     ASSERT_TRUE(mScript.waitForCall("start 320"));
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(Result::kStarting, draw());
-    EXPECT_EQ(Notice::kStarting, mSource->trouble().notice);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Result::STARTING, draw());
+    EXPECT_EQ(Notice::STARTING, mSource->trouble().notice);
     EXPECT_EQ("", mSource->handling());
     mScript.letGo();
-    EXPECT_EQ(Result::kDrawn, drawWhenStarted());
+    EXPECT_EQ(Result::DRAWN, drawWhenStarted());
 }
 
 TEST_F(BackgroundSourceTest, SaysWhyAStartHasFailed) {
     mScript.starts = false;
     ASSERT_TRUE(mSource->start(kNv12));
-    EXPECT_EQ(Result::kFailed, drawWhenStarted());
-    EXPECT_EQ(Notice::kAbsent, mSource->trouble().notice);
+    EXPECT_EQ(Result::FAILED, drawWhenStarted());
+    EXPECT_EQ(Notice::ABSENT, mSource->trouble().notice);
     EXPECT_EQ("it is not there", mSource->trouble().text);
     mSource.reset();
     EXPECT_EQ((std::vector<std::string>{"start 320"}), mScript.calls()) << "it was never open";
@@ -193,36 +193,36 @@ TEST_F(BackgroundSourceTest, ServesTheLatestStreamWhenAnEarlierStartIsOver) {
     for (const PictureFormat& format : {kSmall, kNv12, kSmall}) {
         mSource->stop();
         mSource->start(format);
-        EXPECT_EQ(Result::kStarting, draw());
+        EXPECT_EQ(Result::STARTING, draw());
     }
     mScript.letGo();
-    EXPECT_EQ(Result::kDrawn, drawWhenStarted());
+    EXPECT_EQ(Result::DRAWN, drawWhenStarted());
     EXPECT_EQ((std::vector<std::string>{"start 320", "stop", "start 160"}), mScript.calls());
 }
 
 TEST_F(BackgroundSourceTest, IsNotHeldUpByAStopEither) {
     mSource->start(kNv12);
-    ASSERT_EQ(Result::kDrawn, drawWhenStarted());
+    ASSERT_EQ(Result::DRAWN, drawWhenStarted());
     mScript.hold();
     mSource->stop();
     ASSERT_TRUE(mScript.waitForCall("stop"));
     mSource->start(kNv12);
-    EXPECT_EQ(Result::kStarting, draw());
+    EXPECT_EQ(Result::STARTING, draw());
     mScript.letGo();
-    EXPECT_EQ(Result::kDrawn, drawWhenStarted());
+    EXPECT_EQ(Result::DRAWN, drawWhenStarted());
 }
 
 TEST_F(BackgroundSourceTest, BeginsAnewInTheBackgroundToo) {
     mSource->start(kNv12);
-    ASSERT_EQ(Result::kDrawn, drawWhenStarted());
+    ASSERT_EQ(Result::DRAWN, drawWhenStarted());
     mScript.ends = true;
-    ASSERT_EQ(Result::kEnded, draw());
+    ASSERT_EQ(Result::ENDED, draw());
     mScript.hold();
     ASSERT_TRUE(mSource->startAgain());
     ASSERT_TRUE(mScript.waitForCall("start again"));
-    EXPECT_EQ(Result::kStarting, draw());
+    EXPECT_EQ(Result::STARTING, draw());
     mScript.letGo();
-    EXPECT_EQ(Result::kDrawn, drawWhenStarted());
+    EXPECT_EQ(Result::DRAWN, drawWhenStarted());
 }
 
 TEST_F(BackgroundSourceTest, GoesWithoutACallThatDoesNotReturn) {
@@ -241,7 +241,7 @@ TEST_F(BackgroundSourceTest, TheHostSeesACardWhileTheSourceHangsInItsStart) {
     // No patience: a start that goes on is waited for all the same.
     SteadySource steady(*mSource, nullptr, {1, 1, 1, 1}, status);
     const auto card = [&]() -> std::optional<Notice> {
-        if (drawFrom(steady, &mMemory) != Result::kDrawn) return std::nullopt;
+        if (drawFrom(steady, &mMemory) != Result::DRAWN) return std::nullopt;
         const auto reading = testcard::readCard(*testcard::StripLayout::forSize(320, 240),
                                                 {mMemory.data(), 320, 1});
         return reading.top ? std::optional(reading.top->notice) : std::nullopt;
@@ -249,15 +249,15 @@ TEST_F(BackgroundSourceTest, TheHostSeesACardWhileTheSourceHangsInItsStart) {
     mScript.hold();
     ASSERT_TRUE(steady.start(kNv12));
     ASSERT_TRUE(mScript.waitForCall("start 320"));
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(Notice::kStarting, card());
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(Notice::STARTING, card());
     steady.stop();
     ASSERT_TRUE(steady.start(kNv12));
-    EXPECT_EQ(Notice::kStarting, card());
+    EXPECT_EQ(Notice::STARTING, card());
     EXPECT_EQ((std::vector<std::string>{"start 320"}), mScript.calls());
     mScript.letGo();
     bool pictures = false;
     for (int tries = 0; tries < 300 && !pictures; ++tries) {
-        pictures = drawFrom(steady, &mMemory) == Result::kDrawn && mMemory[0] == kOwnPicture;
+        pictures = drawFrom(steady, &mMemory) == Result::DRAWN && mMemory[0] == kOwnPicture;
     }
     EXPECT_TRUE(pictures);
 }

@@ -9,16 +9,16 @@ namespace korvane::camera {
 namespace {
 
 TEST(CameraMessagesTest, UnderstandsTheEvents) {
-    EXPECT_EQ(Event::kStart, eventFrom("{\"event\":\"stream-start\"}"));
-    EXPECT_EQ(Event::kStart, eventFrom("{\"webcam-start\":true}"));
-    EXPECT_EQ(Event::kStop, eventFrom("{\"event\":\"stream-stop\"}"));
+    EXPECT_EQ(Event::START, eventFrom("{\"event\":\"stream-start\"}"));
+    EXPECT_EQ(Event::START, eventFrom("{\"webcam-start\":true}"));
+    EXPECT_EQ(Event::STOP, eventFrom("{\"event\":\"stream-stop\"}"));
 }
 
 TEST(CameraMessagesTest, PassesOverEverythingElse) {
     for (const char* text :
          {"", "hello", "[1]", "3", "null", "{}", "{\"event\":\"stream-pause\"}", "{\"event\":1}",
           "{\"webcam-start\":false}", "{\"webcam-start\":1}", "{\"event\":\"stream-start\""}) {
-        EXPECT_EQ(Event::kNone, eventFrom(text)) << text;
+        EXPECT_EQ(Event::NONE, eventFrom(text)) << text;
     }
 }
 

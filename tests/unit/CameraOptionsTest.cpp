@@ -22,7 +22,7 @@ CameraOptions read(const std::vector<std::string>& arguments) {
 
 TEST(CameraOptionsTest, DrawsATestCardForStreamsForEverByDefault) {
     const CameraOptions options = read({});
-    EXPECT_EQ(CameraOptions::Source::kCard, options.source);
+    EXPECT_EQ(CameraOptions::Source::CARD, options.source);
     EXPECT_TRUE(options.turn.isNone());
     EXPECT_EQ("", options.privacy);
     EXPECT_EQ("", options.onStart);
@@ -54,11 +54,10 @@ TEST(CameraOptionsTest, TakesTheSourceFromAFileUnlessItIsGiven) {
     const Settings file("# the camera\n\n  source =  v4l2src device=/dev/video0 \n");
     EXPECT_EQ("v4l2src device=/dev/video0", read({"--config", file.path()}).pipeline);
     EXPECT_EQ("videotestsrc", read({"--source=videotestsrc", "--config", file.path()}).pipeline);
-    EXPECT_EQ(CameraOptions::Source::kAuto,
-              read({"--source=auto", "--config", file.path()}).source);
-    EXPECT_EQ(CameraOptions::Source::kCard,
+    EXPECT_EQ(CameraOptions::Source::AUTO, read({"--source=auto", "--config", file.path()}).source);
+    EXPECT_EQ(CameraOptions::Source::CARD,
               read({"--config", Settings("#source = x\n").path()}).source);
-    EXPECT_EQ(CameraOptions::Source::kAuto,
+    EXPECT_EQ(CameraOptions::Source::AUTO,
               read({"--config", Settings("source = auto\n").path()}).source);
 }
 
@@ -116,15 +115,15 @@ TEST(CameraOptionsTest, IsWhatKindOfClientItIsTold) {
 TEST(CameraOptionsTest, TakesASourceALogAndANumberOfFrames) {
     const CameraOptions options =
             read({"--source", "v4l2src ! jpegdec", "--log=/tmp/log", "--frames", "4294967294"});
-    EXPECT_EQ(CameraOptions::Source::kPipeline, options.source);
+    EXPECT_EQ(CameraOptions::Source::PIPELINE, options.source);
     EXPECT_EQ("v4l2src ! jpegdec", options.pipeline);
     EXPECT_EQ("/tmp/log", options.log);
     EXPECT_EQ(4294967294u, options.lastFrame);
 }
 
 TEST(CameraOptionsTest, RecognisesTheSourcesThatAreNotPipelines) {
-    EXPECT_EQ(CameraOptions::Source::kAuto, read({"--source", "auto"}).source);
-    EXPECT_EQ(CameraOptions::Source::kCard, read({"--source=auto", "--source=card"}).source);
+    EXPECT_EQ(CameraOptions::Source::AUTO, read({"--source", "auto"}).source);
+    EXPECT_EQ(CameraOptions::Source::CARD, read({"--source=auto", "--source=card"}).source);
     EXPECT_TRUE(read({"--list"}).list);
 }
 

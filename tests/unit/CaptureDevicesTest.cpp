@@ -51,7 +51,7 @@ class CaptureDevicesTest : public testing::Test {
     static Kind kindOfOnly() {
         const auto devices = captureDevices();
         EXPECT_EQ(1u, devices.size());
-        return devices.empty() ? Kind::kUnusable : devices[0].kind;
+        return devices.empty() ? Kind::UNUSABLE : devices[0].kind;
     }
 
     test::PrivateFiles mFiles;
@@ -90,12 +90,12 @@ TEST_F(CaptureDevicesTest, RecognisesCamerasByTheirNodesOwnCapabilities) {
         __u32 can;
         Kind kind;
     } kCases[] = {
-            {kCapture, Kind::kCamera},
-            {V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING, Kind::kCamera},
-            {V4L2_CAP_META_CAPTURE | V4L2_CAP_STREAMING, Kind::kOther},
-            {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, Kind::kOther},
-            {V4L2_CAP_VIDEO_M2M | V4L2_CAP_STREAMING, Kind::kOther},
-            {V4L2_CAP_VIDEO_CAPTURE, Kind::kOther},
+            {kCapture, Kind::CAMERA},
+            {V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING, Kind::CAMERA},
+            {V4L2_CAP_META_CAPTURE | V4L2_CAP_STREAMING, Kind::OTHER},
+            {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_STREAMING, Kind::OTHER},
+            {V4L2_CAP_VIDEO_M2M | V4L2_CAP_STREAMING, Kind::OTHER},
+            {V4L2_CAP_VIDEO_CAPTURE, Kind::OTHER},
     };
     for (const auto& expected : kCases) {
         mNodes.clear();
@@ -106,7 +106,7 @@ TEST_F(CaptureDevicesTest, RecognisesCamerasByTheirNodesOwnCapabilities) {
 
 TEST_F(CaptureDevicesTest, ListsNodesThatCannotBeAsked) {
     add("video0", "driver", kCapture).fail("VIDIOC_QUERYCAP", EIO);
-    EXPECT_EQ(Kind::kUnusable, kindOfOnly());
+    EXPECT_EQ(Kind::UNUSABLE, kindOfOnly());
     EXPECT_EQ("/dev/video0  a camera  (driver)  card  <- --source auto\n",
               textOf(captureDevices()));
     mNodes[0]->fail("open", EACCES);
@@ -122,7 +122,7 @@ TEST_F(CaptureDevicesTest, NeverOpensTheGadgetsNode) {
     mFiles.makeDirectory("/sys/class/video4linux/video0/device");
     ASSERT_EQ(0,
               symlink("/sys/class/bus/gadget", "/sys/class/video4linux/video0/device/subsystem"));
-    EXPECT_EQ(Kind::kGadget, kindOfOnly());
+    EXPECT_EQ(Kind::GADGET, kindOfOnly());
     EXPECT_TRUE(node.calls("open").empty());
 }
 

@@ -29,30 +29,30 @@ class CtlArgumentsTest : public testing::Test {
 
 TEST_F(CtlArgumentsTest, EveryCommandHasItsOperands) {
     EXPECT_EQ("", read({"status"}));
-    EXPECT_EQ(Arguments::kStatus, mArguments.command);
+    EXPECT_EQ(Arguments::STATUS, mArguments.command);
     EXPECT_FALSE(mArguments.json);
     EXPECT_EQ("", read({"watch"}));
-    EXPECT_EQ(Arguments::kWatch, mArguments.command);
+    EXPECT_EQ(Arguments::WATCH, mArguments.command);
     EXPECT_EQ("", read({"clients"}));
-    EXPECT_EQ(Arguments::kClients, mArguments.command);
+    EXPECT_EQ(Arguments::CLIENTS, mArguments.command);
     EXPECT_EQ("", read({"send", "3", "{\"a\":1}"}));
-    EXPECT_EQ(Arguments::kSend, mArguments.command);
+    EXPECT_EQ(Arguments::SEND, mArguments.command);
     EXPECT_EQ(3u, mArguments.kind);
     EXPECT_EQ("{\"a\":1}", mArguments.text);
     EXPECT_EQ("", read({"suspend"}));
-    EXPECT_EQ(Arguments::kSuspend, mArguments.command);
+    EXPECT_EQ(Arguments::SUSPEND, mArguments.command);
     EXPECT_EQ("", read({"resume"}));
-    EXPECT_EQ(Arguments::kResume, mArguments.command);
+    EXPECT_EQ(Arguments::RESUME, mArguments.command);
     EXPECT_EQ("", read({"snapshot", "a.png"}));
-    EXPECT_EQ(Arguments::kSnapshot, mArguments.command);
+    EXPECT_EQ(Arguments::SNAPSHOT, mArguments.command);
     EXPECT_EQ("a.png", mArguments.file);
     EXPECT_EQ("", read({"dump", "frames"}));
-    EXPECT_EQ(Arguments::kDump, mArguments.command);
+    EXPECT_EQ(Arguments::DUMP, mArguments.command);
     EXPECT_EQ(10.0, mArguments.seconds);
     EXPECT_EQ("", read({"doctor"}));
-    EXPECT_EQ(Arguments::kDoctor, mArguments.command);
+    EXPECT_EQ(Arguments::DOCTOR, mArguments.command);
     EXPECT_EQ("", read({"--version"}));
-    EXPECT_EQ(Arguments::kVersion, mArguments.command);
+    EXPECT_EQ(Arguments::VERSION, mArguments.command);
 }
 
 TEST_F(CtlArgumentsTest, OptionsBelongToTheirCommands) {
@@ -92,14 +92,14 @@ TEST_F(CtlArgumentsTest, WhatIsWrongIsSaidInALine) {
         const std::string wrong = read(arguments);
         EXPECT_FALSE(wrong.empty());
         EXPECT_EQ(std::string::npos, wrong.find('\n'));
-        EXPECT_EQ(Arguments::kHelp, mArguments.command) << wrong;
+        EXPECT_EQ(Arguments::HELP, mArguments.command) << wrong;
     }
     EXPECT_EQ("KIND is '8', but a number from 0 to 7 is needed", read({"send", "8", "text"}));
 }
 
 TEST_F(CtlArgumentsTest, HelpIsOneScreenWithEveryCommand) {
     EXPECT_EQ("", read({"dump", "--help"}));
-    EXPECT_EQ(Arguments::kHelp, mArguments.command);
+    EXPECT_EQ(Arguments::HELP, mArguments.command);
     const std::string help = helpText();
     EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 24);
     for (const char* command : {"status", "watch", "clients", "send", "suspend", "resume",

@@ -80,12 +80,12 @@ TEST_F(CtlSnapshotTest, KnowsThePathsThatItCanWrite) {
 }
 
 TEST_F(CtlSnapshotTest, RawPicturesHaveTheColoursOfAVideo) {
-    ASSERT_TRUE(write(mPng, yuyv(235, 128, 128), PixelFormat::kYuyv)) << mError;
+    ASSERT_TRUE(write(mPng, yuyv(235, 128, 128), PixelFormat::YUYV)) << mError;
     EXPECT_EQ((Bytes{255, 255, 255}), pngPixel(64, 32));
-    ASSERT_TRUE(write(mPng, yuyv(16, 128, 128), PixelFormat::kYuyv)) << mError;
+    ASSERT_TRUE(write(mPng, yuyv(16, 128, 128), PixelFormat::YUYV)) << mError;
     EXPECT_EQ((Bytes{0, 0, 0}), pngPixel(64, 32));
     // Pure red of BT.601.
-    ASSERT_TRUE(write(mPng, nv12(81, 90, 240), PixelFormat::kNv12)) << mError;
+    ASSERT_TRUE(write(mPng, nv12(81, 90, 240), PixelFormat::NV12)) << mError;
     const Bytes red = pngPixel(64, 32);
     EXPECT_GE(red[0], 250);
     EXPECT_LE(red[1], 5);
@@ -94,14 +94,14 @@ TEST_F(CtlSnapshotTest, RawPicturesHaveTheColoursOfAVideo) {
 
 TEST_F(CtlSnapshotTest, AJpegIsKeptAsItIsOrDecoded) {
     const Bytes file = jpeg();
-    ASSERT_TRUE(write(mJpeg, file, PixelFormat::kMjpg, 640, 480)) << mError;
+    ASSERT_TRUE(write(mJpeg, file, PixelFormat::MJPG, 640, 480)) << mError;
     EXPECT_EQ(file, fileBytes(mJpeg));
-    ASSERT_TRUE(write(mPng, file, PixelFormat::kMjpg, 640, 480)) << mError;
+    ASSERT_TRUE(write(mPng, file, PixelFormat::MJPG, 640, 480)) << mError;
     pngPixel(640, 480);
 }
 
 TEST_F(CtlSnapshotTest, ARawPictureBecomesAJpeg) {
-    ASSERT_TRUE(write(mJpeg, yuyv(235, 128, 128), PixelFormat::kYuyv)) << mError;
+    ASSERT_TRUE(write(mJpeg, yuyv(235, 128, 128), PixelFormat::YUYV)) << mError;
     const Bytes file = fileBytes(mJpeg);
     testcard::Picture picture;
     ASSERT_TRUE(testcard::decodeJpeg(file.data(), file.size(), &picture, &mError)) << mError;
@@ -113,14 +113,14 @@ TEST_F(CtlSnapshotTest, ARawPictureBecomesAJpeg) {
 TEST_F(CtlSnapshotTest, DamagedFramesAndFilesThatCannotBeWrittenAreRefused) {
     Bytes cut = jpeg();
     cut.resize(cut.size() / 2);
-    EXPECT_FALSE(write(mPng, cut, PixelFormat::kMjpg, 640, 480));
+    EXPECT_FALSE(write(mPng, cut, PixelFormat::MJPG, 640, 480));
     EXPECT_FALSE(mError.empty());
-    EXPECT_FALSE(write(mPng, Bytes(10), PixelFormat::kYuyv));
+    EXPECT_FALSE(write(mPng, Bytes(10), PixelFormat::YUYV));
     EXPECT_EQ("the frame is cut short", mError);
     mError.clear();
-    EXPECT_FALSE(write("/nowhere/a.png", yuyv(1, 1, 1), PixelFormat::kYuyv));
+    EXPECT_FALSE(write("/nowhere/a.png", yuyv(1, 1, 1), PixelFormat::YUYV));
     EXPECT_FALSE(mError.empty());
-    EXPECT_FALSE(write("/nowhere/a.jpg", jpeg(), PixelFormat::kMjpg, 640, 480));
+    EXPECT_FALSE(write("/nowhere/a.jpg", jpeg(), PixelFormat::MJPG, 640, 480));
     EXPECT_EQ("No such file or directory", mError);
 }
 

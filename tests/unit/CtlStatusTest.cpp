@@ -69,23 +69,23 @@ TEST_F(CtlStatusTest, HasWhatTheServiceSays) {
 }
 
 TEST_F(CtlStatusTest, TheExitStatusIsThatOfTheFirstThingThatIsMissing) {
-    EXPECT_EQ(kNoNode, read().exitCode());
+    EXPECT_EQ(NO_NODE, read().exitCode());
     mStats.clientRegistered(3, 1);
-    EXPECT_EQ(kNoNode, read().exitCode());
+    EXPECT_EQ(NO_NODE, read().exitCode());
     mStats.setNode(service::NodeState::UNOPENED, "/dev/video0");
-    EXPECT_EQ(kNoNode, read().exitCode());
+    EXPECT_EQ(NO_NODE, read().exitCode());
     mStats.setNode(service::NodeState::CLOSED);
-    EXPECT_EQ(kNoNode, read().exitCode());
+    EXPECT_EQ(NO_NODE, read().exitCode());
     mStats.setNode(service::NodeState::READY, "/dev/video0");
-    EXPECT_EQ(kReady, read().exitCode());
+    EXPECT_EQ(READY, read().exitCode());
     mStats.clientGone(3, service::Event::CLIENT_DIED);
-    EXPECT_EQ(kNoCamera, read().exitCode());
+    EXPECT_EQ(NO_CAMERA, read().exitCode());
     mStats.clientRegistered(4, 1);
-    EXPECT_EQ(kNoCamera, read().exitCode());
+    EXPECT_EQ(NO_CAMERA, read().exitCode());
     mStats.clientRegistered(1, 1);
-    EXPECT_EQ(kReady, read().exitCode());
+    EXPECT_EQ(READY, read().exitCode());
     mStats.streamStarted(4);
-    EXPECT_EQ(kReady, read().exitCode());
+    EXPECT_EQ(READY, read().exitCode());
 }
 
 TEST_F(CtlStatusTest, AnythingElseIsNoStatus) {
@@ -101,7 +101,7 @@ TEST_F(CtlStatusTest, MembersOfWrongTypesCountForNothing) {
             R"("clients":[1,{"kind":-1}],"surface":7,"stream":[],"start":{"sent":-1,"drawn":"x"},)"
             R"("latency":{"below-us":["a"],"queueing-to-return":[]}})");
     ASSERT_TRUE(status);
-    EXPECT_EQ(kNoNode, status->exitCode());
+    EXPECT_EQ(NO_NODE, status->exitCode());
     EXPECT_EQ(0, status->pid);
     EXPECT_FALSE(status->mode);
     EXPECT_FALSE(status->surface);

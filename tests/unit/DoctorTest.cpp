@@ -79,7 +79,7 @@ class DoctorTest : public testing::Test {
     }
 
     static Finding::State worst(const Findings& findings) {
-        Finding::State state = Finding::kRight;
+        Finding::State state = Finding::RIGHT;
         for (const Finding& finding : findings) state = std::max(state, finding.state);
         return state;
     }
@@ -88,9 +88,9 @@ class DoctorTest : public testing::Test {
     static std::string faults(const Findings& findings) {
         std::string text;
         for (const Finding& finding : findings) {
-            if (finding.state == Finding::kRight) continue;
+            if (finding.state == Finding::RIGHT) continue;
             EXPECT_FALSE(finding.mend.empty()) << finding.says;
-            text += (finding.state == Finding::kNote ? "note " : "wrong ") + finding.what + ": " +
+            text += (finding.state == Finding::NOTE ? "note " : "wrong ") + finding.what + ": " +
                     finding.says + "\n";
         }
         return text;
@@ -133,7 +133,7 @@ TEST_F(DoctorTest, FindsThatThereIsNoController) {
     EXPECT_EQ("wrong controller: the machine has no USB device controller\n",
               faults(checkGadgetSupport()));
     mFiles.makeDirectory("/sys/class/udc");
-    EXPECT_EQ(Finding::kWrong, worst(checkGadgetSupport()));
+    EXPECT_EQ(Finding::WRONG, worst(checkGadgetSupport()));
 }
 
 TEST_F(DoctorTest, FindsThatConfigfsHasNoGadgets) {
@@ -325,7 +325,7 @@ class DoctorStatusTest : public testing::Test {
     std::string last() const {
         const Finding finding = checkStatus(mStatus, mLater, 1.0).back();
         const char* const states[] = {"right", "note", "wrong"};
-        EXPECT_EQ(finding.state == Finding::kRight, finding.mend.empty()) << finding.says;
+        EXPECT_EQ(finding.state == Finding::RIGHT, finding.mend.empty()) << finding.says;
         return std::string(states[finding.state]) + " " + finding.what + ": " + finding.says;
     }
     std::string mend() const { return checkStatus(mStatus, mLater, 1.0).back().mend; }
@@ -354,7 +354,7 @@ TEST_F(DoctorStatusTest, FindsThatTheServiceHasNoNode) {
                                        "/dev/video1"}}) {
         mLater.nodeState = state;
         const Finding finding = checkStatus(mStatus, mLater, 1.0).front();
-        EXPECT_EQ(Finding::kWrong, finding.state);
+        EXPECT_EQ(Finding::WRONG, finding.state);
         EXPECT_EQ(says, finding.says);
         EXPECT_EQ("korvane-gadget unbind; korvane-gadget bind", finding.mend);
     }

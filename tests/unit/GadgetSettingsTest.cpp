@@ -178,10 +178,10 @@ TEST(GadgetBusTest, SaysWhichSizeTheBusCannotCarryAndHowFastItCould) {
 }
 
 TEST(GadgetBusTest, RoundsAFramesBytesDownToWholeOnes) {
-    EXPECT_EQ(614400u, (Frame{Format::kYuyv, 640, 480, {30}}.bytes()));
-    EXPECT_EQ(460800u, (Frame{Format::kNv12, 640, 480, {30}}.bytes()));
-    EXPECT_EQ(9u, (Frame{Format::kMjpeg, 3, 3, {30}}.bytes()));
-    EXPECT_EQ(16384u * 16384u * 2u, (Frame{Format::kYuyv, 16384, 16384, {1}}.bytes()));
+    EXPECT_EQ(614400u, (Frame{Format::YUYV, 640, 480, {30}}.bytes()));
+    EXPECT_EQ(460800u, (Frame{Format::NV12, 640, 480, {30}}.bytes()));
+    EXPECT_EQ(9u, (Frame{Format::MJPEG, 3, 3, {30}}.bytes()));
+    EXPECT_EQ(16384u * 16384u * 2u, (Frame{Format::YUYV, 16384, 16384, {1}}.bytes()));
 }
 
 TEST(MachineSerialTest, IsTheSameEachTime) {

@@ -51,13 +51,13 @@ class GstreamerSourceTest : public testing::Test {
   protected:
     static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
 
-    /** Draws, again after an end, until it is drawn or failed; kNotYet after half a minute without
+    /** Draws, again after an end, until it is drawn or failed; NOT_YET after half a minute without
      * a picture. */
     static Result drawNext(GstreamerSource& source, Memory* memory) {
-        Result result = Result::kNotYet;
-        for (int tries = 0; tries < kTries && result == Result::kNotYet; ++tries) {
+        Result result = Result::NOT_YET;
+        for (int tries = 0; tries < kTries && result == Result::NOT_YET; ++tries) {
             result = source.draw({}, memory->picture(), &memory->used);
-            if (result == Result::kEnded && source.startAgain()) result = Result::kNotYet;
+            if (result == Result::ENDED && source.startAgain()) result = Result::NOT_YET;
         }
         return result;
     }
@@ -78,7 +78,7 @@ class GstreamerSourceTest : public testing::Test {
         GstreamerSource source(description, turn);
         ASSERT_TRUE(source.start(format));
         Memory memory;
-        EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
+        EXPECT_EQ(Result::DRAWN, drawNext(source, &memory));
         EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "desktop-camera", line)) << line;
         EXPECT_EQ(line, source.handling());
         EXPECT_EQ(1u, log.lines("desktop-camera").size());
@@ -100,7 +100,7 @@ TEST_F(GstreamerSourceTest, BringsRawVideoIntoTheStreamsFormatAndSize) {
             "video/x-raw,format=YUY2,width=160,height=120,framerate=15/1");
     ASSERT_TRUE(source.start(kNv12));
     Memory memory;
-    ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+    ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
     EXPECT_EQ(kWidth * kHeight * 3 / 2, memory.used);
     expectRed(memory);
 }
@@ -111,7 +111,7 @@ TEST_F(GstreamerSourceTest, DecodesASourceOfJpegFiles) {
             "video/x-raw,format=I420,width=640,height=480 ! jpegenc");
     ASSERT_TRUE(source.start(kNv12));
     Memory memory;
-    ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+    ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
     const uint8_t* chroma = &memory.bytes[kWidth * kHeight];
     EXPECT_GT(chroma[1], chroma[0] + 100) << "not red";
 }
@@ -120,7 +120,7 @@ TEST_F(GstreamerSourceTest, GivesJpegFilesToAJpegStream) {
     GstreamerSource source("videotestsrc is-live=true");
     ASSERT_TRUE(source.start(kMjpg));
     Memory memory;
-    ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+    ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
     testcard::Picture picture;
     std::string error;
     EXPECT_TRUE(testcard::decodeJpeg(memory.bytes.data(), memory.used, &picture, &error)) << error;
@@ -135,12 +135,12 @@ TEST_F(GstreamerSourceTest, FillsPaddedAndPlanarMemory) {
     std::vector<uint8_t> y(kStride * kHeight, 1), cb(kStride * kHeight, 1), cr(cb);
     PictureMemory memory;
     memory.planes = {y.data(), cb.data(), cr.data(), kStride, kStride, 1};
-    Result result = Result::kNotYet;
+    Result result = Result::NOT_YET;
     size_t used = 0;
-    for (int tries = 0; tries < kTries && result == Result::kNotYet; ++tries) {
+    for (int tries = 0; tries < kTries && result == Result::NOT_YET; ++tries) {
         result = source.draw({}, memory, &used);
     }
-    ASSERT_EQ(Result::kDrawn, result);
+    ASSERT_EQ(Result::DRAWN, result);
     const size_t last = (kHeight / 2 - 1) * kStride + kWidth / 2 - 1;
     EXPECT_NEAR(90, cb[last], 2);
     EXPECT_NEAR(240, cr[last], 2);
@@ -158,7 +158,7 @@ TEST_F(GstreamerSourceTest, LeavesOutAFileThatIsTooLarge) {
         PictureMemory picture;
         picture.file = memory.bytes.data();
         picture.fileCapacity = memory.bytes.size();
-        EXPECT_EQ(Result::kNotYet, source.draw({}, picture, &memory.used));
+        EXPECT_EQ(Result::NOT_YET, source.draw({}, picture, &memory.used));
     }
     ASSERT_FALSE(complaints(log).empty());
     EXPECT_EQ(0u, complaints(log)[0].find("left out a JPEG file of "));
@@ -170,7 +170,7 @@ TEST_F(GstreamerSourceTest, RestartsASourceThatEnds) {
     ASSERT_TRUE(source.start(kNv12));
     Memory memory;
     for (int picture = 0; picture < 10; ++picture) {
-        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory)) << "picture " << picture;
+        ASSERT_EQ(Result::DRAWN, drawNext(source, &memory)) << "picture " << picture;
     }
 }
 
@@ -179,9 +179,9 @@ TEST_F(GstreamerSourceTest, GivesUpASourceThatEndsWithoutAPicture) {
     GstreamerSource source("filesrc location=/dev/null ! rawvideoparse width=320 height=240");
     Memory memory;
     ASSERT_TRUE(source.start(kNv12));
-    EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
+    EXPECT_EQ(Result::FAILED, drawNext(source, &memory));
     ASSERT_EQ(1u, complaints(log).size());
-    EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
+    EXPECT_EQ(testcard::Notice::FAILED, source.trouble().notice);
 }
 
 TEST_F(GstreamerSourceTest, SaysThatASourceEndedBeforeAnyPictureCameThrough) {
@@ -190,8 +190,8 @@ TEST_F(GstreamerSourceTest, SaysThatASourceEndedBeforeAnyPictureCameThrough) {
             "identity name=gate eos-after=1");
     Memory memory;
     ASSERT_TRUE(source.start(kNv12));
-    EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
-    EXPECT_EQ(testcard::Notice::kEnded, source.trouble().notice);
+    EXPECT_EQ(Result::FAILED, drawNext(source, &memory));
+    EXPECT_EQ(testcard::Notice::ENDED, source.trouble().notice);
     EXPECT_EQ("the source has ended without a picture", source.trouble().text);
 }
 
@@ -200,7 +200,7 @@ TEST_F(GstreamerSourceTest, ServesStreamsOfDifferentFormatsInTurn) {
     for (const PictureFormat& format : {kNv12, kMjpg, kNv12}) {
         ASSERT_TRUE(source.start(format));
         Memory memory;
-        EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
+        EXPECT_EQ(Result::DRAWN, drawNext(source, &memory));
         EXPECT_EQ(format.isJpeg(), memory.used != memory.bytes.size());
         source.stop();
     }
@@ -211,14 +211,14 @@ TEST_F(GstreamerSourceTest, FailsAndSaysWhyWhenTheSourceFails) {
     GstreamerSource source("filesrc name=film location=/nowhere/film.mp4");
     Memory memory;
     if (source.start(kNv12)) {
-        EXPECT_EQ(Result::kFailed, drawNext(source, &memory));
+        EXPECT_EQ(Result::FAILED, drawNext(source, &memory));
     }
     ASSERT_FALSE(complaints(log).empty());
     EXPECT_EQ(
             "the source failed: film: Resource not found. (No such file "
             "\"/nowhere/film.mp4\")",
             complaints(log)[0]);
-    EXPECT_EQ(testcard::Notice::kAbsent, source.trouble().notice);
+    EXPECT_EQ(testcard::Notice::ABSENT, source.trouble().notice);
     EXPECT_EQ(complaints(log)[0], source.trouble().text);
     source.stop();
     if (source.start(kNv12)) drawNext(source, &memory);
@@ -246,12 +246,12 @@ TEST_F(GstreamerSourceTest, FailsWithItsSourceInTheMiddleAndRecoversAfterwards) 
     Memory memory;
     for (int run = 0; run < 2; ++run) {
         ASSERT_TRUE(source.start(kMjpg));
-        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
         EXPECT_EQ("", source.trouble().text);
-        Result result = Result::kDrawn;
-        for (int i = 0; i < 3 && result == Result::kDrawn; ++i) result = drawNext(source, &memory);
-        EXPECT_EQ(Result::kFailed, result);
-        EXPECT_EQ(testcard::Notice::kFailed, source.trouble().notice);
+        Result result = Result::DRAWN;
+        for (int i = 0; i < 3 && result == Result::DRAWN; ++i) result = drawNext(source, &memory);
+        EXPECT_EQ(Result::FAILED, result);
+        EXPECT_EQ(testcard::Notice::FAILED, source.trouble().notice);
         source.stop();
     }
     EXPECT_EQ(2u, complaints(log).size()) << "a picture came between";
@@ -265,7 +265,7 @@ TEST_F(GstreamerSourceTest, PassesJpegFilesOfTheStreamsSizeOnUntouched) {
     ASSERT_TRUE(source.start(kMjpg));
     Memory memory;
     for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
         memory.bytes.resize(memory.used);
         EXPECT_EQ(jpeg, memory.bytes);
         memory.bytes.resize(kWidth * kHeight);
@@ -288,7 +288,7 @@ TEST_F(GstreamerSourceTest, TakesFilesOneByOneWhenTheyComeWithoutAClock) {
     Memory memory;
     uint32_t last = 0;
     for (int i = 0; i < 60; ++i) {
-        ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+        ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
         testcard::Picture picture;
         std::string error;
         ASSERT_TRUE(testcard::decodeJpeg(memory.bytes.data(), memory.used, &picture, &error));
@@ -325,7 +325,7 @@ TEST_F(GstreamerSourceTest, EncodesJpegFilesAgainThatAreTooLarge) {
     ASSERT_TRUE(source.start(kMjpg));
     Memory memory;
     memory.bytes.resize(kWidth * kHeight);
-    ASSERT_EQ(Result::kDrawn, drawNext(source, &memory));
+    ASSERT_EQ(Result::DRAWN, drawNext(source, &memory));
     testcard::Picture picture;
     std::string error;
     EXPECT_TRUE(testcard::decodeJpeg(memory.bytes.data(), memory.used, &picture, &error)) << error;
@@ -390,7 +390,7 @@ TEST_F(GstreamerSourceTest, TurnsAndMirrorsPictures) {
         GstreamerSource turned(source, expected.turn);
         ASSERT_TRUE(turned.start(kNv12));
         Memory memory;
-        ASSERT_EQ(Result::kDrawn, drawNext(turned, &memory));
+        ASSERT_EQ(Result::DRAWN, drawNext(turned, &memory));
         EXPECT_EQ(expected.bright, brightCorner(memory.bytes))
                 << expected.turn.degrees << (expected.turn.mirrored ? " mirrored" : "");
     }
@@ -406,12 +406,12 @@ TEST_F(GstreamerSourceTest, AsksForItsDescriptionAtEachStart) {
             },
             {});
     EXPECT_FALSE(source.start(kNv12));
-    EXPECT_EQ(testcard::Notice::kAbsent, source.trouble().notice);
+    EXPECT_EQ(testcard::Notice::ABSENT, source.trouble().notice);
     EXPECT_EQ("there is none", source.trouble().text);
     description = "videotestsrc is-live=true pattern=red";
     ASSERT_TRUE(source.start(kNv12));
     Memory memory;
-    EXPECT_EQ(Result::kDrawn, drawNext(source, &memory));
+    EXPECT_EQ(Result::DRAWN, drawNext(source, &memory));
 }
 
 TEST_F(GstreamerSourceTest, ChecksDescriptionsBeforeTheyAreUsed) {

@@ -34,77 +34,77 @@ class KeeperPlanTest : public testing::Test {
 
     /** A function that has been served for so long that all is well. */
     void settle() {
-        EXPECT_EQ(Step::kNothing, next(served()));
-        EXPECT_EQ(Step::kNothing, next(served(), seconds(60)));
+        EXPECT_EQ(Step::NOTHING, next(served()));
+        EXPECT_EQ(Step::NOTHING, next(served(), seconds(60)));
     }
 };
 
 TEST_F(KeeperPlanTest, LeavesAServedFunctionAloneAndSleeps) {
     settle();
     EXPECT_FALSE(mPlan.wakeUp());
-    EXPECT_EQ(Step::kNothing, next(served(), seconds(3600)));
+    EXPECT_EQ(Step::NOTHING, next(served(), seconds(3600)));
     EXPECT_FALSE(mPlan.wakeUp());
 }
 
 TEST_F(KeeperPlanTest, BindsAtOnceWhenTheNodeIsNotServedAnyMore) {
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
-    EXPECT_EQ(Step::kNothing, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
+    EXPECT_EQ(Step::NOTHING, next(unserved()));
     EXPECT_EQ(seconds(1), sleep());
-    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(200)));
+    EXPECT_EQ(Step::NOTHING, next(served(), milliseconds(200)));
     EXPECT_FALSE(mPlan.wakeUp());
 }
 
 TEST_F(KeeperPlanTest, BindsAnUnboundFunctionAtOnce) {
     settle();
-    EXPECT_EQ(Step::kBind, next(unbound()));
+    EXPECT_EQ(Step::BIND, next(unbound()));
     KeeperPlan fresh;
-    EXPECT_EQ(Step::kBind, fresh.next(unbound(), mNow));
+    EXPECT_EQ(Step::BIND, fresh.next(unbound(), mNow));
 }
 
 TEST_F(KeeperPlanTest, WaitsLongerAfterEachTryThatDidNotHelp) {
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
     for (const int wait : {1000, 2000, 4000, 8000, 8000, 8000}) {
         EXPECT_EQ(milliseconds(wait), sleep());
         EXPECT_FALSE(mPlan.gaveUp());
-        EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(wait - 1)));
-        EXPECT_EQ(Step::kRebind, next(unserved(), milliseconds(1)));
+        EXPECT_EQ(Step::NOTHING, next(unserved(), milliseconds(wait - 1)));
+        EXPECT_EQ(Step::REBIND, next(unserved(), milliseconds(1)));
     }
     EXPECT_TRUE(mPlan.gaveUp());
 }
 
 TEST_F(KeeperPlanTest, SleepsAfterTheLastTryUntilSomethingHappens) {
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
     for (int i = 0; i < KeeperPlan::kMostTries; ++i) {
         ASSERT_TRUE(mPlan.wakeUp());
-        EXPECT_EQ(Step::kRebind, next(unserved(), sleep()));
+        EXPECT_EQ(Step::REBIND, next(unserved(), sleep()));
     }
     EXPECT_FALSE(mPlan.wakeUp());
     EXPECT_TRUE(mPlan.gaveUp());
     EXPECT_EQ(KeeperPlan::kMostTries + 1, mPlan.tries());
     // The events of its own last try change nothing.
-    EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(500)));
+    EXPECT_EQ(Step::NOTHING, next(unserved(), milliseconds(500)));
     EXPECT_FALSE(mPlan.wakeUp());
-    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(100)));
+    EXPECT_EQ(Step::REBIND, next(unserved(), seconds(100)));
     EXPECT_FALSE(mPlan.wakeUp());
-    EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(500)));
+    EXPECT_EQ(Step::NOTHING, next(unserved(), milliseconds(500)));
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
     EXPECT_EQ(seconds(1), sleep());
     EXPECT_FALSE(mPlan.gaveUp());
 }
 
 TEST_F(KeeperPlanTest, BindsOnceASecondWhenAServerComesAndGoes) {
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
     for (int i = 0; i < 3 * KeeperPlan::kMostTries; ++i) {
-        EXPECT_EQ(Step::kNothing, next(served(), milliseconds(100)));
+        EXPECT_EQ(Step::NOTHING, next(served(), milliseconds(100)));
         EXPECT_FALSE(mPlan.wakeUp());
-        EXPECT_EQ(Step::kNothing, next(unserved(), milliseconds(100)));
+        EXPECT_EQ(Step::NOTHING, next(unserved(), milliseconds(100)));
         EXPECT_EQ(milliseconds(800), sleep());
-        EXPECT_EQ(Step::kRebind, next(unserved(), milliseconds(800)));
+        EXPECT_EQ(Step::REBIND, next(unserved(), milliseconds(800)));
     }
 }
 
@@ -117,7 +117,7 @@ TEST_F(KeeperPlanTest, IsNeverTwoSecondsLateForAServiceThatComes) {
             next(served(), milliseconds(50));
             next(served(), milliseconds(servedFor));
             auto waited = milliseconds(0);
-            for (Step step = next(gone); step == Step::kNothing; step = next(gone, sleep())) {
+            for (Step step = next(gone); step == Step::NOTHING; step = next(gone, sleep())) {
                 ASSERT_TRUE(mPlan.wakeUp()) << "after " << servedFor << " ms, time " << i;
                 waited += sleep();
             }
@@ -130,58 +130,58 @@ TEST_F(KeeperPlanTest, IsNotLateForWhatHappensToAServiceThatCameBackByItself) {
     settle();
     KeeperFacts died = unserved();
     died.serverDied = true;
-    EXPECT_EQ(Step::kNothing, next(died));
-    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(300)));
-    EXPECT_EQ(Step::kRebind, next(unserved(), milliseconds(300)));
+    EXPECT_EQ(Step::NOTHING, next(died));
+    EXPECT_EQ(Step::NOTHING, next(served(), milliseconds(300)));
+    EXPECT_EQ(Step::REBIND, next(unserved(), milliseconds(300)));
 }
 
 TEST_F(KeeperPlanTest, GivesAServerThatDiedTheTimeToComeBack) {
     settle();
     KeeperFacts died = unserved();
     died.serverDied = true;
-    EXPECT_EQ(Step::kNothing, next(died));
+    EXPECT_EQ(Step::NOTHING, next(died));
     EXPECT_EQ(seconds(4), sleep());
-    EXPECT_EQ(Step::kNothing, next(served(), seconds(3)));
-    EXPECT_EQ(Step::kNothing, next(died, seconds(10)));
-    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(4)));
+    EXPECT_EQ(Step::NOTHING, next(served(), seconds(3)));
+    EXPECT_EQ(Step::NOTHING, next(died, seconds(10)));
+    EXPECT_EQ(Step::REBIND, next(unserved(), seconds(4)));
 }
 
 TEST_F(KeeperPlanTest, GivesAServiceThatStartsBesideItTheTimeToCome) {
-    EXPECT_EQ(Step::kNothing, next(unserved()));
+    EXPECT_EQ(Step::NOTHING, next(unserved()));
     EXPECT_EQ(seconds(4), sleep());
-    EXPECT_EQ(Step::kRebind, next(unserved(), seconds(4)));
+    EXPECT_EQ(Step::REBIND, next(unserved(), seconds(4)));
 }
 
 TEST_F(KeeperPlanTest, GivesAServiceThatMayOpenTheNodeOnlyNowTheTimeToCome) {
     settle();
-    EXPECT_EQ(Step::kRebind, next(unserved()));
+    EXPECT_EQ(Step::REBIND, next(unserved()));
     for (int i = 0; i < KeeperPlan::kMostTries; ++i) next(unserved(), sleep());
     EXPECT_TRUE(mPlan.gaveUp());
     KeeperFacts opened = unserved();
     opened.opened = true;
-    EXPECT_EQ(Step::kNothing, next(opened, seconds(100)));
+    EXPECT_EQ(Step::NOTHING, next(opened, seconds(100)));
     EXPECT_EQ(seconds(4), sleep());
-    EXPECT_EQ(Step::kNothing, next(served(), milliseconds(200)));
+    EXPECT_EQ(Step::NOTHING, next(served(), milliseconds(200)));
     EXPECT_FALSE(mPlan.wakeUp());
 
     KeeperPlan fresh;
-    EXPECT_EQ(Step::kBind, fresh.next(unbound(), mNow));
-    EXPECT_EQ(Step::kNothing, fresh.next(opened, mNow + seconds(2)));
-    EXPECT_EQ(Step::kNothing, fresh.next(unserved(), mNow + milliseconds(5999)));
-    EXPECT_EQ(Step::kRebind, fresh.next(unserved(), mNow + seconds(6)));
+    EXPECT_EQ(Step::BIND, fresh.next(unbound(), mNow));
+    EXPECT_EQ(Step::NOTHING, fresh.next(opened, mNow + seconds(2)));
+    EXPECT_EQ(Step::NOTHING, fresh.next(unserved(), mNow + milliseconds(5999)));
+    EXPECT_EQ(Step::REBIND, fresh.next(unserved(), mNow + seconds(6)));
 }
 
 TEST_F(KeeperPlanTest, DoesNothingWithoutAGadgetOrAController) {
     settle();
     KeeperFacts facts = unserved();
     facts.made = false;
-    EXPECT_EQ(Step::kNothing, next(facts));
+    EXPECT_EQ(Step::NOTHING, next(facts));
     EXPECT_FALSE(mPlan.wakeUp());
     facts = unbound();
     facts.controller = false;
-    EXPECT_EQ(Step::kNothing, next(facts));
+    EXPECT_EQ(Step::NOTHING, next(facts));
     EXPECT_FALSE(mPlan.wakeUp());
-    EXPECT_EQ(Step::kBind, next(unbound()));
+    EXPECT_EQ(Step::BIND, next(unbound()));
 }
 
 }  // namespace

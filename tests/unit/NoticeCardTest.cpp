@@ -37,7 +37,7 @@ Picture cardOf(NoticeCard& card, const PictureFormat& format, const Trouble& tro
     picture.file = memory.data();
     picture.fileCapacity = format.jpegLimit() - 8;
     size_t bytes = 0;
-    EXPECT_EQ(Result::kDrawn, card.draw(trouble, {number, kTime}, picture, &bytes));
+    EXPECT_EQ(Result::DRAWN, card.draw(trouble, {number, kTime}, picture, &bytes));
     if (!format.isJpeg()) {
         EXPECT_EQ(memory.size(), bytes);
         return testcard::pictureFromNv12(memory.data(), format.width, format.height);
@@ -85,7 +85,7 @@ TEST_P(NoticeCardTest, SaysWhatIsWrongInWordsAndCodeInBothFormats) {
         NoticeCard card;
         ASSERT_TRUE(card.start(format));
         const Picture picture =
-                cardOf(card, format, {Notice::kAbsent, "/dev/video7 is not there"}, 5);
+                cardOf(card, format, {Notice::ABSENT, "/dev/video7 is not there"}, 5);
         ASSERT_EQ(width, picture.width);
         ASSERT_EQ(height, picture.height);
         EXPECT_TRUE(shows(picture, "There is no camera")) << fourcc;
@@ -94,7 +94,7 @@ TEST_P(NoticeCardTest, SaysWhatIsWrongInWordsAndCodeInBothFormats) {
                 testcard::readCard(*StripLayout::forSize(width, height), picture.luma());
         ASSERT_TRUE(reading.readable()) << fourcc;
         EXPECT_FALSE(reading.torn());
-        EXPECT_EQ((testcard::FrameStamp{5, kTime, Notice::kAbsent}), *reading.top);
+        EXPECT_EQ((testcard::FrameStamp{5, kTime, Notice::ABSENT}), *reading.top);
     }
 }
 
@@ -105,8 +105,8 @@ TEST_P(NoticeCardTest, MovesWithTheFrames) {
         NoticeCard card;
         ASSERT_TRUE(card.start(format));
         const auto layout = *StripLayout::forSize(width, height);
-        Picture first = cardOf(card, format, {Notice::kCovered, ""}, 1);
-        Picture second = cardOf(card, format, {Notice::kCovered, ""}, 2);
+        Picture first = cardOf(card, format, {Notice::COVERED, ""}, 1);
+        Picture second = cardOf(card, format, {Notice::COVERED, ""}, 2);
         // Not in the strips alone, which do not look like life.
         const size_t begin = size_t{3} * width * layout.stripLines();
         const size_t end = size_t{3} * width * layout.bottomLine();
@@ -123,14 +123,14 @@ TEST(NoticeCardTextTest, HasATitleForEveryNotice) {
         Notice notice;
         const char* title;
     } kCases[] = {
-            {Notice::kStarting, "The camera is starting"}, {Notice::kAbsent, "There is no camera"},
-            {Notice::kFailed, "The camera has failed"},    {Notice::kEnded, "The camera has ended"},
-            {Notice::kCovered, "The camera is covered"},
+            {Notice::STARTING, "The camera is starting"}, {Notice::ABSENT, "There is no camera"},
+            {Notice::FAILED, "The camera has failed"},    {Notice::ENDED, "The camera has ended"},
+            {Notice::COVERED, "The camera is covered"},
     };
     for (const auto& expected : kCases) {
         EXPECT_TRUE(shows(cardOf(card, format, {expected.notice, ""}), expected.title));
     }
-    const Picture silent = cardOf(card, format, {Notice::kSilent, ""});
+    const Picture silent = cardOf(card, format, {Notice::SILENT, ""});
     EXPECT_TRUE(shows(silent, "The camera gives no"));
     EXPECT_TRUE(shows(silent, "picture"));
 }
@@ -140,19 +140,19 @@ TEST(NoticeCardTextTest, CutsAndLeavesOutWhatDoesNotFit) {
     NoticeCard card;
     ASSERT_TRUE(card.start(format));
     const std::string longWord(200, 'w');
-    EXPECT_TRUE(shows(cardOf(card, format, {Notice::kFailed, longWord}), std::string(20, 'w')));
+    EXPECT_TRUE(shows(cardOf(card, format, {Notice::FAILED, longWord}), std::string(20, 'w')));
     std::string tooMuch;
     for (int i = 0; i < 1000; ++i) tooMuch += "many words ";
-    const Picture picture = cardOf(card, format, {Notice::kFailed, tooMuch});
+    const Picture picture = cardOf(card, format, {Notice::FAILED, tooMuch});
     EXPECT_TRUE(testcard::readCard(*StripLayout::forSize(320, 240), picture.luma()).readable());
-    EXPECT_TRUE(shows(cardOf(card, format, {Notice::kFailed, "na\xC3\xAFve"}), "na??ve"));
+    EXPECT_TRUE(shows(cardOf(card, format, {Notice::FAILED, "na\xC3\xAFve"}), "na??ve"));
 }
 
 TEST(NoticeCardTextTest, RefusesASizeWithoutRoomForTheCode) {
     NoticeCard card;
     EXPECT_FALSE(card.start({"NV12", 64, 64, 30}));
     size_t bytes = 0;
-    EXPECT_EQ(Result::kFailed, card.draw({Notice::kFailed, ""}, {}, {}, &bytes));
+    EXPECT_EQ(Result::FAILED, card.draw({Notice::FAILED, ""}, {}, {}, &bytes));
 }
 
 TEST(NoticeCardTextTest, FailsWithoutRoomForTheFile) {
@@ -163,7 +163,7 @@ TEST(NoticeCardTextTest, FailsWithoutRoomForTheFile) {
     picture.file = memory.data();
     picture.fileCapacity = memory.size();
     size_t bytes = 0;
-    EXPECT_EQ(Result::kFailed, card.draw({Notice::kFailed, ""}, {}, picture, &bytes));
+    EXPECT_EQ(Result::FAILED, card.draw({Notice::FAILED, ""}, {}, picture, &bytes));
 }
 
 }  // namespace

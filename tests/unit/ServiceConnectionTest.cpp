@@ -170,7 +170,7 @@ TEST_F(ServiceConnectionTest, SaysThatTheServiceHasDied) {
                       {ANDROID_LOG_WARN, "desktop-camera", "the desktop-camera service has died"}}),
               complaints());
     uint64_t stream = 0;
-    EXPECT_EQ(StreamDemand::Work::kReconnect, mDemand.waitForWork(&stream));
+    EXPECT_EQ(StreamDemand::Work::RECONNECT, mDemand.waitForWork(&stream));
 }
 
 TEST_F(ServiceConnectionTest, AnswersWhoAsksForTheCamerasStatus) {
@@ -181,7 +181,7 @@ TEST_F(ServiceConnectionTest, AnswersWhoAsksForTheCamerasStatus) {
     EXPECT_EQ(R"({"streaming":true,"format":"NV12","width":640,"height":480,)"
               R"("notice":"starting","text":""})",
               tell(R"({"get-camera-status":1})"));
-    mStatus.setTrouble({testcard::Notice::kAbsent, "no \"such\" device"});
+    mStatus.setTrouble({testcard::Notice::ABSENT, "no \"such\" device"});
     EXPECT_EQ(R"({"streaming":true,"format":"NV12","width":640,"height":480,)"
               R"("notice":"absent","text":"no \"such\" device"})",
               tell(R"({"get-camera-status":true})"));
@@ -195,7 +195,7 @@ TEST_F(ServiceConnectionTest, TakesChargeOfTheCameraAtAStart) {
     uint64_t stream = 0;
     for (const char* start : {R"({"event":"stream-start"})", R"({"webcam-start":true})"}) {
         EXPECT_EQ(CameraCallback::kTaken, tell(start));
-        ASSERT_EQ(StreamDemand::Work::kStream, mDemand.waitForWork(&stream));
+        ASSERT_EQ(StreamDemand::Work::STREAM, mDemand.waitForWork(&stream));
         EXPECT_TRUE(mDemand.isWanted(stream));
     }
     EXPECT_EQ("", tell("{}"));

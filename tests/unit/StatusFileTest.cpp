@@ -90,7 +90,7 @@ TEST_F(StatusFileTest, FollowsTheStatus) {
     const auto current = [&] { return fileWith(status.json()); };
     status.begin({"MJPG", 640, 480, 30});
     EXPECT_EQ(current(), written());
-    status.setTrouble({testcard::Notice::kAbsent, "it is not there"});
+    status.setTrouble({testcard::Notice::ABSENT, "it is not there"});
     EXPECT_EQ(current(), written());
     status.setPictures("MJPG 640x480 from the source is passed on untouched");
     EXPECT_NE(std::string::npos, written().find("passed on untouched"));

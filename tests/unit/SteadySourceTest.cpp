@@ -33,9 +33,9 @@ int64_t sNow = 0;
 class ToldSource : public FrameSource {
   public:
     bool starts = true;
-    Result result = Result::kDrawn;
-    Result afterEnd = Result::kDrawn;
-    Trouble why{Notice::kFailed, "it broke"};
+    Result result = Result::DRAWN;
+    Result afterEnd = Result::DRAWN;
+    Trouble why{Notice::FAILED, "it broke"};
     int begun = 0;
     int begunAgain = 0;
     bool open = false;
@@ -55,7 +55,7 @@ class ToldSource : public FrameSource {
     }
     Result draw(const testcard::FrameStamp&, const PictureMemory& memory, size_t* bytes) override {
         EXPECT_TRUE(open) << "asked for a picture without a start";
-        if (result == Result::kDrawn) memory.planes.y[0] = kOwnPicture;
+        if (result == Result::DRAWN) memory.planes.y[0] = kOwnPicture;
         *bytes = 1;
         return result;
     }
@@ -66,16 +66,16 @@ class ToldSource : public FrameSource {
 
 class SteadySourceTest : public testing::Test {
   protected:
-    /** What the host is shown: a notice, kNone for the source's own picture, nothing for none. */
+    /** What the host is shown: a notice, NONE for the source's own picture, nothing for none. */
     std::optional<Notice> draw() {
         std::vector<uint8_t> memory(320 * 240 * 3 / 2);
         PictureMemory picture;
         picture.planes = testcard::Planes::nv12(memory.data(), 320, 240);
         size_t bytes = 0;
         const Result result = mSteady.draw({1, 2}, picture, &bytes);
-        EXPECT_NE(Result::kFailed, result);
-        if (result != Result::kDrawn) return std::nullopt;
-        if (memory[0] == kOwnPicture) return Notice::kNone;
+        EXPECT_NE(Result::FAILED, result);
+        if (result != Result::DRAWN) return std::nullopt;
+        if (memory[0] == kOwnPicture) return Notice::NONE;
         EXPECT_EQ(memory.size(), bytes);
         const auto reading = testcard::readCard(*testcard::StripLayout::forSize(320, 240),
                                                 {memory.data(), 320, 1});
@@ -107,7 +107,7 @@ TEST(SteadySourceTimesTest, TriesAgainEveryTwoSeconds) {
 TEST_F(SteadySourceTest, GivesTheSourcesPicturesAsTheyAre) {
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_EQ(kNv12, mSource.format);
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(Notice::kNone, draw());
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(Notice::NONE, draw());
     EXPECT_EQ(1, mSource.begun);
     mSteady.stop();
     EXPECT_FALSE(mSource.open);
@@ -116,22 +116,22 @@ TEST_F(SteadySourceTest, GivesTheSourcesPicturesAsTheyAre) {
 
 TEST_F(SteadySourceTest, ShowsACardWhileTheSourceIsNotThereAndItsPictureWhenItComes) {
     mSource.starts = false;
-    mSource.why = {Notice::kAbsent, "no such device"};
+    mSource.why = {Notice::ABSENT, "no such device"};
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kAbsent, draw());
+    EXPECT_EQ(Notice::ABSENT, draw());
     mSource.starts = true;
-    EXPECT_TRUE(drawUntil(Notice::kNone));
+    EXPECT_TRUE(drawUntil(Notice::NONE));
     EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, "desktop-camera", "the source gives pictures again"));
 }
 
 TEST_F(SteadySourceTest, ShowsACardWhenTheSourceFailsInTheMiddle) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
-    mSource.result = Result::kFailed;
-    EXPECT_EQ(Notice::kFailed, draw());
+    EXPECT_EQ(Notice::NONE, draw());
+    mSource.result = Result::FAILED;
+    EXPECT_EQ(Notice::FAILED, draw());
     EXPECT_FALSE(mSource.open);
-    mSource.result = Result::kDrawn;
-    EXPECT_TRUE(drawUntil(Notice::kNone));
+    mSource.result = Result::DRAWN;
+    EXPECT_TRUE(drawUntil(Notice::NONE));
     EXPECT_EQ(2, mSource.begun);
 }
 
@@ -140,123 +140,123 @@ TEST_F(SteadySourceTest, TriesTheSourceAgainAfterTheTimeAndNotBefore) {
     const int64_t begin = sNow;
     ASSERT_TRUE(mSteady.start(kNv12));
     for (; mSource.begun < 4 && sNow < begin + 1000 * kMs; sNow += kMs) {
-        EXPECT_EQ(Notice::kFailed, draw());
+        EXPECT_EQ(Notice::FAILED, draw());
     }
     EXPECT_EQ(3 * mTimes.retry + kMs, sNow - begin);
     EXPECT_EQ(1u, mLog.lines().size()) << "the same trouble is logged once";
 }
 
 TEST_F(SteadySourceTest, WaitsForTheFirstPictureBeforeItShowsACard) {
-    mSource.result = Result::kNotYet;
+    mSource.result = Result::NOT_YET;
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_EQ(std::nullopt, draw());
     sNow += mTimes.beforeCard - 1;
     EXPECT_EQ(std::nullopt, draw());
     sNow += 1;
-    EXPECT_EQ(Notice::kStarting, draw());
+    EXPECT_EQ(Notice::STARTING, draw());
     EXPECT_TRUE(mSource.open);
-    mSource.result = Result::kDrawn;
-    EXPECT_EQ(Notice::kNone, draw());
+    mSource.result = Result::DRAWN;
+    EXPECT_EQ(Notice::NONE, draw());
     EXPECT_EQ(1, mSource.begun);
     EXPECT_TRUE(mLog.lines().empty());
 }
 
 TEST_F(SteadySourceTest, BeginsASourceAnewThatNeverGivesAPicture) {
-    mSource.result = Result::kNotYet;
+    mSource.result = Result::NOT_YET;
     ASSERT_TRUE(mSteady.start(kNv12));
     sNow += mTimes.patience;
-    EXPECT_EQ(Notice::kStarting, draw());
+    EXPECT_EQ(Notice::STARTING, draw());
     sNow += 1;
-    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(Notice::SILENT, draw());
     EXPECT_FALSE(mSource.open);
     sNow += mTimes.retry - 1;
-    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(Notice::SILENT, draw());
     EXPECT_EQ(1, mSource.begun);
     sNow += 1;
-    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(Notice::SILENT, draw());
     EXPECT_EQ(2, mSource.begun);
-    mSource.result = Result::kDrawn;
-    EXPECT_TRUE(drawUntil(Notice::kNone));
+    mSource.result = Result::DRAWN;
+    EXPECT_TRUE(drawUntil(Notice::NONE));
 }
 
 TEST_F(SteadySourceTest, DoesNotBeginASourceAnewWhileItBegins) {
-    mSource.result = Result::kStarting;
+    mSource.result = Result::STARTING;
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_EQ(std::nullopt, draw());
     sNow += mTimes.beforeCard;
-    for (int ms = 0; ms < 500; ++ms, sNow += kMs) EXPECT_EQ(Notice::kStarting, draw());
+    for (int ms = 0; ms < 500; ++ms, sNow += kMs) EXPECT_EQ(Notice::STARTING, draw());
     EXPECT_EQ(1, mSource.begun);
     EXPECT_NE(std::string::npos, mStatus.json().find(R"("text":"the source does not start")"));
     ASSERT_EQ(1u, mLog.lines().size());
     EXPECT_EQ("no picture: the source does not start; it is waited for", mLog.lines()[0].message);
-    mSource.result = Result::kDrawn;
-    EXPECT_EQ(Notice::kNone, draw());
+    mSource.result = Result::DRAWN;
+    EXPECT_EQ(Notice::NONE, draw());
 }
 
 TEST_F(SteadySourceTest, HasPatienceWithASourceFromTheEndOfItsStart) {
-    mSource.result = Result::kStarting;
+    mSource.result = Result::STARTING;
     ASSERT_TRUE(mSteady.start(kNv12));
     sNow += 2 * mTimes.patience;
-    EXPECT_EQ(Notice::kStarting, draw());
-    mSource.result = Result::kNotYet;
+    EXPECT_EQ(Notice::STARTING, draw());
+    mSource.result = Result::NOT_YET;
     sNow += mTimes.patience;
-    EXPECT_EQ(Notice::kStarting, draw());
+    EXPECT_EQ(Notice::STARTING, draw());
     sNow += 1;
-    EXPECT_EQ(Notice::kSilent, draw());
+    EXPECT_EQ(Notice::SILENT, draw());
 }
 
 TEST_F(SteadySourceTest, BeginsAgainWhatHasEndedWithoutACard) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
-    mSource.result = Result::kEnded;
+    EXPECT_EQ(Notice::NONE, draw());
+    mSource.result = Result::ENDED;
     EXPECT_EQ(std::nullopt, draw());
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::NONE, draw());
     EXPECT_EQ(1, mSource.begunAgain);
     EXPECT_TRUE(mLog.lines().empty());
 }
 
 TEST_F(SteadySourceTest, ShowsACardWhenWhatHasEndedTakesLongToBeginAgain) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
-    mSource.result = Result::kEnded;
-    mSource.afterEnd = Result::kStarting;
+    EXPECT_EQ(Notice::NONE, draw());
+    mSource.result = Result::ENDED;
+    mSource.afterEnd = Result::STARTING;
     EXPECT_EQ(std::nullopt, draw());
     sNow += mTimes.gap;
     EXPECT_EQ(std::nullopt, draw());
     sNow += 1;
-    EXPECT_EQ(Notice::kStarting, draw());
-    mSource.result = Result::kDrawn;
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::STARTING, draw());
+    mSource.result = Result::DRAWN;
+    EXPECT_EQ(Notice::NONE, draw());
 }
 
 TEST_F(SteadySourceTest, ShowsACardWhenWhatHasEndedDoesNotBeginAgain) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
-    mSource.result = Result::kEnded;
+    EXPECT_EQ(Notice::NONE, draw());
+    mSource.result = Result::ENDED;
     mSource.starts = false;
-    EXPECT_EQ(Notice::kFailed, draw());
+    EXPECT_EQ(Notice::FAILED, draw());
 }
 
 TEST_F(SteadySourceTest, LeavesAGapBetweenPicturesAloneButNotForLong) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
-    mSource.result = Result::kNotYet;
+    EXPECT_EQ(Notice::NONE, draw());
+    mSource.result = Result::NOT_YET;
     sNow += mTimes.gap;
     EXPECT_EQ(std::nullopt, draw());
     sNow += 1;
-    EXPECT_EQ(Notice::kSilent, draw());
-    mSource.result = Result::kDrawn;
-    EXPECT_TRUE(drawUntil(Notice::kNone));
+    EXPECT_EQ(Notice::SILENT, draw());
+    mSource.result = Result::DRAWN;
+    EXPECT_TRUE(drawUntil(Notice::NONE));
 }
 
 TEST_F(SteadySourceTest, StopsTheSourceWhileTheCameraIsCovered) {
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::NONE, draw());
     mCovered = true;
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(Notice::kCovered, draw());
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Notice::COVERED, draw());
     EXPECT_FALSE(mSource.open) << "nothing may be looked at";
     mCovered = false;
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::NONE, draw());
     EXPECT_EQ(2, mSource.begun);
     EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, "desktop-camera", "the camera is covered"));
     EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, "desktop-camera", "the camera is uncovered"));
@@ -265,7 +265,7 @@ TEST_F(SteadySourceTest, StopsTheSourceWhileTheCameraIsCovered) {
 TEST_F(SteadySourceTest, DoesNotBeginTheSourceOfACoveredCamera) {
     mCovered = true;
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kCovered, draw());
+    EXPECT_EQ(Notice::COVERED, draw());
     EXPECT_EQ(0, mSource.begun);
 }
 
@@ -277,16 +277,16 @@ TEST_F(SteadySourceTest, KeepsTheStatusTrue) {
     };
     ASSERT_TRUE(mSteady.start(kNv12));
     EXPECT_TRUE(says("starting", "")) << mStatus.json();
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::NONE, draw());
     EXPECT_TRUE(says("none", "copied")) << mStatus.json();
-    mSource.result = Result::kFailed;
-    EXPECT_EQ(Notice::kFailed, draw());
+    mSource.result = Result::FAILED;
+    EXPECT_EQ(Notice::FAILED, draw());
     EXPECT_TRUE(says("failed", "it broke")) << mStatus.json();
-    mSource.result = Result::kDrawn;
-    EXPECT_TRUE(drawUntil(Notice::kNone));
+    mSource.result = Result::DRAWN;
+    EXPECT_TRUE(drawUntil(Notice::NONE));
     EXPECT_TRUE(says("none", "copied")) << mStatus.json();
     mCovered = true;
-    EXPECT_EQ(Notice::kCovered, draw());
+    EXPECT_EQ(Notice::COVERED, draw());
     EXPECT_TRUE(says("covered", "")) << mStatus.json();
     mSteady.stop();
     EXPECT_EQ(R"({"streaming":false})", mStatus.json());
@@ -295,11 +295,11 @@ TEST_F(SteadySourceTest, KeepsTheStatusTrue) {
 TEST_F(SteadySourceTest, ForgetsTheTroubleOfAnEarlierStream) {
     mSource.starts = false;
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kFailed, draw());
+    EXPECT_EQ(Notice::FAILED, draw());
     mSteady.stop();
     mSource.starts = true;
     ASSERT_TRUE(mSteady.start(kNv12));
-    EXPECT_EQ(Notice::kNone, draw());
+    EXPECT_EQ(Notice::NONE, draw());
 }
 
 TEST_F(SteadySourceTest, DoesWithoutCardsWhereNoneFits) {
@@ -309,9 +309,9 @@ TEST_F(SteadySourceTest, DoesWithoutCardsWhereNoneFits) {
     PictureMemory picture;
     picture.planes = testcard::Planes::nv12(memory.data(), 64, 64);
     size_t bytes = 0;
-    EXPECT_EQ(Result::kDrawn, mSteady.draw({1, 2}, picture, &bytes));
-    mSource.result = Result::kFailed;
-    EXPECT_EQ(Result::kNotYet, mSteady.draw({1, 2}, picture, &bytes));
+    EXPECT_EQ(Result::DRAWN, mSteady.draw({1, 2}, picture, &bytes));
+    mSource.result = Result::FAILED;
+    EXPECT_EQ(Result::NOT_YET, mSteady.draw({1, 2}, picture, &bytes));
     mSource.starts = false;
     EXPECT_FALSE(mSteady.start(tiny));
     EXPECT_EQ(R"({"streaming":false})", mStatus.json());

@@ -17,10 +17,10 @@ TEST(StreamDemandTest, GivesEachStreamOutOnce) {
     StreamDemand demand;
     uint64_t stream = 0;
     demand.start();
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&stream));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&stream));
     EXPECT_TRUE(demand.isWanted(stream));
     demand.quit();
-    EXPECT_EQ(Work::kQuit, demand.waitForWork(&stream));
+    EXPECT_EQ(Work::QUIT, demand.waitForWork(&stream));
 }
 
 TEST(StreamDemandTest, DoesNotGiveOutAStreamThatWasStopped) {
@@ -29,7 +29,7 @@ TEST(StreamDemandTest, DoesNotGiveOutAStreamThatWasStopped) {
     demand.start();
     demand.stop();
     demand.serviceDied();
-    EXPECT_EQ(Work::kReconnect, demand.waitForWork(&stream));
+    EXPECT_EQ(Work::RECONNECT, demand.waitForWork(&stream));
 }
 
 TEST(StreamDemandTest, MakesEveryStartAnotherStream) {
@@ -40,7 +40,7 @@ TEST(StreamDemandTest, MakesEveryStartAnotherStream) {
     demand.waitForWork(&first);
     demand.start();
     EXPECT_FALSE(demand.isWanted(first));
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&second));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&second));
     EXPECT_NE(first, second);
     EXPECT_TRUE(demand.isWanted(second));
 }
@@ -50,12 +50,12 @@ TEST(StreamDemandTest, TakesTheFirstStartAfterJoiningForTheJoinedStreamsOwn) {
     uint64_t joined = 0;
     uint64_t next = 0;
     demand.join();
-    EXPECT_EQ(Work::kJoin, demand.waitForWork(&joined));
+    EXPECT_EQ(Work::JOIN, demand.waitForWork(&joined));
     demand.start();
     EXPECT_TRUE(demand.isWanted(joined));
     demand.start();
     EXPECT_FALSE(demand.isWanted(joined));
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&next));
     EXPECT_NE(joined, next);
 }
 
@@ -64,7 +64,7 @@ TEST(StreamDemandTest, DoesNotJoinWhileAStreamIsWanted) {
     uint64_t stream = 0;
     demand.start();
     demand.join();
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&stream));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&stream));
     demand.join();
     EXPECT_TRUE(demand.isWanted(stream));
 }
@@ -78,7 +78,7 @@ TEST(StreamDemandTest, ForgetsTheStartsOfAJoinedStreamWithIt) {
     demand.stop();
     EXPECT_FALSE(demand.isWanted(joined));
     demand.start();
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&next));
     EXPECT_NE(joined, next);
 }
 
@@ -90,7 +90,7 @@ TEST(StreamDemandTest, TakesAStreamForStartedWhenTheJoinedOneWasNotThere) {
     demand.waitForWork(&joined);
     demand.start();
     demand.over(joined);
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&next));
     EXPECT_NE(joined, next);
     EXPECT_TRUE(demand.isWanted(next));
 }
@@ -104,7 +104,7 @@ TEST(StreamDemandTest, WantsNothingAfterAStreamIsOverUntilTheNextStart) {
     demand.over(joined);
     EXPECT_FALSE(demand.isWanted(joined));
     demand.start();
-    EXPECT_EQ(Work::kStream, demand.waitForWork(&next));
+    EXPECT_EQ(Work::STREAM, demand.waitForWork(&next));
     demand.over(joined);
     EXPECT_TRUE(demand.isWanted(next)) << "that was another one";
 }
@@ -116,7 +116,7 @@ TEST(StreamDemandTest, ForgetsTheStreamOfAServiceThatDied) {
     demand.waitForWork(&stream);
     demand.serviceDied();
     EXPECT_FALSE(demand.isWanted(stream));
-    EXPECT_EQ(Work::kReconnect, demand.waitForWork(&stream));
+    EXPECT_EQ(Work::RECONNECT, demand.waitForWork(&stream));
 }
 
 TEST(StreamDemandTest, EndsAStreamsWaitAtOnce) {

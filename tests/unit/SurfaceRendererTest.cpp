@@ -42,7 +42,7 @@ class ScriptedSource : public FrameSource {
     Result draw(const FrameStamp& stamp, const PictureMemory& /*memory*/, size_t* bytes) override {
         numbers.push_back(stamp.number);
         *bytes = 1;
-        if (script.empty()) return Result::kDrawn;
+        if (script.empty()) return Result::DRAWN;
         const Result result = script.front();
         script.pop_front();
         return result;
@@ -89,7 +89,7 @@ FrameStamp stampOf(const Bytes& nv12) {
 }
 
 TEST_F(SurfaceRendererTest, DrawsNumberedPicturesIntoPlanes) {
-    EXPECT_EQ(End::kLastFrame, render(mCard, kNv12, 20));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kNv12, 20));
     const auto frames = mCollector.frames();
     ASSERT_EQ(20u, frames.size());
     testcard::TestCard card(*testcard::StripLayout::forSize(320, 240));
@@ -101,7 +101,7 @@ TEST_F(SurfaceRendererTest, DrawsNumberedPicturesIntoPlanes) {
 }
 
 TEST_F(SurfaceRendererTest, DrawsJpegFilesWithAFooterAfterThem) {
-    EXPECT_EQ(End::kLastFrame, render(mCard, kMjpg, 20));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kMjpg, 20));
     const auto frames = mCollector.frames();
     ASSERT_EQ(20u, frames.size());
     const auto card = testcard::TestCardJpeg::create(*testcard::StripLayout::forSize(320, 240));
@@ -119,7 +119,7 @@ TEST_F(SurfaceRendererTest, DrawsJpegFilesWithAFooterAfterThem) {
 }
 
 TEST_F(SurfaceRendererTest, StampsFramesWithBeatsOfTheRate) {
-    EXPECT_EQ(End::kLastFrame, render(mCard, kNv12, 20));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kNv12, 20));
     const auto frames = mCollector.frames();
     ASSERT_EQ(20u, frames.size());
     for (size_t i = 1; i < frames.size(); ++i) {
@@ -138,7 +138,7 @@ TEST_F(SurfaceRendererTest, StopsAtOnceBetweenTwoBeats) {
     ASSERT_TRUE(mCollector.waitForFrames(1));
     const int64_t before = monotonicNs();
     mDemand.stop();
-    EXPECT_EQ(End::kStopped, end.get());
+    EXPECT_EQ(End::STOPPED, end.get());
     EXPECT_LT(monotonicNs() - before, 10'000'000'000);
 }
 
@@ -147,7 +147,7 @@ TEST_F(SurfaceRendererTest, StopsWhileEveryBufferIsTaken) {
     auto end = renderBeside(mCard, kNv12);
     ASSERT_TRUE(mCollector.waitForQueued(6));
     mDemand.stop();
-    EXPECT_EQ(End::kStopped, end.get());
+    EXPECT_EQ(End::STOPPED, end.get());
 }
 
 TEST_F(SurfaceRendererTest, SkipsNoNumberWhenTheHostIsSlow) {
@@ -160,7 +160,7 @@ TEST_F(SurfaceRendererTest, SkipsNoNumberWhenTheHostIsSlow) {
     mCollector.letGo();
     ASSERT_TRUE(mCollector.waitForFrames(12));
     mDemand.stop();
-    EXPECT_EQ(End::kStopped, end.get());
+    EXPECT_EQ(End::STOPPED, end.get());
     const auto frames = mCollector.frames();
     for (uint32_t i = 0; i < frames.size(); ++i) {
         EXPECT_EQ(i + 1, stampOf(frames[i].bytes).number);
@@ -175,7 +175,7 @@ TEST_F(SurfaceRendererTest, EndsWhenTheSurfaceVanishes) {
     auto end = renderBeside(mCard, kMjpg);
     ASSERT_TRUE(mCollector.waitForFrames(3));
     mCollector.abandon();
-    EXPECT_EQ(End::kSurfaceGone, end.get());
+    EXPECT_EQ(End::SURFACE_GONE, end.get());
 }
 
 TEST_F(SurfaceRendererTest, EndsWhenTheSurfaceVanishesWhileItWaitsForABuffer) {
@@ -183,31 +183,31 @@ TEST_F(SurfaceRendererTest, EndsWhenTheSurfaceVanishesWhileItWaitsForABuffer) {
     auto end = renderBeside(mCard, kNv12);
     ASSERT_TRUE(mCollector.waitForQueued(6));
     mCollector.abandon();
-    EXPECT_EQ(End::kSurfaceGone, end.get());
+    EXPECT_EQ(End::SURFACE_GONE, end.get());
 }
 
 TEST_F(SurfaceRendererTest, EndsWhenTheSurfaceWasGoneBeforeItBegan) {
     mCollector.abandon();
-    EXPECT_EQ(End::kSurfaceGone, render(mCard, kNv12));
+    EXPECT_EQ(End::SURFACE_GONE, render(mCard, kNv12));
 }
 
 TEST_F(SurfaceRendererTest, SaysWhyItCannotUseASurfaceThatAnotherUses) {
     const test::LogRecorder log;
     android::IGraphicBufferProducer::QueueBufferOutput output;
     ASSERT_EQ(android::OK, mCollector.producer()->connect(nullptr, 4, true, &output));
-    EXPECT_EQ(End::kFailed, render(mCard, kNv12));
+    EXPECT_EQ(End::FAILED, render(mCard, kNv12));
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "desktop-camera", "cannot connect to the surface: -22"));
     EXPECT_FALSE(mCollector.disconnected()) << "took the surface away from the other";
 }
 
 TEST_F(SurfaceRendererTest, DisconnectsAtTheEnd) {
-    EXPECT_EQ(End::kLastFrame, render(mCard, kNv12, 1));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kNv12, 1));
     EXPECT_TRUE(mCollector.disconnected());
 }
 
 TEST_F(SurfaceRendererTest, GoesOnNumberingInTheNextStream) {
-    EXPECT_EQ(End::kLastFrame, render(mCard, kMjpg, 3));
-    EXPECT_EQ(End::kLastFrame, render(mCard, kNv12, 5));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kMjpg, 3));
+    EXPECT_EQ(End::LAST_FRAME, render(mCard, kNv12, 5));
     const auto frames = mCollector.frames();
     ASSERT_EQ(5u, frames.size());
     EXPECT_EQ(4u, stampOf(frames[3].bytes).number);
@@ -215,16 +215,16 @@ TEST_F(SurfaceRendererTest, GoesOnNumberingInTheNextStream) {
 
 TEST_F(SurfaceRendererTest, GivesANumberOnlyToFramesThatWereDrawn) {
     ScriptedSource source;
-    source.script = {FrameSource::Result::kNotYet, FrameSource::Result::kNotYet};
-    EXPECT_EQ(End::kLastFrame, render(source, kNv12, 2));
+    source.script = {FrameSource::Result::NOT_YET, FrameSource::Result::NOT_YET};
+    EXPECT_EQ(End::LAST_FRAME, render(source, kNv12, 2));
     EXPECT_EQ((std::vector<uint32_t>{1, 1, 1, 2}), source.numbers);
     EXPECT_EQ(2u, mCollector.frames().size());
 }
 
 TEST_F(SurfaceRendererTest, EndsWhenTheSourceFails) {
     ScriptedSource source;
-    source.script = {FrameSource::Result::kDrawn, FrameSource::Result::kFailed};
-    EXPECT_EQ(End::kFailed, render(source, kNv12));
+    source.script = {FrameSource::Result::DRAWN, FrameSource::Result::FAILED};
+    EXPECT_EQ(End::FAILED, render(source, kNv12));
     EXPECT_EQ(1u, mCollector.frames().size());
     EXPECT_TRUE(mCollector.disconnected());
 }

@@ -54,8 +54,8 @@ class Session {
     }
 
     void add(const FrameStamp& stamp) {
-        const Bytes drawn = mFormat == PixelFormat::kMjpg ? mJpeg->file(stamp) : mCard.nv12(stamp);
-        received.push_back(mFormat == PixelFormat::kYuyv ? convertToYuyv(drawn) : drawn);
+        const Bytes drawn = mFormat == PixelFormat::MJPG ? mJpeg->file(stamp) : mCard.nv12(stamp);
+        received.push_back(mFormat == PixelFormat::YUYV ? convertToYuyv(drawn) : drawn);
         log += FrameRecord{stamp,   drawnFormatOf(mFormat), kWidth,
                            kHeight, drawn.size(),           crc32Of(drawn.data(), drawn.size())}
                        .toLine() +
@@ -121,11 +121,10 @@ std::string formatOf(const testing::TestParamInfo<PixelFormat>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FrameCheckerTest,
-                         testing::Values(PixelFormat::kMjpg, PixelFormat::kYuyv,
-                                         PixelFormat::kNv12),
+                         testing::Values(PixelFormat::MJPG, PixelFormat::YUYV, PixelFormat::NV12),
                          formatOf);
 INSTANTIATE_TEST_SUITE_P(All, RawFrameCheckerTest,
-                         testing::Values(PixelFormat::kYuyv, PixelFormat::kNv12), formatOf);
+                         testing::Values(PixelFormat::YUYV, PixelFormat::NV12), formatOf);
 
 TEST_P(FrameCheckerTest, FindsNothingWrongWithWhatWasDrawn) {
     const CheckCounts counts = mSession.check();
@@ -154,7 +153,7 @@ TEST_P(FrameCheckerTest, CountsAFrameReceivedTooLate) {
 
 TEST_P(RawFrameCheckerTest, CountsATornFrame) {
     Bytes& frame = mSession.received[4];
-    const size_t half = kWidth * kHeight / 2 * (GetParam() == PixelFormat::kYuyv ? 2 : 1);
+    const size_t half = kWidth * kHeight / 2 * (GetParam() == PixelFormat::YUYV ? 2 : 1);
     std::copy(mSession.received[5].begin() + half, mSession.received[5].end(),
               frame.begin() + half);
     EXPECT_EQ("torn 1 ", wrong());
@@ -192,7 +191,7 @@ TEST_P(FrameCheckerTest, TakesFramesOfAnotherStreamForNeitherDrawnNorLost) {
 }
 
 TEST(FrameCheckerJpegTest, CountsAFileThatIsNotByteForByteTheCameras) {
-    Session session(PixelFormat::kMjpg);
+    Session session(PixelFormat::MJPG);
     // A comment changes no pixel.
     const Bytes comment{0xFF, 0xFE, 0x00, 0x03, 'x'};
     session.received[4].insert(session.received[4].begin() + 2, comment.begin(), comment.end());
@@ -200,7 +199,7 @@ TEST(FrameCheckerJpegTest, CountsAFileThatIsNotByteForByteTheCameras) {
 }
 
 TEST(FrameCheckerJpegTest, CountsATornFile) {
-    Session session(PixelFormat::kMjpg);
+    Session session(PixelFormat::MJPG);
     JpegRows top, bottom;
     ASSERT_TRUE(top.split(session.received[4].data(), session.received[4].size()));
     ASSERT_TRUE(bottom.split(session.received[5].data(), session.received[5].size()));
@@ -328,7 +327,7 @@ class TestCardCheckProgram : public testing::Test {
 };
 
 TEST_F(TestCardCheckProgram, PrintsTheCountsAsJson) {
-    for (PixelFormat format : {PixelFormat::kMjpg, PixelFormat::kYuyv, PixelFormat::kNv12}) {
+    for (PixelFormat format : {PixelFormat::MJPG, PixelFormat::YUYV, PixelFormat::NV12}) {
         const auto result = check(Session(format), format);
         EXPECT_EQ(0, result.status);
         EXPECT_EQ("", result.err);
@@ -341,35 +340,35 @@ TEST_F(TestCardCheckProgram, PrintsTheCountsAsJson) {
 }
 
 TEST_F(TestCardCheckProgram, FailsAndNamesTheFrameWhenOneIsLost) {
-    Session session(PixelFormat::kMjpg);
+    Session session(PixelFormat::MJPG);
     session.received.erase(session.received.begin() + 4);
-    const auto result = check(session, PixelFormat::kMjpg);
+    const auto result = check(session, PixelFormat::MJPG);
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("lost: frame 5\n", result.err);
     EXPECT_THAT(result.out, HasSubstr("\"result\":\"wrong\""));
     EXPECT_THAT(result.out, HasSubstr("\"lost\":1,"));
-    EXPECT_EQ(0, check(session, PixelFormat::kMjpg, {"--max-lost", "1"}).status);
+    EXPECT_EQ(0, check(session, PixelFormat::MJPG, {"--max-lost", "1"}).status);
 }
 
 TEST_F(TestCardCheckProgram, FailsWhenAFrameIsAltered) {
-    Session session(PixelFormat::kNv12);
+    Session session(PixelFormat::NV12);
     session.received[4][kWidth * kHeight / 2] ^= 1;
-    const auto result = check(session, PixelFormat::kNv12, {"--max-lost", "100"});
+    const auto result = check(session, PixelFormat::NV12, {"--max-lost", "100"});
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("received 4: frame 5 of 1166665 us: not what the camera drew\n", result.err);
 }
 
 TEST_F(TestCardCheckProgram, GoesOnAfterADamagedJpegFile) {
-    Session session(PixelFormat::kMjpg);
+    Session session(PixelFormat::MJPG);
     session.received[4].resize(session.received[4].size() / 2);
-    const auto result = check(session, PixelFormat::kMjpg);
+    const auto result = check(session, PixelFormat::MJPG);
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.out, HasSubstr("\"received\":10,\"lost\":1,"));
     EXPECT_THAT(result.out, HasSubstr("\"unreadable\":1,"));
 }
 
 TEST_F(TestCardCheckProgram, ReadsFramesAfterHeadersWithTheirSizes) {
-    Session session(PixelFormat::kMjpg);
+    Session session(PixelFormat::MJPG);
     Bytes capture;
     for (const Bytes& frame : session.received) {
         const auto size = static_cast<uint32_t>(frame.size());
@@ -388,18 +387,18 @@ TEST_F(TestCardCheckProgram, ReadsFramesAfterHeadersWithTheirSizes) {
 }
 
 TEST_F(TestCardCheckProgram, GivesLatencyAndRateWhenTheTimesAreKnown) {
-    Session session(PixelFormat::kNv12);
+    Session session(PixelFormat::NV12);
     std::string times;
     for (uint32_t i = 1; i <= 10; ++i) times += std::to_string(1000000 + i * 33333 + 10 * i) + "\n";
     write("times", times);
-    const auto result = check(session, PixelFormat::kNv12, {"--times", file("times")});
+    const auto result = check(session, PixelFormat::NV12, {"--times", file("times")});
     EXPECT_EQ(0, result.status) << result.err;
     EXPECT_THAT(result.out, HasSubstr("\"latency_us\":{\"min\":10,\"median\":50,\"p95\":90,"
                                       "\"max\":100},\"rate_fps\":29.99,\"host_dropped\":0}"));
 }
 
 TEST_F(TestCardCheckProgram, WritesAContactSheetOfTheFrames) {
-    const auto result = check(Session(PixelFormat::kMjpg), PixelFormat::kMjpg,
+    const auto result = check(Session(PixelFormat::MJPG), PixelFormat::MJPG,
                               {"--contact-sheet", file("sheet.png")});
     EXPECT_EQ(0, result.status) << result.err;
     std::ifstream sheet(file("sheet.png"), std::ios::binary);
@@ -413,7 +412,7 @@ TEST_F(TestCardCheckProgram, WritesAContactSheetOfTheFrames) {
 }
 
 TEST_F(TestCardCheckProgram, SaysWhatIsWrongWithItsFiles) {
-    Session session(PixelFormat::kNv12);
+    Session session(PixelFormat::NV12);
     Bytes cut = session.capture();
     cut.resize(cut.size() - 100);
     const std::string log = session.log;
@@ -472,7 +471,7 @@ TEST_F(TestCardCheckProgram, PrintsWhatTheCodesSayWithoutALog) {
 TEST_F(TestCardCheckProgram, RefusesTimesThatDoNotFitTheFrames) {
     write("times", std::string("1\n2\n"));
     const auto result =
-            check(Session(PixelFormat::kNv12), PixelFormat::kNv12, {"--times", file("times")});
+            check(Session(PixelFormat::NV12), PixelFormat::NV12, {"--times", file("times")});
     EXPECT_EQ(2, result.status);
     EXPECT_THAT(result.err, HasSubstr("2 receive times for 10 frames"));
 }

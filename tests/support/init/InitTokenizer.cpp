@@ -19,25 +19,25 @@ class Tokenizer {
     }
 
   private:
-    enum class State { kPlain, kQuoted, kEscape, kComment, kContinuation };
+    enum class State { PLAIN, QUOTED, ESCAPE, COMMENT, CONTINUATION };
 
     static bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
     void take(char c) {
         switch (mState) {
-            case State::kPlain:
+            case State::PLAIN:
                 takePlain(c);
                 break;
-            case State::kQuoted:
+            case State::QUOTED:
                 takeQuoted(c);
                 break;
-            case State::kEscape:
+            case State::ESCAPE:
                 takeEscaped(c);
                 break;
-            case State::kComment:
+            case State::COMMENT:
                 takeComment(c);
                 break;
-            case State::kContinuation:
+            case State::CONTINUATION:
                 takeContinued(c);
                 break;
         }
@@ -51,13 +51,13 @@ class Tokenizer {
         } else if (c == '\r') {
             throw InitError(mNumber, "a carriage return");
         } else if (c == '#' && !mWord) {
-            mState = State::kComment;
+            mState = State::COMMENT;
         } else if (c == '"') {
             mQuote = mNumber;
             add("");
-            mState = State::kQuoted;
+            mState = State::QUOTED;
         } else if (c == '\\') {
-            mState = State::kEscape;
+            mState = State::ESCAPE;
         } else {
             add({c});
         }
@@ -65,14 +65,14 @@ class Tokenizer {
 
     void takeQuoted(char c) {
         if (c == '"') {
-            mState = State::kPlain;
+            mState = State::PLAIN;
         } else {
             add({c});
         }
     }
 
     void takeEscaped(char c) {
-        mState = State::kPlain;
+        mState = State::PLAIN;
         switch (c) {
             case 'n':
                 add("\n");
@@ -84,7 +84,7 @@ class Tokenizer {
                 add("\t");
                 break;
             case '\n':
-                mState = State::kContinuation;
+                mState = State::CONTINUATION;
                 break;
             case '\r':
                 throw InitError(mNumber, "a carriage return");
@@ -95,13 +95,13 @@ class Tokenizer {
 
     void takeComment(char c) {
         if (c != '\n') return;
-        mState = State::kPlain;
+        mState = State::PLAIN;
         endLine();
     }
 
     void takeContinued(char c) {
         if (mWord && isBlank(c)) throw InitError(mNumber, "blanks after a word's continuation");
-        mState = State::kPlain;
+        mState = State::PLAIN;
         takePlain(c);
     }
 
@@ -122,12 +122,12 @@ class Tokenizer {
     }
 
     void endText() {
-        if (mState == State::kQuoted) throw InitError(mQuote, "a quote that doesn't end");
-        if (mState == State::kEscape) throw InitError(mNumber, "nothing after a backslash");
+        if (mState == State::QUOTED) throw InitError(mQuote, "a quote that doesn't end");
+        if (mState == State::ESCAPE) throw InitError(mNumber, "nothing after a backslash");
         endLine();
     }
 
-    State mState = State::kPlain;
+    State mState = State::PLAIN;
     int mNumber = 1;
     int mQuote = 0;  // the line on which the last quote began
     std::optional<std::string> mWord;

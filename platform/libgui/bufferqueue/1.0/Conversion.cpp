@@ -158,7 +158,7 @@ BorrowedHandle wrapAs(HGraphicBufferProducer::QueueBufferInput* to,
     const std::vector<Rect> rects = from.getSurfaceDamage().flatten();
     to->surfaceDamage.resize(rects.size());
     std::transform(rects.begin(), rects.end(), to->surfaceDamage.begin(), wrapRect);
-    return from.fence == nullptr ? nullptr : wrapAs(&to->fence, *from.fence, FenceSide::Client);
+    return from.fence == nullptr ? nullptr : wrapAs(&to->fence, *from.fence, FenceSide::CLIENT);
 }
 
 bool convertTo(BGraphicBufferProducer::QueueBufferInput* to,
@@ -178,7 +178,7 @@ bool convertTo(BGraphicBufferProducer::QueueBufferInput* to,
     }
     to->setSurfaceDamage(damage);
     // Low descriptors count here, unlike with cancelBuffer.
-    return convertTo(&to->fence, from.fence, FenceSide::Client);
+    return convertTo(&to->fence, from.fence, FenceSide::CLIENT);
 }
 
 void wrapAs(HGraphicBufferProducer::QueueBufferOutput* to,

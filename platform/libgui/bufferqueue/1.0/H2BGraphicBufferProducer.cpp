@@ -75,7 +75,7 @@ status_t H2BGraphicBufferProducer::dequeueBuffer(int* slot, sp<Fence>* fence, ui
             [&](int32_t called, int32_t calledSlot, const hidl_handle& calledFence,
                 const HGraphicBufferProducer::FrameEventHistoryDelta& timestamps) {
                 *slot = calledSlot;
-                const bool converted = convertTo(fence, calledFence, FenceSide::Client);
+                const bool converted = convertTo(fence, calledFence, FenceSide::CLIENT);
                 if (outTimestamps != nullptr) convertTo(outTimestamps, timestamps);
                 status = spoil(called, converted);
             });
@@ -95,7 +95,7 @@ status_t H2BGraphicBufferProducer::detachNextBuffer(sp<GraphicBuffer>* outBuffer
     const Return<void> result = mBase->detachNextBuffer(
             [&](int32_t called, const AnwBuffer& buffer, const hidl_handle& fence) {
                 const bool converted = convertTo(outBuffer->get(), buffer) &&
-                                       convertTo(outFence, fence, FenceSide::Client);
+                                       convertTo(outFence, fence, FenceSide::CLIENT);
                 status = spoil(called, converted);
             });
     return statusOf(result, status);
@@ -131,7 +131,7 @@ status_t H2BGraphicBufferProducer::queueBuffer(int slot, const QueueBufferInput&
 status_t H2BGraphicBufferProducer::cancelBuffer(int slot, const sp<Fence>& fence) {
     if (fence == nullptr) return BAD_VALUE;
     hidl_handle handle;
-    const BorrowedHandle borrowed = wrapAs(&handle, *fence, FenceSide::Client);
+    const BorrowedHandle borrowed = wrapAs(&handle, *fence, FenceSide::CLIENT);
     return statusOf(mBase->cancelBuffer(slot, handle));
 }
 
@@ -219,7 +219,7 @@ status_t H2BGraphicBufferProducer::getLastQueuedBuffer(sp<GraphicBuffer>* outBuf
             [&](int32_t called, const AnwBuffer& buffer, const hidl_handle& fence,
                 const hidl_array<float, 16>& matrix) {
                 const bool converted = convertTo(outBuffer->get(), buffer) &&
-                                       convertTo(outFence, fence, FenceSide::Client);
+                                       convertTo(outFence, fence, FenceSide::CLIENT);
                 std::copy(matrix.data(), matrix.data() + 16, outTransformMatrix);
                 status = spoil(called, converted);
             });

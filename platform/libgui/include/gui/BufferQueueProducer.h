@@ -57,7 +57,7 @@ class BufferQueueProducer : public BnGraphicBufferProducer {
     status_t setAutoPrerotation(bool autoPrerotation) override;
 
   private:
-    enum class FreeSlotCaller { Dequeue, Attach };
+    enum class FreeSlotCaller { DEQUEUE, ATTACH };
 
     /** What a dequeue asks for, with the consumer's defaults filled in. */
     struct Request {

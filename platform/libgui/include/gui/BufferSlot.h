@@ -11,11 +11,11 @@
 namespace android {
 
 /** Who has the slot's buffer. */
-enum class BufferState { Free, Dequeued, Queued, Acquired };
+enum class BufferState { FREE, DEQUEUED, QUEUED, ACQUIRED };
 
 /** Guarded by the queue's lock. */
 struct BufferSlot {
-    BufferState mBufferState = BufferState::Free;
+    BufferState mBufferState = BufferState::FREE;
     sp<GraphicBuffer> mGraphicBuffer;
     /** To be waited for by whoever gets the buffer next. */
     sp<Fence> mFence = Fence::NO_FENCE;

@@ -157,7 +157,7 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     status_t unflatten(const void*& buffer, size_t& size, const int*& fds, size_t& count);
 
   private:
-    enum class Owner { None, Handle };
+    enum class Owner { NONE, HANDLE };
 
     ~GraphicBuffer() override;
     GraphicBuffer(const GraphicBuffer&) = delete;
@@ -173,7 +173,7 @@ class GraphicBuffer : public ANativeObjectBase<ANativeWindowBuffer, GraphicBuffe
     bool contains(const Rect& rect) const;
 
     status_t mInitCheck = NO_INIT;
-    Owner mOwner = Owner::None;
+    Owner mOwner = Owner::NONE;
     uint64_t mId;
     uint32_t mGenerationNumber = 0;
     std::unique_ptr<BufferMapping> mMapping;

@@ -52,8 +52,8 @@ bool convertTo(GraphicBuffer* to, const AnwBuffer& from);
 /** The descriptors that a process sends must be at least this; lower ones count as none. */
 enum class FenceSide : int {
     /** In the queue's process: a quirk that clients may rely on keeps 0 and 1 out. */
-    Server = 2,
-    Client = 0,
+    SERVER = 2,
+    CLIENT = 0,
 };
 
 /** A fence without a descriptor makes a null handle. */

@@ -62,7 +62,7 @@ struct TWGraphicBufferProducer : public BASE {
         HGraphicBufferProducer::FrameEventHistoryDelta delta = {};
         conversion::BorrowedHandle borrowed;
         if (fence != nullptr) {
-            borrowed = conversion::wrapAs(&handle, *fence, conversion::FenceSide::Server);
+            borrowed = conversion::wrapAs(&handle, *fence, conversion::FenceSide::SERVER);
             if (getFrameTimestamps) conversion::wrapAs(&delta, timestamps);
         }
         _hidl_cb(status, slot, handle, delta);
@@ -109,7 +109,7 @@ struct TWGraphicBufferProducer : public BASE {
 
     Return<int32_t> cancelBuffer(int32_t slot, const hidl_handle& fence) override {
         sp<Fence> native;
-        if (!conversion::convertTo(&native, fence, conversion::FenceSide::Server)) {
+        if (!conversion::convertTo(&native, fence, conversion::FenceSide::SERVER)) {
             return static_cast<int32_t>(BAD_VALUE);
         }
         return mBase->cancelBuffer(slot, native);
@@ -223,7 +223,7 @@ struct TWGraphicBufferProducer : public BASE {
         if (buffer != nullptr) {
             conversion::wrapAs(&anw, *buffer);
             if (fence != nullptr) {
-                borrowed = conversion::wrapAs(&handle, *fence, conversion::FenceSide::Server);
+                borrowed = conversion::wrapAs(&handle, *fence, conversion::FenceSide::SERVER);
             }
         }
         receiver(anw, handle);
