@@ -127,7 +127,7 @@ std::string helpText() {
     return "usage: desktopctl COMMAND\n"
            "Shows what the desktop-camera service does, and finds what is wrong.\n"
            "\n"
-           "  status [--json]           what there is, who is there, what has happened\n"
+           "  status [--json]           the node, the stream, the clients, the counts\n"
            "  watch [--interval SECONDS] [--count N]\n"
            "                            the same live: frames, rates, drops, latency\n"
            "  clients                   who is connected, by kind, process and time\n"

@@ -65,7 +65,7 @@ void readFrames(Format* format, Findings* findings) {
         const auto intervals = intervalsIn(path + "/dwFrameInterval");
         if (!width || !height || !intervals) {
             findings->push_back(wrong("sizes",
-                                      quoted(path) + " has an attribute that is no number: "
+                                      quoted(path) + " has an attribute that is not a number: "
                                                      "the service ends at it",
                                       kRemake));
         } else if (*width == 0 || *height == 0 || intervals->empty()) {
@@ -105,7 +105,7 @@ std::optional<Format> readUncompressed(Findings* findings) {
     const auto bits = numberIn(format.path + "/bBitsPerPixel");
     if (!bits) {
         findings->push_back(
-                wrong("formats", "bBitsPerPixel is no number: the service ends at it", kRemake));
+                wrong("formats", "bBitsPerPixel is not a number: the service ends at it", kRemake));
         return std::nullopt;
     }
     format.bytesPerPixel = *bits / 8.0;
@@ -134,7 +134,7 @@ void checkAttributes(Findings* findings) {
     for (const char* name : {"streaming_interval", "streaming_maxburst", "streaming_maxpacket"}) {
         if (numberIn(kFunction + "/" + name)) continue;
         findings->push_back(wrong("function",
-                                  std::string(name) + " is no number: the service ends at it",
+                                  std::string(name) + " is not a number: the service ends at it",
                                   "chmod a+r " + kFunction + "/*; korvane-gadget status"));
     }
     if (!numberIn(kFunction + "/control/header/h/bcdUVC")) {

@@ -31,7 +31,7 @@ check and status.
   reload      down and up with settings that have changed; if they are wrong, nothing happens
   bind        plug it in
   unbind      unplug it; waits until no program has the node open
-  status      what there is
+  status      the controller and its state, the formats and sizes
   check       say in one line each what would keep it from working
   keep        bind it again whenever nobody serves it any more, until ended by a signal
 

@@ -208,7 +208,7 @@ daemon_is_gone() {
     ! running daemon
 }
 
-# What configfs would never hold, put in its place. An attribute that is no number ends the daemon, by
+# What configfs would never hold, put in its place. An attribute that is not a number ends the daemon, by
 # design; another one then starts.
 trees() {
     local function=/config/usb_gadget/g1/functions/uvc.0 frame wrong='no usable number'

@@ -187,9 +187,9 @@ TEST_F(DoctorTest, FindsThatThereIsNoFunction) {
 TEST_F(DoctorTest, FindsAttributesAtWhichTheServiceEnds) {
     for (const char* name : {"streaming_interval", "streaming_maxburst"}) {
         mFunction->set(name, "\n");
-        EXPECT_EQ(
-                std::string("wrong function: ") + name + " is no number: the service ends at it\n",
-                functionFaults());
+        EXPECT_EQ(std::string("wrong function: ") + name +
+                          " is not a number: the service ends at it\n",
+                  functionFaults());
         mFunction->set(name, "1\n");
     }
     mFunction->remove("control/header/h/bcdUVC");
@@ -197,13 +197,13 @@ TEST_F(DoctorTest, FindsAttributesAtWhichTheServiceEnds) {
               functionFaults());
     mFunction->set("control/header/h/bcdUVC", "272\n");
     mFunction->set("streaming/uncompressed/u/bBitsPerPixel", "");
-    EXPECT_THAT(functionFaults(), HasSubstr("wrong formats: bBitsPerPixel is no number"));
+    EXPECT_THAT(functionFaults(), HasSubstr("wrong formats: bBitsPerPixel is not a number"));
 }
 
 TEST_F(DoctorTest, FindsSizesThatCannotBeRead) {
     mFunction->set("streaming/mjpeg/m/480p/wWidth", "wide\n");
     EXPECT_THAT(functionFaults(), HasSubstr("wrong sizes: streaming/mjpeg/m/480p has an attribute "
-                                            "that is no number: the service ends at it\n"));
+                                            "that is not a number: the service ends at it\n"));
     mFunction->set("streaming/mjpeg/m/480p/wWidth", "0\n");
     EXPECT_THAT(functionFaults(),
                 HasSubstr("wrong sizes: streaming/mjpeg/m/480p has no size or no rate\n"));
@@ -211,7 +211,7 @@ TEST_F(DoctorTest, FindsSizesThatCannotBeRead) {
     mFunction->set("streaming/mjpeg/m/480p/dwFrameInterval", "");
     EXPECT_THAT(functionFaults(), HasSubstr("has no size or no rate\n"));
     mFunction->set("streaming/mjpeg/m/480p/dwFrameInterval", "333333\n\n666666\n");
-    EXPECT_THAT(functionFaults(), HasSubstr("has an attribute that is no number"));
+    EXPECT_THAT(functionFaults(), HasSubstr("has an attribute that is not a number"));
     mFunction->set("streaming/mjpeg/m/480p/dwFrameInterval", "0\n");
     EXPECT_EQ("wrong rates: MJPEG 480p has an interval of 0\n", functionFaults());
 }

@@ -112,7 +112,7 @@ refused "an odd width of pairs" "size '641x480': yuyv needs an even width" up --
 refused "an odd height of pairs" "size '640x481': nv12 needs an even height" \
     up --format nv12:640x481@30
 refused "a zero rate" "rate '0' is not" up --format yuyv:640x480@30,0
-refused "a rate that is no number" "rates 'fast' are not" up --format yuyv:640x480@fast
+refused "a rate that is not a number" "rates 'fast' are not" up --format yuyv:640x480@fast
 refused "both uncompressed formats" "yuyv and nv12 exclude each other" \
     up --format yuyv:640x480@30 --format nv12:320x240@30
 refused "two frames without an order" "mjpeg:.* has as many pixels as another" \

@@ -64,7 +64,7 @@ refused "refuses an unknown kernel" "KERNEL is '5.4', but 6.1 or 6.12 is needed"
     KERNEL=5.4 "$run" true
 refused "refuses an unknown processor" "ARCH is 'mips', but amd64 or arm64 is needed" \
     ARCH=mips "$run" true
-refused "refuses a timeout that is no number" "TIMEOUT is 'soon', but a number of seconds" \
+refused "refuses a timeout that is not a number" "TIMEOUT is 'soon', but a number of seconds" \
     TIMEOUT=soon "$run" true
 refused "refuses too little memory" "MEMORY is '64', but a number of MB from 256" \
     MEMORY=64 "$run" true

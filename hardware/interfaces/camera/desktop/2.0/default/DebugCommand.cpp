@@ -28,7 +28,7 @@ constexpr char kUsage[] =
         "--dump-frames  write every frame of the stream to the second descriptor, a file\n"
         "--end-dump     write no more frames\n";
 
-// A descriptor of our own for the same file; none when the handle has none.
+// Our own descriptor for the same file, or none if the handle has none.
 unique_fd duplicateAt(const native_handle_t* handle, int index) {
     if (index >= handle->numFds) return {};
     return unique_fd(fcntl(handle->data[index], F_DUPFD_CLOEXEC, 0));

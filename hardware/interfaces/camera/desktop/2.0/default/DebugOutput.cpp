@@ -15,7 +15,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 namespace {
 
-// A file system of a program's, which may take its time.
+// A file system that a program serves, which may take its time.
 constexpr unsigned long kFuseMagic = 0x65735546;
 
 /** Keeps SIGPIPE from the calling thread. */
@@ -48,7 +48,7 @@ void writeAll(int fd, const std::string& text) {
     }
 }
 
-// The flag is the open pipe's and so the caller's, too, who gets it back as it was.
+// The flag belongs to the open pipe, which the caller shares, so it is put back afterwards.
 void writeToPipe(int fd, const std::string& text) {
     const int flags = fcntl(fd, F_GETFL);
     if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) return;

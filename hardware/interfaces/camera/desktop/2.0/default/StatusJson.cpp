@@ -100,7 +100,7 @@ void writeClients(Writer* writer, const ServiceStats& stats) {
     writer->EndArray();
 }
 
-// of: gives one count.
+// of: returns the value of a count.
 template <typename Of>
 void writeCounts(Writer* writer, Of of) {
     for (size_t i = 0; i < static_cast<size_t>(Count::COUNTS); ++i) {

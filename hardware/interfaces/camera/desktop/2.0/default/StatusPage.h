@@ -9,8 +9,8 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 /**
- * Writes what there is, who is there and what has happened, some forty lines and less than 8 KiB.
- * Takes no lock and asks nobody.
+ * Writes the state of node, stream and clients and what has happened: some forty lines, less than
+ * 8 KiB. Takes no lock and asks nobody.
  */
 std::string statusPage(const ServiceStats& stats);
 

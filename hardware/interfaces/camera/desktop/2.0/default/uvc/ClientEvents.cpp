@@ -15,7 +15,7 @@ namespace korvane::hardware::camera::desktop::V2_0::implementation {
 
 namespace {
 
-// Whether this thread makes a call for somebody who waits for it.
+// Whether this thread is making a call that somebody waits for.
 thread_local bool sIsSender = false;
 
 struct Event {

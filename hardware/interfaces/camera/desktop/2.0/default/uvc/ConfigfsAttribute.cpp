@@ -15,8 +15,8 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
-// Why text is no number to the conversions below; null when it is one. The conversion is tried
-// beforehand because, once its exception is on the way, nothing more is logged.
+// Why the conversions below would not take the text for a number; null if they would. Tried before
+// they are, because nothing more is logged once their exception is thrown.
 const char* whyNotUnsigned(const std::string& text) {
     char* end = nullptr;
     errno = 0;

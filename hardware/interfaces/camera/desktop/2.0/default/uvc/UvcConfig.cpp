@@ -47,7 +47,7 @@ uint32_t frameSize(const uvc_function_config_format& format,
     return toUnsigned(static_cast<float>(frame.width * frame.height) * format.bytesPerPixel);
 }
 
-// The current control takes the product for a signed number, the others don't.
+// The current control takes the product as a signed number, the others don't.
 uint32_t currentFrameSize(const uvc_function_config_format& format,
                           const uvc_function_config_frame& frame) {
     const auto pixels = static_cast<int32_t>(frame.width * frame.height);

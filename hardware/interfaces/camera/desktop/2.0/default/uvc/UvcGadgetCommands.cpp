@@ -35,7 +35,7 @@ bool nestsDeep(const std::string& text) {
            std::count_if(text.begin(), text.end(), opens) > kMaxRecursion;
 }
 
-// The two parsers give different error codes for a text that begins like no value.
+// The two parsers give different error codes for a text that doesn't begin like a value.
 void parse(const std::string& text, rapidjson::Document* document) {
     if (nestsDeep(text)) {
         document->Parse<rapidjson::kParseIterativeFlag>(text.c_str());
@@ -113,7 +113,7 @@ void UvcGadgetHandler::suspendStream(const rapidjson::Value& command) {
     bool suspend = false;
     if (JsonUtils::parseValue(command, "stream-suspend", suspend, -1) != 0) return;
     const sp<KorBufferSource> source = mSurface.source();
-    // The reply is the same if it is refused.
+    // The reply is the same when this is refused.
     if (source != nullptr) (void)source->setSuspend(suspend, -1);
 }
 

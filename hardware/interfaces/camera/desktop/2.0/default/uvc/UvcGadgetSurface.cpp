@@ -43,8 +43,8 @@ const char* refuseWithoutStream() {
 }  // namespace
 
 // A source that hasn't been started hands over no frame, so its lock may be taken inside the device
-// lock. Not so afterwards: starting it hands over the frames that wait, each of which takes the
-// device lock itself, and letting go of the replaced source may end it, which calls its camera.
+// lock. That changes with the start, which hands over the frames that wait, each of which takes the
+// device lock itself. Releasing the replaced source may end it, which calls its camera.
 std::string UvcGadgetHandler::createSurface(const rapidjson::Value& params) {
     NewSurface made;
     made.desktop = mConnection.service();
@@ -148,7 +148,7 @@ void UvcGadgetHandler::onStreamStart() {
 }
 
 void UvcGadgetHandler::onStreamStop() {
-    // Nobody reaches the source any more while the client, which may well call back, is told. It
+    // Nobody can reach the source any more while the client, which may call back, is being told. It
     // goes after that, or with the last call that is still inside it.
     const sp<KorBufferSource> source = mSurface.withdraw(mConnection.service());
     setCommandTo(ClientType::STREAM, R"({"event":"stream-stop"})");

@@ -18,7 +18,7 @@
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
 
-// The function's interface numbers as its driver hands them on.
+// The function's interface numbers as its driver passes them on.
 constexpr uint8_t kControlInterface = 0;
 constexpr uint8_t kStreamingInterface = 1;
 
@@ -68,7 +68,7 @@ void UvcV4l2Ctrl::processClassEvent(const usb_ctrlrequest* request, uvc_request_
     }
 }
 
-// Every request stalls, for there are no camera or processing-unit controls: this only logs.
+// Every request stalls, since there are no camera or processing-unit controls: this only logs.
 void UvcV4l2Ctrl::processControlEvent(uint8_t request, uint8_t selector) {
     if (selector != 1 && selector != 2) return;
     switch (request) {
@@ -130,7 +130,7 @@ void UvcV4l2Ctrl::handleData(const uvc_request_data* data) {
         ALOGD("setting unknown control, length = %d\n", data->length);
         return;
     }
-    // A choice that there isn't leaves the last one, which the host reads back.
+    // An index that doesn't exist changes nothing: the host reads the previous choice back.
     (void)mConfig.setVideoStreamConfig(control.bFormatIndex, control.bFrameIndex,
                                        le32toh(control.dwFrameInterval));
     if (selector == UVC_VS_PROBE_CONTROL) {

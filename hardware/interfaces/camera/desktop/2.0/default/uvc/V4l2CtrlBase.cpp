@@ -55,7 +55,7 @@ int32_t V4l2CtrlBase::requestBuffer(unsigned int count, v4l2_memory memory) {
     request.count = count;
     request.type = getV4l2BufferType();
     request.memory = memory;
-    // The gadget's driver answers with the number of buffers, so more than 0 is no failure here.
+    // The gadget's driver returns the number of buffers, so a value above 0 isn't a failure here.
     const int32_t result = ioctl(node, VIDIOC_REQBUFS, &request);
     if (result < 0) {
         onFailure();

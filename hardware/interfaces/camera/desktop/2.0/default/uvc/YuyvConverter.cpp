@@ -35,8 +35,8 @@ void takeChromaApart(const android_ycbcr& planes, const I420& i420, int width, i
                              i420.uvStride, i420.v, i420.uvStride, width, height);
 }
 
-// Converts that many columns of that many rows from first on, which must be even unless it is a
-// single row.
+// Converts `columns` pixels of each of `rows` rows from row `first` on. Their number must be even,
+// unless it is a single row.
 void toYuyv(const I420& i420, int first, int rows, uint8_t* out, int columns, int width) {
     const ptrdiff_t chroma = ptrdiff_t{first / 2} * i420.uvStride;
     libyuv::I420ToYUY2(i420.y + ptrdiff_t{first} * i420.yStride, i420.yStride, i420.u + chroma,
