@@ -17,10 +17,13 @@ mkdir -p $SHARE
 
 RANDOM=$SOAK_SEED
 kernel=$(uname -r | grep -oE "^[0-9]+\.[0-9]+")
-idle_descriptors=0 opened_fds=0 kb=0
+idle_descriptors=0 opened_fds=0 kb=0 live=0 live_at_first=0
 streams=0 unbinds=0 sleeps=0 pauses=0 result=ok last=nothing
 declare -A kills=([daemon]=0 [camera]=0 [hwservicemanager]=0)
 samples=()
+
+# Where the daemon says how many allocations it has.
+allocations=/run/allocations
 
 # How long the log may get before it is begun again, in bytes.
 log_limit=1000000
@@ -76,6 +79,14 @@ open_descriptors() {
 descriptors_are() {
     open_descriptors
     [ "$opened_fds" = "$1" ]
+}
+
+# count_allocations: sets `live`, how many allocations of the daemon's live.
+count_allocations() {
+    rm -f "$allocations"
+    kill -USR2 "${pids[daemon]}"
+    wait_for 10 test -s "$allocations" || wrong "the daemon does not say how much it has allocated"
+    read -r live _ <"$allocations"
 }
 
 # rests: the daemon lives, has the descriptors that it has when nothing goes on, and its memory is noted.
@@ -237,10 +248,15 @@ kill_hwservicemanager() {
     daemon_again
 }
 
+# With the allocator that counts.
+begin_daemon() {
+    LD_PRELOAD=$KORVANE_BUILD/tests/live_allocations.so LIVE_ALLOCATIONS=$allocations start_daemon
+}
+
 daemon_again() {
     camera_goes
     : >"$daemon_log"
-    without_host start_daemon
+    without_host begin_daemon
     waits 20 'added device' 1
     waits 20 'Registered Camera Desktop HAL service success!' 1
     waits 30 'Registering client 3' 1
@@ -314,7 +330,7 @@ conclude() {
 
 # Of one daemon, what it has as a rule; of several, which have not all had the largest streams, the most.
 is_higher() {
-    if [ $((kills[daemon] + kills[hwservicemanager])) = 0 ]; then
+    if is_same_daemon; then
         [ $((${second% *} - ${first% *})) -gt $allowed ]
     else
         [ $((${second#* } - ${first#* })) -gt $allowed_of_several ]
@@ -341,8 +357,17 @@ repeat() {
 }
 
 report() {
+    count_allocations
     say "$streams streams, $unbinds unbound, killed: daemon ${kills[daemon]}, camera ${kills[camera]}, \
-register ${kills[hwservicemanager]}; $sleeps asleep; memory $kb kB, $opened_fds descriptors"
+register ${kills[hwservicemanager]}; $sleeps asleep; memory $kb kB in $live allocations, $opened_fds descriptors"
+    is_same_daemon || return 0
+    [ "$live_at_first" != 0 ] || live_at_first=$live
+    [ "$live" = "$live_at_first" ] || wrong "$live allocations live, $live_at_first after the first report"
+}
+
+# Since it was started: another one has other allocations until it has seen as much.
+is_same_daemon() {
+    [ $((kills[daemon] + kills[hwservicemanager])) = 0 ]
 }
 
 unbind_and_stream() {
@@ -387,7 +412,7 @@ allowed=64
 allowed_of_several=2048
 start_service_manager
 need "the function comes up" function_up
-start_daemon
+begin_daemon
 need "the daemon opens its node" wait_log 20 "$daemon_log" 'added device: /dev/video'
 need "the daemon registers" wait_log 20 "$daemon_log" 'Registered Camera Desktop HAL service success!'
 begin_camera
