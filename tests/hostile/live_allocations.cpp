@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// For preloading into a program that is to show that it leaks nothing: counts the allocations that live.
-// At SIGUSR2 it writes how many those are, and their bytes, to the file that LIVE_ALLOCATIONS names.
+// For preloading into a program that is to show that it leaks nothing: counts the allocations that
+// live. At SIGUSR2 it writes how many those are, and their bytes, to the file that LIVE_ALLOCATIONS
+// names.
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -48,7 +49,8 @@ void tell(int) {
     *next++ = ' ';
     next = std::to_chars(next, end, sBytes.load()).ptr;
     *next++ = '\n';
-    const int file = open(getenv("LIVE_ALLOCATIONS"), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int file =
+            open(getenv("LIVE_ALLOCATIONS"), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     // Whoever asked sees that nothing came.
     [[maybe_unused]] const ssize_t written = write(file, text, static_cast<size_t>(next - text));
     close(file);

@@ -18,7 +18,7 @@ mkdir -p $SHARE
 RANDOM=$SOAK_SEED
 kernel=$(uname -r | grep -oE "^[0-9]+\.[0-9]+")
 idle_descriptors=0 opened_fds=0 kb=0 live=0 live_at_first=0
-streams=0 unbinds=0 sleeps=0 pauses=0 result=ok last=nothing
+streams=0 unbinds=0 sleeps=0 pauses=0 swapped=0 result=ok last=nothing
 declare -A kills=([daemon]=0 [camera]=0 [hwservicemanager]=0)
 samples=()
 
@@ -107,11 +107,13 @@ begin_log_anew() {
 
 # ---- the host -----------------------------------------------------------------------------------
 
-# host NODE FOURCC SIZE RATE COUNT [SUMS]: one stream; `said` is what came of it.
+# host NODE FOURCC SIZE RATE COUNT [SUMS]: one stream, all of whose frames must come.
 host() {
     running soak_host || begin_host
     echo "$*" >&21
     read -rt $((SOAK_SECONDS + 600)) -u 22 said || said="WRONG: the host has ended"
+    [[ $said == ok* ]] || wrong "$said"
+    swapped=$((swapped + ${said##* }))
 }
 
 begin_host() {
@@ -141,7 +143,6 @@ stream_of() {
     node_of_host
     last="stream $((streams + 1)), $fourcc $size at $rate, $2 frames"
     host "$node" "$fourcc" "$size" "$rate" "$2"
-    [[ $said == ok* ]] || wrong "$said"
     streams=$((streams + 1))
 }
 
@@ -321,7 +322,7 @@ conclude() {
         "kills_daemon=${kills[daemon]} kills_camera=${kills[camera]}" \
         "kills_register=${kills[hwservicemanager]} sleeps=$sleeps pauses=$pauses" \
         "descriptors=$idle_descriptors memory_first=${first// //} memory_second=${second// //}" \
-        "long=${long_frames:-0} result=$result" | tee "$HOST_SHARE/result"
+        "long=${long_frames:-0} swapped=$swapped result=$result" | tee "$HOST_SHARE/result"
     finished=1
     stop_all
     [ $result = ok ]
@@ -394,7 +395,6 @@ long_stream() {
     before=$(wc -l </run/camera.frames)
     node_of_host
     host "$node" MJPG 640x480 30 $frames /run/sums
-    [[ $said == ok* ]] || wrong "$said"
     tail -n +$((before + 1)) /run/camera.frames |
         sed -n 's/.* bytes=\([0-9]*\) crc32=\(.*\)/\1 \2/p' >/run/drawn
     # The host may begin after the first one; from there on nothing may be missing.

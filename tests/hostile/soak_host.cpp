@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // soak-host: a USB host that opens its camera window again and again. Each line of standard input
 // is one stream, "NODE FOURCC WIDTHxHEIGHT RATE COUNT [SUMS]", each line of standard output its
-// result: "ok FIRST LAST", the numbers of the first and the last frame, or "WRONG: " and why. Every
-// frame is checked: the kernel has lost none and found no fault, and the card is readable, in one
-// piece and the next in order. With SUMS, a file, nothing is kept in memory: each frame's size and
-// checksum are written there, to be compared with the camera's log.
+// result: "ok FIRST LAST SWAPPED", the numbers of the first and the last frame and how many came
+// before the one that they follow, or "WRONG: " and why. Every frame is checked: the kernel has
+// lost none and found no fault, and the card is readable, in one piece and the next in order. With
+// SUMS, a file, nothing is kept in memory: each frame's size and checksum are written there, to be
+// compared with the camera's log.
+//
+// Order is that of the kernel's numbers. Its driver copies frames out of the transfers on several
+// processors at once and hands each over when it is done, so that of two frames that end at the
+// same time the second may come first.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -13,7 +18,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +48,9 @@ constexpr int kBuffers = 16;
 constexpr int kBuffersOfLong = 32;
 /** A stream whose frames aren't kept can have any number of them. */
 constexpr int kMostKept = 64;
+/** More than the transfers that the driver has under way: a frame that is later than this is lost.
+ */
+constexpr size_t kMostEarly = 8;
 /** A machine that shares its host can be this slow. */
 constexpr int kPatienceMs = 30000;
 
@@ -61,6 +71,8 @@ struct Order {
     }
 };
 
+using Bytes = std::vector<uint8_t>;
+
 /** One stream, from opening the node to closing it. */
 class Stream {
   public:
@@ -77,6 +89,7 @@ class Stream {
 
     uint32_t first() const { return mFirst; }
     uint32_t last() const { return mLast; }
+    int swapped() const { return mSwapped; }
 
   private:
     bool wrong(const char* format, ...) __attribute__((format(printf, 2, 3))) {
@@ -157,42 +170,58 @@ class Stream {
     }
 
     bool receive() {
-        for (int i = 0; i < mOrder.count; i++) {
+        while (mInOrder < mOrder.count) {
             pollfd node = {mNode.get(), POLLIN, 0};
             if (poll(&node, 1, kPatienceMs) != 1) {
-                return wrong("frame %d of %d did not come within %d s", i + 1, mOrder.count,
+                return wrong("frame %d of %d did not come within %d s", mInOrder + 1, mOrder.count,
                              kPatienceMs / 1000);
             }
             v4l2_buffer buffer = bufferAt(0);
             if (!call(VIDIOC_DQBUF, &buffer, "DQBUF")) return false;
-            if (!take(buffer, i) || !call(VIDIOC_QBUF, &buffer, "QBUF")) return false;
+            if (!take(buffer) || !call(VIDIOC_QBUF, &buffer, "QBUF")) return false;
         }
         return true;
     }
 
-    bool take(const v4l2_buffer& buffer, int index) {
+    bool take(const v4l2_buffer& buffer) {
         if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) {
-            return wrong("frame %d of %d is damaged: %u bytes", index + 1, mOrder.count,
+            return wrong("frame %d of %d is damaged: %u bytes", mInOrder + 1, mOrder.count,
                          buffer.bytesused);
         }
         // The host may have lost some itself, if it was away too long to give the kernel buffers.
         const int64_t awayMs = millisecondsSince(&mLatest);
-        if (index > 0) mLongestMs = std::max(mLongestMs, awayMs);
-        if (index > 0 && buffer.sequence != mSequence + 1) {
-            return wrong(
-                    "%u frames lost before frame %d of %d; the host was away for up to %" PRId64
-                    " ms",
-                    buffer.sequence - mSequence - 1, index + 1, mOrder.count, mLongestMs);
-        }
-        mSequence = buffer.sequence;
+        if (mNext) mLongestMs = std::max(mLongestMs, awayMs);
+        if (!mNext) mNext = buffer.sequence;
         const uint8_t* data = mMapped[buffer.index].first;
-        if (mSums) {
-            fprintf(mSums.get(), "%u %08x\n", buffer.bytesused,
-                    korvane::testcard::crc32Of(data, buffer.bytesused));
-        } else {
-            mFrames.emplace_back(data, data + buffer.bytesused);
+        mEarly.emplace(buffer.sequence, mSums ? sumOf(data, buffer.bytesused)
+                                              : Bytes(data, data + buffer.bytesused));
+        if (buffer.sequence != *mNext) mSwapped++;
+        putInOrder();
+        return mEarly.size() < kMostEarly ||
+               wrong("frame %d of %d is lost; the host was away for up to %" PRId64 " ms",
+                     mInOrder + 1, mOrder.count, mLongestMs);
+    }
+
+    /** A line about a frame, in place of its bytes. */
+    static Bytes sumOf(const uint8_t* data, size_t size) {
+        char line[32];
+        const int length = snprintf(line, sizeof(line), "%zu %08x\n", size,
+                                    korvane::testcard::crc32Of(data, size));
+        return Bytes(line, line + length);
+    }
+
+    void putInOrder() {
+        for (auto next = mEarly.find(*mNext); next != mEarly.end() && mInOrder < mOrder.count;
+             next = mEarly.find(*mNext)) {
+            if (mSums) {
+                fwrite(next->second.data(), 1, next->second.size(), mSums.get());
+            } else {
+                mFrames.push_back(std::move(next->second));
+            }
+            mEarly.erase(next);
+            ++*mNext;
+            mInOrder++;
         }
-        return true;
     }
 
     /** Also restarts the count from now. */
@@ -210,7 +239,7 @@ class Stream {
     void look() {
         const auto format = *korvane::testcard::formatFromName(mOrder.fourcc);
         const auto layout = *StripLayout::forSize(mOrder.width, mOrder.height);
-        for (const std::vector<uint8_t>& bytes : mFrames) {
+        for (const Bytes& bytes : mFrames) {
             Picture picture;
             std::string error;
             if (!decodeFrame(Frame{bytes.data(), bytes.size()}, format, mOrder.width, mOrder.height,
@@ -240,8 +269,11 @@ class Stream {
     unique_fd mNode;
     std::unique_ptr<FILE, Close> mSums;
     std::vector<std::pair<uint8_t*, size_t>> mMapped;
-    std::vector<std::vector<uint8_t>> mFrames;
-    uint32_t mSequence = 0;
+    std::vector<Bytes> mFrames;
+    std::map<uint32_t, Bytes> mEarly;  // by the kernel's number, those that wait for another
+    std::optional<uint32_t> mNext;     // the kernel's number of the next in order
+    int mInOrder = 0;
+    int mSwapped = 0;
     std::chrono::steady_clock::time_point mLatest;
     int64_t mLongestMs = 0;
     uint32_t mFirst = 0;
@@ -269,7 +301,7 @@ int main(int argc, char**) {
         Stream stream(order);
         const std::string wrong = stream.run();
         if (wrong.empty()) {
-            printf("ok %u %u\n", stream.first(), stream.last());
+            printf("ok %u %u %d\n", stream.first(), stream.last(), stream.swapped());
         } else {
             printf("WRONG: %s\n", wrong.c_str());
         }
