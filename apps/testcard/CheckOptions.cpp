@@ -58,7 +58,11 @@ std::string CheckOptions::read(const std::vector<std::string>& arguments) {
              {"--log", "FILE", "The log of the camera (desktop-camera --log).", takePath(&log)},
              {"--times", "FILE",
               "When each frame was received, for the latency: what v4l2-ctl --verbose wrote, or a\n"
-              "        line with monotonic microseconds for each frame.",
+              "        line with monotonic microseconds for each frame, and the number that the "
+              "host's\n"
+              "        driver gave it. By those numbers frames are put in order first: a driver "
+              "may\n"
+              "        deliver one before the frame that it follows.",
               takePath(&times)},
              {"--max-lost", "COUNT", "How many frames may be lost before it is an error (0).",
               takeCount(&maxLost)},

@@ -41,9 +41,9 @@ bool decodeFrame(const Frame& frame, PixelFormat format, uint32_t width, uint32_
                  Picture* out, std::string* error);
 
 /**
- * Checks the frames of one capture, in the order received. What a frame should look like follows
- * from the stamp in its picture: raw formats are drawn again and compared sample by sample; JPEG
- * files are compared with the log by size and checksum. Not thread-safe.
+ * Checks the frames of one capture, in the order of the host's driver. What a frame should look
+ * like follows from the stamp in its picture: raw formats are drawn again and compared sample by
+ * sample; JPEG files are compared with the log by size and checksum. Not thread-safe.
  */
 class FrameChecker {
   public:

@@ -8,6 +8,9 @@
 namespace korvane::testcard {
 namespace {
 
+// More than the transfers that a driver has under way: a number lower by more begins a new stream.
+constexpr uint64_t kMostLate = 8;
+
 struct HostFrame {
     std::optional<uint64_t> sequence;
     uint64_t timeUs = 0;
@@ -32,28 +35,57 @@ std::optional<HostFrame> frameOfV4l2Ctl(const std::string& line) {
 std::optional<HostFrame> frameInLine(const std::string& line) {
     if (const auto frame = frameOfV4l2Ctl(line)) return frame;
     uint64_t micros = 0;
+    uint64_t number = 0;
     int end = 0;
-    if (sscanf(line.c_str(), "%" SCNu64 "%n", &micros, &end) == 1 &&
-        static_cast<size_t>(end) == line.size()) {
-        return HostFrame{std::nullopt, micros};
+    const auto isWhole = [&] { return static_cast<size_t>(end) == line.size(); };
+    if (sscanf(line.c_str(), "%" SCNu64 "%n", &micros, &end) != 1) return std::nullopt;
+    if (isWhole()) return HostFrame{std::nullopt, micros};
+    if (sscanf(line.c_str(), "%*u %" SCNu64 "%n", &number, &end) != 1 || !isWhole()) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return HostFrame{number, micros};
+}
+
+// Whether a frame that came earlier belongs behind the other.
+bool follows(const HostFrame& earlier, const HostFrame& other) {
+    return earlier.sequence && other.sequence && *earlier.sequence > *other.sequence &&
+           *earlier.sequence - *other.sequence <= kMostLate;
+}
+
+std::vector<size_t> orderOf(const std::vector<HostFrame>& frames, size_t* swapped) {
+    std::vector<size_t> order;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        auto place = order.end();
+        while (place != order.begin() && follows(frames[*(place - 1)], frames[i])) --place;
+        *swapped += place != order.end();
+        order.insert(place, i);
+    }
+    return order;
+}
+
+size_t gapsIn(const std::vector<HostFrame>& frames, const std::vector<size_t>& order) {
+    size_t missing = 0;
+    for (size_t i = 1; i < order.size(); ++i) {
+        const auto& last = frames[order[i - 1]].sequence;
+        const auto& next = frames[order[i]].sequence;
+        if (last && next && *next > *last) missing += *next - *last - 1;
+    }
+    return missing;
 }
 
 }  // namespace
 
 HostTimes HostTimes::read(std::istream& in) {
     HostTimes times;
-    std::optional<uint64_t> last;
+    std::vector<HostFrame> frames;
     for (std::string line; std::getline(in, line);) {
         const auto frame = frameInLine(line);
         if (!frame) continue;
         times.received.push_back(frame->timeUs);
-        if (frame->sequence && last && *frame->sequence > *last) {
-            times.dropped += *frame->sequence - *last - 1;
-        }
-        last = frame->sequence;
+        frames.push_back(*frame);
     }
+    times.order = orderOf(frames, &times.swapped);
+    times.dropped = gapsIn(frames, times.order);
     return times;
 }
 

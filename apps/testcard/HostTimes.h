@@ -13,12 +13,20 @@ namespace korvane::testcard {
 
 /** What is known about a capture from the host's side. */
 struct HostTimes {
-    std::vector<uint64_t> received;  // monotonic microseconds, one for each frame in order
-    size_t dropped = 0;              // frames that the host's driver counted but did not deliver
+    std::vector<uint64_t> received;  // monotonic microseconds, one for each frame as it came
+    /**
+     * The indices of the frames in the order of the driver's numbers, or as they came where it gave
+     * none. A driver that copies frames on several processors may deliver one before the frame
+     * that it follows.
+     */
+    std::vector<size_t> order;
+    size_t swapped = 0;  // frames that came after one that follows them
+    size_t dropped = 0;  // frames that the host's driver counted but did not deliver
 
     /**
      * Parses what `v4l2-ctl --verbose` says about its buffers ("cap dqbuf: ... seq: NUMBER ... ts:
-     * SECONDS.MICROSECONDS") and lines with just a number of microseconds; ignores other lines.
+     * SECONDS.MICROSECONDS") and lines with just a number of microseconds, or that and the driver's
+     * number; ignores other lines.
      */
     static HostTimes read(std::istream& in);
 };

@@ -73,7 +73,11 @@ class Check {
           mChecker(*options.layout, *options.format, evidence.log) {}
 
     int run() {
-        for (size_t i = 0; i < mEvidence.capture.frames().size(); ++i) checkFrame(i);
+        if (mEvidence.times.order.empty()) {
+            for (size_t i = 0; i < mEvidence.capture.frames().size(); ++i) checkFrame(i);
+        } else {
+            for (size_t i : mEvidence.times.order) checkFrame(i);
+        }
         for (uint32_t number : mChecker.lostFrames()) {
             complain("lost: frame " + std::to_string(number));
         }
@@ -112,9 +116,12 @@ class Check {
                counts.wrongPixels);
         if (const auto latency = latencyOf(mLatencies)) {
             printf(",\"latency_us\":{\"min\":%" PRId64 ",\"median\":%" PRId64 ",\"p95\":%" PRId64
-                   ",\"max\":%" PRId64 "},\"rate_fps\":%.2f,\"host_dropped\":%zu",
+                   ",\"max\":%" PRId64
+                   "},\"rate_fps\":%.2f,\"host_dropped\":%zu"
+                   ",\"host_swapped\":%zu",
                    latency->min, latency->median, latency->p95, latency->max,
-                   rateOf(mEvidence.times.received), mEvidence.times.dropped);
+                   rateOf(mEvidence.times.received), mEvidence.times.dropped,
+                   mEvidence.times.swapped);
         }
         printf("}\n");
     }

@@ -268,6 +268,28 @@ TEST(HostTimesTest, ReadsWhatV4l2CtlSaysOfItsBuffers) {
     EXPECT_EQ(2u, times.dropped);
 }
 
+TEST(HostTimesTest, PutsFramesInTheOrderOfTheDriver) {
+    std::istringstream in("1000 7\n2000 9\n3000 8\n4000 10\n5000 0\n6000 2\n7000 3\n8000 1\n");
+    const HostTimes times = HostTimes::read(in);
+    EXPECT_EQ((std::vector<size_t>{0, 2, 1, 3, 4, 7, 5, 6}), times.order);
+    EXPECT_EQ(2u, times.swapped);
+    EXPECT_EQ(0u, times.dropped);
+    EXPECT_EQ((std::vector<uint64_t>{1000, 2000, 3000, 4000, 5000, 6000, 7000, 8000}),
+              times.received);
+}
+
+TEST(HostTimesTest, AFrameThatNeverComesIsDropped) {
+    std::istringstream in("1000 0\n2000 3\n3000 2\n4000 5\n");
+    EXPECT_EQ(2u, HostTimes::read(in).dropped);
+}
+
+TEST(HostTimesTest, WithoutNumbersFramesStayAsTheyCame) {
+    std::istringstream in("1000\n500\n1000 2 3\n1000 x\n2000\n");
+    const HostTimes times = HostTimes::read(in);
+    EXPECT_EQ((std::vector<size_t>{0, 1, 2}), times.order);
+    EXPECT_EQ(0u, times.swapped);
+}
+
 TEST(HostTimesTest, GivesTheFiguresOverAllMeasurements) {
     std::vector<int64_t> measured;
     for (int64_t i = 100; i >= 1; --i) measured.push_back(i);
@@ -394,7 +416,25 @@ TEST_F(TestCardCheckProgram, GivesLatencyAndRateWhenTheTimesAreKnown) {
     const auto result = check(session, PixelFormat::NV12, {"--times", file("times")});
     EXPECT_EQ(0, result.status) << result.err;
     EXPECT_THAT(result.out, HasSubstr("\"latency_us\":{\"min\":10,\"median\":50,\"p95\":90,"
-                                      "\"max\":100},\"rate_fps\":29.99,\"host_dropped\":0}"));
+                                      "\"max\":100},\"rate_fps\":29.99,\"host_dropped\":0,"
+                                      "\"host_swapped\":0}"));
+}
+
+TEST_F(TestCardCheckProgram, TakesFramesThatTheHostsDriverSwappedInItsOrder) {
+    Session session(PixelFormat::NV12);
+    std::swap(session.received[4], session.received[5]);
+    std::string times;
+    std::string numbered;
+    for (const int i : {0, 1, 2, 3, 5, 4, 6, 7, 8, 9}) {
+        times += "2000000\n";
+        numbered += "2000000 " + std::to_string(i) + "\n";
+    }
+    write("times", numbered);
+    const auto result = check(session, PixelFormat::NV12, {"--times", file("times")});
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("\"host_dropped\":0,\"host_swapped\":1}"));
+    write("times", times);
+    EXPECT_EQ(1, check(session, PixelFormat::NV12, {"--times", file("times")}).status);
 }
 
 TEST_F(TestCardCheckProgram, WritesAContactSheetOfTheFrames) {

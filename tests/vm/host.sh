@@ -9,7 +9,8 @@ mkdir -p $CAPTURES
 # PROGRESS isn't empty where a person at a terminal is to see how far a capture is.
 [ -z "${PROGRESS:-}" ] || exec {terminal}>&1
 
-# stamp NAME COUNT: each line of standard input that reports a received buffer, as monotonic microseconds.
+# stamp NAME COUNT: each line of standard input that reports a received buffer, as monotonic microseconds
+# and the driver's number.
 stamp() {
     perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -e '
         $| = 1;
@@ -18,8 +19,8 @@ stamp() {
         $terminal->autoflush(1) if $terminal;
         my $received = 0;
         while (<STDIN>) {
-            next unless /cap dqbuf:/;
-            printf "%d\n", clock_gettime(CLOCK_MONOTONIC) * 1e6;
+            next unless /cap dqbuf:.* seq:\s*(\d+)/;
+            printf "%d %d\n", clock_gettime(CLOCK_MONOTONIC) * 1e6, $1;
             print $terminal "\r\e[K$name: $received of $count frames received"
                 if ++$received % 10 == 0 && $terminal;
         }
