@@ -159,8 +159,8 @@ begin_camera() {
     waits 30 'Registering client 3' $((before + 1))
 }
 
-# cut ACTION...: in mid-stream every other time, where the kernel stands it.
-cut() {
+# interrupt ACTION...: in mid-stream every other time, where the kernel stands it.
+interrupt() {
     local during=idle
     if may_cut && [ $((RANDOM % 2)) = 0 ]; then
         during=streaming
@@ -284,10 +284,10 @@ sleeps_now() {
 random_step() {
     local dice=$((RANDOM % 100))
     case $dice in
-        [0-9]) cut unbind ;;
-        1[0-3]) cut kill_camera ;;
-        1[4-5]) cut kill_daemon ;;
-        16) cut kill_hwservicemanager ;;
+        [0-9]) interrupt unbind ;;
+        1[0-3]) interrupt kill_camera ;;
+        1[4-5]) interrupt kill_daemon ;;
+        16) interrupt kill_hwservicemanager ;;
         1[7-8]) pause_camera ;;
         19 | 2[0-1]) host_sleeps ;;
         22) other_formats ;;
@@ -372,13 +372,13 @@ is_same_daemon() {
 }
 
 unbind_and_stream() {
-    cut unbind
+    interrupt unbind
     stream_of 'MJPG 320x240 30' 2
 }
 
 # kill_and_stream PROGRAM
 kill_and_stream() {
-    cut "kill_$1"
+    interrupt "kill_$1"
     stream_of 'MJPG 320x240 30' 2
 }
 
