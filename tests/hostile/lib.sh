@@ -29,7 +29,7 @@ good_stream() {
     wait_log 20 "$daemon_log" 'Registering client 3' $((before + 1)) &&
         capture "$name" MJPG 640x480 30 30 40 &&
         "$KORVANE_BUILD/bin/testcard-check" --format MJPG --size 640x480 --log "$SHARE/frames" \
-            "$CAPTURES/$name.raw" || status=$?
+            --times "$CAPTURES/$name.times" "$CAPTURES/$name.raw" || status=$?
     rm -f "$CAPTURES/$name".*
     before=$(grep -c 'Service died for 3' "$daemon_log")
     stop camera
