@@ -1,4 +1,4 @@
-# GStreamer by its files: its pkg-config data want the one libunwind that libc++'s packages replace.
+# GStreamer by its files: its pkg-config data require the libunwind that libc++'s packages replace.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET glib-2.0 gobject-2.0)
 find_path(GSTREAMER_INCLUDE_DIR gst/gst.h PATH_SUFFIXES gstreamer-1.0 REQUIRED)

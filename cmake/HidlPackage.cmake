@@ -2,7 +2,7 @@
 find_program(HIDL_GEN hidl-gen REQUIRED)
 set(HIDL_OUTPUT_DIR ${CMAKE_BINARY_DIR}/hidl)
 
-# The folder that the first words of a package's name stand for. Ours begins below
+# The folder that the beginning of a package's name stands for. Ours begins below
 # hardware/interfaces/current.txt, which freezes it for the phone: a frozen interface may only import
 # frozen ones, and those of the platform are reduced here.
 set(HIDL_ROOTS
@@ -13,7 +13,7 @@ set(HIDL_ROOTS
 set(HIDL_GENERATED_FIXES ${CMAKE_CURRENT_LIST_DIR}/HidlGenerated.sed)
 
 # hidl_package(NAME@X.Y SUBDIR FOLDER [OBJECT] [TYPES] [INTERFACES IFoo ...] [DEPENDS TARGET ...]):
-# the package whose .hal files stand in FOLDER, as the static library NAME-X.Y (a target can't have
+# the package whose .hal files are in FOLDER, as the static library NAME-X.Y (a target can't have
 # an '@' in its name). OBJECT is for what libhidlbase itself contains. DEPENDS are the packages that
 # it imports from, defined before it.
 function(hidl_package package)

@@ -1,4 +1,4 @@
-# What "cmake --install" puts where; the packages in debian/ are made of it.
+# What "cmake --install" puts where; the packages in debian/ are made from it.
 set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE STRING "Where libraries go")
 include(GNUInstallDirs)
 set(korvane_libexec libexec/korvane)
@@ -16,7 +16,7 @@ function(install_programs folder)
     endforeach()
 endfunction()
 
-# What somebody builds a camera of their own with; packages of types without code have no library.
+# What people build their own cameras with; packages of types without code have no library.
 function(install_development)
     install(TARGETS libhidlbase libui libgui_bufferqueue_static
             korvane.hardware.camera.desktop-1.0 korvane.hardware.camera.desktop-2.0

@@ -14,13 +14,13 @@ target_link_libraries(debian_android INTERFACE ${ANDROID_UTILS} ${ANDROID_CUTILS
     pthread)
 
 if(SANITIZE MATCHES thread)
-    # In front of libutils' own headers: what the sanitizer would misunderstand in them.
+    # In front of libutils' own headers: replacements for what the sanitizer would misunderstand.
     target_include_directories(debian_android SYSTEM BEFORE INTERFACE
         ${CMAKE_SOURCE_DIR}/tests/support/tsan)
 endif()
 
 # platform_library(NAME SOURCE...): a static library of the port under its platform name. Its public
-# headers stand in the folder's include/, by the platform's include paths.
+# headers are in the folder's include/, under the platform's include paths.
 function(platform_library name)
     add_library(${name} STATIC ${ARGN})
     set_target_properties(${name} PROPERTIES PREFIX "")

@@ -47,7 +47,7 @@ function(korvane_vm_test name script)
 endfunction()
 
 # korvane_vm_gtest(NAME [SOURCES ...] [LIBS ...] [TIMEOUT SECONDS] [ALONE]): NAME.cpp beside the
-# CMakeLists.txt, built natively and run whole, within one boot of the machine.
+# CMakeLists.txt, built natively and run as a whole, in one boot of the machine.
 function(korvane_vm_gtest name)
     cmake_parse_arguments(VM "ALONE" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
     add_executable(${name} ${name}.cpp ${VM_SOURCES})
