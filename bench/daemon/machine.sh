@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # The daemon as a process on a real kernel, in the test machine: its start, calls to it, how often its
 # threads run while nothing happens, the host's requests, the memory that it has for itself. Leaves
-# files of benchmarks, daemon-*.json, in $SHARE. BENCH_SECONDS (2) is for each measurement,
-# IDLE_SECONDS (60) how long nothing happens.
+# benchmark files, daemon-*.json, in $SHARE. BENCH_SECONDS (2) is the length of each measurement,
+# IDLE_SECONDS (60) that of each idle period.
 . "$(dirname "$0")/../../tests/vm/lib.sh"
 . "$ROOT/tests/vm/host.sh"
 
@@ -12,7 +12,7 @@ figures=()
 cameras=0
 
 # bench SECONDS JSON PROGRAM [ARGUMENT...]. On one processor: where a wake-up crosses to another one, an
-# emulated machine shows the time until its host runs that.
+# emulated machine measures how long its host takes to run that one.
 bench() {
     local seconds=$1 json=$2 program=$3
     shift 3
@@ -48,7 +48,7 @@ memory() {
     note "memory/$1" private_kb "$private" node_kb "$node"
 }
 
-# quiet NAME: nothing is asked of the daemon for a while.
+# quiet NAME: measures the daemon while nobody asks anything of it.
 quiet() {
     wait_for 30 daemon_rests
     note "wake_ups/$1" count "$(daemon_wake_ups "$idle")" seconds "$idle"

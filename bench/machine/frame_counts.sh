@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # frame_counts.sh times|notes: what the daemon takes for each frame of a real stream, beside bare_frames,
 # which moves the same bytes through the same node and has no service between: the processor time of its
-# threads, or what they ask of the kernel and of the heap. Each wants a machine of its own: what notes
-# takes time. Times want one whose clock is its instructions, since another's measures the host; notes one
-# of two processors, on which threads wait for each other's locks as they do elsewhere. Runs in the
+# threads, or what they ask of the kernel and of the heap. Each needs a machine of its own, since noting
+# takes time. Times need one whose clock is its instructions, since any other measures the host; notes
+# one with two processors, on which threads wait for each other's locks as they do elsewhere. Runs in the
 # test machine; leaves for PROGRAM daemon and bare $SHARE/PROGRAM-FORMAT.trace or
 # PROGRAM-FORMAT.WINDOW.threads, which bench/machine/count reads.
 # shellcheck source=tests/vm/lib.sh
@@ -14,7 +14,7 @@
 tracing=/sys/kernel/tracing
 libc=/lib/x86_64-linux-gnu/libc.so.6
 
-# probe NAME: from now on the event heap/NAME is a call of the C library's function of that name.
+# probe NAME: from now on the event heap/NAME is a call of the C library's function NAME.
 probe() {
     local offset
     offset=$(nm -D "$libc" | awk -v name="$1@@" 'index($3, name) == 1 {print $1}')
@@ -26,7 +26,7 @@ set_up_tracing() {
     echo 16384 >$tracing/buffer_size_kb
     echo 0 >$tracing/tracing_on
     probe malloc && probe calloc && probe realloc
-    # One that makes no calls: with none, everybody is noted.
+    # A process that makes no calls: if none is set, everybody is noted.
     echo 2 >$tracing/set_event_pid
     echo 1 >$tracing/events/raw_syscalls/sys_enter/enable
     echo 1 >$tracing/events/heap/enable
@@ -55,8 +55,7 @@ times() {
     echo "$2 frames $(received)"
 }
 
-# measure PROGRAM FORMAT: its threads' time, over some windows of some frames; the least is the one that
-# least else fell into.
+# measure PROGRAM FORMAT: its threads' time, over some windows of some frames.
 measure() {
     local window
     for window in $(seq "$windows"); do
@@ -68,8 +67,8 @@ measure() {
     done
 }
 
-# note PROGRAM FORMAT: what its threads do for some frames; so many that a call more at either end of the
-# window is none.
+# note PROGRAM FORMAT: what its threads do for some frames, enough that one call more at either end of the
+# window doesn't count.
 note() {
     threads_of "$1" >>$tracing/set_event_pid
     echo >$tracing/trace

@@ -31,8 +31,8 @@ measure() {
 }
 measure
 
-# within NAME START_MS END_MS LIMIT_MS: it took no longer than that; a slower board than a real one, before
-# or after, is given as much more.
+# within NAME START_MS END_MS LIMIT_MS: it took no longer than that; a board that is slower than a real one,
+# before or after, gets that much more time.
 within() {
     local took=$(($3 - $2)) slow
     measure
@@ -41,7 +41,7 @@ within() {
     check "$1: within $(($4 / 1000)) s" [ $took -le $(($4 * slow / 100)) ]
 }
 
-# hear_keeper: from now on what the keeper says is there to be looked at.
+# hear_keeper: records what the keeper says from now on.
 hear_keeper() {
     rm -f "$SHARE/keeper.log"
     start keeper journalctl -u korvane-keeper -n 0 -f -o short-monotonic --no-hostname
@@ -74,7 +74,7 @@ install_packages() {
     apt-get install -y -q -o Dpkg::Options::=--force-confold "$1"/korvane-*.deb >"$SHARE/apt.log" 2>&1 || { tail -n 20 "$SHARE/apt.log"; return 1; }
 }
 
-# picture [SIZE]: a moving one comes to the host: ten frames of YUYV, of which at least five differ.
+# picture [SIZE]: a moving one reaches the host: ten frames of YUYV, of which at least five differ.
 picture() {
     local size=${1:-640x480} node file=/run/picture differ
     node=$(wait_host_node 60) || return 1
@@ -107,7 +107,7 @@ enumerated() {
     host_node >/dev/null && server >/dev/null
 }
 
-# enumerated_within SECONDS: the same before they are over; if not, it says what runs instead.
+# enumerated_within SECONDS: the same within that time; if not, prints what runs instead.
 enumerated_within() {
     wait_for "$1" enumerated || { status_of_all; return 1; }
 }

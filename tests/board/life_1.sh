@@ -19,13 +19,13 @@ event() {
     back "$name" "$start"
 }
 
-# kept NAME COMMAND...: the same, and it is the keeper's to bring it back in time.
+# kept NAME COMMAND...: the same, and it is the keeper that must bring it back in time.
 kept() {
     event "$@"
     served_in_time "$1" "$start"
 }
 
-# host_camera: which one the host has: its number on the bus grows with each that comes.
+# host_camera: which one the host has: its number on the bus grows with each new one.
 host_camera() {
     local node
     node=$(host_node) || return 0
@@ -37,7 +37,7 @@ gone_or_other() {
     [ "$(host_camera)" != "$1" ] || [ -z "$(server)" ]
 }
 
-# suspend_host: the bus sleeps as it does with a host that does, and wakes up again.
+# suspend_host: the bus sleeps, as it does with a sleeping host, and wakes up again.
 suspend_host() {
     local device
     device=$(readlink -f "/sys/class/video4linux/$(basename "$(host_node)")/device/..")
@@ -56,7 +56,7 @@ take_controller() {
     echo "$1" >/sys/bus/platform/drivers/dummy_udc/unbind
 }
 
-# runs_again UNIT PID: as another process than that.
+# runs_again UNIT PID: as a process other than that.
 runs_again() {
     local pid
     pid=$(main_pid "$1")

@@ -26,7 +26,7 @@ status_says() {
     }
 }
 
-# refused LINE REASON: one line says what is accepted, and is where one looks.
+# refused LINE REASON: one line says what is accepted, where a person would look.
 refused() {
     cp /run/gadget.conf $conf
     echo "$1" >>$conf
@@ -35,7 +35,7 @@ refused() {
     check_refused "check says it too" "$(sed 's/[]()*.[]/\\&/g' <<<"$2")" korvane-gadget check
 }
 
-# A wrong value of each key. Whatever is asked for, nothing half made replaces what there is.
+# A wrong value of each key. Whatever is asked for, the function is never replaced by half of one.
 made=$(grep -ars . $g1 | sort)
 camera=$(lsusb -d 1d6b:0102)
 refused 'format = h264:640x480@30' "unknown format 'h264' (known: yuyv nv12 mjpeg)"
@@ -71,7 +71,7 @@ rmdir /config/usb_gadget/other/configs/c.1 /config/usb_gadget/other/functions/ac
 check_refused "check knows a controller that isn't there" "no device controller 'x'" \
     env UDC=x korvane-gadget check
 
-# give_controllers COUNT: instead of those there are; nobody uses them.
+# give_controllers COUNT: instead of the real ones; nobody uses them.
 give_controllers() {
     modprobe -r dummy_hcd && modprobe dummy_hcd is_high_speed=1 "num=$1" && udevadm settle
 }
@@ -195,7 +195,7 @@ back "failed open" "$start"
 
 # ---- a program that dies again and again ----------------------------------------------------------
 
-# kill_until_failed UNIT: as often as it is started again.
+# kill_until_failed UNIT: each time that it has been started again.
 kill_until_failed() {
     local pid
     for _ in {1..20}; do
@@ -207,7 +207,7 @@ kill_until_failed() {
     return 1
 }
 
-# settled UNIT PID: failed for good, or as another process than that.
+# settled UNIT PID: failed for good, or running as a process other than that.
 settled() {
     systemctl -q is-failed "$1" || { [ "$(main_pid "$1")" != 0 ] && [ "$(main_pid "$1")" != "$2" ]; }
 }

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Every check of the phone's build finds what it is there for: each fault, made in a copy of the
-# sources, fails the check that guards it, with a message that names it. Some faults are none, to see
-# that a check doesn't refuse what is right.
+# Every check of the phone's build finds what it is for: each fault, made in a copy of the sources,
+# fails the check that guards against it, with a message that names it. Some changes are no faults, to
+# see that a check doesn't refuse what is right.
 set -euo pipefail
 
 checks=$(cd "$(dirname "$0")" && pwd)
@@ -27,7 +27,7 @@ copy_sources() {
     cp "$root"/docs/phone*.md "$copy/docs"
 }
 
-# refuses CHECK MESSAGE WHAT: the check must fail on the copy as it is, with a message that holds MESSAGE.
+# refuses CHECK MESSAGE WHAT: the check must fail on the copy as it is, with a message that contains MESSAGE.
 refuses() {
     local check=$1 message=$2 what=$3 said
     if said=$("$checks/${check}_test.sh" ${check_arguments:-} 2>&1); then

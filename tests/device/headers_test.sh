@@ -1,6 +1,6 @@
 #!/bin/bash
-# The sources include only what the phone has, each module lists whom it includes from, and nobody
-# uses what only one of the two builds offers.
+# The sources include only what the phone has, each module lists the libraries that it includes from,
+# and nothing is used that only one of the two builds offers.
 # shellcheck source=tests/device/soong.sh
 . "$(dirname "$0")/soong.sh"
 

@@ -1,5 +1,5 @@
 #!/bin/bash
-# No rule of the policy is there for nothing, and none goes unnoticed: each statement of it, and each
+# No rule of the policy is superfluous, and none can be lost unnoticed: each statement of it, and each
 # right of a list, left out of a copy, fails the check of the policy.
 # shellcheck source=tests/device/policy.sh
 . "$(dirname "$0")/policy.sh"
@@ -7,7 +7,7 @@
 work=$(mktemp -d)
 trap 'rm -rf "$problems" "$work"' EXIT
 
-# omissions FILE: a line "SED_SCRIPT|STATEMENT" for each thing to leave out. A statement ends with ";" or a macro's ")"; lists of rights stand in braces.
+# omissions FILE: a line "SED_SCRIPT|STATEMENT" for each thing to leave out. A statement ends with ";" or a macro's ")"; lists of rights are in braces.
 omissions() {
     awk '
         {code = $0; sub(/#.*/, "", code)}

@@ -1,7 +1,7 @@
 #!/bin/bash
 # The policy compiles with the guide's lines for the board, every name in it is one that exists, the built
-# one has the rights that each road of the service needs, and it grants the ioctls that the sources use,
-# no more. The platform's policy is stood in for by policy/, which declares what ours may name.
+# one has the rights that each part of the service needs, and it grants the ioctls that the sources use
+# and no more. policy/ stands in for the platform's policy: it declares what ours may name.
 # shellcheck source=tests/device/policy.sh
 . "$(dirname "$0")/policy.sh"
 

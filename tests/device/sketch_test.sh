@@ -1,6 +1,6 @@
 #!/bin/bash
-# The guide's sketch of a client compiles, with declarations of what it leaves to its reader, as the camera
-# application of Linux is compiled. The build must be configured and its generated headers be there.
+# The guide's sketch of a client compiles as the Linux camera application does, with declarations of what it
+# leaves to its reader. The build must be configured and its headers generated.
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 

@@ -1,8 +1,8 @@
 #!/bin/bash
 # syntax_test.sh [SOURCE...]: the service's sources (or those) compile as the phone compiles them:
-# clang++ and libc++, C++17 without exceptions and RTTI, characters without a sign. Only looked at, not
-# translated; a source is looked at again when it or a header of it has changed. The build must be
-# done: it generates headers.
+# clang++ and libc++, C++17 without exceptions and RTTI, unsigned characters. Only checked, not compiled;
+# a source is checked again when it or one of its headers has changed. The build must be done: it
+# generates headers.
 # shellcheck source=tests/device/lib.sh
 . "$(dirname "$0")/lib.sh"
 

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Runs the commands of README.md and docs/ that can be run here, and knows of every other one why not: the
-# table "commands" beside this. A command or sample that isn't in the table fails, and so does a row that
-# stands for nothing any more.
+# Runs the commands of README.md and docs/ that can be run here; the table "commands" beside this says why
+# each other one isn't. A command or sample that isn't in the table fails, and so does a row that no
+# longer stands for anything.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 cd "${KORVANE_ROOT:-$here/../..}"

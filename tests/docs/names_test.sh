@@ -1,5 +1,5 @@
 #!/bin/bash
-# What the documents name is there: files that they link to, scripts, sources, functions, tests, and the
+# What the documents name exists: files that they link to, scripts, sources, functions, tests, and the
 # frame source's fatal checks. Looks below KORVANE_ROOT (this repository, or a copy with a fault in it).
 set -euo pipefail
 cd "${KORVANE_ROOT:-$(dirname "$0")/../..}"
@@ -26,7 +26,7 @@ is_word() {
     grep -qxF -- "$1" "$temporary/words"
 }
 
-# ticked FILE: what stands between backticks in it, a line each.
+# ticked FILE: each text between backticks in it, one a line.
 ticked() {
     grep -oE '`[^`]+`' "$1" | tr -d '`' | sort -u
 }

@@ -48,7 +48,7 @@ random() {
     done
 }
 
-# The surface is among what is called.
+# The surface is one of the objects that are called.
 random_streaming() {
     local seed
     start_camera
@@ -63,7 +63,7 @@ random_streaming() {
 
 # ---- the stream's queue -------------------------------------------------------------------------
 
-# A camera of the attacker's: NAME REGISTERED-LINE ARGUMENTS...
+# The attacker's camera: NAME REGISTERED-LINE ARGUMENTS...
 bad_camera() {
     local name=$1
     attacker "$@"
@@ -71,7 +71,7 @@ bad_camera() {
     start_capture MJPG 640x480
 }
 
-# shared MB: of the whole machine, whoever has it mapped.
+# shared MB: the whole machine's shared memory, whoever has it mapped.
 shared() {
     awk '/^Shmem:/ {print int($2 / 1024)}' /proc/meminfo
 }
@@ -122,7 +122,7 @@ fight() {
     stop camera KILL
 }
 
-# never_signals NAME API FRAMES: frames that are never finished; so many at least.
+# never_signals NAME API FRAMES: frames that are never finished, at least so many.
 never_signals() {
     bad_camera "$1" fences "$2"
     check "$1: its frames are taken" wait_log 30 "$SHARE/$1.log" "^queueing $3\$"

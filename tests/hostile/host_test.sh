@@ -11,7 +11,7 @@ scenarios=(requests stages settings resets suspend port uevents unbound trees)
 
 # ---- hosts --------------------------------------------------------------------------------------
 
-# webcam: the webcam as the host's bus has it.
+# webcam: the webcam's folder on the host's bus.
 webcam() {
     local device
     for device in /sys/bus/usb/devices/*; do
@@ -26,7 +26,7 @@ webcam_is_there() {
     webcam
 }
 
-# usb_node: its node, made if nobody makes nodes here.
+# usb_node: its node, which is made if nobody else makes nodes here.
 usb_node() {
     local device node major minor
     device=$(webcam) || return 1
@@ -52,10 +52,10 @@ bound() {
     gadget bind && wait_log 20 "$daemon_log" 'added device' $((opened + 1))
 }
 
-# without_driver SCENARIO: with no driver of the host's, whose own node would come and go.
+# without_driver SCENARIO: without the host's driver, whose own node would come and go.
 without_driver() {
     gadget unbind
-    # Else it comes back with the device.
+    # Otherwise it comes back with the device.
     echo 'install uvcvideo /bin/false' >/etc/modprobe.d/hostile.conf
     check "$1: the host's driver goes" wait_for 10 modprobe -r uvcvideo
     gadget bind
@@ -208,7 +208,7 @@ daemon_is_gone() {
     ! running daemon
 }
 
-# What configfs would never hold, put in its place. An attribute that is not a number ends the daemon, by
+# What configfs would never contain, put in its place. An attribute that is not a number ends the daemon, by
 # design; another one then starts.
 trees() {
     local function=/config/usb_gadget/g1/functions/uvc.0 frame wrong='no usable number'

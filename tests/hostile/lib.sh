@@ -4,12 +4,12 @@
 # after tests/vm/lib.sh and host.sh, and run in the test machine.
 
 daemon_log=$SHARE/daemon.log
-# How much more private memory, in kB, isn't worth a word: the allocator keeps some of what it had.
+# How much more private memory, in kB, is no growth: the allocator keeps some of what it had.
 allowed_growth=512
 
-# up: everything is there, and has streamed once, as long as nothing else is said.
+# up: starts everything, and streams once.
 up() {
-    # As a board does that lets everybody in.
+    # As on a board that lets everybody in.
     chmod 666 /dev/hwbinder
     cp "$KORVANE_BUILD/tests/hostile-client" /run/hostile-client
     start_service_manager
@@ -45,14 +45,14 @@ attacker() {
     start "$name" as_nobody /run/hostile-client "$@"
 }
 
-# attack SECONDS COMMAND...: one that ends by itself, with 0 if it went as it must.
+# attack SECONDS COMMAND...: an attack that ends by itself, with status 0 if it went as it must.
 attack() {
     local limit=$1
     shift
     timeout "$limit" setpriv --reuid=65534 --regid=65534 --clear-groups /run/hostile-client "$@"
 }
 
-# exec: what `start` knows must be the attacker itself.
+# exec: the process that `start` knows must be the attacker itself.
 as_nobody() {
     exec setpriv --reuid=65534 --regid=65534 --clear-groups "$@"
 }

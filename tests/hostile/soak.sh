@@ -4,11 +4,11 @@
 #   SOAK_SEED     what is done and in which order follows from it
 #   SOAK_SECONDS  when it ends at the latest
 #   SOAK_STREAMS, SOAK_UNBINDS, SOAK_KILLS (of each program), SOAK_LONG (seconds of one stream)
-#                 what alone is done, that often; without any of them, everything at random
+#                 only this is done, so often; without any of them, everything at random
 # Ends at the first thing that is not right. The last line is the run's result, whatever it was.
 # shellcheck source-path=SCRIPTDIR disable=SC2034
 HOST_SHARE=${SHARE:-/run/host}
-# Memory: a shared folder would be the slowest of all that takes part.
+# In memory: a shared folder would be the slowest part of it all.
 SHARE=/run/soak
 mkdir -p $SHARE
 . "$(dirname "$0")/../vm/lib.sh"
@@ -30,7 +30,7 @@ log_limit=1000000
 
 modes=('MJPG 320x240 30' 'MJPG 640x480 30' 'MJPG 640x480 15' 'MJPG 1280x720 30' 'MJPG 1920x1080 30'
     'RAW 320x240 30' 'RAW 640x480 30' 'RAW 640x480 15' 'RAW 1280x720 10' 'RAW 1280x720 5')
-# What RAW is: one of the two, which share a place in the function.
+# What RAW is: YUYV or NV12, which share a place in the function.
 raw=YUYV
 
 # A program must not end a stream that the host has not ended: up to 6.8 the gadget's driver uses freed
@@ -41,19 +41,19 @@ may_cut() {
 
 # ---- what is right ------------------------------------------------------------------------------
 
-# say TEXT: with the seconds that have passed.
+# say TEXT: prints it after the seconds that have passed.
 say() {
     printf '%6d  %s\n' $SECONDS "$1"
 }
 
-# wrong TEXT: the end of the run.
+# wrong TEXT: ends the run.
 wrong() {
     result=wrong
     say "WRONG after $last: $1"
     conclude
 }
 
-# waits SECONDS PATTERN COUNT: for so many such lines of the daemon's log.
+# waits SECONDS PATTERN COUNT: until the daemon's log has so many such lines.
 waits() {
     wait_log "$1" "$daemon_log" "$2" "$3" >/dev/null || wrong "the daemon did not say '$2' within $1 s"
 }
@@ -62,7 +62,7 @@ lines() {
     grep -cE -- "$1" "$daemon_log"
 }
 
-# Without a process of its own, unlike what the others do: this is asked often.
+# Without a process of its own, since it is called often.
 private_kb() {
     local name value _ sum=0
     while read -r name value _; do
@@ -159,7 +159,7 @@ begin_camera() {
     waits 30 'Registering client 3' $((before + 1))
 }
 
-# interrupt ACTION...: in mid-stream every other time, where the kernel stands it.
+# interrupt ACTION...: every other time in mid-stream, where the kernel survives that.
 interrupt() {
     local during=idle
     if may_cut && [ $((RANDOM % 2)) = 0 ]; then
@@ -329,7 +329,7 @@ conclude() {
     exit
 }
 
-# Of one daemon, what it has as a rule; of several, which have not all had the largest streams, the most.
+# Of one daemon its usual memory is judged; of several, which have not all had the largest streams, the most.
 is_higher() {
     if is_same_daemon; then
         [ $((${second% *} - ${first% *})) -gt $allowed ]
@@ -366,7 +366,7 @@ register ${kills[hwservicemanager]}; $sleeps asleep; memory $kb kB in $live allo
     [ "$live" = "$live_at_first" ] || wrong "$live allocations live, $live_at_first after the first report"
 }
 
-# Since it was started: another one has other allocations until it has seen as much.
+# A new one has other allocations until it has seen as much.
 is_same_daemon() {
     [ $((kills[daemon] + kills[hwservicemanager])) = 0 ]
 }

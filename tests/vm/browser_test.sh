@@ -27,7 +27,7 @@ reported() {
     grep -oE "\"$1\":[0-9.]+" "$SHARE/server.log" | cut -d: -f2
 }
 
-# by_gstreamer NAME COUNT CAPS: capture with v4l2src.
+# by_gstreamer NAME COUNT CAPS: captures with v4l2src.
 by_gstreamer() {
     timeout 60 gst-launch-1.0 -q v4l2src "device=$(host_node)" "num-buffers=$2" ! "$3" ! \
         filesink "location=$CAPTURES/$1.raw"
@@ -41,8 +41,8 @@ comply() {
     sed -nE 's/^\s*fail: (.*)$/\1/p' "$SHARE/compliance-${1##*/}.log" | sort -u
 }
 
-# What the tool says of any camera of the kernel's UVC driver: it starts a stream from a second handle,
-# which that driver answers with EBUSY before a frame flows, and the tool wants EINVAL.
+# What the tool says of any camera behind the kernel's UVC driver: it starts a stream through a second
+# handle, which that driver answers with EBUSY before a frame flows, where the tool expects EINVAL.
 drivers_own='v4l2-test-buffers.cpp(1345): node->streamon(q.g_type()) != EINVAL'
 
 # by_compliance: nothing fails for the webcam but what fails for the kernel's own virtual camera,
