@@ -49,7 +49,16 @@ TEST_F(ServiceStatsTest, StartsWithNothing) {
     }
     EXPECT_EQ(NodeState::NONE, mStats.node());
     EXPECT_EQ(-1, mStats.nodeNumber());
-    EXPECT_EQ(0u, mStats.surface().format);
+    for (const auto& picture : {mStats.mode(), mStats.surface()}) {
+        EXPECT_EQ(0u, picture.width);
+        EXPECT_EQ(0u, picture.height);
+        EXPECT_EQ(0u, picture.format);
+    }
+    EXPECT_EQ(0u, mStats.interval());
+    EXPECT_EQ(0, mStats.surface().fps);
+    EXPECT_EQ(0u, mStats.surfaceUsage());
+    EXPECT_EQ(0, mStats.renderer());
+    EXPECT_FALSE(mStats.suspended());
     EXPECT_EQ(BufferState::NONE, mStats.buffer(0));
     EXPECT_EQ(-1, mStats.streamStartMs());
     for (size_t kind = 0; kind < 9; ++kind) EXPECT_EQ(0, mStats.client(kind).pid);
