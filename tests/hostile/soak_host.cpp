@@ -50,7 +50,7 @@ constexpr int kBuffersOfLong = 32;
 constexpr int kMostKept = 64;
 /** More than the transfers that the driver has under way: a frame that is later than this is lost.
  */
-constexpr size_t kMostEarly = 8;
+constexpr size_t kMostAhead = 8;
 /** A machine that shares its host can be this slow. */
 constexpr int kPatienceMs = 30000;
 
@@ -193,11 +193,11 @@ class Stream {
         if (mNext) mLongestMs = std::max(mLongestMs, awayMs);
         if (!mNext) mNext = buffer.sequence;
         const uint8_t* data = mMapped[buffer.index].first;
-        mEarly.emplace(buffer.sequence, mSums ? sumOf(data, buffer.bytesused)
+        mAhead.emplace(buffer.sequence, mSums ? sumOf(data, buffer.bytesused)
                                               : Bytes(data, data + buffer.bytesused));
         if (buffer.sequence != *mNext) mSwapped++;
         putInOrder();
-        return mEarly.size() < kMostEarly ||
+        return mAhead.size() < kMostAhead ||
                wrong("frame %d of %d is lost; the host was away for up to %" PRId64 " ms",
                      mInOrder + 1, mOrder.count, mLongestMs);
     }
@@ -211,14 +211,14 @@ class Stream {
     }
 
     void putInOrder() {
-        for (auto next = mEarly.find(*mNext); next != mEarly.end() && mInOrder < mOrder.count;
-             next = mEarly.find(*mNext)) {
+        for (auto next = mAhead.find(*mNext); next != mAhead.end() && mInOrder < mOrder.count;
+             next = mAhead.find(*mNext)) {
             if (mSums) {
                 fwrite(next->second.data(), 1, next->second.size(), mSums.get());
             } else {
                 mFrames.push_back(std::move(next->second));
             }
-            mEarly.erase(next);
+            mAhead.erase(next);
             ++*mNext;
             mInOrder++;
         }
@@ -270,7 +270,7 @@ class Stream {
     std::unique_ptr<FILE, Close> mSums;
     std::vector<std::pair<uint8_t*, size_t>> mMapped;
     std::vector<Bytes> mFrames;
-    std::map<uint32_t, Bytes> mEarly;  // by the kernel's number, those that wait for another
+    std::map<uint32_t, Bytes> mAhead;  // by the kernel's number, those that wait for another
     std::optional<uint32_t> mNext;     // the kernel's number of the next in order
     int mInOrder = 0;
     int mSwapped = 0;
