@@ -4,6 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,7 +53,10 @@ int Evidence::read(const CheckOptions& options) {
                       options.layout->height(), &error)) {
         return cannotCheck(options.capture, error);
     }
-    return options.times.empty() ? 0 : readTimes(options.times);
+    if (!options.times.empty()) return readTimes(options.times);
+    times.order.resize(capture.frames().size());
+    std::iota(times.order.begin(), times.order.end(), size_t{0});
+    return 0;
 }
 
 int Evidence::readTimes(const std::string& path) {
@@ -73,11 +77,7 @@ class Check {
           mChecker(*options.layout, *options.format, evidence.log) {}
 
     int run() {
-        if (mEvidence.times.order.empty()) {
-            for (size_t i = 0; i < mEvidence.capture.frames().size(); ++i) checkFrame(i);
-        } else {
-            for (size_t i : mEvidence.times.order) checkFrame(i);
-        }
+        for (size_t i : mEvidence.times.order) checkFrame(i);
         for (uint32_t number : mChecker.lostFrames()) {
             complain("lost: frame " + std::to_string(number));
         }
