@@ -167,7 +167,9 @@ unbound() {
             start_camera --log "$SHARE/unbound.frames"
             check "unbound: frames flow" wait_for 30 test -s "$SHARE/unbound.frames"
         fi
+        [ $state = idle ] || freeze_capture
         check "unbound: at once while $state" timeout 10 "$ROOT/vm/gadget" unbind
+        [ $state = idle ] || thaw_capture
         stop capture
         stop camera KILL
         check "unbound: and bound, after $state" bound

@@ -168,9 +168,11 @@ interrupt() {
         drawn=$(wc -l </run/camera.frames)
         without_host start_capture MJPG 320x240
         wait_for 30 frames_flow || wrong "no frames for the stream that is to be cut"
+        freeze_capture
     fi
     last="$* while $during"
     "$@"
+    [ $during = idle ] || thaw_capture
     stop capture
 }
 

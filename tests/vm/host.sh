@@ -49,6 +49,17 @@ start_capture() {
         --stream-count=100000 --stream-to=/dev/null
 }
 
+# freeze_capture: before the function goes in mid-stream. The host's program keeps its node open until
+# thaw_capture: were it to close the node while that goes, the kernel's media core might use an entity that
+# both of them take away, and panic.
+freeze_capture() {
+    kill -STOP -- "-${pids[capture]}"
+}
+
+thaw_capture() {
+    kill -CONT -- "-${pids[capture]}"
+}
+
 # A host whose window stays open, by the name "capture". What it notes of itself:
 host_log=$SHARE/capture.log
 

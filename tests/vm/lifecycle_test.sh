@@ -106,8 +106,10 @@ check "nothing wakes the daemon while nothing streams" wait_for 20 daemon_rests
 # ---- the cable ----------------------------------------------------------------------------------
 
 long_stream
+freeze_capture
 check "unbinding while streaming does not wait for anything" \
     wait_next 10 'removed device' unbind_at_once
+thaw_capture
 stop capture KILL
 check "the daemon finds the node when it is bound again" \
     wait_next 10 'added device' gadget bind
