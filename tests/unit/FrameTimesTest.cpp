@@ -125,6 +125,11 @@ TEST_F(FrameTimesTest, HasNoMaximumAfterOneOfZero) {
     EXPECT_EQ(std::nullopt, made(-1000));  // nor is dropping disabled
 }
 
+TEST_F(FrameTimesTest, KeepsOneFrameUnderARateThatHasHardlyAnother) {
+    ASSERT_EQ(OK, times.setMaxFps(1e-38f));
+    EXPECT_THAT(tooSoon({-5, -4, INT64_MAX / 20000}), ElementsAre(-4, INT64_MAX / 20000));
+}
+
 TEST_F(FrameTimesTest, RestartsWithEachMaximumRate) {
     ASSERT_EQ(OK, times.setMaxFps(10));
     EXPECT_THAT(tooSoon({0}), IsEmpty());

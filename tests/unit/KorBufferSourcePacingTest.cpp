@@ -148,6 +148,19 @@ TEST_F(KorBufferSourcePacingTest, LogsTheMaximumRateWithoutItsFraction) {
                 ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag, "setMaxFps: maxFps=29"}));
 }
 
+TEST_F(KorBufferSourcePacingTest, LogsAMaximumRateBeyondAllIntegersAsTheLastOfThem) {
+    constexpr float kLargestBelow = 9223371487098961920.0f;
+    for (const float rate : {kLargestBelow, 0x1p63f, 1e38f, -0x1p63f, -1e38f}) {
+        EXPECT_EQ(OK, source->setMaxFps(rate));
+    }
+    const auto loggedTimes = [this](const char* rate) {
+        return log.count(ANDROID_LOG_DEBUG, kTag, std::string("setMaxFps: maxFps=") + rate);
+    };
+    EXPECT_EQ(1u, loggedTimes("9223371487098961920"));
+    EXPECT_EQ(2u, loggedTimes("9223372036854775807"));
+    EXPECT_EQ(2u, loggedTimes("-9223372036854775808"));
+}
+
 TEST_F(KorBufferSourcePacingTest, DropsFramesBeyondTheMaximumRate) {
     prepare(4);
     ASSERT_EQ(OK, source->setMaxFps(30));

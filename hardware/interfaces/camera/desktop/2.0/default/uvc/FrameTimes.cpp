@@ -16,11 +16,15 @@ namespace {
 
 constexpr double kMicrosPerSecond = 1000000.0;
 
+// One frame in 31 years. Of a much lower rate the dropper can't hold the interval.
+constexpr float kLowestFps = 1e-9f;
+
 }  // namespace
 
 status_t FrameTimes::setMaxFps(float maxFps) {
     mFrameDropper = new FrameDropper;
-    const status_t err = mFrameDropper->setMaxFrameRate(maxFps);
+    const status_t err =
+            mFrameDropper->setMaxFrameRate(maxFps > 0 ? std::max(maxFps, kLowestFps) : maxFps);
     if (err != OK) mFrameDropper.clear();
     return err;
 }

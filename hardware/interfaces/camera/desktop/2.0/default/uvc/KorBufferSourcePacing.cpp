@@ -4,6 +4,8 @@
 
 #include "uvc/KorBufferSource.h"
 
+#include <climits>
+
 #include <log/log.h>
 #include <utils/Timers.h>
 
@@ -17,10 +19,16 @@ namespace {
 
 constexpr uint32_t kWhatRepeatLatestFrame = 0;
 
+// Truncates; a client's rate may be beyond either end of the range, and saturates there.
+long long toInteger(float value) {
+    if (!(value > -0x1p63f)) return LLONG_MIN;
+    return value < 0x1p63f ? static_cast<long long>(value) : LLONG_MAX;
+}
+
 }  // namespace
 
 status_t KorBufferSource::setMaxFps(float maxFps) {
-    ALOGD("setMaxFps: maxFps=%lld", static_cast<long long>(maxFps));
+    ALOGD("setMaxFps: maxFps=%lld", toInteger(maxFps));
     Mutex::Autolock lock(mMutex);
     if (isExecuting_l()) return INVALID_OPERATION;
     return mTimes.setMaxFps(maxFps);
