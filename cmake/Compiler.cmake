@@ -18,7 +18,8 @@ if(SANITIZE)
     add_compile_options(-fsanitize=${SANITIZE} -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${SANITIZE})
     if(SANITIZE MATCHES undefined)
-        add_compile_options(-fno-sanitize-recover=undefined)
+        add_compile_options(-fno-sanitize-recover=undefined
+            $<$<CXX_COMPILER_ID:Clang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/unsanitized>)
     endif()
 endif()
 

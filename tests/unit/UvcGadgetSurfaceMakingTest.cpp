@@ -216,8 +216,9 @@ TEST_F(UvcGadgetSurfaceMakingTest, TheDeviceLockIsHeldWhileTheDeviceIsAskedForIt
 
 TEST_F(UvcGadgetSurfaceMakingTest, TheDeviceLockIsHeldWhileAFrameIsQueued) {
     stream();
-    EXPECT_TRUE(isLockedAt("queue 1",
-                           [this] { mHandler->submitBuffer(1, makePicture(64, 32), 0, -1); }));
+    EXPECT_TRUE(isLockedAt("queue 1", [this] {
+        EXPECT_EQ(0, mHandler->submitBuffer(1, makePicture(64, 32), 0, -1));
+    }));
 }
 
 TEST_F(UvcGadgetSurfaceMakingTest, AFrameComesBackWithItsFence) {

@@ -144,7 +144,7 @@ TEST_F(UvcStreamingControlTest, ReportsTheInitialIntervalBeforeAnySelection) {
     EXPECT_EQ(1, control.bFormatIndex);
     EXPECT_EQ(1, control.bFrameIndex);
     EXPECT_EQ(666666u, control.dwFrameInterval);
-    EXPECT_EQ(640u * 480 * 2, control.dwMaxVideoFrameSize);
+    EXPECT_EQ(640u * 480 * 2, +control.dwMaxVideoFrameSize);
 }
 
 TEST_F(UvcStreamingControlTest, ReportsAnIntervalThatIsNotListed) {
@@ -183,7 +183,7 @@ TEST_F(UvcStreamingControlTest, TakesTheMaximumsFrameCountFromTheFirstFormat) {
     EXPECT_EQ(2, control.bFormatIndex);
     EXPECT_EQ(3, control.bFrameIndex);
     EXPECT_EQ(555555u, control.dwFrameInterval);
-    EXPECT_EQ(1280u * 720, control.dwMaxVideoFrameSize);
+    EXPECT_EQ(1280u * 720, +control.dwMaxVideoFrameSize);
 }
 
 TEST_F(UvcStreamingControlTest, ReportsZerosWhereTheSelectedFormatHasFewerFramesThanTheFirst) {
@@ -196,8 +196,8 @@ TEST_F(UvcStreamingControlTest, ReportsZerosWhereTheSelectedFormatHasFewerFrames
     EXPECT_EQ(2, control.bFormatIndex);
     EXPECT_EQ(3, control.bFrameIndex);
     EXPECT_EQ(0u, control.dwFrameInterval);
-    EXPECT_EQ(0u, control.dwMaxVideoFrameSize);
-    EXPECT_EQ(3072u, control.dwMaxPayloadTransferSize);
+    EXPECT_EQ(0u, +control.dwMaxVideoFrameSize);
+    EXPECT_EQ(3072u, +control.dwMaxPayloadTransferSize);
 }
 
 TEST_F(UvcStreamingControlTest, ReportsZerosWithoutFormats) {
@@ -207,8 +207,8 @@ TEST_F(UvcStreamingControlTest, ReportsZerosWithoutFormats) {
         const auto control = filled(config, fill);
         EXPECT_EQ(1, control.bmHint);
         EXPECT_EQ(1, control.bFormatIndex);
-        EXPECT_EQ(0u, control.dwMaxVideoFrameSize);
-        EXPECT_EQ(3072u, control.dwMaxPayloadTransferSize);
+        EXPECT_EQ(0u, +control.dwMaxVideoFrameSize);
+        EXPECT_EQ(3072u, +control.dwMaxPayloadTransferSize);
     }
     EXPECT_EQ(0u, filled(config, &UvcConfig::fillMinCtrl).dwFrameInterval);
     EXPECT_EQ(0u, filled(config, &UvcConfig::fillMaxCtrl).dwFrameInterval);
@@ -223,7 +223,7 @@ TEST_F(UvcStreamingControlTest, KeepsTheMaximumsFrameCountIn8Bits) {
     }
     const auto control = filled(UvcConfig(), &UvcConfig::fillMaxCtrl);
     EXPECT_EQ(1, control.bFrameIndex);
-    EXPECT_EQ(3840u * 2160, control.dwMaxVideoFrameSize);
+    EXPECT_EQ(3840u * 2160, +control.dwMaxVideoFrameSize);
 }
 
 TEST_F(UvcStreamingControlTest, TakesIntervalsAsTheFileListsThem) {
@@ -239,7 +239,7 @@ TEST_F(UvcStreamingControlTest, ReportsTheMaximumPacketAsItIs) {
     mTree->set("streaming_maxpacket", "4294967295\n");
     const UvcConfig config;
     for (Fill fill : {&UvcConfig::fillMinCtrl, &UvcConfig::fillMaxCtrl, &UvcConfig::fillCurCtrl}) {
-        EXPECT_EQ(4294967295u, filled(config, fill).dwMaxPayloadTransferSize);
+        EXPECT_EQ(4294967295u, +filled(config, fill).dwMaxPayloadTransferSize);
     }
 }
 
