@@ -52,7 +52,7 @@ bound() {
     gadget bind && wait_log 20 "$daemon_log" 'added device' $((opened + 1))
 }
 
-# without_driver SCENARIO: without the host's driver, whose own node would come and go.
+# without_driver SCENARIO COMMAND...: without the host's driver, whose own node would come and go.
 without_driver() {
     gadget unbind
     # Otherwise it comes back with the device.
@@ -60,11 +60,16 @@ without_driver() {
     check "$1: the host's driver goes" wait_for 10 modprobe -r uvcvideo
     gadget bind
     check "$1: the host sees the webcam" wait_for 20 webcam_is_there
-    check "$1: the host tries it all" try_all "$1"
-    sed 's/^/      /' "$SHARE/tried"
+    "${@:2}"
     rm /etc/modprobe.d/hostile.conf
     modprobe uvcvideo
     check "$1: the function is bound anew" rebind
+}
+
+# tried SCENARIO: by a host that keeps to no rules.
+tried() {
+    check "$1: the host tries it all" try_all "$1"
+    sed 's/^/      /' "$SHARE/tried"
 }
 
 try_all() {
@@ -72,19 +77,19 @@ try_all() {
 }
 
 requests() {
-    without_driver requests
+    without_driver requests tried requests
 }
 
 stages() {
-    without_driver stages
+    without_driver stages tried stages
 }
 
 settings() {
-    without_driver settings
+    without_driver settings tried settings
 }
 
 resets() {
-    without_driver resets
+    without_driver resets tried resets
 }
 
 is_suspended() {
@@ -101,28 +106,40 @@ suspend() {
     check_not "suspend: and wakes" is_suspended
 }
 
-# The port off and on, while idle and in mid-stream. The host's node goes with it, which the daemon may
-# take for its own.
+# The port off and on. In mid-stream the host's driver has a node, which goes with the port, and which the daemon
+# takes for its own then.
 port() {
-    local when disable streams
+    local streams disable
     disable=$(readlink -f "$(webcam)/port/disable")
     need "port: there is a switch" test -w "$disable"
-    for when in idle streaming; do
-        if [ $when = streaming ]; then
-            streams=$(grep -c 'got buffer with new dataSpace' "$daemon_log")
-            start_camera
-            start_capture MJPG 640x480
-            check "port: a stream runs" \
-                wait_log 30 "$daemon_log" 'got buffer with new dataSpace' $((streams + 1))
-        fi
-        echo 1 >"$disable"
-        check "port: off, $when" wait_for 10 no_webcam
-        echo 0 >"$disable"
-        check "port: on again, $when" wait_for 20 webcam_is_there
-        stop capture
-        stop camera KILL
-        check "port: the function is bound anew" rebind
+    without_driver port idle_port
+
+    streams=$(grep -c 'got buffer with new dataSpace' "$daemon_log")
+    start_camera
+    start_capture MJPG 640x480
+    check "port: a stream runs" wait_log 30 "$daemon_log" 'got buffer with new dataSpace' $((streams + 1))
+    freeze_capture
+    port_off_and_on streaming
+    thaw_capture
+    stop capture
+    stop camera KILL
+    check "port: the function is bound anew after the stream" rebind
+}
+
+idle_port() {
+    local _
+    for _ in {1..3}; do
+        port_off_and_on idle
+        check "port: the function is bound anew, idle" rebind
+        check "port: the host sees the webcam again" wait_for 20 webcam_is_there
     done
+}
+
+# port_off_and_on WHEN: dummy_hcd does not report who is at a port that has power again.
+port_off_and_on() {
+    echo 1 >"$disable"
+    check "port: off, $1" wait_for 10 no_webcam
+    echo 0 >"$disable"
 }
 
 no_webcam() {
