@@ -105,6 +105,7 @@ void FrameCollector::letGo() {
 }
 
 void FrameCollector::abandon() {
+    hold();  // a frame may be on its way, and nobody can take it afterwards
     mConsumer->consumerDisconnect();
 }
 
