@@ -45,6 +45,13 @@ struct KernelCall {
      */
     std::vector<uint8_t> argument;
 
+    /** Whether the argument block is this one, to the byte. */
+    template <typename T>
+    bool is(const T& block) const {
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(&block);
+        return std::equal(bytes, bytes + sizeof(T), argument.begin(), argument.end());
+    }
+
     /** The argument block as a T; a block that is too short is padded with zeros. */
     template <typename T>
     T as() const {

@@ -16,8 +16,6 @@ namespace korvane::camera {
 namespace {
 
 using ::android::sp;
-using ::android::hardware::hidl_handle;
-using ::android::hardware::Return;
 using ::android::hardware::Void;
 using ::android::hardware::graphics::bufferqueue::V1_0::utils::H2BGraphicBufferProducer;
 using testing::ElementsAre;

@@ -20,7 +20,6 @@ namespace {
 using ::android::sp;
 using ::android::hardware::hidl_death_recipient;
 using ::android::hardware::hidl_string;
-using ::android::hardware::Return;
 using ::android::hardware::Status;
 using test::LogLine;
 

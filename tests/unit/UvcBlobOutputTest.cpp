@@ -43,7 +43,7 @@ TEST_F(UvcBlobOutputTest, AJpegIsCopiedUpToItsSizeAndQueued) {
     expected.bytesused = 600;
     expected.timestamp = {12, 345678};
     ASSERT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_QBUF"));
-    EXPECT_EQ(0, memcmp(&expected, mKernel.calls()[0].argument.data(), sizeof(expected)));
+    EXPECT_TRUE(mKernel.calls()[0].is(expected));
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 

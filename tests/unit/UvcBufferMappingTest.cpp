@@ -2,7 +2,6 @@
 // The buffers of a stream are requested, mapped, and all given back.
 
 #include <cerrno>
-#include <cstring>
 
 #include <sys/mman.h>
 
@@ -34,8 +33,7 @@ TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
     request.count = 4;
     request.type = 2;
     request.memory = V4L2_MEMORY_MMAP;
-    EXPECT_EQ(0, memcmp(&request, mKernel.calls("VIDIOC_REQBUFS")[0].argument.data(),
-                        sizeof(request)));
+    EXPECT_TRUE(mKernel.calls("VIDIOC_REQBUFS")[0].is(request));
     const auto queries = mKernel.calls("VIDIOC_QUERYBUF");
     const auto mappings = mKernel.calls("mmap");
     ASSERT_EQ(4u, queries.size());
@@ -45,7 +43,7 @@ TEST_F(UvcBufferMappingTest, RequestsFourBuffersAndMapsEach) {
         query.type = 2;
         query.memory = V4L2_MEMORY_MMAP;
         query.index = i;
-        EXPECT_EQ(0, memcmp(&query, queries[i].argument.data(), sizeof(query))) << i;
+        EXPECT_TRUE(queries[i].is(query)) << i;
         const auto mapping = mappings[i].as<KernelMapping>();
         EXPECT_EQ(5000u, mapping.length);
         EXPECT_EQ(PROT_READ | PROT_WRITE, mapping.protection);
@@ -141,8 +139,7 @@ TEST_F(UvcBufferMappingTest, UnmapsWhatItMapped) {
     v4l2_requestbuffers release = {};
     release.type = 2;
     release.memory = V4L2_MEMORY_MMAP;
-    EXPECT_EQ(0, memcmp(&release, mKernel.calls("VIDIOC_REQBUFS")[1].argument.data(),
-                        sizeof(release)));
+    EXPECT_TRUE(mKernel.calls("VIDIOC_REQBUFS")[1].is(release));
 }
 
 TEST_F(UvcBufferMappingTest, MoreBuffersThanAskedForAreNotUsed) {

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -37,7 +36,7 @@ TEST_F(UvcBufferReturnTest, TakesABufferBackWithAZeroedBlock) {
     expected.type = 2;
     expected.memory = V4L2_MEMORY_MMAP;
     ASSERT_THAT(mKernel.callNames(), ElementsAre("VIDIOC_DQBUF"));
-    EXPECT_EQ(0, memcmp(&expected, mKernel.calls()[0].argument.data(), sizeof(expected)));
+    EXPECT_TRUE(mKernel.calls()[0].is(expected));
 }
 
 TEST_F(UvcBufferReturnTest, BuffersComeBackInTheOrderOfTheDriver) {

@@ -22,8 +22,6 @@ using namespace std::chrono_literals;
 
 using ::android::sp;
 using ::android::hardware::hidl_death_recipient;
-using ::android::hardware::hidl_string;
-using ::android::hardware::Return;
 using ::android::hardware::Status;
 using desktop_v2::ClientType;
 using testing::ElementsAre;

@@ -14,7 +14,6 @@
 using korvane::test::KernelCall;
 using korvane::test::LogLine;
 using korvane::test::UvcDeviceTest;
-using korvane::test::UvcFunctionTree;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -322,8 +321,7 @@ TEST_F(UvcRequestTest, ACommitSetsTheFormat) {
     expected.fmt.pix.height = 720;
     expected.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
     ASSERT_EQ(1u, formatsSet().size());
-    EXPECT_EQ(0, memcmp(&expected, mKernel.calls("VIDIOC_S_FMT")[0].argument.data(),
-                        sizeof(expected)));
+    EXPECT_TRUE(mKernel.calls("VIDIOC_S_FMT")[0].is(expected));
     EXPECT_THAT(mLog.lines(kTag),
                 ElementsAre(LogLine{ANDROID_LOG_DEBUG, kTag, "setting commit control, length = 34"},
                             LogLine{ANDROID_LOG_DEBUG, kTag,

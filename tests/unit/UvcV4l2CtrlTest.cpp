@@ -78,7 +78,7 @@ TEST_F(UvcV4l2CtrlTest, OpenSubscribesInOrderAndSetsTheFirstMode) {
     format.fmt.pix.height = 480;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
     format.fmt.pix.field = 1;
-    EXPECT_EQ(0, memcmp(&format, calls.back().argument.data(), sizeof(format)));
+    EXPECT_TRUE(calls.back().is(format));
     EXPECT_THAT(mLog.lines(), IsEmpty());
 }
 
@@ -105,7 +105,7 @@ TEST_F(UvcV4l2CtrlTest, AFunctionWithoutFormatsIsServedAllTheSame) {
     v4l2_format format = {};
     format.type = 2;
     format.fmt.pix.field = 1;
-    EXPECT_EQ(0, memcmp(&format, mKernel.calls("VIDIOC_S_FMT")[0].argument.data(), sizeof(format)));
+    EXPECT_TRUE(mKernel.calls("VIDIOC_S_FMT")[0].is(format));
 
     select(kCommit, kUncompressed, kSmallFrame);
     EXPECT_EQ(34, request(0xA1, 0x81, kCommit << 8, 1).length);

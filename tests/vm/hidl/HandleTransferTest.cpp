@@ -25,7 +25,6 @@ namespace korvane::test {
 namespace {
 
 using ::android::sp;
-using ::android::hardware::configureRpcThreadpool;
 using ::android::hardware::hidl_array;
 using ::android::hardware::hidl_handle;
 using ::android::hardware::hidl_string;
