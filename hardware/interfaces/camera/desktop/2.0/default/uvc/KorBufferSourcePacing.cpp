@@ -4,31 +4,25 @@
 
 #include "uvc/KorBufferSource.h"
 
-#include <climits>
-
 #include <log/log.h>
 #include <utils/Timers.h>
 
 #include "uvc/KorCheck.h"
+#include "uvc/Truncate.h"
 
 namespace android {
 
 using ::korvane::hardware::camera::desktop::V2_0::implementation::Count;
+using ::korvane::hardware::camera::desktop::V2_0::implementation::truncateTo;
 
 namespace {
 
 constexpr uint32_t kWhatRepeatLatestFrame = 0;
 
-// Truncates; a client's rate may be beyond either end of the range, and saturates there.
-long long toInteger(float value) {
-    if (!(value > -0x1p63f)) return LLONG_MIN;
-    return value < 0x1p63f ? static_cast<long long>(value) : LLONG_MAX;
-}
-
 }  // namespace
 
 status_t KorBufferSource::setMaxFps(float maxFps) {
-    ALOGD("setMaxFps: maxFps=%lld", toInteger(maxFps));
+    ALOGD("setMaxFps: maxFps=%lld", truncateTo<long long>(maxFps));
     Mutex::Autolock lock(mMutex);
     if (isExecuting_l()) return INVALID_OPERATION;
     return mTimes.setMaxFps(maxFps);

@@ -11,6 +11,7 @@
 #include <log/log.h>
 
 #include "uvc/ConfigfsAttribute.h"
+#include "uvc/Truncate.h"
 
 namespace korvane::hardware::camera::desktop::V2_0::implementation {
 namespace {
@@ -36,22 +37,17 @@ uint32_t lastInterval(const uvc_function_config_frame& frame) {
     return frame.intervals.empty() ? 0 : frame.intervals.back();
 }
 
-// Truncates; beyond either end of the range it saturates, as the phone's processor does.
-uint32_t toUnsigned(float value) {
-    if (!(value > 0.0f)) return 0;
-    return value < 4294967296.0f ? static_cast<uint32_t>(value) : UINT32_MAX;
-}
-
 uint32_t frameSize(const uvc_function_config_format& format,
                    const uvc_function_config_frame& frame) {
-    return toUnsigned(static_cast<float>(frame.width * frame.height) * format.bytesPerPixel);
+    return truncateTo<uint32_t>(static_cast<float>(frame.width * frame.height) *
+                                format.bytesPerPixel);
 }
 
 // The current control takes the product as a signed number, the others don't.
 uint32_t currentFrameSize(const uvc_function_config_format& format,
                           const uvc_function_config_frame& frame) {
     const auto pixels = static_cast<int32_t>(frame.width * frame.height);
-    return toUnsigned(static_cast<float>(pixels) * format.bytesPerPixel);
+    return truncateTo<uint32_t>(static_cast<float>(pixels) * format.bytesPerPixel);
 }
 
 }  // namespace
