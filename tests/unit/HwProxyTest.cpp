@@ -109,6 +109,7 @@ TEST_F(HwProxyTest, LinksWithTheDriverOnceForAllRecipients) {
     const auto cleared = mBinder.take();
     ASSERT_EQ(1u, cleared.size());
     EXPECT_EQ(BC_CLEAR_DEATH_NOTIFICATION, cleared[0].number);
+    // The packed field is not aligned: + makes a value of it.
     EXPECT_EQ(cookie, +cleared[0].as<binder_handle_cookie>().cookie);
     EXPECT_EQ(NAME_NOT_FOUND, mProxy->unlinkToDeath(mRecipient));
 }

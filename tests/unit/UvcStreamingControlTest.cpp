@@ -40,6 +40,7 @@ Bytes fillBytes(const UvcConfig& config, Fill fill) {
     return block;
 }
 
+// Its larger fields are not aligned, and an expectation takes references: + makes values of them.
 uvc_streaming_control filled(const UvcConfig& config, Fill fill) {
     uvc_streaming_control control;
     memcpy(&control, fillBytes(config, fill).data(), sizeof(control));
